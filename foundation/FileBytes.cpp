@@ -1,0 +1,32 @@
+#include "FileBytes.h"
+
+#include <cstdint>
+#include <new>
+#include <utility>
+
+#include <sys/types.h>
+#include <unistd.h>
+
+bool ReadWholeFile(int descriptor, FileBytes& bytes)
+{
+    const off_t end = lseek(descriptor, 0, SEEK_END);
+    if (end < 0 || end > INT32_MAX || lseek(descriptor, 0, SEEK_SET) < 0)
+        return false;
+    const auto size = static_cast<std::size_t>(end);
+
+    // A file that a medium offers must not end the process by its size alone.
+    std::unique_ptr<unsigned char[]> data(new (std::nothrow) unsigned char[size]);
+    if (!data)
+        return false;
+
+    std::size_t taken = 0;
+    while (taken < size) {
+        const ssize_t count = read(descriptor, data.get() + taken, size - taken);
+        if (count <= 0)
+            return false;
+        taken += static_cast<std::size_t>(count);
+    }
+    bytes.data = std::move(data);
+    bytes.size = size;
+    return true;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <unistd.h>
+
+// The one owner of a descriptor; closes it on every way out of a scope.
+class UniqueFd {
+public:
+    explicit UniqueFd(int descriptor) : descriptor(descriptor) {}
+    ~UniqueFd()
+    {
+        if (descriptor >= 0)
+            close(descriptor);
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    explicit operator bool() const { return descriptor >= 0; }
+    int Get() const { return descriptor; }
+
+    // Hands the descriptor to the caller, who closes it from here on.
+    int Release()
+    {
+        const int released = descriptor;
+        descriptor = -1;
+        return released;
+    }
+
+private:
+    int descriptor;
+};
