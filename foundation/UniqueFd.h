@@ -5,7 +5,7 @@
 // The one owner of a descriptor; closes it on every way out of a scope.
 class UniqueFd {
 public:
-    explicit UniqueFd(int descriptor) : descriptor(descriptor) {}
+    explicit UniqueFd(int owned) : descriptor(owned) {}
     ~UniqueFd()
     {
         if (descriptor >= 0)
