@@ -1,0 +1,16 @@
+#pragma once
+
+// The character device through which the piano side is switched off and on. It is opened and closed
+// for every call; no descriptor stays open.
+
+// Passes one parameter to the device. `value` must fit 8 bits, it isn't masked. The result is that
+// of the ioctl, or negative when the device can't be opened.
+int set_qmparam(unsigned long parameter, int value);
+
+// Switches the piano side on when `on` is not 0, else off. Off and on again restarts the CSP.
+// Negative when the device failed.
+int PciDsp_setPiano(int on);
+
+// Restarts the CSP: off, 5 seconds, on. Blocks for that time. The results don't matter, since on a
+// unit without the device everything else goes on.
+void RestartPiano();

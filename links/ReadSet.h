@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/select.h>
+
+// The descriptors that one wait of a loop looks at.
+class ReadSet {
+public:
+    ReadSet();
+
+    // Adds a descriptor. One below 0 (a link that is down) is passed over, and so is one that is
+    // too high for select: such a link stays unserved instead of writing behind the set.
+    void Add(int descriptor);
+
+    // Waits until a descriptor is readable, at most `seconds`. The result is that of select:
+    // negative on failure, 0 when the time ran out. With an empty set it is a plain wait.
+    int Wait(int seconds);
+
+    // True when the last wait found the descriptor readable. False for one below 0.
+    bool Has(int descriptor) const;
+
+private:
+    fd_set descriptors;
+    int highest = -1;
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+// The makers of the system's stream sockets. Each returns a blocking descriptor, which the caller
+// closes, or a negative result with no descriptor left open.
+
+#include <cstddef>
+
+// A socket connected to the UNIX address `path`. -1: not created; -2: not connected, also when the
+// path is too long for an address (a cut path would be another one).
+int mkclisocUNIX(const char* path);
+
+// A socket that listens at `port` (its low 16 bits) on all addresses, backlog 1. -1: not created or
+// prepared; -2: not bound; -3: not listening, which is also printed.
+int mkservsocINET(int port);
+
+// A socket that listens at the UNIX address `path`, backlog 1. What lies at the path is removed
+// first, whatever it is. -1: the path can't be cleared, or the socket not created; -2: not bound,
+// also when the path is too long; -3: not listening, which is also printed.
+int mkservsocUNIX(const char* path);
+
+// 0 when nothing lies at `path` now, else -1.
+int rmUNIXsoc(const char* path);
+
+// One write of `length` bytes to a connected socket. A peer that has gone shows as -1 and never as
+// a SIGPIPE, whatever the process has done about that signal.
+long WriteSocket(int descriptor, const void* bytes, std::size_t length);

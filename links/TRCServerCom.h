@@ -1,0 +1,24 @@
+#pragma once
+
+// The link to the RC Server, the process that shows message boxes. It is only ever written to, and
+// nothing reopens it: once a write has failed it stays down.
+class TRCServerCom {
+public:
+    TRCServerCom();
+    ~TRCServerCom();
+    TRCServerCom(const TRCServerCom&) = delete;
+    TRCServerCom& operator=(const TRCServerCom&) = delete;
+
+    // Negative when the link is down.
+    int GetRCSDescriptor() const;
+
+    // Connects to the UNIX socket at `path`. Returns the descriptor, or -1.
+    int SetRCSDescriptor(const char* path);
+
+    // Sends the text as it is, in one write; the caller has put a line end on it. False when the
+    // link is down or the write failed, which closes the link.
+    bool WriteMessage(const char* text, int length);
+
+private:
+    int rcsDescriptor;
+};
