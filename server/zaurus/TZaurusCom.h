@@ -1,0 +1,49 @@
+#pragma once
+
+// The link to the controller: one listening TCP socket and at most one accepted connection. It
+// moves bytes and nothing else, so that everybody who reports can write without asking whether a
+// controller is there.
+class TZaurusCom {
+public:
+    // The most bytes that one read delivers.
+    static constexpr int kMaxMessage = 8193;
+
+    TZaurusCom();
+    ~TZaurusCom();
+    TZaurusCom(const TZaurusCom&) = delete;
+    TZaurusCom& operator=(const TZaurusCom&) = delete;
+
+    void SetPortNo(int port);
+
+    // Listens at the port. Returns the descriptor, or -1.
+    int SetPortDescriptor();
+
+    // Each is negative when there is no such descriptor.
+    int GetPortDescriptor() const;
+    int GetZaurusId() const;
+
+    // Takes over a connected descriptor and returns it. The old one isn't closed.
+    int SetZaurusId(int id);
+
+    // Ends the present connection and takes the next client. Returns its descriptor, or -1.
+    int AcceptZaurus();
+
+    // Makes one read into `buf`, which has room for 8193 bytes; no NUL is added. Returns the byte
+    // count, 0 when nobody is connected or the peer has closed (the connection ends), negative when
+    // the read failed (the connection stays).
+    int ReadMessage(char* buf);
+
+    // Sends `len` bytes in one write. 1 when they went to the socket, 0 when nobody is connected or
+    // the write failed, which ends the connection.
+    int WriteMessage(const char* buf, int len);
+
+private:
+    void CloseConnection();
+
+    int portNo;
+    int portDescriptor;
+    int zaurusId;
+};
+
+// Sends a NUL-terminated text at its exact length. A text that nobody hears is no failure.
+void TellController(TZaurusCom* zaurus, const char* text);
