@@ -1,0 +1,12 @@
+#pragma once
+
+// One link of a TSList: the item, which the link doesn't own, and the way to the next link.
+class TSLink {
+public:
+    explicit TSLink(void* payload) : item(payload) {}
+    TSLink(const TSLink&) = delete;
+    TSLink& operator=(const TSLink&) = delete;
+
+    TSLink* next = nullptr;
+    void* item;
+};

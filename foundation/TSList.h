@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+
+#include "TSLink.h"
+
+// A chain of untyped items with one built-in cursor. The list owns its links, never its items.
+//
+//    head                        tail
+//   +------+    +------+        +------+
+//   | item |--->| item |--- ...-| null |
+//   +------+    +------+        +------+
+//
+// The empty link at the tail is always there; in an empty list it is the head as well. Indexes
+// count from 0; a negative one is out of range.
+class TSList {
+public:
+    TSList();
+    ~TSList();
+    TSList(const TSList&) = delete;
+    TSList& operator=(const TSList&) = delete;
+
+    TSList& Add(void* item);
+
+    // Before the entry at the index; an index of `count` or more appends, a negative one puts the
+    // item in front.
+    TSList& Insert(int index, void* item);
+
+    // Null if there is no such entry.
+    void* GetItem(int index) const;
+
+    // Removes the link and not its item; does nothing if there is no such entry. A cursor on the
+    // removed link moves to the next one.
+    TSList& Delete(int index);
+
+    // Removes all links and no item. A walk in progress ends.
+    TSList& Clear();
+
+    void First();
+    bool HasNext() const;
+
+    // The item under the cursor, which moves on by one link. Null at the end of the walk.
+    void* GetNext();
+
+private:
+    TSLink* head;
+    TSLink* tail;
+    TSLink* current;
+
+    // The link field that leads to the entry; the index must be below `count`.
+    TSLink** Place(int index);
+
+public:
+    std::int32_t count = 0;  // for reading only
+};
