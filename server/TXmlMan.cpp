@@ -1,0 +1,19 @@
+#include "TXmlMan.h"
+
+#include "TSString.h"
+
+static constexpr char kMessageBox[] = "<message_box";
+static constexpr int kMessageBoxLength = sizeof(kMessageBox) - 1;
+
+TXmlMan::TXmlMan() = default;
+TXmlMan::~TXmlMan() = default;
+
+bool TXmlMan::ParceXML(TRCServerCom* rcserver, const char* line, int /*language*/)
+{
+    TSString text(line);
+    if (text.SubString(1, kMessageBoxLength) != kMessageBox)
+        return false;
+    if (text[text.Length() - 1] != '\n')
+        text += "\n";
+    return rcserver->WriteMessage(text.c_str(), text.Length());
+}

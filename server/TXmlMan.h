@@ -1,0 +1,14 @@
+#pragma once
+
+#include "TRCServerCom.h"
+
+// The filter that takes message boxes out of the console lines and passes them to the RC Server.
+class TXmlMan {
+public:
+    TXmlMan();
+    ~TXmlMan();
+
+    // True when the line begins with "<message_box" and has gone to the RC Server, with a line end.
+    // Otherwise the line is the caller's. `language` isn't looked at.
+    bool ParceXML(TRCServerCom* rcserver, const char* line, int language);
+};
