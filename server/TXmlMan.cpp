@@ -5,9 +5,6 @@
 static constexpr char kMessageBox[] = "<message_box";
 static constexpr int kMessageBoxLength = sizeof(kMessageBox) - 1;
 
-TXmlMan::TXmlMan() = default;
-TXmlMan::~TXmlMan() = default;
-
 bool TXmlMan::ParceXML(TRCServerCom* rcserver, const char* line, int /*language*/)
 {
     TSString text(line);

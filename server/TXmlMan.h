@@ -5,8 +5,8 @@
 // The filter that takes message boxes out of the console lines and passes them to the RC Server.
 class TXmlMan {
 public:
-    TXmlMan();
-    ~TXmlMan();
+    TXmlMan() = default;
+    ~TXmlMan() = default;
 
     // True when the line begins with "<message_box" and has gone to the RC Server, with a line end.
     // Otherwise the line is the caller's. `language` isn't looked at.
