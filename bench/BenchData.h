@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+// One run's directory for files, removed at the end of the program.
+const std::string& BenchDirectory();
+
+// Bytes that look like firmware: runs, tables and noise, the same in every run.
+std::vector<unsigned char> FirmwareBytes(std::size_t size);
+
+// The records of an Intel HEX text from 0x90040000 on, each with CR LF, closed by an end-of-file
+// record.
+std::vector<std::string> HexRecords(const std::vector<unsigned char>& bytes, std::size_t perRecord);
+
+// Writes the records as a file in the run's directory and returns its path.
+std::string WriteHexFile(const char* name, const std::vector<std::string>& records);
