@@ -1,0 +1,84 @@
+#include "Hex.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+constexpr char kDigits[] = "0123456789ABCDEF";
+constexpr int kNoDigit = -1;
+
+int UpperDigit(char character)
+{
+    if (character >= '0' && character <= '9')
+        return character - '0';
+    if (character >= 'A' && character <= 'F')
+        return character - 'A' + 10;
+    return kNoDigit;
+}
+
+int AnyDigit(char character)
+{
+    if (character >= 'a' && character <= 'f')
+        return character - 'a' + 10;
+    return UpperDigit(character);
+}
+
+}  // namespace
+
+void CharToHex(unsigned char value, char* target)
+{
+    target[0] = kDigits[value >> 4];
+    target[1] = kDigits[value & 15];
+}
+
+unsigned char HexToChar(const char* text)
+{
+    const int high = std::max(UpperDigit(text[0]), 0);
+    const int low = std::max(UpperDigit(text[1]), 0);
+    return static_cast<unsigned char>(high * 16 + low);
+}
+
+unsigned int HexToUInt(const char* text, int length)
+{
+    unsigned int value = 0;
+    for (int index = 0; length < 1 ? text[index] != '\0' : index < length; ++index) {
+        const int digit = AnyDigit(text[index]);
+        if (digit == kNoDigit)
+            return 0;
+        value = value << 4 | static_cast<unsigned int>(digit);
+    }
+    return value;
+}
+
+bool UIntToHex(unsigned int value, char* target, int width)
+{
+    const int digits = std::max(width, 0);
+    target[digits] = '\0';
+    for (int place = digits - 1; place >= 0; --place) {
+        target[place] = kDigits[value & 15];
+        value >>= 4;
+    }
+    return true;
+}
+
+unsigned int SHexToUInt(const TSString& text, int length)
+{
+    return HexToUInt(text.c_str(), length);
+}
+
+TSString UIntToSHex(unsigned int value, int width)
+{
+    std::vector<char> digits(static_cast<std::size_t>(std::max(width, 0)) + 1);
+    UIntToHex(value, digits.data(), width);
+    return TSString(digits.data());
+}
+
+bool strcompare(const char* left, const char* right, int first, int last)
+{
+    for (int index = first; index <= last; ++index) {
+        if (left[index] != right[index])
+            return false;
+    }
+    return true;
+}
