@@ -1,0 +1,93 @@
+#include "TSList.h"
+
+TSList::TSList() : head(new TSLink(nullptr)), tail(head), current(head) {}
+
+TSList::~TSList()
+{
+    Clear();
+    delete tail;
+}
+
+TSList& TSList::Add(void* item)
+{
+    tail->item = item;
+    tail->next = new TSLink(nullptr);
+    tail = tail->next;
+    ++count;
+    return *this;
+}
+
+TSLink** TSList::Place(int index)
+{
+    TSLink** place = &head;
+    for (; index > 0; --index)
+        place = &(*place)->next;
+    return place;
+}
+
+TSList& TSList::Insert(int index, void* item)
+{
+    if (index >= count)
+        return Add(item);
+    TSLink** place = Place(index);
+    auto* link = new TSLink(item);
+    link->next = *place;
+    *place = link;
+    ++count;
+    return *this;
+}
+
+void* TSList::GetItem(int index) const
+{
+    if (index < 0 || index >= count)
+        return nullptr;
+    const TSLink* link = head;
+    for (; index > 0; --index)
+        link = link->next;
+    return link->item;
+}
+
+TSList& TSList::Delete(int index)
+{
+    if (index < 0 || index >= count)
+        return *this;
+    TSLink** place = Place(index);
+    const TSLink* removed = *place;
+    *place = removed->next;
+    if (current == removed)
+        current = removed->next;
+    delete removed;
+    --count;
+    return *this;
+}
+
+TSList& TSList::Clear()
+{
+    while (head != tail) {
+        const TSLink* removed = head;
+        head = removed->next;
+        delete removed;
+    }
+    current = tail;
+    count = 0;
+    return *this;
+}
+
+void TSList::First()
+{
+    current = head;
+}
+
+bool TSList::HasNext() const
+{
+    return current != tail;
+}
+
+void* TSList::GetNext()
+{
+    if (!HasNext())
+        return nullptr;
+    void* item = current->item;
+    current = current->next;
+    return item;
+}
