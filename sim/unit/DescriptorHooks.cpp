@@ -1,0 +1,149 @@
+// Bytes through descriptors, and the requests to the DSP device.
+
+#include <algorithm>
+#include <csignal>
+#include <cstdarg>
+
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "Descriptors.h"
+#include "DspDevice.h"
+#include "Faults.h"
+#include "Medium.h"
+#include "Real.h"
+#include "System.h"
+
+#pragma GCC visibility push(default)
+
+namespace {
+
+// Moves up to `size` bytes with `call`, less what a fault or the medium takes away.
+template <typename RealCall>
+ssize_t Moved(Call kind, int descriptor, std::size_t size, RealCall call)
+{
+    const Owner owner = OwnerOf(descriptor);
+    if (!IsUnits(owner))
+        return call(size);
+    const Fault fault = CountCall(kind);
+    if (fault == Fault::Failed)
+        return -1;
+    if (fault == Fault::Short)
+        size = size > 1 ? size / 2 : size;
+    if (owner == Owner::Gone) {
+        errno = EIO;
+        return -1;
+    }
+    if (owner != Owner::Medium)
+        return call(size);
+
+    const bool toMedium = kind == Call::Write;
+    const long room = MediumRoom(size, toMedium);
+    if (room < 0)
+        return -1;
+    const ssize_t count = call(static_cast<std::size_t>(room));
+    if (count > 0)
+        MediumMoved(static_cast<std::size_t>(count), toMedium);
+    return count;
+}
+
+// A made-up failure tells of a vanished peer like the kernel: with the signal, unless the call is
+// quiet. A real one has brought its own.
+ssize_t Written(ssize_t count, int descriptor, bool quiet)
+{
+    if (count < 0 && errno == EPIPE && !quiet && OwnerOf(descriptor) == Owner::Socket) {
+        const KeepErrno kept;
+        std::raise(SIGPIPE);
+    }
+    return count;
+}
+
+Real<ssize_t(int, void*, std::size_t)> realRead("read");
+Real<ssize_t(int, void*, std::size_t, int)> realRecv("recv");
+
+using Ioctl = int(int, unsigned long, ...);
+
+int IoctlWith(Real<Ioctl>& real, int descriptor, unsigned long request, unsigned long argument)
+{
+    if (OwnerOf(descriptor) == Owner::DspDevice)
+        return DspIoctl(request, argument);
+    return real(descriptor, request, argument);
+}
+
+}  // namespace
+
+extern "C" {
+
+ssize_t read(int descriptor, void* bytes, std::size_t size)
+{
+    return Moved(Call::Read, descriptor, size,
+                 [&](std::size_t fits) { return realRead(descriptor, bytes, fits); });
+}
+
+// The checked forms know the size of the buffer; libc's own check runs in the real ones.
+ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t room)
+{
+    static Real<ssize_t(int, void*, std::size_t, std::size_t)> real("__read_chk");
+    return Moved(Call::Read, descriptor, size,
+                 [&](std::size_t fits) { return real(descriptor, bytes, fits, room); });
+}
+
+ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
+{
+    return Moved(Call::Read, descriptor, size,
+                 [&](std::size_t fits) { return realRecv(descriptor, bytes, fits, flags); });
+}
+
+ssize_t __recv_chk(int descriptor, void* bytes, std::size_t size, std::size_t room, int flags)
+{
+    static Real<ssize_t(int, void*, std::size_t, std::size_t, int)> real("__recv_chk");
+    return Moved(Call::Read, descriptor, size,
+                 [&](std::size_t fits) { return real(descriptor, bytes, fits, room, flags); });
+}
+
+ssize_t write(int descriptor, const void* bytes, std::size_t size)
+{
+    static Real<ssize_t(int, const void*, std::size_t)> real("write");
+    bool done = false;
+    const ssize_t count = Moved(Call::Write, descriptor, size, [&](std::size_t fits) {
+        done = true;
+        return real(descriptor, bytes, fits);
+    });
+    return Written(count, descriptor, done);
+}
+
+ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags)
+{
+    static Real<ssize_t(int, const void*, std::size_t, int)> real("send");
+    bool done = false;
+    const ssize_t count = Moved(Call::Write, descriptor, size, [&](std::size_t fits) {
+        done = true;
+        return real(descriptor, bytes, fits, flags);
+    });
+    return Written(count, descriptor, done || (flags & MSG_NOSIGNAL) != 0);
+}
+
+int ioctl(int descriptor, unsigned long request, ...) noexcept
+{
+    static Real<Ioctl> real("ioctl");
+    std::va_list arguments;
+    va_start(arguments, request);
+    const auto argument = va_arg(arguments, unsigned long);
+    va_end(arguments);
+    return IoctlWith(real, descriptor, request, argument);
+}
+
+#if __TIMESIZE == 32
+int __ioctl_time64(int descriptor, unsigned long request, ...)
+{
+    static Real<Ioctl> real("__ioctl_time64");
+    std::va_list arguments;
+    va_start(arguments, request);
+    const auto argument = va_arg(arguments, unsigned long);
+    va_end(arguments);
+    return IoctlWith(real, descriptor, request, argument);
+}
+#endif
+
+}  // extern "C"

@@ -1,0 +1,52 @@
+#include "Descriptors.h"
+
+#include "System.h"
+
+namespace {
+
+// Higher ones aren't followed; the program never comes near.
+constexpr int kMostDescriptors = 4096;
+
+Owner owners[kMostDescriptors];
+
+bool IsFollowed(int descriptor)
+{
+    return descriptor >= 0 && descriptor < kMostDescriptors;
+}
+
+}  // namespace
+
+void SetOwner(int descriptor, Owner owner)
+{
+    if (IsFollowed(descriptor))
+        owners[descriptor] = owner;
+}
+
+Owner OwnerOf(int descriptor)
+{
+    return IsFollowed(descriptor) ? owners[descriptor] : Owner::None;
+}
+
+unsigned OpenDescriptors()
+{
+    unsigned count = 0;
+    for (int i = STDERR_FILENO + 1; i < kMostDescriptors; ++i)
+        if (owners[i] != Owner::None)
+            ++count;
+    return count;
+}
+
+bool HasMediumFiles()
+{
+    for (const Owner owner : owners)
+        if (owner == Owner::Medium)
+            return true;
+    return false;
+}
+
+void ForgetMediumFiles()
+{
+    for (Owner& owner : owners)
+        if (owner == Owner::Medium)
+            owner = Owner::Gone;
+}

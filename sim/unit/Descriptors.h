@@ -1,0 +1,28 @@
+#pragma once
+
+// What the program's open descriptors belong to.
+enum class Owner : unsigned char {
+    None,      // not opened through the library
+    Stranger,  // opened, but none of the unit's things
+    File,      // a file of the unit
+    Medium,    // a file on the medium
+    Gone,      // a file on a medium that was pulled out since
+    DspDevice,
+    Socket
+};
+
+void SetOwner(int descriptor, Owner owner);
+Owner OwnerOf(int descriptor);
+
+// True for what calls are counted on.
+inline bool IsUnits(Owner owner)
+{
+    return owner > Owner::Stranger;
+}
+
+// How many descriptors the program has opened and not closed.
+unsigned OpenDescriptors();
+
+bool HasMediumFiles();
+// The medium is gone under its open files.
+void ForgetMediumFiles();

@@ -1,0 +1,60 @@
+#include "DspDevice.h"
+
+#include <cstring>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "Faults.h"
+#include "Journal.h"
+#include "Settings.h"
+#include "System.h"
+
+namespace {
+
+constexpr unsigned long kSetParameter = 33;
+
+void TellPiano(unsigned long argument)
+{
+    const KeepErrno kept;
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const Text path = InRoot("/sim/dsp.sock");
+    if (path.Length() >= sizeof(address.sun_path))
+        return;
+    std::memcpy(address.sun_path, path.Get(), path.Length());
+
+    const auto peer = static_cast<int>(syscall(SYS_socket, AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (peer < 0)
+        return;
+    Text text;
+    text.AddNumber(argument);
+    // Nobody may listen: the piano is switched off as a whole.
+    syscall(SYS_sendto, peer, text.Get(), text.Length(), MSG_DONTWAIT | MSG_NOSIGNAL, &address,
+            sizeof(address));
+    direct::Close(peer);
+}
+
+// 0, or the errno.
+int Outcome(unsigned long request)
+{
+    if (FailsNow(Call::Ioctl))
+        return errno;
+    if (const int error = ControlErrno("dsp-errno"))
+        return error;
+    return request == kSetParameter ? 0 : ENOTTY;
+}
+
+}  // namespace
+
+int DspIoctl(unsigned long request, unsigned long argument)
+{
+    Text line;
+    line.Add("ioctl(/dev/PciDsp, ").AddNumber(request).Add(", ").AddHex(argument).Add(")");
+    if (const int error = Outcome(request)) {
+        errno = error;
+        return JournalResult(line, -1);
+    }
+    TellPiano(argument);
+    return JournalResult(line, 0);
+}

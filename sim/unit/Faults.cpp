@@ -1,0 +1,79 @@
+#include "Faults.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "Journal.h"
+#include "Settings.h"
+#include "System.h"
+
+namespace {
+
+constexpr int kKinds = static_cast<int>(Call::Uncounted);
+constexpr const char* kNames[kKinds] = {"open",  "read",   "write",  "connect", "accept", "select",
+                                        "stat",  "statfs", "unlink", "rename",  "mount",  "umount",
+                                        "ioctl", "socket", "bind",   "listen",  "utime"};
+
+unsigned long long counts[kKinds];
+
+// The fault that the environment asks for.
+struct Planned {
+    int kind = -1;
+    unsigned long long number = 0;
+    const char* what = "";
+
+    Planned()
+    {
+        const char* text = std::getenv("SIMUNIT_FAULT");
+        const char* first = text == nullptr ? nullptr : std::strchr(text, ':');
+        const char* second = first == nullptr ? nullptr : std::strchr(first + 1, ':');
+        if (second == nullptr || !ParseNumber(first + 1, number))
+            return;
+        what = second + 1;
+        const auto length = static_cast<std::size_t>(first - text);
+        for (int i = 0; i < kKinds; ++i)
+            if (std::strlen(kNames[i]) == length && std::strncmp(kNames[i], text, length) == 0)
+                kind = i;
+    }
+};
+
+const Planned& Plan()
+{
+    static const Planned planned;
+    return planned;
+}
+
+}  // namespace
+
+Fault CountCall(Call kind)
+{
+    if (kind == Call::Uncounted)
+        return Fault::None;
+    const int index = static_cast<int>(kind);
+    const unsigned long long number = ++counts[index];
+    if (index != Plan().kind || number != Plan().number)
+        return Fault::None;
+
+    Text line;
+    line.Add("fault ").Add(kNames[index]).Add(" #").AddNumber(number).Add(" ").Add(Plan().what);
+    Journal(line);
+    if (std::strcmp(Plan().what, "short") == 0)
+        return Fault::Short;
+    errno = ErrnoOf(Plan().what);
+    return Fault::Failed;
+}
+
+void WriteCounts()
+{
+    const char* path = std::getenv("SIMUNIT_COUNT");
+    if (path == nullptr)
+        return;
+    Text lines;
+    for (int i = 0; i < kKinds; ++i)
+        lines.Add(kNames[i]).Add(" ").AddNumber(counts[i]).Add("\n");
+    const int file = direct::Open(path, O_WRONLY | O_CREAT | O_TRUNC);
+    if (file < 0)
+        return;
+    direct::Write(file, lines.Get(), lines.Length());
+    direct::Close(file);
+}

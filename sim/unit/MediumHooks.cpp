@@ -1,0 +1,158 @@
+// The removable medium, and the program's end.
+
+#include <climits>
+#include <csignal>
+#include <limits>
+
+#include <sys/mount.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include "AtPath.h"
+#include "Descriptors.h"
+#include "Journal.h"
+#include "Real.h"
+#include "Settings.h"
+
+#pragma GCC visibility push(default)
+
+namespace {
+
+constexpr unsigned long long kPlenty = 1ULL << 30;  // bytes
+
+// Puts the chosen room into what statfs has found. The blocks are single bytes, or larger where
+// the count would not fit.
+template <typename Found>
+void SetFree(Found& found)
+{
+    unsigned long long left = kPlenty;
+    ReadControl("free", left);
+    using Blocks = decltype(found.f_bavail);
+    found.f_bsize = 1;
+    for (; left > std::numeric_limits<Blocks>::max(); left /= 2)
+        found.f_bsize *= 2;
+    found.f_frsize = found.f_bsize;
+    found.f_bavail = static_cast<Blocks>(left);
+    found.f_bfree = found.f_bavail;
+    found.f_blocks = found.f_bavail;
+}
+
+template <typename Found>
+int StatfsWith(Real<int(const char*, Found*)>& real, const char* asked, Found* found)
+{
+    const UnitPath path(asked);
+    const int result =
+        AtPath(Call::Statfs, Intent::Look, path, [&](const char* at) { return real(at, found); });
+    if (!path.IsUnits())
+        return result;
+    if (result == 0 && path.IsOnMedium())
+        SetFree(*found);
+    Text line;
+    line.Add("statfs(").Add(asked).Add(")");
+    if (result < 0)
+        return JournalResult(line, result);
+    Journal(line);
+    return result;
+}
+
+// The result of a played call with an outcome of 0 or an errno.
+int Played(const Text& line, int error)
+{
+    errno = error;
+    return JournalResult(line, error == 0 ? 0 : -1);
+}
+
+int Unmounted(const char* target)
+{
+    int error = FailsNow(Call::Umount) ? errno : ControlErrno("umount-errno");
+    if (error == 0)
+        error = UnmountMedium(target);
+    Text line;
+    return Played(line.Add("umount(").Add(target).Add(")"), error);
+}
+
+void TellEnd(const char* how)
+{
+    Text line;
+    Journal(line.Add(how).Add(" descriptors=").AddNumber(OpenDescriptors()));
+    WriteCounts();
+}
+
+// A server that is told to end by a signal leaves its counts, too.
+void OnTerminate(int)
+{
+    TellEnd("terminated");
+    std::signal(SIGTERM, SIG_DFL);
+    std::raise(SIGTERM);
+}
+
+__attribute__((constructor)) void Begin()
+{
+    if (Root() == nullptr)
+        return;
+    if (std::signal(SIGTERM, OnTerminate) != SIG_DFL)
+        std::signal(SIGTERM, SIG_IGN);
+}
+
+__attribute__((destructor)) void End()
+{
+    if (Root() != nullptr)
+        TellEnd("exit");
+}
+
+}  // namespace
+
+extern "C" {
+
+int mount(const char* source, const char* target, const char* type, unsigned long flags,
+          const void* data) noexcept
+{
+    static Real<int(const char*, const char*, const char*, unsigned long, const void*)> real(
+        "mount");
+    if (Root() == nullptr)
+        return real(source, target, type, flags, data);
+    int error = FailsNow(Call::Mount) ? errno : ControlErrno("mount-errno");
+    if (error == 0)
+        error = MountMedium(source, target, flags);
+    Text line;
+    line.Add("mount(").Add(source).Add(", ").Add(target).Add(", ").Add(type).Add(", ");
+    line.AddHex(flags).Add(", ").Add(data == nullptr ? "" : static_cast<const char*>(data));
+    return Played(line.Add(")"), error);
+}
+
+int umount(const char* target) noexcept
+{
+    static Real<int(const char*)> real("umount");
+    return Root() == nullptr ? real(target) : Unmounted(target);
+}
+
+int umount2(const char* target, int flags) noexcept
+{
+    static Real<int(const char*, int)> real("umount2");
+    return Root() == nullptr ? real(target, flags) : Unmounted(target);
+}
+
+void sync() noexcept
+{
+    static Real<void()> real("sync");
+    if (Root() == nullptr) {
+        real();
+        return;
+    }
+    Text line;
+    Journal(line.Add("sync()"));
+}
+
+int statfs(const char* path, struct statfs* found) noexcept
+{
+    static Real<int(const char*, struct statfs*)> real("statfs");
+    return StatfsWith(real, path, found);
+}
+
+int statfs64(const char* path, struct statfs64* found) noexcept
+{
+    static Real<int(const char*, struct statfs64*)> real("statfs64");
+    return StatfsWith(real, path, found);
+}
+
+}  // extern "C"

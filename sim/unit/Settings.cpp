@@ -1,0 +1,120 @@
+#include "Settings.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "System.h"
+
+namespace {
+
+constexpr int kMostErrno = 133;
+
+int DigitOf(char letter, unsigned base)
+{
+    if (letter >= '0' && letter <= '9')
+        return letter - '0';
+    if (base > 10 && letter >= 'a' && letter <= 'f')
+        return letter - 'a' + 10;
+    return -1;
+}
+
+Text ControlPath(const char* name)
+{
+    Text path = InRoot("/sim/");
+    path.Add(name);
+    return path;
+}
+
+// The control file's first line.
+struct ControlLine {
+    char text[64] = "";
+
+    explicit ControlLine(const char* name)
+    {
+        const int file = direct::Open(ControlPath(name).Get(), O_RDONLY);
+        if (file < 0)
+            return;
+        const long count = direct::Read(file, text, sizeof(text) - 1);
+        direct::Close(file);
+        text[count > 0 ? count : 0] = '\0';
+        text[std::strcspn(text, " \r\n")] = '\0';
+    }
+};
+
+}  // namespace
+
+const char* Root()
+{
+    static const char* root = std::getenv("SIMUNIT_ROOT");
+    return root;
+}
+
+unsigned Speed()
+{
+    static unsigned speed = 0;
+    if (speed == 0) {
+        const char* text = std::getenv("SIMUNIT_SPEED");
+        unsigned long long number = 1;
+        if (text == nullptr || !ParseNumber(text, number) || number == 0)
+            number = 1;
+        speed = static_cast<unsigned>(number);
+    }
+    return speed;
+}
+
+Text InRoot(const char* path)
+{
+    Text full;
+    full.Add(Root()).Add(path);
+    return full;
+}
+
+bool ReadControl(const char* name, unsigned long long& number)
+{
+    const KeepErrno kept;
+    return ParseNumber(ControlLine(name).text, number);
+}
+
+void WriteControl(const char* name, const Text& text)
+{
+    const KeepErrno kept;
+    const int file = direct::Open(ControlPath(name).Get(), O_WRONLY | O_CREAT | O_TRUNC);
+    if (file < 0)
+        return;
+    direct::Write(file, text.Get(), text.Length());
+    direct::Close(file);
+}
+
+int ControlErrno(const char* name)
+{
+    const KeepErrno kept;
+    return ErrnoOf(ControlLine(name).text);
+}
+
+int ErrnoOf(const char* text)
+{
+    unsigned long long number = 0;
+    if (ParseNumber(text, number))
+        return static_cast<int>(number);
+    for (int error = 1; error <= kMostErrno; ++error) {
+        const char* name = strerrorname_np(error);
+        if (name != nullptr && std::strcmp(name, text) == 0)
+            return error;
+    }
+    return 0;
+}
+
+bool ParseNumber(const char* text, unsigned long long& number)
+{
+    unsigned base = 10;
+    if (text[0] == '0' && text[1] == 'x') {
+        base = 16;
+        text += 2;
+    }
+    if (DigitOf(*text, base) < 0)
+        return false;
+    number = 0;
+    for (; DigitOf(*text, base) >= 0; ++text)
+        number = number * base + static_cast<unsigned>(DigitOf(*text, base));
+    return true;
+}

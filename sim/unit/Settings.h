@@ -1,0 +1,27 @@
+#pragma once
+
+#include "Text.h"
+
+// What the environment of the program says, and the control files below ROOT/sim.
+
+// SIMUNIT_ROOT, or null: then the library changes nothing.
+const char* Root();
+
+// SIMUNIT_SPEED, 1 or more: what times are divided by.
+unsigned Speed();
+
+// An absolute path below the root.
+Text InRoot(const char* path);
+
+// The number in ROOT/sim/NAME. False when the file is absent or empty.
+bool ReadControl(const char* name, unsigned long long& number);
+void WriteControl(const char* name, const Text& text);
+
+// The errno, a number or a name, in ROOT/sim/NAME; 0 when the file is absent.
+int ControlErrno(const char* name);
+
+// The errno of that number or name, 0 when there is none such.
+int ErrnoOf(const char* text);
+
+// A decimal or 0x number at the start of the text. False without a digit.
+bool ParseNumber(const char* text, unsigned long long& number);

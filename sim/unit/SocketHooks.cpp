@@ -1,0 +1,126 @@
+// Sockets: UNIX addresses of the unit lie below the root; ports are the machine's.
+
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "Descriptors.h"
+#include "Faults.h"
+#include "Journal.h"
+#include "Real.h"
+#include "System.h"
+#include "UnitPath.h"
+
+#pragma GCC visibility push(default)
+
+namespace {
+
+int Tracked(int descriptor)
+{
+    if (descriptor >= 0)
+        SetOwner(descriptor, Owner::Socket);
+    return descriptor;
+}
+
+// Makes a call with an address, which is that below the root when it is a path of the unit.
+template <typename RealCall>
+int AtAddress(const sockaddr* address, socklen_t length, RealCall call)
+{
+    sockaddr_un copy = {};
+    if (address == nullptr || length > sizeof(copy) || length <= offsetof(sockaddr_un, sun_path) ||
+        address->sa_family != AF_UNIX)
+        return call(address, length);
+
+    // The path needs no NUL when the length ends it; the name without a path begins with one.
+    char asked[sizeof(copy.sun_path) + 1] = "";
+    std::memcpy(&copy, address, length);
+    std::memcpy(asked, copy.sun_path, length - offsetof(sockaddr_un, sun_path));
+    const UnitPath path(asked);
+    const std::size_t size = std::strlen(path.Real());
+    if (path.Real() == asked)
+        return call(address, length);
+    if (size >= sizeof(copy.sun_path)) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    std::memset(copy.sun_path, 0, sizeof(copy.sun_path));
+    std::memcpy(copy.sun_path, path.Real(), size);
+    return call(reinterpret_cast<const sockaddr*>(&copy), socklen_t{sizeof(copy)});
+}
+
+// The port that a listener has got, whatever was asked for; 0 when it has none.
+unsigned PortOf(int descriptor)
+{
+    const KeepErrno kept;
+    sockaddr_in address = {};
+    socklen_t length = sizeof(address);
+    if (syscall(SYS_getsockname, descriptor, &address, &length) < 0 ||
+        address.sin_family != AF_INET)
+        return 0;
+    return ntohs(address.sin_port);
+}
+
+}  // namespace
+
+extern "C" {
+
+int socket(int family, int type, int protocol) noexcept
+{
+    static Real<int(int, int, int)> real("socket");
+    if (FailsNow(Call::Socket))
+        return -1;
+    return Tracked(real(family, type, protocol));
+}
+
+int connect(int descriptor, const sockaddr* address, socklen_t length)
+{
+    static Real<int(int, const sockaddr*, socklen_t)> real("connect");
+    if (FailsNow(Call::Connect))
+        return -1;
+    return AtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
+        return real(descriptor, at, size);
+    });
+}
+
+int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
+{
+    static Real<int(int, const sockaddr*, socklen_t)> real("bind");
+    if (FailsNow(Call::Bind))
+        return -1;
+    return AtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
+        return real(descriptor, at, size);
+    });
+}
+
+int listen(int descriptor, int backlog) noexcept
+{
+    static Real<int(int, int)> real("listen");
+    const int result = FailsNow(Call::Listen) ? -1 : real(descriptor, backlog);
+    const unsigned port = PortOf(descriptor);
+    if (port == 0)
+        return result;
+    Text line;
+    line.Add("listen(tcp ").AddNumber(port).Add(")");
+    return JournalResult(line, result);
+}
+
+int accept(int descriptor, sockaddr* address, socklen_t* length)
+{
+    static Real<int(int, sockaddr*, socklen_t*)> real("accept");
+    if (FailsNow(Call::Accept))
+        return -1;
+    return Tracked(real(descriptor, address, length));
+}
+
+int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
+{
+    static Real<int(int, sockaddr*, socklen_t*, int)> real("accept4");
+    if (FailsNow(Call::Accept))
+        return -1;
+    return Tracked(real(descriptor, address, length, flags));
+}
+
+}  // extern "C"

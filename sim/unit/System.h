@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+// The library's own way to the kernel. A libc function called from here would come back to the
+// library's hook of that name, or to the interceptor of a sanitizer inside the program.
+namespace direct {
+
+inline int Open(const char* path, int flags)
+{
+    constexpr int kMode = 0666;
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags | O_CLOEXEC, kMode));
+}
+
+inline long Read(int descriptor, void* bytes, std::size_t size)
+{
+    return syscall(SYS_read, descriptor, bytes, size);
+}
+
+inline long Write(int descriptor, const void* bytes, std::size_t size)
+{
+    return syscall(SYS_write, descriptor, bytes, size);
+}
+
+inline void Close(int descriptor)
+{
+    syscall(SYS_close, descriptor);
+}
+
+inline bool Exists(const char* path)
+{
+    return syscall(SYS_faccessat, AT_FDCWD, path, F_OK) == 0;
+}
+
+inline bool IsLink(const char* path)
+{
+    char target[1];
+    return syscall(SYS_readlinkat, AT_FDCWD, path, target, sizeof(target)) >= 0;
+}
+
+inline bool Rename(const char* from, const char* to)
+{
+    return syscall(SYS_renameat, AT_FDCWD, from, AT_FDCWD, to) == 0;
+}
+
+inline bool Remove(const char* path)
+{
+    return syscall(SYS_unlinkat, AT_FDCWD, path, 0) == 0;
+}
+
+inline bool Link(const char* target, const char* path)
+{
+    return syscall(SYS_symlinkat, target, AT_FDCWD, path) == 0;
+}
+
+inline bool MakeDirectory(const char* path)
+{
+    constexpr int kMode = 0777;
+    return syscall(SYS_mkdirat, AT_FDCWD, path, kMode) == 0;
+}
+
+}  // namespace direct
+
+// What the library does beside a call must not show in the caller's errno.
+class KeepErrno {
+public:
+    KeepErrno() : kept(errno) {}
+    ~KeepErrno() { errno = kept; }
+    KeepErrno(const KeepErrno&) = delete;
+    KeepErrno& operator=(const KeepErrno&) = delete;
+
+private:
+    int kept;
+};

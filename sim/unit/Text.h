@@ -1,0 +1,60 @@
+#pragma once
+
+#include <climits>
+#include <cstddef>
+
+// A text of bounded length, put together without heap, locale or stdio: hooks run before the
+// program's runtime is set up. What doesn't fit is cut and told.
+class Text {
+public:
+    const char* Get() const { return bytes; }
+    std::size_t Length() const { return length; }
+    bool IsCut() const { return cut; }
+
+    Text& Add(const char* text)
+    {
+        for (; *text != '\0'; ++text)
+            AddByte(*text);
+        return *this;
+    }
+
+    // At least `digits` digits.
+    Text& AddNumber(unsigned long long number, unsigned base = kDecimal, unsigned digits = 1)
+    {
+        char reversed[kMostDigits];
+        unsigned count = 0;
+        for (; count < digits || number > 0; number /= base)
+            reversed[count++] = "0123456789abcdef"[number % base];
+        while (count > 0)
+            AddByte(reversed[--count]);
+        return *this;
+    }
+
+    Text& AddHex(unsigned long long number) { return Add("0x").AddNumber(number, kHex); }
+
+    Text& AddSigned(long long number)
+    {
+        if (number >= 0)
+            return AddNumber(static_cast<unsigned long long>(number));
+        return Add("-").AddNumber(0ULL - static_cast<unsigned long long>(number));
+    }
+
+private:
+    static constexpr unsigned kDecimal = 10;
+    static constexpr unsigned kHex = 16;
+    static constexpr unsigned kMostDigits = 24;
+
+    void AddByte(char byte)
+    {
+        if (length + 1 >= sizeof(bytes)) {
+            cut = true;
+            return;
+        }
+        bytes[length++] = byte;
+        bytes[length] = '\0';
+    }
+
+    char bytes[PATH_MAX + 256] = "";
+    std::size_t length = 0;
+    bool cut = false;
+};

@@ -1,0 +1,216 @@
+// Waits, divided by the speed of the unit. What is shorter than the clock's step isn't rounded down
+// to no wait at all.
+
+#include <cstdint>
+
+#include <ctime>
+#include <poll.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "Faults.h"
+#include "Journal.h"
+#include "Real.h"
+#include "Settings.h"
+
+#pragma GCC visibility push(default)
+
+namespace {
+
+constexpr std::int64_t kMicros = 1000000;
+constexpr std::int64_t kNanos = 1000000000;
+
+std::int64_t Divided(std::int64_t duration)
+{
+    const std::int64_t speed = Speed();
+    return (duration + speed - 1) / speed;
+}
+
+// A duration of the given parts of a second, divided. `Time` is a timeval or a timespec.
+template <typename Time, typename Part>
+Time DividedTime(const Time& time, Part Time::*part, std::int64_t parts)
+{
+    const std::int64_t divided = Divided(time.tv_sec * parts + time.*part);
+    Time result = {};
+    result.tv_sec = static_cast<decltype(result.tv_sec)>(divided / parts);
+    result.*part = static_cast<Part>(divided % parts);
+    return result;
+}
+
+template <typename Time, typename Part>
+void MultiplyTime(Time& time, Part Time::*part, std::int64_t parts)
+{
+    const std::int64_t whole = (time.tv_sec * parts + time.*part) * Speed();
+    time.tv_sec = static_cast<decltype(time.tv_sec)>(whole / parts);
+    time.*part = static_cast<Part>(whole % parts);
+}
+
+#if __TIMESIZE == 32
+// 64-bit times as 32-bit machines pass them.
+struct WideTimeval {
+    std::int64_t tv_sec;
+    std::int64_t tv_usec;
+};
+struct WideTimespec {
+    std::int64_t tv_sec;
+    std::int32_t tv_nsec;
+    std::int32_t padding;
+};
+#endif
+
+template <typename Time>
+using Select = int(int, fd_set*, fd_set*, fd_set*, Time*);
+template <typename Time>
+using Pselect = int(int, fd_set*, fd_set*, fd_set*, const Time*, const sigset_t*);
+
+// Linux leaves in the timeout what is left of it, so that goes back into the program's seconds.
+template <typename Time>
+int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* writable,
+               fd_set* special, Time* timeout)
+{
+    if (FailsNow(Call::Select))
+        return -1;
+    if (timeout == nullptr || timeout->tv_sec < 0 || timeout->tv_usec < 0)
+        return real(count, readable, writable, special, timeout);
+    Time divided = DividedTime(*timeout, &Time::tv_usec, kMicros);
+    const int result = real(count, readable, writable, special, &divided);
+    MultiplyTime(divided, &Time::tv_usec, kMicros);
+    *timeout = divided;
+    return result;
+}
+
+template <typename Time>
+int PselectWith(Real<Pselect<Time>>& real, int count, fd_set* readable, fd_set* writable,
+                fd_set* special, const Time* timeout, const sigset_t* signals)
+{
+    if (FailsNow(Call::Select))
+        return -1;
+    if (timeout == nullptr || timeout->tv_sec < 0 || timeout->tv_nsec < 0)
+        return real(count, readable, writable, special, timeout, signals);
+    const Time divided = DividedTime(*timeout, &Time::tv_nsec, kNanos);
+    return real(count, readable, writable, special, &divided, signals);
+}
+
+// A sleep of `wanted`, which `call` gets divided; what a signal leaves of it goes to `left`.
+template <typename Time, typename RealCall>
+int SleepWith(const Time* wanted, Time* left, RealCall call)
+{
+    if (wanted == nullptr || wanted->tv_sec < 0 || wanted->tv_nsec < 0)
+        return call(wanted, left);
+    const Time divided = DividedTime(*wanted, &Time::tv_nsec, kNanos);
+    const int result = call(&divided, left);
+    if (result != 0 && left != nullptr)
+        MultiplyTime(*left, &Time::tv_nsec, kNanos);
+    return result;
+}
+
+Real<int(const timespec*, timespec*)> realNanosleep("nanosleep");
+
+// Tells the journal of the sleep and makes it. 0, or -1 with what is left.
+int JournalledSleep(const char* name, unsigned number, timespec& time)
+{
+    if (Root() != nullptr) {
+        Text line;
+        Journal(line.Add(name).Add("(").AddNumber(number).Add(")"));
+    }
+    return SleepWith(&time, &time, realNanosleep);
+}
+
+int DividedPoll(int timeout)
+{
+    return timeout > 0 ? static_cast<int>(Divided(timeout)) : timeout;
+}
+
+}  // namespace
+
+extern "C" {
+
+unsigned sleep(unsigned seconds)
+{
+    timespec time = {};
+    time.tv_sec = static_cast<decltype(time.tv_sec)>(seconds);
+    return JournalledSleep("sleep", seconds, time) == 0 ? 0 : static_cast<unsigned>(time.tv_sec);
+}
+
+int usleep(useconds_t micros)
+{
+    timespec time = {};
+    time.tv_sec = static_cast<decltype(time.tv_sec)>(micros / kMicros);
+    time.tv_nsec = static_cast<decltype(time.tv_nsec)>(micros % kMicros * (kNanos / kMicros));
+    return JournalledSleep("usleep", micros, time);
+}
+
+int nanosleep(const timespec* wanted, timespec* left)
+{
+    return SleepWith(wanted, left, realNanosleep);
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left)
+{
+    static Real<int(clockid_t, int, const timespec*, timespec*)> real("clock_nanosleep");
+    if ((flags & TIMER_ABSTIME) != 0)  // a point of the clock, which isn't sped up
+        return real(clock, flags, wanted, left);
+    return SleepWith(wanted, left, [&](const timespec* time, timespec* rest) {
+        return real(clock, flags, time, rest);
+    });
+}
+
+int select(int count, fd_set* readable, fd_set* writable, fd_set* special, timeval* timeout)
+{
+    static Real<Select<timeval>> real("select");
+    return SelectWith(real, count, readable, writable, special, timeout);
+}
+
+int pselect(int count, fd_set* readable, fd_set* writable, fd_set* special, const timespec* timeout,
+            const sigset_t* signals)
+{
+    static Real<Pselect<timespec>> real("pselect");
+    return PselectWith(real, count, readable, writable, special, timeout, signals);
+}
+
+int poll(pollfd* polled, nfds_t count, int timeout)
+{
+    static Real<int(pollfd*, nfds_t, int)> real("poll");
+    return FailsNow(Call::Select) ? -1 : real(polled, count, DividedPoll(timeout));
+}
+
+int __poll_chk(pollfd* polled, nfds_t count, int timeout, std::size_t size)
+{
+    static Real<int(pollfd*, nfds_t, int, std::size_t)> real("__poll_chk");
+    return FailsNow(Call::Select) ? -1 : real(polled, count, DividedPoll(timeout), size);
+}
+
+#if __TIMESIZE == 32
+int __nanosleep64(const WideTimespec* wanted, WideTimespec* left)
+{
+    static Real<int(const WideTimespec*, WideTimespec*)> real("__nanosleep64");
+    return SleepWith(wanted, left, real);
+}
+
+int __clock_nanosleep_time64(clockid_t clock, int flags, const WideTimespec* wanted,
+                             WideTimespec* left)
+{
+    static Real<int(clockid_t, int, const WideTimespec*, WideTimespec*)> real(
+        "__clock_nanosleep_time64");
+    if ((flags & TIMER_ABSTIME) != 0)
+        return real(clock, flags, wanted, left);
+    return SleepWith(wanted, left, [&](const WideTimespec* time, WideTimespec* rest) {
+        return real(clock, flags, time, rest);
+    });
+}
+
+int __select64(int count, fd_set* readable, fd_set* writable, fd_set* special, WideTimeval* timeout)
+{
+    static Real<Select<WideTimeval>> real("__select64");
+    return SelectWith(real, count, readable, writable, special, timeout);
+}
+
+int __pselect64(int count, fd_set* readable, fd_set* writable, fd_set* special,
+                const WideTimespec* timeout, const sigset_t* signals)
+{
+    static Real<Pselect<WideTimespec>> real("__pselect64");
+    return PselectWith(real, count, readable, writable, special, timeout, signals);
+}
+#endif
+
+}  // extern "C"

@@ -1,0 +1,83 @@
+#include "UnitPath.h"
+
+#include <cstring>
+
+#include "Medium.h"
+#include "Settings.h"
+
+namespace {
+
+constexpr char kDspDevice[] = "/dev/PciDsp";
+
+enum class Match { Whole, Start, Tree };
+
+struct Rule {
+    const char* path;
+    Match match;
+};
+
+constexpr Rule kUnitPaths[] = {
+    {"/home/i2c_server_sock", Match::Whole},
+    {"/tmp/rcseq_socket", Match::Whole},
+    {"/tmp/csp_prog.", Match::Start},
+    {"/usr/local/lib/diag", Match::Tree},
+    {"/etc/KVT-", Match::Start},
+    {"/mnt/usb", Match::Tree},
+    {"/mnt/cdrom", Match::Tree},
+    {"/mnt/floppy", Match::Tree},
+    {kDspDevice, Match::Whole},
+    {"/dev/sda", Match::Whole},
+};
+
+bool Fits(const Rule& rule, const char* path)
+{
+    const std::size_t length = std::strlen(rule.path);
+    if (std::strncmp(rule.path, path, length) != 0)
+        return false;
+    const char next = path[length];
+    switch (rule.match) {
+    case Match::Whole: return next == '\0';
+    case Match::Start: return true;
+    case Match::Tree: return next == '\0' || next == '/';
+    }
+    return false;
+}
+
+bool IsMapped(const char* path)
+{
+    for (const Rule& rule : kUnitPaths)
+        if (Fits(rule, path))
+            return true;
+    return false;
+}
+
+// True below the root, but not for what only the simulation knows.
+bool IsBelowRoot(const char* path)
+{
+    const std::size_t length = std::strlen(Root());
+    if (std::strncmp(path, Root(), length) != 0 || path[length] != '/')
+        return false;
+    return !Fits({"/sim", Match::Tree}, path + length);
+}
+
+}  // namespace
+
+UnitPath::UnitPath(const char* path) : asked(path)
+{
+    if (Root() == nullptr || path == nullptr || path[0] == '\0')
+        return;
+    const bool map = IsMapped(path);
+    if (map)
+        mapped = InRoot(path);
+    isUnits = map || path[0] != '/' || IsBelowRoot(path);
+}
+
+bool UnitPath::IsOnMedium() const
+{
+    return mapped.Length() > 0 && IsMediumAt(asked);
+}
+
+bool UnitPath::IsDspDevice() const
+{
+    return mapped.Length() > 0 && std::strcmp(asked, kDspDevice) == 0;
+}
