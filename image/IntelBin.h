@@ -1,0 +1,21 @@
+#pragma once
+
+// An Intel HEX file and its binary form, which keeps the upper address and then only the data:
+//
+//    0            1            2 ..
+//   +------------+------------+-------------------------------+
+//   | upper      | upper      | data of all data records, in  |
+//   | address low| address hi | the order of the file         |
+//   +------------+------------+-------------------------------+
+//
+// The form is made for one block without gaps that begins on a 64 KiB boundary. Data that begins
+// elsewhere moves to the boundary, and gaps close up.
+
+// Converts the hex file at `hexPath`, which must begin with an upper address record. Digits of
+// either case count, a bad or missing one makes its field 0, checksums aren't read. False also when
+// a file doesn't open or a write fails; what was written stays.
+bool Intel2Bin(const char* hexPath, const char* binaryPath);
+
+// Writes records of 32 data bytes with CR LF line ends, each 64 KiB behind an upper address record.
+// False as above. A file too short for an upper address doesn't touch the output.
+bool Bin2Intel(const char* binaryPath, const char* hexPath);
