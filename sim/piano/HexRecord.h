@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+// One Intel HEX record as it stands on the console: ":" count address type data checksum, all in
+// upper-case digits.
+struct HexRecord {
+    static constexpr unsigned char kData = 0;
+    static constexpr unsigned char kEndOfFile = 1;
+    static constexpr unsigned char kLinearAddress = 4;  // the upper 16 bits of what follows
+
+    unsigned char type = kData;
+    uint16_t address = 0;
+    std::vector<unsigned char> data;
+
+    // Nothing when the text isn't one whole record with a right checksum.
+    static std::optional<HexRecord> FromText(const std::string& text);
+    std::string ToText() const;
+};
+
+// Reads exactly `digits` upper-case digits at `at`.
+std::optional<uint32_t> HexDigits(const std::string& text, size_t at, size_t digits);
+std::string EightDigits(uint32_t value);
