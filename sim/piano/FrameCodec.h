@@ -1,0 +1,59 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<unsigned char>;
+
+// The bytes on the MIDI Patcher's link. Both ways FE stands for itself only when doubled, and
+// FE FF ends a block. The system opens with FE E1 or FE E5, once. Its blocks are frames of 10
+// bytes:
+//
+//    0    1    2      3    4      5 .. 9
+//   +----+----+------+----+------+---------+
+//   | E2 | E0 | peer | 06 | kind | data[5] |
+//   +----+----+------+----+------+---------+
+//
+// and the frames that it gets have 9, without the E0:
+//
+//    0       1      2    3      4 .. 8
+//   +-------+------+----+------+---------+
+//   | first | peer | 06 | kind | data[5] |
+//   +-------+------+----+------+---------+
+//
+// kind 31 .. 35: 1 to 5 bytes of console text; 37: the end of a line;
+//      C0, 80:   data is group[3], group[0], group[1], group[2], 0.
+//
+// An object takes one stream apart, byte by byte, wherever the reads have cut it.
+class FrameCodec {
+public:
+    enum class Found {
+        Nothing,  // more bytes are needed
+        Connect,  // the connect sequence; Second() is its peer
+        Block,    // Block() is complete
+        Stray,    // FE before Second(), which means nothing
+    };
+    Found Take(unsigned char byte);
+    const Bytes& Block() const { return block; }
+    unsigned char Second() const { return second; }
+    // The stream stops inside a block.
+    bool IsInside() const { return escaped || (!finished && !block.empty()); }
+
+    static bool IsPeer(unsigned char byte);
+    // What is wrong with a frame of the system's; null when nothing is.
+    static const char* Complaint(const Bytes& frame);
+
+    static Bytes Stuff(const Bytes& block);
+    // The frames of one console line, each stuffed.
+    static std::vector<Bytes> ConsoleFrames(unsigned char first, unsigned char peer,
+                                            const std::string& line);
+    // Cuts stuffed bytes into pieces of `size`. With `keepPairs` a pair that begins with FE stays
+    // whole, and its piece is one byte longer.
+    static std::vector<Bytes> Cut(const Bytes& stuffed, size_t size, bool keepPairs);
+
+private:
+    Bytes block;
+    bool escaped = false;
+    bool finished = false;
+    unsigned char second = 0;
+};

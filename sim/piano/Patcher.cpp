@@ -1,0 +1,280 @@
+#include "Patcher.h"
+
+#include "Csp.h"
+#include "Transcript.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr size_t kReadSize = 0x10000;
+constexpr size_t kJoinLimit = 7000;  // bytes in one write; the system gathers at most 8193
+constexpr int kWritesPerTurn = 64;   // then it is the other descriptors' turn
+
+std::string HexText(const unsigned char* bytes, size_t count)
+{
+    std::string text;
+    for (size_t i = 0; i < count; ++i) {
+        char digits[4];
+        std::snprintf(digits, sizeof(digits), i == 0 ? "%02X" : " %02X", bytes[i]);
+        text += digits;
+    }
+    return text;
+}
+
+Bytes Joined(const std::vector<Bytes>& parts)
+{
+    Bytes whole;
+    for (const Bytes& part : parts)
+        whole.insert(whole.end(), part.begin(), part.end());
+    return whole;
+}
+
+}  // namespace
+
+void Patcher::SetGreeting(const std::vector<std::string>& lines, const std::vector<Bytes>& blocks)
+{
+    greetingLines = lines;
+    greetingBlocks = blocks;
+}
+
+bool Patcher::Listen(const std::string& path)
+{
+    listener = ListenAt(path);
+    return IsListening();
+}
+
+// While one connection stands, the next one waits in the listener.
+void Patcher::AddTo(std::vector<pollfd>& watched) const
+{
+    if (client)
+        watched.push_back({client.Get(), POLLIN, 0});
+    else if (listener)
+        watched.push_back({listener.Get(), POLLIN, 0});
+}
+
+void Patcher::Accept()
+{
+    if (client || !listener)
+        return;
+    client = Descriptor(accept4(listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (!client)
+        return;
+    transcript.Note("connected");
+    codec = FrameCodec();
+    lineText.clear();
+    ended = false;
+    for (const std::string& line : greetingLines)
+        Say({line});
+    for (const Bytes& block : greetingBlocks)
+        SayBlock(block);
+}
+
+void Patcher::Receive()
+{
+    if (!client)
+        return;
+    received.resize(kReadSize);
+    const ssize_t count = read(client.Get(), received.data(), received.size());
+    ended = count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
+    received.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+}
+
+bool Patcher::Process()
+{
+    for (const unsigned char byte : received) {
+        switch (codec.Take(byte)) {
+        case FrameCodec::Found::Nothing: continue;
+        case FrameCodec::Found::Connect:
+            peer = codec.Second();
+            transcript.Note("connect " + HexText(&*peer, 1));
+            continue;
+        case FrameCodec::Found::Stray: transcript.Bad("pair FE " + HexText(&byte, 1)); continue;
+        case FrameCodec::Found::Block: TakeBlock(); break;
+        }
+        if (!CountFrame())
+            return false;
+        if (!client)
+            break;
+    }
+    received.clear();
+    if (client && ended) {
+        if (codec.IsInside())
+            transcript.Bad("block cut by the end of the connection");
+        Drop("closed");
+    }
+    return true;
+}
+
+void Patcher::TakeBlock()
+{
+    const Bytes& frame = codec.Block();
+    const char* complaint = FrameCodec::Complaint(frame);
+    if (complaint == nullptr && peer && frame[2] != *peer)
+        complaint = "peer";
+    if (complaint != nullptr) {
+        transcript.Bad("frame (" + std::string(complaint) + ") " +
+                       HexText(frame.data(), frame.size()));
+        return;
+    }
+    peer = frame[2];
+    TakeFrame(frame);
+}
+
+void Patcher::TakeFrame(const Bytes& frame)
+{
+    const unsigned char kind = frame[4];
+    const unsigned char* data = frame.data() + 5;
+    if ((kind & 0xF0U) != 0x30) {
+        const Bytes group{data[1], data[2], data[3], data[0]};
+        transcript.Note("> midi " + HexText(&kind, 1) + " " + HexText(group.data(), group.size()));
+        csp.TakeMidi(group);
+        return;
+    }
+    if (kind != 0x37) {
+        lineText.append(data, data + (kind & 0x07U));
+        return;
+    }
+    transcript.Note("> console " + lineText);
+    csp.TakeLine(lineText);
+    lineText.clear();
+}
+
+bool Patcher::CountFrame()
+{
+    ++frameCount;
+    if (frameCount == faults.dieAfter) {
+        transcript.Note("died");
+        return false;
+    }
+    const bool cutNow =
+        frameCount == faults.cutAfter || (faults.cutEvery > 0 && frameCount % faults.cutEvery == 0);
+    if (cutNow)
+        Drop("dropped");
+    return true;
+}
+
+void Patcher::Drop(const std::string& reason)
+{
+    if (!client)
+        return;
+    transcript.Note(reason);
+    client.Close();
+    writes.clear();
+    unread = 0;
+    csp.LinkLost();
+}
+
+std::vector<Bytes> Patcher::FramesOf(const std::string& line) const
+{
+    transcript.Note("< console " + line);
+    return FrameCodec::ConsoleFrames(static_cast<unsigned char>(faults.first), Peer(), line);
+}
+
+void Patcher::Enqueue(const std::vector<Bytes>& frames)
+{
+    std::vector<Bytes> units{Joined(frames)};
+    size_t size = units[0].size();
+    if (faults.frameBytes > 0) {
+        units = frames;
+        size = static_cast<size_t>(faults.frameBytes);
+    } else if (faults.streamBytes > 0) {
+        size = static_cast<size_t>(faults.streamBytes);
+    }
+    for (const Bytes& unit : units) {
+        for (Bytes& piece : FrameCodec::Cut(unit, size, faults.keepPairs))
+            writes.push_back(std::move(piece));
+    }
+}
+
+void Patcher::Say(const std::vector<std::string>& lines)
+{
+    std::vector<Bytes> frames;
+    for (const std::string& line : lines) {
+        for (Bytes& frame : FramesOf(line))
+            frames.push_back(std::move(frame));
+    }
+    if (!frames.empty())
+        Enqueue(frames);
+}
+
+void Patcher::SayBlock(const Bytes& block)
+{
+    transcript.Note("< block " + HexText(block.data(), block.size()));
+    Enqueue({FrameCodec::Stuff(block)});
+}
+
+// The CSP's next line, or a write full of them.
+bool Patcher::FetchLines()
+{
+    std::vector<Bytes> frames;
+    size_t size = 0;
+    do {
+        const auto line = csp.NextLine();
+        if (!line)
+            break;
+        for (Bytes& frame : FramesOf(*line)) {
+            size += frame.size();
+            frames.push_back(std::move(frame));
+        }
+    } while (faults.join && size < kJoinLimit);
+    if (!frames.empty())
+        Enqueue(frames);
+    return !frames.empty();
+}
+
+// The system takes each read's bytes by themselves and gathers at most 8193 of them, so a longer
+// backlog in the socket would be cut in the middle of a frame and lost. A board that sends at the
+// speed of a MIDI line never gets there. Pieces of a cut message go out singly for the opposite
+// reason: a read must end where the cut is.
+bool Patcher::HasRoomFor(size_t size)
+{
+    const bool singly = faults.frameBytes > 0 || faults.streamBytes > 0;
+    if (unread == 0 || (faults.window == 0 && !singly))
+        return true;
+    if (!singly && unread + size <= static_cast<size_t>(faults.window))
+        return true;
+    int waiting = 0;
+    if (ioctl(client.Get(), SIOCOUTQ, &waiting) == 0 && waiting > 0)
+        return false;
+    unread = 0;
+    return true;
+}
+
+bool Patcher::WriteFront()
+{
+    Bytes& front = writes.front();
+    const ssize_t count = send(client.Get(), front.data(), front.size(), MSG_NOSIGNAL);
+    if (count < 0) {
+        // A vanished peer shows in Receive, behind the last bytes that it has left.
+        if (errno != EAGAIN && errno != EINTR)
+            writes.clear();
+        return false;
+    }
+    unread += static_cast<size_t>(count);
+    if (static_cast<size_t>(count) < front.size())
+        front.erase(front.begin(), front.begin() + count);
+    else
+        writes.pop_front();
+    return true;
+}
+
+bool Patcher::Send()
+{
+    if (!client)
+        return false;
+    for (int i = 0; i < kWritesPerTurn; ++i) {
+        if (writes.empty() && !FetchLines())
+            return false;
+        if (!HasRoomFor(writes.front().size()) || !WriteFront())
+            break;
+    }
+    return true;
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "FrameCodec.h"
+#include "UnixSocket.h"
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <poll.h>
+
+class Csp;
+class Transcript;
+
+// How the link misbehaves. All off: each message is one write.
+struct LinkFaults {
+    int frameBytes = 0;      // each frame in writes of so many bytes
+    int streamBytes = 0;     // each message in writes of so many bytes, whatever its frames
+    bool keepPairs = false;  // cuts never part FE from the byte behind it
+    bool join = false;       // as many messages in one write as fit
+    int window = 8000;       // bytes that may lie unread in the socket; 0: no limit
+    int cutAfter = 0;        // the link drops after so many frames of the system's, once
+    int cutEvery = 0;        // ... again and again
+    int dieAfter = 0;        // the process ends after so many frames
+    uint32_t first = 0xE2;   // the first byte of each frame to the system
+};
+
+// The MIDI Patcher: one connection at a time, the frames on it, and the lines that go through it to
+// and from the CSP. The listener stays open, so a dropped link can be taken up again at once.
+class Patcher {
+public:
+    Patcher(Csp& board, Transcript& log) : csp(board), transcript(log) {}
+
+    void SetFaults(const LinkFaults& asked) { faults = asked; }
+    // What is sent at each new connection: lines first, then blocks of bare frame bytes.
+    void SetGreeting(const std::vector<std::string>& lines, const std::vector<Bytes>& blocks);
+    bool Listen(const std::string& path);
+    bool IsListening() const { return static_cast<bool>(listener); }
+    bool IsConnected() const { return static_cast<bool>(client); }
+
+    void AddTo(std::vector<pollfd>& watched) const;
+    void Accept();
+    // Receive fetches what has come, Process works on it. Between the two the caller can look at
+    // what was sent before these bytes on other ways.
+    void Receive();
+    // False when the process is to end.
+    bool Process();
+    // Sends what the link takes. True when more is waiting.
+    bool Send();
+
+    // One message: its lines together in one write, behind what waits already.
+    void Say(const std::vector<std::string>& lines);
+    void SayBlock(const Bytes& block);
+    void Drop(const std::string& reason);
+
+private:
+    void TakeBlock();
+    void TakeFrame(const Bytes& frame);
+    bool CountFrame();
+
+    unsigned char Peer() const { return peer.value_or(0xE1); }
+    std::vector<Bytes> FramesOf(const std::string& line) const;
+    void Enqueue(const std::vector<Bytes>& frames);
+    bool FetchLines();
+    bool HasRoomFor(size_t size);
+    bool WriteFront();
+
+    Csp& csp;
+    Transcript& transcript;
+    LinkFaults faults;
+    std::vector<std::string> greetingLines;
+    std::vector<Bytes> greetingBlocks;
+
+    Descriptor listener;
+    Descriptor client;
+    std::optional<unsigned char> peer;  // what the latest connect sequence or frame named
+    Bytes received;
+    bool ended = false;  // the system has closed the connection
+    FrameCodec codec;
+    std::string lineText;  // the console line being gathered
+    int frameCount = 0;
+
+    std::deque<Bytes> writes;  // one write each
+    size_t unread = 0;         // bytes written since the socket was last seen empty
+};

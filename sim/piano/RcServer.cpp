@@ -1,0 +1,56 @@
+#include "RcServer.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+bool RcServer::Open(const std::string& logPath)
+{
+    log = Descriptor(open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    return static_cast<bool>(log);
+}
+
+bool RcServer::Listen(const std::string& socketPath)
+{
+    listener = ListenAt(socketPath);
+    return static_cast<bool>(listener);
+}
+
+void RcServer::AddTo(std::vector<pollfd>& watched) const
+{
+    if (listener)
+        watched.push_back({listener.Get(), POLLIN, 0});
+    for (const Descriptor& client : clients)
+        watched.push_back({client.Get(), POLLIN, 0});
+}
+
+// False when the connection is over.
+static bool Append(int client, int log)
+{
+    char buffer[4096];
+    for (;;) {
+        const ssize_t count = read(client, buffer, sizeof(buffer));
+        if (count <= 0)
+            return count < 0 && errno == EAGAIN;
+        if (write(log, buffer, static_cast<size_t>(count)) != count)
+            std::perror("simpiano: rc.log");
+    }
+}
+
+void RcServer::Serve()
+{
+    Descriptor fresh(
+        listener ? accept4(listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC) : -1);
+    if (fresh)
+        clients.push_back(std::move(fresh));
+
+    for (size_t i = 0; i < clients.size();) {
+        if (Append(clients[i].Get(), log.Get()))
+            ++i;
+        else
+            clients.erase(clients.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "UnixSocket.h"
+
+#include <string>
+
+// midi.log, what passed on the MIDI Patcher's link, one event a line:
+//
+//   1700000000.123456 connect E1
+//   1700000000.123789 > midi C0 BF 00 7F 00
+//   1700000000.624001 > console STATUS
+//   1700000000.624020 < console Status:Flash Idle
+//
+// ">" comes from the system, "<" goes to it. Each line is written at once and whole.
+class Transcript {
+public:
+    // Goes on behind what an earlier process left. False when the file can't be opened.
+    bool Open(const std::string& path);
+
+    // `text` may hold any bytes; what isn't printable ASCII is shown as \xNN.
+    void Note(const std::string& text);
+
+    // Notes a mistake of the system's as "bad ..." and counts it.
+    void Bad(const std::string& text);
+    int BadCount() const { return badCount; }
+
+private:
+    Descriptor file;
+    int badCount = 0;
+};
