@@ -1,0 +1,207 @@
+#include "Options.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace {
+
+constexpr uint32_t kLargestFlash = 0x10000000;
+constexpr uint32_t kPage = 0x10000;
+
+constexpr char kUsage[] =
+    "Usage: simpiano --root DIR [options]\n"
+    "Plays the piano's side of a simulated unit: the MIDI Patcher (DIR/home/i2c_server_sock), the\n"
+    "CSP behind it and the RC Server (DIR/tmp/rcseq_socket). Prints \"ready\" when the unit's "
+    "program\n"
+    "can be started, and runs until SIGTERM.\n\n";
+
+constexpr char kFiles[] =
+    "\nFiles in DIR/sim:\n"
+    "  midi.log   what passed on the MIDI Patcher's link, what was wrong with it as \"bad ...\"\n"
+    "  rc.log     what the RC Server got\n"
+    "  dsp.sock   takes \"3072\" (the piano side is switched off) and \"3073\" (on)\n"
+    "  say        write it while simpiano runs: its lines go out as one message as soon as the "
+    "link\n"
+    "             is up, and it is removed. A line that begins with @ is an order instead:\n"
+    "               @raw HEX          frame bytes, as --say-raw\n"
+    "               @faults OPTIONS   the CSP and the link take these options and drop all others\n"
+    "               @drop             drops the link\n"
+    "               @drop-rc          drops the RC Server's connections\n"
+    "\nExit status: 0; 3 when anything bad came; 2 for a start that failed.\n";
+
+template <typename Number>
+bool ParseNumber(const std::string& text, int radix, Number* value)
+{
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, *value, radix);
+    return result.ec == std::errc() && result.ptr == end && !text.empty();
+}
+
+// One reader for each kind of target.
+struct Reader {
+    const std::string& text;
+
+    bool operator()(bool* flag) const { return *flag = true; }
+    bool operator()(int* count) const { return ParseNumber(text, 10, count) && *count >= 0; }
+    bool operator()(uint32_t* value) const { return ParseHex(text, value); }
+    bool operator()(std::optional<int>* count) const { return (*this)(&count->emplace()); }
+    bool operator()(std::optional<uint32_t>* value) const { return (*this)(&value->emplace()); }
+    bool operator()(std::vector<uint32_t>* all) const { return (*this)(&all->emplace_back()); }
+    bool operator()(std::string* word) const { return !(*word = text).empty(); }
+    bool operator()(std::vector<std::string>* all) const
+    {
+        return ParseEscapes(text, &all->emplace_back());
+    }
+    bool operator()(std::vector<Bytes>* all) const
+    {
+        return ParseHexBytes(text, &all->emplace_back());
+    }
+};
+
+}  // namespace
+
+// clang-format off
+std::vector<Options::Option> Options::Table()
+{
+    return {
+        {"--root", "DIR", "the unit's directory", &root},
+        {"--speed", "N", "the seconds of the options below pass N times as fast", &speed},
+        {"--help", "", "print this", &help},
+
+        {"--base", "ADDR", "its first address (90000000)", &base,
+         "Flash (addresses and sizes are hexadecimal)"},
+        {"--size", "BYTES", "its size (400000)", &size},
+        {"--load", "FILE[@ADDR]", "begins with these bytes, at its base or at ADDR", &loadFile},
+        {"--save", "FILE", "is saved there after each finished write and at the end", &saveFile},
+
+        {"--no-patcher", "", "no MIDI Patcher", &noPatcher, "Who is there"},
+        {"--no-rc", "", "no RC Server", &noRcServer},
+        {"--late", "SECONDS", "the MIDI Patcher listens only so long after \"ready\"", &patcherLate},
+        {"--rc-late", "SECONDS", "the same for the RC Server", &rcServerLate},
+
+        {"--silent", "", "never says anything", &csp.silent, "The CSP"},
+        {"--silent-after", "N", "falls silent when N data records have passed, either way",
+         &csp.silentAt},
+        {"--no-status", "", "no answer to STATUS", &csp.noStatus},
+        {"--answer-each", "", "answers a WRITE or READ that only repeats the last one, too",
+         &csp.answerEach},
+        {"--garbage", "N", "N unwanted lines before each answer (records are none)", &csp.garbage},
+        {"--garbage-endless", "", "unwanted lines and nothing else", &csp.garbageEndless},
+
+        {"--ng-at", "ADDR", "refuses the record that holds ADDR, once; several times", &csp.ngAt,
+         "The CSP, writing its flash"},
+        {"--ng-every", "", "--ng-at refuses every time", &csp.ngEvery},
+        {"--ng-zero", "", "refusals say \"NG 00000000\"", &csp.ngZero},
+        {"--allow-gaps", "", "takes data that leaves room behind the last record", &csp.allowGaps},
+        {"--chatter", "N", "N \"WR:\" lines before each OK (2)", &csp.chatter},
+        {"--fail", "N", "the first N writes end in \"Failed\"", &csp.failures},
+        {"--no-finish", "", "neither \"Finished\" nor \"Failed\" behind END", &csp.noFinish},
+
+        {"--read-cut", "BYTES", "records end at each multiple of this divisor of 10000 (1000)",
+         &csp.readCut, "The CSP, read out"},
+        {"--bad-checksum-at", "ADDR", "a wrong checksum in the record that holds ADDR",
+         &csp.badChecksumAt},
+        {"--bad-address-at", "ADDR", "a wrong address in the record that holds ADDR",
+         &csp.badAddressAt},
+
+        {"--frame-bytes", "B", "cuts each frame into writes of B bytes, each when the last is read",
+         &link.frameBytes, "The link (a message is a line's frames and goes out in one write)"},
+        {"--cut-frames", "K", "the same with each message, after every K bytes", &link.streamBytes},
+        {"--keep-pairs", "", "cuts never part FE from the byte behind it", &link.keepPairs},
+        {"--join", "", "as many messages in one write as fit into 7000 bytes", &link.join},
+        {"--window", "N", "at most N bytes lie unread in the socket (8000; 0: no limit)",
+         &link.window},
+        {"--cut-link-after", "K", "drops the link after the K-th frame from the system",
+         &link.cutAfter},
+        {"--cut-link-every", "K", "... after every K-th frame", &link.cutEvery},
+        {"--die-after", "K", "ends the process after the K-th frame", &link.dieAfter},
+        {"--first", "XX", "the first byte of frames to the system (E2; 6n: for the controller)",
+         &link.first},
+        {"--say", "TEXT", "says this line at each connection, \\xNN for a byte; several times",
+         &sayLines},
+        {"--say-raw", "HEX", "sends these frame bytes at each connection; several times",
+         &sayBlocks},
+    };
+}
+// clang-format on
+
+std::string Options::Parse(const std::vector<std::string>& arguments)
+{
+    const std::vector<Option> table = Table();
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        const std::string& name = arguments[i];
+        const auto option = std::find_if(table.begin(), table.end(),
+                                         [&](const Option& each) { return name == each.name; });
+        if (option == table.end())
+            return name + ": no such option";
+        const bool isFlag = option->argument[0] == '\0';
+        if (!isFlag && ++i == arguments.size())
+            return name + " needs " + option->argument;
+        if (!std::visit(Reader{arguments[i]}, option->target))
+            return name + " " + arguments[i] + ": not a fit " + option->argument;
+    }
+    return Unfit();
+}
+
+std::string Options::Unfit() const
+{
+    if (speed == 0)
+        return "--speed 0";
+    if (size > kLargestFlash)
+        return "--size over 10000000";
+    if (csp.readCut == 0 || kPage % csp.readCut != 0)
+        return "--read-cut must divide 10000";
+    return link.first > 0xFF ? "--first over FF" : "";
+}
+
+std::string Options::HelpText()
+{
+    constexpr size_t kColumn = 25;
+    std::string text = kUsage;
+    for (const Option& option : Options().Table()) {
+        if (option.heading != nullptr)
+            text += std::string("\n") + option.heading + ":\n";
+        std::string left = std::string("  ") + option.name + " " + option.argument + " ";
+        left.resize(std::max(kColumn, left.size()), ' ');
+        text += left + option.help + "\n";
+    }
+    return text + kFiles;
+}
+
+bool ParseHex(const std::string& text, uint32_t* value)
+{
+    return ParseNumber(text, 16, value);
+}
+
+bool ParseHexBytes(const std::string& text, Bytes* bytes)
+{
+    std::string digits = text;
+    digits.erase(std::remove(digits.begin(), digits.end(), ' '), digits.end());
+    for (size_t at = 0; at < digits.size(); at += 2) {
+        uint32_t value = 0;
+        if (at + 2 > digits.size() || !ParseHex(digits.substr(at, 2), &value))
+            return false;
+        bytes->push_back(static_cast<unsigned char>(value));
+    }
+    return !digits.empty();
+}
+
+bool ParseEscapes(const std::string& text, std::string* plain)
+{
+    for (size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '\\') {
+            *plain += text[at];
+        } else if (text.compare(at, 2, "\\\\") == 0) {
+            *plain += '\\';
+            ++at;
+        } else {
+            uint32_t byte = 0;
+            if (text.compare(at, 2, "\\x") != 0 || at + 4 > text.size() ||
+                !ParseHex(text.substr(at + 2, 2), &byte))
+                return false;
+            *plain += static_cast<char>(byte);
+            at += 3;
+        }
+    }
+    return true;
+}

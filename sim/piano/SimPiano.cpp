@@ -1,0 +1,233 @@
+#include "SimPiano.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char kPatcherSocket[] = "home/i2c_server_sock";
+constexpr char kRcServerSocket[] = "tmp/rcseq_socket";
+constexpr char kSayFile[] = "sim/say";
+constexpr char kPianoOff[] = "3072";
+constexpr char kPianoOn[] = "3073";
+// How soon to look again whether the system has read what it was sent: nothing tells of that.
+constexpr long kLookAgain = 250000;  // nanoseconds
+
+constexpr int kStatusGood = 0;
+constexpr int kStatusBad = 3;
+
+bool Complain(const std::string& what)
+{
+    std::fprintf(stderr, "simpiano: %s\n", what.c_str());
+    return false;
+}
+
+}  // namespace
+
+SimPiano::SimPiano(const Options& asked)
+    : options(asked),
+      flash(asked.base, asked.size),
+      csp(flash, transcript),
+      patcher(csp, transcript)
+{
+    csp.SetFaults(asked.csp);
+    csp.SetSaveFile(asked.saveFile);
+    patcher.SetFaults(asked.link);
+    patcher.SetGreeting(asked.sayLines, asked.sayBlocks);
+}
+
+bool SimPiano::Open()
+{
+    if (!LoadFlash())
+        return Complain(options.loadFile + ": can't be loaded into the flash");
+
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGTERM);
+    sigaddset(&ends, SIGINT);
+    sigprocmask(SIG_BLOCK, &ends, nullptr);
+    signals = Descriptor(signalfd(-1, &ends, SFD_NONBLOCK | SFD_CLOEXEC));
+
+    const auto now = Clock::now();
+    if (!options.noPatcher)
+        patcherOpens = now + Delay(options.patcherLate);
+    if (!options.noRcServer)
+        rcServerOpens = now + Delay(options.rcServerLate);
+    dsp = BindDatagramAt(Path("sim/dsp.sock"));
+    if (!dsp || !OpenLateOnes())
+        return false;
+
+    if (!transcript.Open(Path("sim/midi.log")) || !rcServer.Open(Path("sim/rc.log")))
+        return Complain("no log files in " + Path("sim"));
+    folderWatch = Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    inotify_add_watch(folderWatch.Get(), Path("sim").c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
+    return true;
+}
+
+SimPiano::Clock::duration SimPiano::Delay(int seconds) const
+{
+    return Clock::duration(std::chrono::seconds(seconds)) / options.speed;
+}
+
+bool SimPiano::LoadFlash()
+{
+    if (options.loadFile.empty())
+        return true;
+    uint32_t address = flash.Base();
+    const size_t at = options.loadFile.rfind('@');
+    if (at != std::string::npos && !ParseHex(options.loadFile.substr(at + 1), &address))
+        return false;
+    return flash.Load(options.loadFile.substr(0, at), address);
+}
+
+bool SimPiano::OpenLateOnes()
+{
+    const auto now = Clock::now();
+    if (patcherOpens && now >= *patcherOpens) {
+        patcherOpens.reset();
+        if (!patcher.Listen(Path(kPatcherSocket)))
+            return false;
+    }
+    if (rcServerOpens && now >= *rcServerOpens) {
+        rcServerOpens.reset();
+        if (!rcServer.Listen(Path(kRcServerSocket)))
+            return false;
+    }
+    return true;
+}
+
+int SimPiano::Run()
+{
+    bool alive = true;
+    bool sendingSoon = false;
+    while (alive && !IsTerminated()) {
+        Wait(sendingSoon);
+        alive = OpenLateOnes();
+        patcher.Accept();
+        patcher.Receive();
+        // The switch comes on a way of its own. What it was before the bytes just received is
+        // known now, so flash mode is never entered before the power-on that came first.
+        TakePower();
+        alive = patcher.Process() && alive;
+        rcServer.Serve();
+        TakeSayFile();
+        sendingSoon = patcher.Send();
+    }
+    if (!options.saveFile.empty() && !flash.Save(options.saveFile))
+        Complain(options.saveFile + ": the flash can't be saved");
+    return transcript.BadCount() > 0 ? kStatusBad : kStatusGood;
+}
+
+void SimPiano::Wait(bool sendingSoon)
+{
+    std::vector<pollfd> watched{
+        {dsp.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}, {folderWatch.Get(), POLLIN, 0}};
+    patcher.AddTo(watched);
+    rcServer.AddTo(watched);
+
+    using std::chrono::nanoseconds;
+    std::optional<nanoseconds> limit;
+    if (sendingSoon)
+        limit = nanoseconds(kLookAgain);
+    for (const auto& opens : {patcherOpens, rcServerOpens}) {
+        if (opens)
+            limit = std::min(limit.value_or(nanoseconds::max()),
+                             std::max<nanoseconds>(nanoseconds::zero(), *opens - Clock::now()));
+    }
+    timespec timeout{};
+    if (limit) {
+        timeout.tv_sec = static_cast<time_t>(limit->count() / 1000000000);
+        timeout.tv_nsec = static_cast<long>(limit->count() % 1000000000);
+    }
+    ppoll(watched.data(), watched.size(), limit ? &timeout : nullptr, nullptr);
+}
+
+bool SimPiano::IsTerminated() const
+{
+    signalfd_siginfo signal{};
+    return read(signals.Get(), &signal, sizeof(signal)) > 0;
+}
+
+void SimPiano::TakePower()
+{
+    char text[16];
+    for (;;) {
+        const ssize_t count = recv(dsp.Get(), text, sizeof(text), 0);
+        if (count < 0)
+            return;
+        const std::string value(text, static_cast<size_t>(count));
+        if (value != kPianoOff && value != kPianoOn) {
+            transcript.Bad("dsp " + value);
+            continue;
+        }
+        transcript.Note(value == kPianoOn ? "dsp on" : "dsp off");
+        csp.Power(value == kPianoOn);
+    }
+}
+
+void SimPiano::TakeSayFile()
+{
+    alignas(inotify_event) char events[4096];
+    while (read(folderWatch.Get(), events, sizeof(events)) > 0) {
+    }
+    // Without a connection the file waits for one.
+    std::ifstream file;
+    if (patcher.IsConnected())
+        file.open(Path(kSayFile));
+    if (!file.is_open())
+        return;
+
+    std::vector<std::string> message;
+    std::vector<std::string> orders;
+    std::string line;
+    while (std::getline(file, line)) {
+        std::string plain;
+        if (!line.empty() && line[0] == '@')
+            orders.push_back(line);
+        else if (ParseEscapes(line, &plain))
+            message.push_back(plain);
+        else
+            Complain("say: " + line);
+    }
+    unlink(Path(kSayFile).c_str());
+    patcher.Say(message);
+    for (const std::string& order : orders)
+        TakeOrder(order);
+}
+
+void SimPiano::TakeOrder(const std::string& order)
+{
+    std::istringstream words(order);
+    std::string word;
+    words >> word;
+    if (word == "@raw") {
+        std::string digits;
+        std::getline(words, digits);
+        Bytes block;
+        if (ParseHexBytes(digits, &block))
+            return patcher.SayBlock(block);
+    } else if (word == "@faults") {
+        std::vector<std::string> arguments;
+        for (std::string argument; words >> argument;)
+            arguments.push_back(argument);
+        Options fresh;
+        if (fresh.Parse(arguments).empty()) {
+            csp.SetFaults(fresh.csp);
+            return patcher.SetFaults(fresh.link);
+        }
+    } else if (word == "@drop") {
+        return patcher.Drop("dropped");
+    } else if (word == "@drop-rc") {
+        return rcServer.DropAll();
+    }
+    Complain("say: " + order);
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Csp.h"
+#include "Flash.h"
+#include "Options.h"
+#include "Patcher.h"
+#include "RcServer.h"
+#include "Transcript.h"
+#include "UnixSocket.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+// The process: the three neighbours of the program under test on one poll loop, and what steers
+// them from outside (the DSP's switch, the file `say`, SIGTERM).
+class SimPiano {
+public:
+    explicit SimPiano(const Options& options);
+
+    // False, with the reason on standard error, when a file or socket can't be had.
+    bool Open();
+    // Runs until SIGTERM, SIGINT or the frame that ends it. The result is the exit status.
+    int Run();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string Path(const char* below) const { return options.root + "/" + below; }
+    Clock::duration Delay(int seconds) const;
+    bool LoadFlash();
+    void Wait(bool sendingSoon);
+    bool OpenLateOnes();
+    void TakePower();
+    void TakeSayFile();
+    void TakeOrder(const std::string& order);
+    bool IsTerminated() const;
+
+    const Options options;
+    Flash flash;
+    Transcript transcript;
+    Csp csp;
+    Patcher patcher;
+    RcServer rcServer;
+    Descriptor dsp;
+    Descriptor signals;
+    Descriptor folderWatch;  // tells of files in sim/
+    std::optional<Clock::time_point> patcherOpens;
+    std::optional<Clock::time_point> rcServerOpens;
+};
