@@ -1,0 +1,110 @@
+#include "Connection.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+template <typename Address>
+const sockaddr* General(const Address& address)
+{
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+}  // namespace
+
+bool Connection::Send(const std::string& bytes) const
+{
+    const ssize_t count = send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return count == static_cast<ssize_t>(bytes.size());
+}
+
+const std::string& Connection::Received()
+{
+    char bytes[8192];
+    while (!closed) {
+        const ssize_t count = recv(descriptor, bytes, sizeof(bytes), MSG_DONTWAIT);
+        if (count > 0)
+            received.append(bytes, static_cast<std::size_t>(count));
+        else if (count < 0 && errno == EAGAIN)
+            break;
+        else
+            closed = true;
+    }
+    return received;
+}
+
+bool Connection::WaitFor(const std::string& text, std::chrono::milliseconds limit)
+{
+    return WaitUntil([&] { return Received().find(text) != std::string::npos; }, limit);
+}
+
+bool Connection::IsClosed()
+{
+    Received();
+    return closed;
+}
+
+void Connection::Close()
+{
+    if (descriptor >= 0)
+        close(descriptor);
+    descriptor = -1;
+    closed = true;
+}
+
+void Connection::Attach(int connected)
+{
+    Close();
+    descriptor = connected;
+    closed = connected < 0;
+}
+
+Controller::Controller(int port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Attach(made);
+    if (connect(made, General(address), sizeof(address)) < 0)
+        Close();
+}
+
+Neighbour::Neighbour(const std::string& path)
+    : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path))
+        throw std::length_error(path);
+    std::memcpy(address.sun_path, path.data(), path.size());
+    unlink(path.c_str());
+    constexpr int kBacklog = 4;
+    if (bind(listener, General(address), sizeof(address)) < 0 || listen(listener, kBacklog) < 0)
+        throw std::runtime_error(path);
+}
+
+Neighbour::~Neighbour()
+{
+    close(listener);
+}
+
+bool Neighbour::Accept(std::chrono::milliseconds limit)
+{
+    int made = -1;
+    WaitUntil([&] { return (made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; },
+              limit);
+    Attach(made);
+    return made >= 0;
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "Wait.h"
+
+// One end of a stream socket, and all bytes that have come through it.
+class Connection {
+public:
+    Connection() = default;
+    ~Connection() { Close(); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    // False when the link is down or the peer is gone.
+    bool Send(const std::string& bytes) const;
+
+    // Everything since the start.
+    const std::string& Received();
+    bool WaitFor(const std::string& text, std::chrono::milliseconds limit = kLimit);
+
+    // True once the peer has closed, or when there never was one.
+    bool IsClosed();
+    bool WaitForClose()
+    {
+        return WaitUntil([this] { return IsClosed(); });
+    }
+    void Close();
+
+protected:
+    // Takes the descriptor over.
+    void Attach(int connected);
+
+private:
+    int descriptor = -1;
+    bool closed = true;
+    std::string received;
+};
+
+// The controller: a TCP client of the server.
+class Controller : public Connection {
+public:
+    explicit Controller(int port);
+};
+
+// A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher of
+// a test that looks at the bytes themselves. The path belongs to the unit's tree.
+class Neighbour : public Connection {
+public:
+    // Listens. Connections wait until they are accepted.
+    explicit Neighbour(const std::string& path);
+    ~Neighbour();
+
+    // Takes the next connection in place of the last. False when none comes.
+    bool Accept(std::chrono::milliseconds limit = kLimit);
+
+private:
+    int listener;
+};

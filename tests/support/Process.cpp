@@ -1,0 +1,102 @@
+#include "Process.h"
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kNotStarted = 127;
+constexpr int kSignalled = 128;
+
+std::vector<char*> Pointers(const std::vector<std::string>& texts)
+{
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (const std::string& text : texts)
+        pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+void Redirect(const std::string& path, int target)
+{
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(file, target);
+    close(file);
+}
+
+}  // namespace
+
+Process::Process(const Setup& begin) : setup(begin)
+{
+    std::vector<std::string> environment = setup.environment;
+    for (char** entry = environ; *entry != nullptr; ++entry)
+        environment.emplace_back(*entry);
+    const std::vector<char*> words = Pointers(setup.command);
+    const std::vector<char*> variables = Pointers(environment);
+
+    id = fork();
+    if (id < 0)
+        throw std::runtime_error("no process");
+    if (id > 0)
+        return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int nothing = open("/dev/null", O_RDONLY);
+    dup2(nothing, STDIN_FILENO);
+    close(nothing);
+    Redirect(setup.output, STDOUT_FILENO);
+    Redirect(setup.error, STDERR_FILENO);
+    if (chdir(setup.directory.c_str()) == 0)
+        execvpe(words[0], words.data(), variables.data());
+    _exit(kNotStarted);
+}
+
+Process::~Process()
+{
+    Kill();
+}
+
+bool Process::IsRunning()
+{
+    int state = 0;
+    if (!ended && waitpid(id, &state, WNOHANG) == id) {
+        ended = true;
+        status = WIFEXITED(state) ? WEXITSTATUS(state) : kSignalled + WTERMSIG(state);
+    }
+    return !ended;
+}
+
+int Process::Wait(std::chrono::milliseconds limit)
+{
+    WaitUntil([this] { return !IsRunning(); }, limit);
+    return status;
+}
+
+int Process::Kill(int signal)
+{
+    if (IsRunning())
+        kill(id, signal);
+    return Wait();
+}
+
+std::string Process::Output() const
+{
+    return ReadFile(setup.output);
+}
+
+std::string Process::Error() const
+{
+    return ReadFile(setup.error);
+}
+
+std::string ReadFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}

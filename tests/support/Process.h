@@ -1,0 +1,48 @@
+#pragma once
+
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "Wait.h"
+
+// A program that runs beside the test and ends with it, at the latest with this object.
+class Process {
+public:
+    struct Setup {
+        std::vector<std::string> command;      // the program's path and its arguments
+        std::vector<std::string> environment;  // NAME=VALUE; of two with a name the first counts
+        std::string directory;                 // to run in
+        std::string output;                    // the files that take its standard streams
+        std::string error;
+    };
+
+    explicit Process(const Setup& begin);
+    ~Process();
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    bool IsRunning();
+
+    // The exit status, or 128 and the signal that ended it; -1 when it still runs at the limit.
+    int Wait(std::chrono::milliseconds limit = kLimit);
+
+    // Sends the signal and waits for the end.
+    int Kill(int signal = SIGKILL);
+
+    pid_t Id() const { return id; }
+    std::string Output() const;
+    std::string Error() const;
+
+private:
+    Setup setup;
+    pid_t id = -1;
+    int status = -1;
+    bool ended = false;
+};
+
+// All bytes of the file; empty when it isn't there.
+std::string ReadFile(const std::string& path);

@@ -1,0 +1,178 @@
+#include "Unit.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint32_t kFlashBase = 0x90000000;
+constexpr char kLogs[] = "usr/local/lib/diag/";
+
+std::string Program(const std::string& name)
+{
+    return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
+}
+
+// The words in front of a program of another processor; none on its own machine.
+Unit::Words Emulator()
+{
+    std::istringstream words(DIAG_EMULATOR);
+    Unit::Words all;
+    for (std::string word; words >> word;)
+        all.push_back(word);
+    return all;
+}
+
+// An emulator is of this machine, so the library is only for the program inside it.
+std::string Preload()
+{
+    const std::string preload = "LD_PRELOAD=" + Program("libsimunit.so");
+    return Emulator().empty() ? preload : "QEMU_SET_ENV=" + preload;
+}
+
+}  // namespace
+
+Unit::Unit(int divisor) : tree(std::make_unique<TempDir>()), speed(divisor)
+{
+    for (const char* name : {"home", "tmp", "dev", "etc", "usr/local/lib/diag", "mnt/usb",
+                             "mnt/cdrom", "mnt/floppy", "medium", "work", "sim"})
+        fs::create_directories(Path(name));
+    Write("dev/PciDsp", "");
+    Write("etc/KVT-release", "1.00\n");
+    Write("etc/KVT-lang", "en\n");
+}
+
+Unit::~Unit()
+{
+    processes.clear();
+    if (testing::Test::HasFailure() && std::getenv("DIAG_KEEP") != nullptr)
+        std::cerr << "kept: " << tree.release()->Path() << "\n";
+}
+
+std::string Unit::Write(const std::string& name, const std::string& bytes) const
+{
+    return tree->Write(name, bytes);
+}
+
+void Unit::Set(const std::string& variable)
+{
+    environment.insert(environment.begin(), variable);
+}
+
+void Unit::Remove(const std::string& name) const
+{
+    fs::remove_all(Path(name));
+}
+
+Process& Unit::Spawn(const Words& command, const Words& variables)
+{
+    const std::string streams =
+        Path("sim/" + fs::path(command[0]).filename().string() + std::to_string(processes.size()));
+    Words words = Emulator();
+    words.insert(words.end(), command.begin(), command.end());
+    return processes.emplace_back(
+        Process::Setup{words, variables, Path("work"), streams + ".out", streams + ".err"});
+}
+
+Process& Unit::Start(const std::string& program, const Words& arguments)
+{
+    Words command{Program(program)};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    Words variables = environment;
+    for (const std::string& own :
+         {Preload(), "SIMUNIT_ROOT=" + Path(), "SIMUNIT_SPEED=" + std::to_string(speed)})
+        variables.push_back(own);
+    return Spawn(command, variables);
+}
+
+Process& Unit::StartServer(const Words& arguments)
+{
+    Words words{"-P", "0"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return Start("diag_server", words);
+}
+
+Process& Unit::Run(const Words& arguments, std::chrono::milliseconds limit)
+{
+    Process& program = Start("diag_server", arguments);
+    program.Wait(limit);
+    return program;
+}
+
+Process& Unit::StartPiano(const Words& arguments)
+{
+    Words command{Program("simpiano"),   "--root", Path(),           "--speed",
+                  std::to_string(speed), "--save", Path("flash.bin")};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    Process& piano = Spawn(command, {});
+    if (!WaitUntil([&] { return piano.Output() == "ready\n" || !piano.IsRunning(); }))
+        ADD_FAILURE() << "simpiano isn't ready: " << piano.Error();
+    return piano;
+}
+
+int Unit::Port() const
+{
+    constexpr char kListens[] = "listen(tcp ";
+    if (!WaitForJournal(kListens))
+        return 0;
+    const std::string journal = Journal();
+    const std::size_t at = journal.rfind(kListens);
+    return std::atoi(journal.c_str() + at + sizeof(kListens) - 1);
+}
+
+std::string Unit::Log(const std::string& name) const
+{
+    return Read(kLogs + name);
+}
+
+std::string Unit::Journal() const
+{
+    std::istringstream lines(Read("sim/journal"));
+    std::string calls;
+    std::string skipped;
+    for (std::string call; lines >> skipped >> skipped && std::getline(lines >> std::ws, call);)
+        calls += call + "\n";
+    return calls;
+}
+
+bool Unit::WaitFor(const std::string& name, const std::string& text,
+                   std::chrono::milliseconds limit) const
+{
+    return WaitUntil([&] { return Read(name).find(text) != std::string::npos; }, limit);
+}
+
+bool Unit::WaitForLog(const std::string& text) const
+{
+    return WaitFor(kLogs + std::string("diagserver.log"), text);
+}
+
+void Unit::Control(const std::string& name, const std::string& text) const
+{
+    // In one step, since the program may be reading it.
+    fs::rename(Write("sim/" + name + ".new", text + "\n"), Path("sim/" + name));
+}
+
+void Unit::Mount(const std::string& point) const
+{
+    fs::rename(Path("mnt/" + point), Path("sim/under-" + point));
+    fs::create_directory_symlink(Path("medium"), Path("mnt/" + point));
+    Control("mount-flags", "0xc0ed000a");
+}
+
+bool Unit::IsMounted(const std::string& point) const
+{
+    return fs::is_symlink(Path("mnt/" + point));
+}
+
+std::string Unit::Flash(std::uint32_t address, std::size_t size) const
+{
+    const std::string flash = Read("flash.bin");
+    return flash.substr(std::min<std::size_t>(address - kFlashBase, flash.size()), size);
+}
