@@ -1,0 +1,186 @@
+// The simulated unit itself, proved with a probe that makes calls like those of the product. The
+// compiler picks other entry points of libc in other builds, so each test runs with each probe.
+
+#include <gtest/gtest.h>
+
+#include "Unit.h"
+
+namespace {
+
+class UnitTest : public testing::TestWithParam<const char*> {
+protected:
+    // Makes the calls in one run of the probe; what it printed.
+    std::string Call(const Unit::Words& calls)
+    {
+        Process& probe = unit.Start(GetParam(), calls);
+        EXPECT_EQ(probe.Wait(), 0) << probe.Error();
+        return probe.Output();
+    }
+
+    bool Journalled(const std::string& text)
+    {
+        return unit.Journal().find(text) != std::string::npos;
+    }
+
+    static constexpr int kSpeed = 100;
+    Unit unit{kSpeed};
+};
+
+TEST_P(UnitTest, FindsThePathsOfTheUnitBelowItsRoot)
+{
+    unit.Write("etc/KVT-release", "abc");
+    unit.Write("tmp/csp_prog.hex", "12345");
+
+    const std::string result =
+        Call({"stat /etc/KVT-release", "open /etc/KVT-release", "read", "fopen /etc/KVT-lang",
+              "create /usr/local/lib/diag/new", "write", "stat /usr/local/lib/diag/new",
+              "utime /usr/local/lib/diag/new", "rename /usr/local/lib/diag/new",
+              "stat /tmp/csp_prog.hex", "unlink /tmp/csp_prog.hex", "fcreate /mnt/usb/plain",
+              "access /mnt/floppy", "stat /mnt/usbstick", "fopen /etc/passwd"});
+
+    EXPECT_EQ(result, "stat 3\nopen 0\nread 3\nfopen 0\ncreate 0\nwrite 100\nstat 100\nutime 0\n"
+                      "rename 0\nstat 5\nunlink 0\nfcreate 0\naccess 0\nstat -1 ENOENT\nfopen 0\n");
+    EXPECT_TRUE(unit.Exists("work/renamed"));
+    EXPECT_TRUE(unit.Exists("mnt/usb/plain"));
+    EXPECT_FALSE(unit.Exists("tmp/csp_prog.hex"));
+}
+
+TEST_P(UnitTest, ReachesTheUnitsSocketsUnlessTheRootIsTooLongForThem)
+{
+    Neighbour patcher(unit.Path("home/i2c_server_sock"));
+
+    EXPECT_EQ(Call({"connect /home/i2c_server_sock", "send", "connect /tmp/rcseq_socket"}),
+              "connect 0\nsend 100\nconnect -1 ENOENT\n");
+    ASSERT_TRUE(patcher.Accept());
+    EXPECT_TRUE(patcher.WaitForClose());
+    EXPECT_EQ(patcher.Received().size(), 100U);
+
+    unit.Set("SIMUNIT_ROOT=/tmp/" + std::string(100, 'x'));
+    EXPECT_EQ(Call({"connect /home/i2c_server_sock"}), "connect -1 ENAMETOOLONG\n");
+}
+
+TEST_P(UnitTest, PlaysTheDspDevice)
+{
+    EXPECT_EQ(Call({"device /dev/PciDsp", "ioctl 3073", "close"}), "device 0\nioctl 0\nclose 0\n");
+    EXPECT_EQ(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nexit descriptors=0\n");
+
+    unit.DspErrno("EIO");
+    EXPECT_EQ(Call({"device /dev/PciDsp", "ioctl 3072"}), "device 0\nioctl -1 EIO\n");
+    EXPECT_TRUE(Journalled("ioctl(/dev/PciDsp, 33, 0xc00) = -1 EIO\nexit descriptors=1\n"));
+
+    unit.Remove("dev/PciDsp");
+    EXPECT_EQ(Call({"device /dev/PciDsp"}), "device -1 ENOENT\n");
+}
+
+TEST_P(UnitTest, MountsTheMediumAtOnePointAndTellsEveryCall)
+{
+    unit.Write("medium/file", "12345");
+
+    EXPECT_EQ(Call({"umount /mnt/floppy", "mount /mnt/usb/", "stat /mnt/usb/file",
+                    "open /mnt/usb/file", "umount /mnt/usb", "close", "mount /mnt/usb",
+                    "umount /mnt/usb", "stat /mnt/usb/file", "sync"}),
+              "umount -1 EINVAL\nmount 0\nstat 5\nopen 0\numount -1 EBUSY\nclose 0\n"
+              "mount -1 EBUSY\numount 0\nstat -1 ENOENT\nsync 0\n");
+    EXPECT_EQ(unit.Journal(),
+              "umount(/mnt/floppy) = -1 EINVAL\n"
+              "mount(/dev/sda, /mnt/usb/, vfat, 0xc0ed000a, iocharset=sjis,codepage=932) = 0\n"
+              "umount(/mnt/usb) = -1 EBUSY\n"
+              "mount(/dev/sda, /mnt/usb, vfat, 0xc0ed000a, iocharset=sjis,codepage=932) = -1 "
+              "EBUSY\n"
+              "umount(/mnt/usb) = 0\nsync()\nexit descriptors=0\n");
+
+    unit.Mount("floppy");
+    unit.MountErrno("ENXIO");
+    EXPECT_EQ(Call({"umount /mnt/floppy", "mount /mnt/floppy"}), "umount 0\nmount -1 ENXIO\n");
+    EXPECT_FALSE(unit.IsMounted("floppy"));
+}
+
+TEST_P(UnitTest, ChangesNothingOnAReadOnlyMedium)
+{
+    unit.Write("medium/file", "12345");
+
+    EXPECT_EQ(Call({"mount-ro /mnt/usb/", "open /mnt/usb/file", "read", "create /mnt/usb/new",
+                    "fcreate /mnt/usb/file", "unlink /mnt/usb/file", "rename /mnt/usb/file",
+                    "utime /mnt/usb/file"}),
+              "mount-ro 0\nopen 0\nread 5\ncreate -1 EROFS\nfcreate -1 EROFS\nunlink -1 EROFS\n"
+              "rename -1 EROFS\nutime -1 EROFS\n");
+    EXPECT_EQ(unit.Read("medium/file"), "12345");
+}
+
+TEST_P(UnitTest, FillsTheMediumAndTellsItsRoom)
+{
+    unit.Mount("usb");
+    unit.FullAfter(150);
+    unit.Free(5000);
+
+    EXPECT_EQ(Call({"statfs /mnt/usb/", "create /mnt/usb/file", "write", "write", "write",
+                    "create /mnt/floppy/elsewhere", "write", "write"}),
+              "statfs 5000\ncreate 0\nwrite 100\nwrite 50\nwrite -1 ENOSPC\ncreate 0\nwrite 100\n"
+              "write 100\n");
+    EXPECT_TRUE(Journalled("statfs(/mnt/usb/)\n"));
+}
+
+TEST_P(UnitTest, PullsTheMediumOutUnderAnOpenFile)
+{
+    unit.Write("medium/file", std::string(1000, 'x'));
+    unit.Mount("usb");
+    unit.PullAfter(250);
+
+    EXPECT_EQ(Call({"open /mnt/usb/file", "read", "read", "read", "read", "stat /mnt/usb/file",
+                    "umount /mnt/usb", "mount /mnt/usb"}),
+              "open 0\nread 100\nread 100\nread 50\nread -1 EIO\nstat -1 ENOENT\n"
+              "umount -1 EINVAL\nmount -1 ENOMEDIUM\n");
+    EXPECT_FALSE(unit.IsMounted("usb"));
+}
+
+TEST_P(UnitTest, DividesEveryKindOfWait)
+{
+    const auto begin = std::chrono::steady_clock::now();
+
+    EXPECT_EQ(Call({"sleep 10", "usleep 900000", "nanosleep 10", "select 10"}),
+              "sleep 0\nusleep 0\nnanosleep 0\nselect 0\n");
+
+    const auto time = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(time, std::chrono::milliseconds(309));
+    EXPECT_LT(time, std::chrono::seconds(10));
+    EXPECT_EQ(unit.Journal(), "sleep(10)\nusleep(900000)\nexit descriptors=0\n");
+}
+
+TEST_P(UnitTest, FailsTheNthCallOfAKindAndCountsThemAll)
+{
+    const Unit::Words calls{"fopen /etc/passwd", "open /etc/KVT-release", "read",  "read",
+                            "select 0",          "create copy",           "write", "write"};
+    unit.Write("etc/KVT-release", std::string(300, 'x'));
+    struct {
+        const char* fault;
+        const char* result;
+    } const rows[] = {
+        {"read:2:EIO", "0 0 100 -1 EIO 0 0 100 100 "},
+        {"read:1:short", "0 0 50 100 0 0 100 100 "},
+        {"write:2:28", "0 0 100 100 0 0 100 -1 ENOSPC "},
+        {"open:1:EMFILE", "0 -1 EMFILE -1 EBADF -1 EBADF 0 0 100 100 "},
+        {"select:1:EINTR", "0 0 100 100 -1 EINTR 0 100 100 "},
+        {"write:3:EIO", "0 0 100 100 0 0 100 100 "},
+    };
+    unit.Set("SIMUNIT_COUNT=" + unit.Path("sim/counts"));
+
+    for (const auto& row : rows) {
+        unit.Set("SIMUNIT_FAULT=" + std::string(row.fault));
+        std::string results;
+        std::istringstream lines(Call(calls));
+        for (std::string call; lines >> call && std::getline(lines >> std::ws, call);)
+            results += call + " ";
+        EXPECT_EQ(results, row.result) << row.fault;
+    }
+
+    EXPECT_TRUE(Journalled("fault read #2 EIO\n"));
+    EXPECT_TRUE(Journalled("fault read #1 short\n"));
+    EXPECT_EQ(
+        unit.Read("sim/counts").find("open 2\nread 2\nwrite 2\nconnect 0\naccept 0\nselect 1"), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Builds, UnitTest,
+                         testing::Values("probe_plain", "probe_fortified", "probe_wide"),
+                         [](const auto& tested) { return std::string(tested.param).substr(6); });
+
+}  // namespace
