@@ -1,0 +1,46 @@
+# shellcheck shell=bash
+# What ./demo and ./check share; sourced by both, with the repository's top as working directory.
+
+fail() {
+    echo "$(basename "$0"): $*" >&2
+    exit 2
+}
+
+# Takes WHAT:PACKAGE for each thing that must be there: a command, or a file with a slash in its
+# name. Installs the packages that are missing when it runs as root, and names them otherwise.
+need() {
+    local each what missing=()
+    for each in "$@"; do
+        what=${each%%:*}
+        if [[ $what == */* ]]; then
+            [[ -e $what ]] && continue
+        else
+            command -v "$what" >/dev/null && continue
+        fi
+        missing+=("${each#*:}")
+    done
+    ((${#missing[@]} > 0)) || return 0
+    ((EUID == 0)) || fail "missing packages; as root: apt-get install ${missing[*]}"
+    echo "Installing ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    { apt-get update -qq && apt-get install -qq -y --no-install-recommends "${missing[@]}"; } \
+        </dev/null >/dev/null || fail "could not install ${missing[*]}"
+}
+
+# shellcheck disable=SC2034
+readonly build_tools=(cmake:cmake ninja:ninja-build g++:g++ srec_cat:srecord objcopy:binutils)
+
+# Configures a preset and builds the targets, or all of it without any. Shows the output only when
+# something went wrong.
+build() {
+    local preset=$1 log=build/$1.log options=()
+    shift
+    mkdir -p build
+    command -v ccache >/dev/null && options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+    # The benchmarks are part of the release preset, and nobody else needs their library.
+    [[ $preset == release && ! -e /usr/include/benchmark/benchmark.h ]] && options+=(-DDIAG_BENCH=OFF)
+    {
+        cmake --preset "$preset" "${options[@]}" &&
+            cmake --build --preset "$preset" -j "$(nproc)" ${1:+--target "$@"}
+    } >"$log" 2>&1 || { cat "$log" >&2; fail "the $preset build failed"; }
+}
