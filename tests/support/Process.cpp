@@ -14,6 +14,16 @@ namespace {
 constexpr int kNotStarted = 127;
 constexpr int kSignalled = 128;
 
+// Which of two variables with one name a program sees is up to whoever starts it.
+void AddUnlessNamed(std::vector<std::string>& environment, const std::string& variable)
+{
+    const std::string name = variable.substr(0, variable.find('=') + 1);
+    for (const std::string& present : environment)
+        if (present.compare(0, name.size(), name) == 0)
+            return;
+    environment.push_back(variable);
+}
+
 std::vector<char*> Pointers(const std::vector<std::string>& texts)
 {
     std::vector<char*> pointers;
@@ -35,9 +45,11 @@ void Redirect(const std::string& path, int target)
 
 Process::Process(const Setup& begin) : setup(begin)
 {
-    std::vector<std::string> environment = setup.environment;
-    for (char** entry = environ; *entry != nullptr; ++entry)
-        environment.emplace_back(*entry);
+    std::vector<std::string> environment;
+    for (const std::string& variable : setup.environment)
+        AddUnlessNamed(environment, variable);
+    for (char** variable = environ; *variable != nullptr; ++variable)
+        AddUnlessNamed(environment, *variable);
     const std::vector<char*> words = Pointers(setup.command);
     const std::vector<char*> variables = Pointers(environment);
 

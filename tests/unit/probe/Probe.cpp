@@ -86,6 +86,11 @@ long Select(long seconds)
     return select(0, nullptr, nullptr, nullptr, &timeout);
 }
 
+long Sleep(const char* seconds)
+{
+    return static_cast<long>(sleep(static_cast<unsigned>(std::atol(seconds))));
+}
+
 long Nanosleep(long seconds)
 {
     timespec time = {};
@@ -131,7 +136,7 @@ const Command kCommands[] = {
     {"mount-ro", [](const char* path) { return Mount(path, kReadOnlyMount); }},
     {"umount", [](const char* path) { return long{umount(path)}; }},
     {"sync", [](const char*) { return Sync(); }},
-    {"sleep", [](const char* time) { return long{sleep(static_cast<unsigned>(std::atol(time)))}; }},
+    {"sleep", Sleep},
     {"usleep",
      [](const char* time) { return long{usleep(static_cast<useconds_t>(std::atol(time)))}; }},
     {"nanosleep", [](const char* time) { return Nanosleep(std::atol(time)); }},
