@@ -36,6 +36,12 @@ const char* LastSeparator(const char* path)
     return last;
 }
 
+void CopyPart(const char* part, std::size_t size, char* output)
+{
+    std::memcpy(output, part, size);
+    output[size] = '\0';
+}
+
 TSString Extracted(bool (*extract)(const char*, char*), const TSString& path)
 {
     std::vector<char> buffer(static_cast<std::size_t>(path.Length()) + 1);
@@ -52,8 +58,8 @@ bool ChangeFileExtX(const char* path, const char* extension, char* output)
     const bool hasExtension = dot != nullptr && dot != path;
     const std::size_t kept =
         hasExtension ? static_cast<std::size_t>(dot - path) : std::strlen(path);
-    std::memcpy(output, path, kept);
-    std::memcpy(output + kept, extension, std::strlen(extension) + 1);
+    CopyPart(path, kept, output);
+    CopyPart(extension, std::strlen(extension), output + kept);
     return true;
 }
 
@@ -62,7 +68,7 @@ bool ExtractFileExtX(const char* path, char* output)
     const char* dot = std::strrchr(path, '.');
     if (dot == nullptr || !EndsInName(path))
         return false;
-    std::memcpy(output, dot, std::strlen(dot) + 1);
+    CopyPart(dot, std::strlen(dot), output);
     return true;
 }
 
@@ -71,7 +77,7 @@ bool ExtractFileNameX(const char* path, char* output)
     const char* separator = LastSeparator(path);
     if (separator == nullptr || separator[1] == '\0')
         return false;
-    std::memcpy(output, separator + 1, std::strlen(separator));
+    CopyPart(separator + 1, std::strlen(separator + 1), output);
     return true;
 }
 
@@ -81,8 +87,7 @@ bool ExtractFileDirX(const char* path, char* output)
     std::size_t kept = std::strlen(path);
     if (separator != nullptr)
         kept = static_cast<std::size_t>(separator - path) + (*separator == ':' ? 1 : 0);
-    std::memcpy(output, path, kept);
-    output[kept] = '\0';
+    CopyPart(path, kept, output);
     return true;
 }
 

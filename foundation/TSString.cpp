@@ -106,7 +106,9 @@ TSString& TSString::operator=(const char* source)
 
 TSString& TSString::operator=(const TSString& source)
 {
-    return *this = source.c_str();
+    if (this != &source)
+        *this = source.c_str();
+    return *this;
 }
 
 TSString& TSString::operator+=(const TSString& tail)
@@ -223,7 +225,9 @@ TSString TSString::SubString(int position) const
 TSString TSString::SubString(int position, int count) const
 {
     const int start = std::max(position, 1);
-    return start < length ? TSString(text.get() + start - 1, count) : TSString();
+    if (start >= length)
+        return TSString();
+    return TSString(text.get() + start - 1, count);
 }
 
 int TSString::AnsiPos(const TSString& sought) const
