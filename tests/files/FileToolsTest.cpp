@@ -147,7 +147,8 @@ TEST_F(FileTools, CompareByTheFirstFile)
         bool same;
     } rows[] = {{"same", whole, whole, true},
                 {"prefix first", prefix, whole, true},
-                {"prefix second", whole, prefix, false},
+                {"prefix second", dir.Write("many", std::string(1300, 'x')),
+                 dir.Write("few", std::string(1030, 'x')), false},
                 {"last byte differs", whole, changed, false},
                 {"empty first", dir.Write("empty", ""), whole, true},
                 {"missing first", dir.Path("missing"), whole, false},

@@ -40,7 +40,7 @@ TEST(Hex, ReadsAFieldWithABadDigitAsZeroAsAWhole)
         const char* text;
         int length;
         unsigned int value;
-    } rows[] = {{"ff", 0, 255},
+    } rows[] = {{"af", 0, 0xAF},
                 {"Ff", 2, 255},
                 {"1234", 2, 0x12},
                 {"0G", 2, 0},

@@ -130,6 +130,7 @@ TEST(String, KeepsItsLengthThroughEveryEdit)
     text.Trim().Strip(":").Delete(1, 1).Insert("AB", 3).LowerCase().SQLString(1) += "!";
     EXPECT_STREQ(text.c_str(), "omabetext!");
     EXPECT_EQ(text.Length(), 10);
+    EXPECT_EQ(text.Strip("o!").Length(), 8);
     EXPECT_EQ(text.SetLength(4).Length(), 4);
 }
 
