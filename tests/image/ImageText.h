@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <filesystem>
 #include <iterator>
 #include <string>
+
+#include "HexText.h"
 
 // The bytes that a text such as "04 90 DD" names.
 inline std::string Bytes(const std::string& digits)
@@ -12,49 +13,6 @@ inline std::string Bytes(const std::string& digits)
     std::string bytes;
     for (std::size_t at = 0; at + 1 < digits.size(); at += 3)
         bytes += static_cast<char>(std::stoul(digits.substr(at, 2), nullptr, 16));
-    return bytes;
-}
-
-// One Intel HEX record without a line end.
-inline std::string Record(unsigned type, std::size_t address, const std::string& data)
-{
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string bytes{static_cast<char>(data.size()), static_cast<char>(address >> 8U),
-                      static_cast<char>(address), static_cast<char>(type)};
-    bytes += data;
-    unsigned char sum = 0;
-    for (const char c : bytes)
-        sum = static_cast<unsigned char>(sum + c);
-    std::string text = ":";
-    for (const char c : bytes + static_cast<char>(-sum)) {
-        text += kDigits[static_cast<unsigned char>(c) >> 4U];
-        text += kDigits[static_cast<unsigned char>(c) & 0xFU];
-    }
-    return text;
-}
-
-// An image from 0x90040000 on as a hex file.
-inline std::string HexText(const std::string& data, std::size_t perRecord, const char* lineEnd)
-{
-    std::string text;
-    for (std::size_t at = 0; at < data.size(); at += perRecord) {
-        if (at % 0x10000 == 0)
-            text += Record(4, 0, {'\x90', static_cast<char>(4 + (at >> 16U))}) + lineEnd;
-        text += Record(0, at % 0x10000, data.substr(at, perRecord)) + lineEnd;
-    }
-    return text + ":00000001FF" + lineEnd;
-}
-
-// Bytes without a pattern that a misplaced record could repeat, with erased stretches between them.
-inline std::string Firmware(std::size_t size)
-{
-    std::string bytes(size, '\xFF');
-    std::uint32_t state = 1;
-    for (std::size_t i = 0; i < size; ++i) {
-        state = state * 1664525U + 1013904223U;
-        if (i % 1024 < 900)
-            bytes[i] = static_cast<char>(state >> 24U);
-    }
     return bytes;
 }
 
