@@ -135,7 +135,6 @@ TDiagServer::~TDiagServer()
     delete rcserver;
     delete midi;
     delete zaurus;
-    // The updater and the reader live until the process ends.
 }
 
 int TDiagServer::Initialize(int port, int connecttype)
@@ -160,9 +159,7 @@ int TDiagServer::Initialize(int port, int connecttype)
 
 int TDiagServer::Run()
 {
-    updater = new TUpdater;
-    reader = new TCspReader;
-    reader->SetReaderStatus(Connect);
+    StartFirstRead();
 
     char buffer[kBufferSize];
     while (true) {
@@ -184,6 +181,14 @@ int TDiagServer::Run()
         if (ready > 0)
             Dispatch(set, buffer);
     }
+}
+
+// The machines live until the process ends.
+void TDiagServer::StartFirstRead()
+{
+    updater = new TUpdater;
+    reader = new TCspReader;
+    reader->SetReaderStatus(Connect);
 }
 
 bool TDiagServer::OpenMidi(int connecttype)

@@ -54,6 +54,7 @@ public:
     int CopyParameterFile(bool toMedia);
 
 private:
+    void StartFirstRead();
     bool OpenMidi(int connecttype);
     void OpenRCServer();
     void OpenPort();
