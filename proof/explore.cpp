@@ -164,7 +164,6 @@ class UpdateMachine {
 public:
     explicit UpdateMachine(bool server) : inServer(server)
     {
-        updater.hexFile = new THexFile;
         updater.midi = &link.midi;
         LoadImage();
     }
@@ -264,13 +263,15 @@ public:
 private:
     void LoadImage()
     {
-        THexFile& file = *updater.hexFile;
-        file.lineCount = static_cast<std::int32_t>(std::size(kImage));
-        // Released by the system at the end of the program, like the object.
-        file.lines = new char*[std::size(kImage)];
-        for (std::size_t i = 0; i < std::size(kImage); ++i)
-            file.lines[i] = strdup(kImage[i]);
-        file.GetStartEndAddress();
+        char path[] = "/tmp/explore-XXXXXX";
+        const int file = mkstemp(path);
+        for (const char* row : kImage)
+            dprintf(file, "%s\r\n", row);
+        close(file);
+        const bool loaded = updater.LoadIntelHex(path, nullptr) == 0;
+        unlink(path);
+        if (!loaded || updater.hexFile->lineCount != static_cast<int>(std::size(kImage)))
+            Violation("", "the image can't be made");
     }
     int Step()
     {
