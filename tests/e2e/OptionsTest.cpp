@@ -1,0 +1,323 @@
+// The command line, and the start of both modes with their neighbours there, late and absent.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <gtest/gtest.h>
+
+#include "HexText.h"
+#include "Scene.h"
+#include "UniqueFd.h"
+
+namespace {
+
+constexpr char kUsage[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
+constexpr char kTooLong[] = "diag_server: file name is too long\n";
+constexpr std::size_t kLongestName = 255;
+
+std::string SmallFile(const std::string& version)
+{
+    return HexText(FirmwareOf(version, 0x800), 16, "\r\n");
+}
+
+// A port of the machine that somebody else listens on.
+class TakenPort {
+public:
+    TakenPort() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address = {};
+        socklen_t size = sizeof(address);
+        address.sin_family = AF_INET;
+        auto* general = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(bind(listener.Get(), general, size), 0);
+        EXPECT_EQ(listen(listener.Get(), 1), 0);
+        EXPECT_EQ(getsockname(listener.Get(), general, &size), 0);
+        number = std::to_string(ntohs(address.sin_port));
+    }
+    std::string number;
+
+private:
+    UniqueFd listener;
+};
+
+}  // namespace
+
+TEST(CommandLine, EndsWithATextAndRunsNothing)
+{
+    const std::string tooLong(kLongestName + 1, 'x');
+    struct Row {
+        Unit::Words words;
+        const char* error;
+        const char* output;
+    };
+    for (const Row& row : {Row{{"-h"}, kUsage, ""},
+                           {{"-h", "-P", "5"}, kUsage, ""},
+                           {{"-v", "-f", "prog.hex", "-h"}, kUsage, ""},
+                           {{"-f", tooLong}, kTooLong, ""},
+                           {{"-a", tooLong, "-v"}, kTooLong, ""},
+                           {{"-v", "-f", tooLong.substr(1)}, "", "Diag Server Ver.0.26\n"}}) {
+        SCOPED_TRACE(testing::PrintToString(row.words).substr(0, 40));
+        Unit unit;
+
+        Process& program = unit.Run(row.words);
+
+        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_EQ(program.Error(), row.error);
+        EXPECT_EQ(program.Output(), row.output);
+        EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
+        EXPECT_EQ(unit.Log() + unit.Log(kUpdateLog), "");
+    }
+}
+
+TEST(CommandLine, PrintsTheVersionOfAFileAndTouchesNoLink)
+{
+    struct Row {
+        Unit::Words words;
+        const char* version;
+        const char* error;
+    };
+    for (const Row& row : {Row{{"-v", "-f", "prog.hex"}, "CSP File Version: V1.02 a\n", ""},
+                           {{"-a", "prog.hex", "-v"}, "CSP File Version: V1.02 a\n", ""},
+                           {{"-x", "-vf", "prog.hex"}, "CSP File Version: V1.02 a\n", "'x'"},
+                           {{"-vf", "prog.hex", "-P"}, "CSP File Version: V1.02 a\n", "'P'"},
+                           {{"-v", "-f", "plain.hex"}, "CSP File Version: \n", ""},
+                           {{"-v", "-f", "missing.hex"}, "", ""}}) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        Unit unit;
+        unit.Write("work/prog.hex", SmallFile("V1.02 a"));
+        unit.Write("work/plain.hex", HexText(std::string(0x100, 'a'), 16, "\n"));
+
+        Process& program = unit.Run(row.words);
+
+        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_EQ(program.Output(), std::string("Diag Server Ver.0.26\n") + row.version);
+        EXPECT_NE(program.Error().find(row.error), std::string::npos) << program.Error();
+        EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
+    }
+}
+
+TEST(CommandLine, ChoosesTheModeAndThePeer)
+{
+    constexpr char kServer[] = "Diag Server Start Now.\n";
+    constexpr char kPlain[] = "CSP Updater Start Now.\nCSP File Version: V1\n";
+    constexpr char kSecond[] = "CSP Updater Start Now.\nCSP File Version: V2\n";
+    // The connect sequence, then the first group of the way into flash mode.
+    constexpr char kReader[] = "FE E1 E2 E0 E1 06 C0 7F BF 00 00 00 FE FF";
+    constexpr char kPiano[] = "FE E1 E2 E0 E1 06 C0 00 BF 00 7F 00 FE FF";
+    constexpr char kOther[] = "FE E5 E2 E0 E5 06 C0 00 BF 00 7F 00 FE FF";
+    struct Row {
+        Unit::Words words;
+        const char* log;
+        const char* start;  // the first bytes on the MIDI Patcher's socket
+    };
+    for (const Row& row : {Row{{}, kServer, kReader},
+                           {{"-v"}, kServer, kReader},
+                           {{"-b"}, kServer, kReader},
+                           {{"-c"}, kServer, kReader},
+                           {{"-f", ""}, kServer, kReader},
+                           {{"-a", "", "1.hex"}, kServer, kReader},
+                           {{"-f", "1.hex"}, kPlain, kPiano},
+                           {{"-a", "1.hex"}, kPlain, kOther},
+                           {{"-c", "-f", "1.hex"}, kPlain, kPiano},
+                           {{"-f", "1.hex", "-c"}, kPlain, kOther},
+                           {{"-a", "1.hex", "-b"}, kPlain, kPiano},
+                           {{"-f", "1.hex", "-a", "2.hex"}, kSecond, kOther},
+                           {{"-a", "2.hex", "-f", ""}, kSecond, kPiano}}) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        Unit unit(1000);
+        unit.Write("work/1.hex", SmallFile("V1"));
+        unit.Write("work/2.hex", SmallFile("V2"));
+        Patcher patcher(unit.Path("home/i2c_server_sock"));
+        const std::string log = row.log == kServer ? kServerLog : kUpdateLog;
+
+        unit.StartServer(row.words);
+
+        ASSERT_TRUE(patcher.Accept());
+        EXPECT_TRUE(WaitUntil([&] { return patcher.Received().size() >= 14; }));
+        EXPECT_EQ(ToHex(patcher.Received()).substr(0, sizeof(kPiano) - 1), row.start);
+        EXPECT_EQ(LogTexts(unit, log).substr(0, std::string(row.log).size()), row.log);
+    }
+}
+
+// ---- the server's start: every neighbour in every state
+
+enum class Presence { There, Late, Absent };
+
+class ServerStart : public testing::TestWithParam<std::tuple<Presence, bool, bool, bool>> {};
+
+TEST_P(ServerStart, LogsItsNeighboursInOrderAndGoesOnWithoutThem)
+{
+    const auto [rcPresence, patcherIsThere, portIsFree, logIsThere] = GetParam();
+    const bool slow = rcPresence != Presence::There;
+    Unit unit(slow ? 20 : 100);
+    const TakenPort taken;
+    std::unique_ptr<Patcher> patcher;
+    std::unique_ptr<Neighbour> rcServer;
+    if (patcherIsThere)
+        patcher = std::make_unique<Patcher>(unit.Path("home/i2c_server_sock"));
+    if (rcPresence == Presence::There)
+        rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
+    if (!logIsThere)
+        unit.Remove("usr/local/lib/diag");
+    const bool rcComes = rcPresence != Presence::Absent;
+
+    Process& server = unit.StartServer({"-P", portIsFree ? "0" : taken.number});
+    if (rcPresence == Presence::Late) {
+        EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
+        rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
+    }
+
+    if (patcherIsThere) {
+        EXPECT_TRUE(patcher->Accept() && patcher->WaitForLine("STATUS"));
+        EXPECT_TRUE(server.IsRunning());
+        EXPECT_EQ(server.Kill(SIGTERM), 128 + SIGTERM);
+    } else {
+        EXPECT_TRUE(EndedClean(unit, server));
+        EXPECT_NE(server.Output().find("MIDI Patcher is not active.\n"), std::string::npos);
+    }
+    EXPECT_EQ(LinesOf(unit.Journal(), "sleep"), std::string("sleep(2)\n") +
+                                                    (slow ? "sleep(5)\n" : "") +
+                                                    (portIsFree ? "" : "sleep(5)\n"));
+    const std::string log =
+        std::string("Diag Server Start Now.\n") +
+        (patcherIsThere ? "MIDI Patcher is active.\n" : "MIDI Patcher is not active.\n") +
+        (rcComes ? "RC Server is active.\n" : "RC Server is not active.\n") +
+        (portIsFree ? "" : "Zaurus Socket Port Open Error\n") +
+        (patcherIsThere ? "Diag Server Initialize OK\n" : "");
+    EXPECT_EQ(LogTexts(unit), logIsThere ? log : "");
+    EXPECT_EQ(rcComes && rcServer->Accept(), rcComes);
+}
+
+std::string NameOfStart(const testing::TestParamInfo<ServerStart::ParamType>& row)
+{
+    const auto [rcPresence, patcherIsThere, portIsFree, logIsThere] = row.param;
+    const char* rcServer[] = {"RcServer", "LateRcServer", "NoRcServer"};
+    return std::string(patcherIsThere ? "Patcher" : "NoPatcher") +
+           rcServer[static_cast<int>(rcPresence)] + (portIsFree ? "Port" : "PortInUse") +
+           (logIsThere ? "Log" : "NoLogDirectory");
+}
+
+INSTANTIATE_TEST_SUITE_P(With, ServerStart,
+                         testing::Combine(testing::Values(Presence::There, Presence::Late,
+                                                          Presence::Absent),
+                                          testing::Bool(), testing::Bool(), testing::Values(true)),
+                         NameOfStart);
+INSTANTIATE_TEST_SUITE_P(Without, ServerStart,
+                         testing::Combine(testing::Values(Presence::There), testing::Bool(),
+                                          testing::Values(true), testing::Values(false)),
+                         NameOfStart);
+
+TEST(ServerStart, EndsWhenThePatcherDoesntTakeTheConnectSequence)
+{
+    Unit unit(100);
+    const Patcher patcher(unit.Path("home/i2c_server_sock"));
+    const Neighbour rcServer(unit.Path("tmp/rcseq_socket"));
+    unit.Set("SIMUNIT_FAULT=write:1:EPIPE");
+
+    Process& server = unit.StartServer();
+
+    EXPECT_TRUE(EndedClean(unit, server));
+    EXPECT_NE(server.Output().find("MIDI Patcher is not connected\n"), std::string::npos);
+    EXPECT_EQ(LogTexts(unit), "Diag Server Start Now.\nMIDI Patcher is not active.\n"
+                              "RC Server is active.\n");
+}
+
+// ---- the stand-alone update's start
+
+struct UpdateStartRow {
+    const char* name;
+    void (*arrange)(Unit& unit);
+    const char* log;     // from the version to the update
+    const char* output;  // the end of it
+    bool updates;
+};
+
+class UpdateStart : public testing::TestWithParam<UpdateStartRow> {};
+
+TEST_P(UpdateStart, LogsItsNeighboursAndUpdatesOnlyWithThePatcher)
+{
+    const UpdateStartRow& row = GetParam();
+    Unit unit(20);
+    const std::string firmware = FirmwareOf("V3", 0x2000);
+    unit.Write("work/prog.hex", HexText(firmware, 32, "\n"));
+
+    Process& program = [&]() -> Process& {
+        row.arrange(unit);
+        Process& started = unit.Start("diag_server", {"-f", "prog.hex"});
+        if (std::string(row.name) == "LatePatcher") {
+            EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
+            unit.StartPiano();
+        }
+        return started;
+    }();
+
+    EXPECT_TRUE(EndedClean(unit, program));
+    const std::string log = LogTexts(unit, kUpdateLog);
+    const char* updated = "Start CSP Update\nCSP Update Finished\nRebooting CSP...5sec\n";
+    EXPECT_EQ(log, std::string("CSP Updater Start Now.\nCSP File Version: V3\n") + row.log +
+                       (row.updates ? updated : ""));
+    EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
+    EXPECT_EQ(unit.Flash(kImageStart, firmware.size()), row.updates ? firmware : "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    With, UpdateStart,
+    testing::Values(
+        UpdateStartRow{"AllThere", [](Unit& unit) { unit.StartPiano(); },
+                       "Open MIDI Patcher - OK1\nOpen PciDsp - OK\nCSP Updater Initialize - OK\n",
+                       "APE Update Finished\n", true},
+        UpdateStartRow{"NoDsp",
+                       [](Unit& unit) {
+                           unit.StartPiano();
+                           unit.Remove("dev/PciDsp");
+                       },
+                       "Open MIDI Patcher - OK1\nOpen PciDsp - NG\nCSP Updater Initialize - OK\n",
+                       "APE Update Finished\n", true},
+        UpdateStartRow{"FailingDsp",
+                       [](Unit& unit) {
+                           unit.StartPiano();
+                           unit.DspErrno("EIO");
+                       },
+                       "Open MIDI Patcher - OK1\nOpen PciDsp - NG\nCSP Updater Initialize - OK\n",
+                       "APE Update Finished\n", true},
+        UpdateStartRow{"LatePatcher", [](Unit&) {},
+                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n"
+                       "CSP Updater Initialize - OK\n",
+                       "APE Update Finished\n", true},
+        UpdateStartRow{"NoPatcher", [](Unit&) {},
+                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - OK\n"
+                       "Update Error No.-3\n",
+                       "Open i2c error\nError:-3\n", false},
+        UpdateStartRow{"PatcherThatTakesNothing",
+                       [](Unit& unit) {
+                           unit.StartPiano();
+                           unit.Set("SIMUNIT_FAULT=write:1:EPIPE");
+                       },
+                       "Open MIDI Patcher - NG1\nOpen PciDsp - OK\nUpdate Error No.-3\n",
+                       "Connect i2c error2\nError:-3\n", false}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(UpdateStart, CutsTheLogToItsNewestLinesAndDoesWithoutItsDirectory)
+{
+    Unit unit(100);
+    unit.Write("work/prog.hex", SmallFile("V3"));
+    unit.StartPiano();
+    std::string old;
+    for (int i = 1; i <= 60; ++i)
+        old += "06/03/14/09:05:07 - " + std::to_string(i) + "\n";
+    unit.Write("usr/local/lib/diag/cspupdate.log", old);
+
+    EXPECT_EQ(unit.Run({"-f", "prog.hex"}).Wait(), 0);
+
+    const std::string log = LogTexts(unit, kUpdateLog);
+    EXPECT_EQ(log.substr(0, 6), "11\n12\n");
+    EXPECT_NE(log.find("60\nCSP Updater Start Now.\n"), std::string::npos);
+
+    unit.Remove("usr/local/lib/diag");
+    unit.Remove("flash.bin");
+
+    EXPECT_EQ(unit.Run({"-f", "prog.hex"}).Wait(), 0);
+
+    EXPECT_EQ(unit.Flash(kImageStart, 0x800), FirmwareOf("V3", 0x800));
+}

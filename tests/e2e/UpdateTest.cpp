@@ -1,0 +1,269 @@
+// The stand-alone update against a piano with all its habits and faults, with files of every kind.
+
+#include <gtest/gtest.h>
+
+#include "HexText.h"
+#include "Scene.h"
+
+namespace {
+
+constexpr char kVersionText[] = "V2.10-7";
+constexpr char kFinished[] = "Start CSP Update\nCSP Update Finished\n";
+
+// What an update logs between its set-up and its last line.
+std::string Road(const Unit& unit)
+{
+    const std::string log = LogTexts(unit, kUpdateLog);
+    const std::string begin = "CSP Updater Initialize - OK\n";
+    const std::string end = "Rebooting CSP...5sec\n";
+    const std::size_t at = log.find(begin) + begin.size();
+    EXPECT_EQ(log.substr(log.size() - end.size()), end);
+    return log.substr(at, log.size() - end.size() - at);
+}
+
+std::string ToolFirmware()
+{
+    return FirmwareOf(kVersionText, 0x25123);
+}
+
+}  // namespace
+
+// ---- the piano's habits and faults
+
+struct UpdateRow {
+    const char* name;
+    Unit::Words piano;
+    const char* log;  // between the set-up and the restart at the end
+    int speed;        // slow where silence would spoil the update
+};
+
+class Update : public testing::TestWithParam<UpdateRow> {};
+
+TEST_P(Update, ComesThroughOrTellsWhyNotAndRestartsThePianoInBothCases)
+{
+    const UpdateRow& row = GetParam();
+    const std::string log = row.log;
+    const bool succeeds = log.find("Finished") != std::string::npos;
+    Unit unit(row.speed);
+    const std::string firmware = FirmwareOf(kVersionText, 0x14000);
+    unit.Write("work/prog.hex", HexText(firmware, 32, "\r\n"));
+    unit.StartPiano(row.piano);
+
+    Process& program = unit.Run({"-f", "prog.hex"});
+
+    EXPECT_TRUE(EndedClean(unit, program));
+    EXPECT_EQ(Road(unit), log);
+    EXPECT_EQ(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nusleep(500000)\n"
+                              "ioctl(/dev/PciDsp, 33, 0xc00) = 0\nsleep(5)\n"
+                              "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nexit descriptors=0\n");
+    if (succeeds) {
+        EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
+    } else {
+        const std::string reason = log.substr(log.rfind('\n', log.size() - 2) + 1);
+        EXPECT_NE(program.Output().find(reason), std::string::npos);
+    }
+    EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, Update,
+    testing::Values(
+        UpdateRow{"AGoodPiano", {}, kFinished, 20},
+        UpdateRow{"ATalkativePiano", {"--chatter", "20", "--garbage", "3"}, kFinished, 20},
+        UpdateRow{"APianoThatAnswersEachWrite", {"--answer-each"}, kFinished, 20},
+        UpdateRow{"APianoThatNeverSaysThatItIsIdle", {"--no-status"}, kFinished, 100},
+        UpdateRow{"OneRefusedBlock", {"--ng-at", "90044100"}, kFinished, 20},
+        UpdateRow{"SeveralRefusedBlocks",
+                  {"--ng-at", "90040000", "--ng-at", "90042000", "--ng-at", "90050000", "--ng-at",
+                   "90053FFF"},
+                  kFinished,
+                  20},
+        UpdateRow{"OneFailure",
+                  {"--fail", "1"},
+                  "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Finished\n",
+                  20},
+        UpdateRow{"TwoFailures",
+                  {"--fail", "2"},
+                  "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Failed\n",
+                  20},
+        UpdateRow{"FramesCutInTheMiddle", {"--frame-bytes", "4", "--keep-pairs"}, kFinished, 20},
+        UpdateRow{"FramesApartFromTheirEnds", {"--frame-bytes", "9"}, kFinished, 20},
+        UpdateRow{"MessagesJoined", {"--join", "--garbage", "40"}, kFinished, 20},
+        UpdateRow{"ASilentPiano", {"--silent"}, "Piano is not connected 2\n", 200},
+        UpdateRow{"SilenceInTheTransfer",
+                  {"--silent-after", "300"},
+                  "Start CSP Update\nPiano is no reply\n",
+                  200},
+        UpdateRow{"SilenceBehindARefusal",
+                  {"--ng-at", "90040020", "--silent-after", "1"},
+                  "Start CSP Update\nPiano is no reply\n",
+                  200},
+        UpdateRow{
+            "SilenceBehindTheEnd", {"--no-finish"}, "Start CSP Update\nPiano is no reply\n", 100},
+        UpdateRow{
+            "UnwantedLinesWithoutEnd", {"--garbage-endless"}, "Piano Comunication Error !\n", 50},
+        UpdateRow{
+            "APatcherThatDiesAtOnce", {"--die-after", "1"}, "Piano is not connected 2\n", 200},
+        UpdateRow{"APatcherThatDiesAtTheRequest",
+                  {"--die-after", "7"},
+                  "Piano is not connected 2\n",
+                  200},
+        UpdateRow{"APatcherThatDiesInTheTransfer",
+                  {"--die-after", "3000"},
+                  "Start CSP Update\nPiano is no reply\n",
+                  200},
+        UpdateRow{"ADroppedLink",
+                  {"--cut-link-after", "3000"},
+                  "Start CSP Update\nPiano is no reply\n",
+                  200}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(UpdateSilence, LastsThirtyOneSecondsInEachState)
+{
+    Unit unit(100);
+    unit.Write("work/prog.hex", HexText(FirmwareOf("V1", 0x800), 16, "\n"));
+    unit.StartPiano({"--silent"});
+
+    Process& program = unit.Run({"-f", "prog.hex"});
+
+    EXPECT_TRUE(EndedClean(unit, program));
+    EXPECT_EQ(Count(program.Output(), "Update Counter Inc 1+ 31\n"), 2U);
+    EXPECT_EQ(program.Output().find("Update Counter Inc 1+ 32\n"), std::string::npos);
+    EXPECT_EQ(Events(unit, "> console STATUS").size(), 1U);
+    EXPECT_EQ(Events(unit, "> console WRITE  :").size(), 31U);
+}
+
+// ---- files
+
+struct FileRow {
+    const char* name;
+    const char* tool;     // writes firmware.bin, at 0x90040000, to prog.hex
+    const char* option;   // names the peer
+    const char* connect;  // how it shows on the wire
+};
+
+class UpdateFile : public testing::TestWithParam<FileRow> {};
+
+TEST_P(UpdateFile, OfOtherPeoplesToolsReachesTheFlashByteForByte)
+{
+    const FileRow& row = GetParam();
+    const std::string tool = row.tool;
+    if (!Shell("command -v " + tool.substr(0, tool.find(' '))))
+        GTEST_SKIP() << "not installed: " << tool;
+    Unit unit(20);
+    const std::string firmware = ToolFirmware();
+    unit.Write("work/firmware.bin", firmware);
+    ASSERT_TRUE(Shell("cd " + unit.Path("work") + " && " + tool));
+    unit.StartPiano({"--allow-gaps"});
+
+    Process& program = unit.Run({row.option, "prog.hex"});
+
+    EXPECT_TRUE(EndedClean(unit, program));
+    EXPECT_EQ(Road(unit), kFinished);
+    EXPECT_NE(unit.Log(kUpdateLog).find("CSP File Version: V2.10-7\n"), std::string::npos);
+    EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
+    EXPECT_EQ(Events(unit, "connect "), std::vector<std::string>{row.connect});
+    EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
+}
+
+// The hole in front of the version makes it begin a record whatever the record's length.
+#define SREC_CAT(block, lineEnd)                                                                   \
+    "srec_cat firmware.bin -binary -offset 0x90040000 -exclude 0x900403FF 0x90040400 "             \
+    "-Output prog.hex -Intel -Output_Block_Size=" block " -Line_Termination=" lineEnd
+
+INSTANTIATE_TEST_SUITE_P(
+    By, UpdateFile,
+    testing::Values(FileRow{"SrecCat12Lf", SREC_CAT("12", "NewLine"), "-f", "connect E1"},
+                    FileRow{"SrecCat12CrLf", SREC_CAT("12", "CRLF"), "-a", "connect E5"},
+                    FileRow{"SrecCat16Lf", SREC_CAT("16", "NewLine"), "-a", "connect E5"},
+                    FileRow{"SrecCat32CrLf", SREC_CAT("32", "CRLF"), "-f", "connect E1"},
+                    FileRow{"Objcopy",
+                            "objcopy -I binary -O ihex --change-addresses 0x90040000 firmware.bin "
+                            "prog.hex",
+                            "-a", "connect E5"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(UpdateFile, ThatIsNoImageEndsWithATextAndNothingInTheFlash)
+{
+    constexpr char kNoFile[] = "No Update File!\n";
+    constexpr char kNoReply[] = "Piano is no reply\n";
+    const std::string image = HexText(FirmwareOf("V1", 0x3000), 16, "\n");
+    std::string lying = image;
+    lying.replace(lying.find('\n') + 2, 2, "FF");
+    struct Row {
+        const char* name;
+        std::string bytes;
+        const char* text;
+    };
+    for (const Row& row : {Row{"missing", "", kNoFile},
+                           {"binary", Firmware(0x4000), kNoFile},
+                           {"a huge line", image + std::string(1000000, ':') + "\n", kNoFile},
+                           {"an overlong line", image + std::string(80, '0') + "\n", kNoFile},
+                           {"empty", "", kNoReply},
+                           {"without a line end", std::string(5000, '0'), kNoReply},
+                           {"truncated", image.substr(0, image.size() / 2), kNoReply},
+                           {"a count that lies", lying, kNoReply},
+                           {"text", std::string(3000, '\n') + "no record %s%n\n", kNoReply}}) {
+        SCOPED_TRACE(row.name);
+        Unit unit(400);
+        if (row.name != std::string("missing"))
+            unit.Write("work/prog.hex", row.bytes);
+        unit.StartPiano();
+
+        Process& program = unit.Run({"-f", "prog.hex"});
+
+        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_NE(program.Output().find(row.text), std::string::npos);
+        EXPECT_FALSE(unit.Exists("flash.bin"));
+        if (row.text == kNoFile) {
+            EXPECT_EQ(LogTexts(unit, kUpdateLog), "CSP Updater Start Now.\n");
+            EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
+        }
+    }
+}
+
+TEST(UpdateFile, IsRenamedByTheVersionThatItCarries)
+{
+    constexpr char kRenamed[] = "Start CSP Update\nCSP Update Finished\nUpdate File Renamed\n";
+    struct Row {
+        Unit::Words words;
+        const char* version;
+        const char* name;  // the file's new one
+    };
+    for (const Row& row : {Row{{"-b", "-f", "prog.hex"}, "V1.02 a", "work/V102a.hex"},
+                           {{"-a", "prog.hex", "-c"}, "../../x/y\\z", "work/xyz.hex"},
+                           {{"-c", "-f", "./prog.hex"}, "", "work/.hex"},
+                           {{"-b", "-f", "../mnt/usb/prog.hex"}, "V9", "mnt/usb/V9.hex"},
+                           {{"-f", "prog.hex"}, "V9", "work/prog.hex"}}) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        Unit unit(100);
+        const std::string firmware = FirmwareOf(row.version, 0x800);
+        const std::string file = HexText(firmware, 16, "\r\n");
+        unit.Write("work/prog.hex", file);
+        unit.Write("mnt/usb/prog.hex", file);
+        unit.Write("mnt/usb/V9.hex", "older");
+        unit.StartPiano();
+
+        Process& program = unit.Run(row.words);
+
+        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_EQ(Road(unit), row.words.size() > 2 ? kRenamed : kFinished);
+        EXPECT_TRUE(unit.Read(row.name) == file);
+        EXPECT_EQ(unit.Flash(kImageStart, firmware.size()), firmware);
+    }
+}
+
+TEST(UpdateFile, KeepsItsNameWhenRenamingFails)
+{
+    Unit unit(100);
+    const std::string file = HexText(FirmwareOf("V1", 0x800), 16, "\n");
+    unit.Write("work/prog.hex", file);
+    unit.Set("SIMUNIT_FAULT=rename:1:EACCES");
+    unit.StartPiano();
+
+    Process& program = unit.Run({"-b", "-f", "prog.hex"});
+
+    EXPECT_TRUE(EndedClean(unit, program));
+    EXPECT_EQ(Road(unit), std::string(kFinished) + "Update File Rename Error\n");
+    EXPECT_EQ(unit.Read("work/prog.hex"), file);
+}
