@@ -300,7 +300,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(UpdateStart, CutsTheLogToItsNewestLinesAndDoesWithoutItsDirectory)
 {
-    Unit unit(100);
+    Unit unit(20);
     unit.Write("work/prog.hex", SmallFile("V3"));
     unit.StartPiano();
     std::string old;

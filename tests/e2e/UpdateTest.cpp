@@ -71,7 +71,7 @@ INSTANTIATE_TEST_SUITE_P(
         UpdateRow{"AGoodPiano", {}, kFinished, 20},
         UpdateRow{"ATalkativePiano", {"--chatter", "20", "--garbage", "3"}, kFinished, 20},
         UpdateRow{"APianoThatAnswersEachWrite", {"--answer-each"}, kFinished, 20},
-        UpdateRow{"APianoThatNeverSaysThatItIsIdle", {"--no-status"}, kFinished, 100},
+        UpdateRow{"APianoThatNeverSaysThatItIsIdle", {"--no-status"}, kFinished, 40},
         UpdateRow{"OneRefusedBlock", {"--ng-at", "90044100"}, kFinished, 20},
         UpdateRow{"SeveralRefusedBlocks",
                   {"--ng-at", "90040000", "--ng-at", "90042000", "--ng-at", "90050000", "--ng-at",
@@ -236,7 +236,7 @@ TEST(UpdateFile, IsRenamedByTheVersionThatItCarries)
                            {{"-b", "-f", "../mnt/usb/prog.hex"}, "V9", "mnt/usb/V9.hex"},
                            {{"-f", "prog.hex"}, "V9", "work/prog.hex"}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
-        Unit unit(100);
+        Unit unit(20);
         const std::string firmware = FirmwareOf(row.version, 0x800);
         const std::string file = HexText(firmware, 16, "\r\n");
         unit.Write("work/prog.hex", file);
@@ -255,7 +255,7 @@ TEST(UpdateFile, IsRenamedByTheVersionThatItCarries)
 
 TEST(UpdateFile, KeepsItsNameWhenRenamingFails)
 {
-    Unit unit(100);
+    Unit unit(20);
     const std::string file = HexText(FirmwareOf("V1", 0x800), 16, "\n");
     unit.Write("work/prog.hex", file);
     unit.Set("SIMUNIT_FAULT=rename:1:EACCES");

@@ -18,7 +18,7 @@ namespace {
 
 // The file system that the tools see.
 struct {
-    std::uint64_t freeBlocks = 0;
+    fsblkcnt_t freeBlocks = 0;
     int result = 0;
 } medium;
 
@@ -165,7 +165,7 @@ TEST_F(FileTools, NeedMoreFreeSpaceThanTheFileTakes)
     const struct {
         const char* name;
         std::string file;
-        std::uint64_t freeBlocks;
+        fsblkcnt_t freeBlocks;
         int result;
         bool fits;
     } rows[] = {{"exactly the free space", exact, 2, 0, false},
