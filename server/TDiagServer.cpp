@@ -277,18 +277,19 @@ void TDiagServer::ReconnectMidi()
 }
 
 // Each link is asked for its descriptor at the moment of the test. A controller that is accepted
-// here isn't in the set yet, so its first bytes are read in a later pass.
+// here is read in a later pass: it gets the number of a descriptor just closed, which the set may
+// still call readable, and a read of it would wait for as long as the controller is silent.
 void TDiagServer::Dispatch(const ReadSet& set, char* buffer)
 {
     if (set.Has(midi->GetMidiDescriptor()))
         ProcessMidi(buffer);
     if (set.Has(zaurus->GetPortDescriptor()))
         zaurus->AcceptZaurus();
-    if (set.Has(zaurus->GetZaurusId()))
+    else if (set.Has(zaurus->GetZaurusId()))
         ProcessZaurus(buffer);
 }
 
-// The state machines exist from the beginning of Run.
+// Before Run there are no state machines.
 bool TDiagServer::IsUpdating() const
 {
     return updater != nullptr && updater->GetUpdateStatus() >= 0;

@@ -41,7 +41,8 @@ public:
     // Takes one command from standard input. No step of the loop calls it.
     void ProcessKeyboard(char* buffer);
 
-    // Takes what the controller has sent, in groups of four bytes.
+    // Takes what the controller has sent, in groups of four bytes. The commands that search, read
+    // and update need the state machines that Run makes.
     void ProcessZaurus(char* buffer);
 
     // Logs the first line of the file and sends it to the controller. True when the file could be
