@@ -38,7 +38,7 @@ const char* LastSeparator(const char* path)
 
 void CopyPart(const char* part, std::size_t size, char* output)
 {
-    std::memcpy(output, part, size);
+    std::memmove(output, part, size);  // a caller may change a path in its own buffer
     output[size] = '\0';
 }
 
