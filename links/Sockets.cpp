@@ -103,5 +103,6 @@ int rmUNIXsoc(const char* path)
 
 long WriteSocket(int descriptor, const void* bytes, std::size_t length)
 {
-    return send(descriptor, bytes, length, MSG_NOSIGNAL);
+    const long sent = send(descriptor, bytes, length, MSG_NOSIGNAL);
+    return sent < 0 && errno == ENOTSOCK ? write(descriptor, bytes, length) : sent;
 }

@@ -22,5 +22,6 @@ int mkservsocUNIX(const char* path);
 int rmUNIXsoc(const char* path);
 
 // One write of `length` bytes to a connected socket. A peer that has gone shows as -1 and never as
-// a SIGPIPE, whatever the process has done about that signal.
+// a SIGPIPE, whatever the process has done about that signal. Any other descriptor is written to
+// as usual.
 long WriteSocket(int descriptor, const void* bytes, std::size_t length);
