@@ -33,6 +33,9 @@ constexpr unsigned char kLineEnd = 0x07;  // in the place of the length
 
 constexpr int kMessageWait = 5;     // seconds of silence inside a message
 constexpr int kKindFromTheEnd = 6;  // where the last frame's kind byte stands
+// Bytes on the socket beyond which a message must have ended: a doubled FE and a block's end for
+// each of its bytes. A peer that sends nothing but block ends would hold the process forever.
+constexpr int kMaxRaw = 4 * TMidiCom::kMaxMessage;
 
 constexpr int kLineEndSize = 3;  // CR, LF and NUL
 
@@ -144,6 +147,7 @@ int TMidiCom::ReadMessage(char* buf)
     char decoded[kMaxMessage] = {};
     char gathered[kMaxMessage] = {};
     int count = 0;
+    int rawCount = 0;
 
     while (!IsMessageComplete(gathered, count)) {
         if (midiDescriptor < 0)
@@ -162,7 +166,8 @@ int TMidiCom::ReadMessage(char* buf)
             return 0;
         }
         const int added = Change_i2c2bin(raw, decoded, static_cast<int>(got));
-        if (count + added > kMaxMessage)
+        rawCount += static_cast<int>(got);
+        if (count + added > kMaxMessage || rawCount > kMaxRaw)
             return -1;
         std::memcpy(gathered + count, decoded, static_cast<std::size_t>(added));
         count += added;
