@@ -30,6 +30,10 @@ need() {
 # shellcheck disable=SC2034
 readonly build_tools=(cmake:cmake ninja:ninja-build g++:g++ srec_cat:srecord objcopy:binutils)
 
+# shellcheck disable=SC2034
+readonly arm_tools=(arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf qemu-arm:qemu-user
+    /usr/src/googletest/CMakeLists.txt:googletest)
+
 # Configures a preset and builds the targets, or all of it without any. Shows the output only when
 # something went wrong.
 build() {
