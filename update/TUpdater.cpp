@@ -387,7 +387,9 @@ bool TUpdater::StepTransfer()
     if (updateCounter <= kSilenceLimit)
         return true;
     if (ngAddress == 0) {
-        PrintAndLog("Piano is no reply\n");
+        constexpr char kNoReply[] = "Piano is no reply\n";
+        LogText(kNoReply);
+        std::printf("%s", kNoReply);
         return false;
     }
     // The block may have been lost on its way, so it goes out once more before the update ends.
