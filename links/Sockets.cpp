@@ -73,15 +73,16 @@ int mkservsocINET(int port)
 
 int mkservsocUNIX(const char* path)
 {
+    // First of all: what lies at a path that can't be bound has no reason to go.
+    sockaddr_un address;
+    if (!MakeAddress(path, address))
+        return kNotAttached;
     if (rmUNIXsoc(path) < 0)
         return kNotMade;
     UniqueFd made(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!made)
         return kNotMade;
 
-    sockaddr_un address;
-    if (!MakeAddress(path, address))
-        return kNotAttached;
     if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
         return kNotAttached;
     if (listen(made.Get(), kBacklog) < 0) {
