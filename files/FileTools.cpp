@@ -15,6 +15,8 @@
 namespace {
 
 constexpr std::size_t kBlockSize = 512;
+constexpr mode_t kForEverybody = 0666;
+constexpr mode_t kForTheOwner = 0600;
 
 int OpenToRead(const char* path)
 {
@@ -90,7 +92,7 @@ int CopyFile(const char* source, const char* target)
     const UniqueFd input(OpenToRead(source));
     if (!input)
         return -1;
-    const UniqueFd output(OpenToWrite(target, 0666));
+    const UniqueFd output(OpenToWrite(target, kForEverybody));
     if (!output)
         return -1;
 
@@ -108,7 +110,7 @@ bool FileCopy(const char* source, const char* target)
     const UniqueFd input(OpenToRead(source));
     if (!input)
         return false;
-    const UniqueFd output(OpenToWrite(target, 0600));
+    const UniqueFd output(OpenToWrite(target, kForTheOwner));
     return output && CopyBlocks(input.Get(), output.Get(), AtWriteError::GoOn).written;
 }
 

@@ -26,6 +26,29 @@ constexpr int kPiano = 225;  // connect types
 constexpr int kOther = 229;
 constexpr int kDecimal = 10;
 
+constexpr char kProgramVersion[] = "Diag Server Ver.0.26\n";
+constexpr char kNameTooLong[] = "diag_server: file name is too long\n";
+
+// What the command line asks for.
+struct Options {
+    int port = kDefaultPort;
+    int connecttype = kPiano;
+    bool renameFile = false;
+    bool versionOnly = false;
+    char filename[TUpdater::kTextSize] = {};
+};
+
+// An empty name counts as none. False when it doesn't fit: a cut name would be another file.
+bool StoreFileName(Options& options, const char* name)
+{
+    const std::size_t length = std::strlen(name);
+    if (length >= sizeof(options.filename))
+        return false;
+    if (length > 0)
+        std::memcpy(options.filename, name, length + 1);
+    return true;
+}
+
 void PrintVersion(const char* filename)
 {
     auto* file = new THexFile;
@@ -45,13 +68,27 @@ void RunServer(int port)
     diag = nullptr;
 }
 
-void RunUpdate(bool renameFile, int port, const char* filename, int connecttype)
+void RunUpdate(const Options& options)
 {
     updater = new TUpdater;
-    if (updater->Initialize(renameFile, port, filename, connecttype) >= 0)
+    if (updater->Initialize(options.renameFile, options.port, options.filename,
+                            options.connecttype) >= 0)
         updater->Run();
     delete updater;
     updater = nullptr;
+}
+
+void RunMode(const Options& options)
+{
+    if (options.filename[0] == '\0') {
+        RunServer(options.port);
+        return;
+    }
+    std::printf("%s", kProgramVersion);
+    if (options.versionOnly)
+        PrintVersion(options.filename);
+    else
+        RunUpdate(options);
 }
 
 }  // namespace
@@ -61,57 +98,41 @@ void usage()
     std::fprintf(stderr, "diag_server [-P Port] [-b] [-v] [-f filename]\n");
 }
 
+// False when nothing is to run: the usage was asked for, or the file name doesn't fit.
+static bool ParseOptions(int argc, char** argv, Options& options)
+{
+    int option = 0;
+    while ((option = getopt(argc, argv, "hcbvf:a:P:")) != -1) {
+        switch (option) {
+        case 'h': usage(); return false;
+        case 'b':
+        case 'c':
+            options.connecttype = option == 'b' ? kPiano : kOther;
+            options.renameFile = true;
+            break;
+        case 'v': options.versionOnly = true; break;
+        case 'f':
+        case 'a':
+            options.connecttype = option == 'f' ? kPiano : kOther;
+            if (StoreFileName(options, optarg))
+                break;
+            std::fprintf(stderr, "%s", kNameTooLong);
+            return false;
+        case 'P': options.port = static_cast<int>(std::strtol(optarg, nullptr, kDecimal)); break;
+        default: break;  // getopt has told it
+        }
+    }
+    return true;
+}
+
 int main(int argc, char** argv)
 {
-    int port = kDefaultPort;
-    int connecttype = kPiano;
-    bool renameFile = false;
-    bool versionOnly = false;
-    char filename[TUpdater::kTextSize] = {};
-
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     // A closed standard output must not end an update half way.
     std::signal(SIGPIPE, SIG_IGN);
 
-    int option = 0;
-    while ((option = getopt(argc, argv, "hcbvf:a:P:")) != -1) {
-        switch (option) {
-        case 'h': usage(); return 0;
-        case 'c':
-            connecttype = kOther;
-            renameFile = true;
-            break;
-        case 'b':
-            connecttype = kPiano;
-            renameFile = true;
-            break;
-        case 'v': versionOnly = true; break;
-        case 'f':
-        case 'a': {
-            connecttype = option == 'f' ? kPiano : kOther;
-            const std::size_t length = std::strlen(optarg);
-            if (length >= sizeof(filename)) {
-                // A cut name would be another file.
-                std::fprintf(stderr, "diag_server: file name is too long\n");
-                return 0;
-            }
-            if (length > 0)
-                std::memcpy(filename, optarg, length + 1);
-            break;
-        }
-        case 'P': port = static_cast<int>(std::strtol(optarg, nullptr, kDecimal)); break;
-        default: break;  // getopt has told it
-        }
-    }
-
-    if (filename[0] == '\0') {
-        RunServer(port);
-        return 0;
-    }
-    std::printf("Diag Server Ver.0.26\n");
-    if (versionOnly)
-        PrintVersion(filename);
-    else
-        RunUpdate(renameFile, port, filename, connecttype);
+    Options options;
+    if (ParseOptions(argc, argv, options))
+        RunMode(options);
     return 0;
 }
