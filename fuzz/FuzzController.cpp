@@ -1,5 +1,5 @@
 // A controller that sends anything: the server keeps serving, and nothing of what a command does
-// goes wrong. What stands on the wire to the piano is whole frames.
+// goes wrong.
 
 #include <memory>
 
