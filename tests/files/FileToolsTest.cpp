@@ -1,7 +1,5 @@
 #include <csignal>
 #include <cstdint>
-#include <filesystem>
-#include <iterator>
 #include <string>
 
 #include <sys/resource.h>
@@ -11,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Descriptors.h"
 #include "FileTools.h"
 #include "TempDir.h"
 
@@ -25,10 +24,6 @@ struct {
 // Every test ends with as many open descriptors as it began with.
 class FileTools : public testing::Test {
 protected:
-    static std::ptrdiff_t OpenDescriptors()
-    {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    }
     void TearDown() override { EXPECT_EQ(OpenDescriptors(), before); }
 
     // The path of a file of that many bytes, no two neighbouring blocks of it alike.

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "Compress.h"
+#include "Descriptors.h"
 #include "ImageText.h"
 #include "IntelBin.h"
 #include "RunLength.h"

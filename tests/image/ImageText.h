@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <filesystem>
-#include <iterator>
 #include <string>
 
 #include "HexText.h"
@@ -14,9 +12,4 @@ inline std::string Bytes(const std::string& digits)
     for (std::size_t at = 0; at + 1 < digits.size(); at += 3)
         bytes += static_cast<char>(std::stoul(digits.substr(at, 2), nullptr, 16));
     return bytes;
-}
-
-inline std::ptrdiff_t OpenDescriptors()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Descriptors.h"
 #include "ImageText.h"
 #include "THexFile.h"
 #include "TempDir.h"
