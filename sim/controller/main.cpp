@@ -51,6 +51,7 @@ void PrintHelp()
                 "  --port P     its port, 4917 if left out\n"
                 "  --timeout S  how many seconds of silence are too many: %.0f for an answer and\n"
                 "               %.0f while the unit works, if left out; monitor waits forever\n"
+                "               and ends as the last read-back or update that it saw\n"
                 "  --json       an object a line, for other programs\n\n"
                 "Exit status: 0 success, 1 the unit said that it failed, 2 wrong usage,\n"
                 "3 no connection or a lost one, 4 no answer. The unit drops commands without a\n"
@@ -158,7 +159,7 @@ std::string ReasonFor(Status status, const Exchange& exchange)
     if (!exchange.Reason().empty() || status == Status::Success)
         return exchange.Reason();
     if (status == Status::Connection)
-        return "the unit has closed the connection";
+        return "the unit has closed the connection; it serves the controller that came last";
     return exchange.HasStarted() ? "the unit has fallen silent"
                                  : "no answer; the unit drops commands while a read-back or an "
                                    "update runs (monitor shows it)";
