@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr std::uint32_t kStart = 0x90040000;
 constexpr std::size_t kPage = 0x10000;
 
 struct Directory {
@@ -61,7 +60,7 @@ std::vector<std::string> HexRecords(const std::vector<unsigned char>& bytes, std
     std::vector<std::string> records;
     for (std::size_t at = 0; at < bytes.size();) {
         if (at % kPage == 0) {
-            const std::uint32_t upper = (kStart + static_cast<std::uint32_t>(at)) >> 16U;
+            const std::uint32_t upper = (kImageStart + static_cast<std::uint32_t>(at)) >> 16U;
             const unsigned char base[] = {static_cast<unsigned char>(upper >> 8U),
                                           static_cast<unsigned char>(upper)};
             records.push_back(Record(4, 0, base, sizeof(base)));
@@ -76,7 +75,7 @@ std::vector<std::string> HexRecords(const std::vector<unsigned char>& bytes, std
 
 std::string WriteHexFile(const char* name, const std::vector<std::string>& records)
 {
-    const std::string path = BenchDirectory() + "/" + name;
+    std::string path = BenchDirectory() + "/" + name;
     std::ofstream file(path, std::ios::binary);
     for (const std::string& record : records)
         file << record;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,9 @@ const std::string& BenchDirectory();
 // Bytes that look like firmware: runs, tables and noise, the same in every run.
 std::vector<unsigned char> FirmwareBytes(std::size_t size);
 
-// The records of an Intel HEX text from 0x90040000 on, each with CR LF, closed by an end-of-file
+constexpr std::uint32_t kImageStart = 0x90040000;
+
+// The records of an Intel HEX text from kImageStart on, each with CR LF, closed by an end-of-file
 // record.
 std::vector<std::string> HexRecords(const std::vector<unsigned char>& bytes, std::size_t perRecord);
 

@@ -1,19 +1,32 @@
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
 #include "BenchData.h"
+#include "FileBytes.h"
 #include "IntelBin.h"
+#include "OutputFile.h"
 #include "RunLength.h"
 #include "THexFile.h"
+#include "TSStringList.h"
+#include "TextFile.h"
+#include "UniqueFd.h"
 
 namespace {
 
 constexpr std::size_t kLargeFile = std::size_t{8} << 20U;  // bytes of hex text
 constexpr std::size_t kHexLine32 = 77;                     // a record of 32 bytes, its CR LF too
 constexpr std::size_t kParameterSize = 0x60000;
+constexpr std::size_t kParameterRecord = 12;  // data bytes of a record that is read back
+constexpr std::size_t kWrittenRecord = 32;
 
 void CountBytes(benchmark::State& state, const std::string& path)
 {
@@ -21,12 +34,24 @@ void CountBytes(benchmark::State& state, const std::string& path)
     state.SetBytesProcessed(state.iterations() * size);
 }
 
-void LoadAndScan(benchmark::State& state)
+std::string LargeFile(std::size_t size)
 {
-    const auto size = static_cast<std::size_t>(state.range(0));
-    const std::string path =
-        WriteHexFile("load.hex", HexRecords(FirmwareBytes(size / kHexLine32 * 32), 32));
-    for (auto _ : state) {
+    return WriteHexFile("load.hex", HexRecords(FirmwareBytes(size / kHexLine32 * 32), 32));
+}
+
+FileBytes Load(const std::string& path)
+{
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    FileBytes bytes;
+    if (!file || !ReadWholeFile(file.Get(), bytes))
+        std::abort();
+    return bytes;
+}
+
+void LoadFromFile(benchmark::State& state)
+{
+    const std::string path = LargeFile(static_cast<std::size_t>(state.range(0)));
+    while (state.KeepRunning()) {
         THexFile file;
         if (!file.LoadFromFile(path.c_str()))
             state.SkipWithError("not loaded");
@@ -34,13 +59,32 @@ void LoadAndScan(benchmark::State& state)
     }
     CountBytes(state, path);
 }
-BENCHMARK(LoadAndScan)->Arg(kLargeFile / 8)->Arg(kLargeFile);
+BENCHMARK(LoadFromFile)->Arg(kLargeFile)->Arg(kLargeFile / 8);
+
+// Reads the file and copies its lines into rows, all of them as long as the first, without a look
+// at what they are.
+void LoadBare(benchmark::State& state)
+{
+    const std::string path = LargeFile(static_cast<std::size_t>(state.range(0)));
+    while (state.KeepRunning()) {
+        const FileBytes bytes = Load(path);
+        const std::size_t rows = bytes.size / kHexLine32;
+        auto* const block = static_cast<unsigned char*>(std::calloc(rows, kHexLine32 + 1));
+        for (std::size_t i = 0; i < rows; ++i)
+            std::memcpy(block + i * (kHexLine32 + 1), bytes.data.get() + i * kHexLine32,
+                        kHexLine32);
+        benchmark::DoNotOptimize(block);
+        std::free(block);
+    }
+    CountBytes(state, path);
+}
+BENCHMARK(LoadBare)->Name("LoadFromFile:bare")->Arg(kLargeFile)->Arg(kLargeFile / 8);
 
 void CheckIntelHex(benchmark::State& state)
 {
-    const auto records = HexRecords(FirmwareBytes(kParameterSize), 12);
+    const auto records = HexRecords(FirmwareBytes(kParameterSize), kParameterRecord);
     THexFile file;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         file.Reset();
         for (const std::string& record : records) {
             if (file.CheckIntelHex(record.c_str()) > 0)
@@ -48,30 +92,124 @@ void CheckIntelHex(benchmark::State& state)
         }
     }
     state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(records.size()));
+    state.SetLabel("records");
 }
 BENCHMARK(CheckIntelHex);
 
-// Each conversion is measured in the bytes that it reads. One write a byte is what the run-length
-// coder makes by design, so it is bound by the system's calls.
-void Conversion(benchmark::State& state, bool (*convert)(const char*, const char*),
-                const char* source)
+// Keeps the records without a look at them.
+void KeepBare(benchmark::State& state)
 {
-    const std::string hex = WriteHexFile("c.hex", HexRecords(FirmwareBytes(kParameterSize), 32));
+    const auto records = HexRecords(FirmwareBytes(kParameterSize), kParameterRecord);
+    TSStringList list;
+    while (state.KeepRunning()) {
+        list.Clear();
+        for (const std::string& record : records)
+            list.TSList::Add(new TSString(record.c_str()));
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(records.size()));
+    state.SetLabel("records");
+}
+BENCHMARK(KeepBare)->Name("CheckIntelHex:bare");
+
+// The inputs of the conversions: an image of the parameters' size in its three forms.
+struct Forms {
+    Forms()
+    {
+        WriteHexFile("c.hex", HexRecords(FirmwareBytes(kParameterSize), kWrittenRecord));
+        if (!Intel2Bin(hex.c_str(), bin.c_str()) || !RL_Compress(bin.c_str(), rlg.c_str()))
+            std::abort();
+    }
+    const std::string hex = BenchDirectory() + "/c.hex";
     const std::string bin = BenchDirectory() + "/c.bin";
     const std::string rlg = BenchDirectory() + "/c.rlg";
     const std::string out = BenchDirectory() + "/c.out";
-    if (!Intel2Bin(hex.c_str(), bin.c_str()) || !RL_Compress(bin.c_str(), rlg.c_str()))
-        state.SkipWithError("no input");
-    const std::string path = BenchDirectory() + source;
-    for (auto _ : state) {
-        if (!convert(path.c_str(), out.c_str()))
+};
+
+// Each conversion is measured in the bytes that it reads.
+template <typename Convert>
+void Measure(benchmark::State& state, const std::string& source, Convert convert)
+{
+    while (state.KeepRunning()) {
+        if (!convert())
             state.SkipWithError("not converted");
     }
-    CountBytes(state, path);
+    CountBytes(state, source);
 }
-BENCHMARK_CAPTURE(Conversion, Intel2Bin, Intel2Bin, "/c.hex");
-BENCHMARK_CAPTURE(Conversion, Bin2Intel, Bin2Intel, "/c.bin");
-BENCHMARK_CAPTURE(Conversion, RL_Compress, RL_Compress, "/c.bin");
-BENCHMARK_CAPTURE(Conversion, RL_Decompress, RL_Decompress, "/c.rlg");
+
+// Writes `size` bytes in pieces of `piece`.
+bool WritePieces(const std::string& path, std::size_t size, std::size_t piece)
+{
+    const char bytes[kHexLine32] = {};
+    const UniqueFd output(CreateOutputFile(path.c_str()));
+    for (std::size_t done = 0; done < size; done += piece) {
+        if (!WriteWhole(output.Get(), bytes, piece))
+            return false;
+    }
+    return true;
+}
+
+void Intel2BinBench(benchmark::State& state)
+{
+    const Forms forms;
+    Measure(state, forms.hex, [&] { return Intel2Bin(forms.hex.c_str(), forms.out.c_str()); });
+}
+BENCHMARK(Intel2BinBench)->Name("Intel2Bin");
+
+void Intel2BinBare(benchmark::State& state)
+{
+    const Forms forms;
+    Measure(state, forms.hex, [&] {
+        PieceReader reader(forms.hex.c_str());
+        while (reader.Next() != nullptr) {
+        }
+        return WritePieces(forms.out, kParameterSize, kWrittenRecord);
+    });
+}
+BENCHMARK(Intel2BinBare)->Name("Intel2Bin:bare");
+
+void Bin2IntelBench(benchmark::State& state)
+{
+    const Forms forms;
+    Measure(state, forms.bin, [&] { return Bin2Intel(forms.bin.c_str(), forms.out.c_str()); });
+}
+BENCHMARK(Bin2IntelBench)->Name("Bin2Intel");
+
+void Bin2IntelBare(benchmark::State& state)
+{
+    const Forms forms;
+    Measure(state, forms.bin, [&] {
+        const UniqueFd input(open(forms.bin.c_str(), O_RDONLY | O_CLOEXEC));
+        char data[kWrittenRecord];
+        while (read(input.Get(), data, sizeof(data)) > 0) {
+        }
+        return WritePieces(forms.out, kParameterSize / kWrittenRecord * kHexLine32, kHexLine32);
+    });
+}
+BENCHMARK(Bin2IntelBare)->Name("Bin2Intel:bare");
+
+// One write a byte is what the run-length coder makes by design.
+void RunLength(benchmark::State& state, bool (*convert)(const char*, const char*),
+               const std::string Forms::*source)
+{
+    const Forms forms;
+    const std::string& path = forms.*source;
+    Measure(state, path, [&] { return convert(path.c_str(), forms.out.c_str()); });
+}
+BENCHMARK_CAPTURE(RunLength, RL_Compress, RL_Compress, &Forms::bin)->Name("RL_Compress");
+BENCHMARK_CAPTURE(RunLength, RL_Decompress, RL_Decompress, &Forms::rlg)->Name("RL_Decompress");
+
+void RunLengthBare(benchmark::State& state, const std::string Forms::*source,
+                   const std::string Forms::*target)
+{
+    const Forms forms;
+    const auto size = static_cast<std::size_t>(std::filesystem::file_size(forms.*target));
+    Measure(state, forms.*source, [&] {
+        benchmark::DoNotOptimize(Load(forms.*source).size);
+        return WritePieces(forms.out, size, 1);
+    });
+}
+BENCHMARK_CAPTURE(RunLengthBare, RL_Compress, &Forms::bin, &Forms::rlg)->Name("RL_Compress:bare");
+BENCHMARK_CAPTURE(RunLengthBare, RL_Decompress, &Forms::rlg, &Forms::bin)
+    ->Name("RL_Decompress:bare");
 
 }  // namespace

@@ -1,6 +1,9 @@
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <thread>
+#include <string>
 #include <vector>
 
 #include <sys/socket.h>
@@ -10,137 +13,188 @@
 #include <benchmark/benchmark.h>
 
 #include "BenchData.h"
+#include "ReadSet.h"
 #include "TMidiCom.h"
 #include "TUpdater.h"
 
 namespace {
 
 constexpr int kConnecttype = 225;
-constexpr int kBlockSize = 0x2000;
-constexpr std::size_t kImageSize = 0x10000;
-constexpr int kFrameOnTheWire = 12;
+constexpr std::size_t kFrameOnTheWire = 12;
+constexpr std::size_t kTextInFrame = 5;
 
-// The MIDI Patcher's end of the link: takes the connection and reads what comes.
-class Drain {
+// A block and a batch are as much as a socket's default buffer takes, so nobody has to read at the
+// same time and the figures are those of one thread alone.
+constexpr int kBlockSize = 0x100;
+constexpr std::size_t kBlocks = 64;
+constexpr int kBatch = 64;
+
+// A connected link and its other end. The ends keep the boundaries of writes, so that a read brings
+// one message, as on a line that is slower than the reader.
+class Line {
 public:
-    Drain() : path(BenchDirectory() + "/drain")
+    Line()
     {
+        midi.Set_connecttype(kConnecttype);
+        const std::string path = BenchDirectory() + "/line";
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-        listener = socket(AF_UNIX, SOCK_STREAM, 0);
+        const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
         unlink(path.c_str());
+        int ends[2];
         if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) < 0 ||
-            listen(listener, 1) < 0 || !midi.SetMidiDescriptorQuietly(path.c_str()))
+            listen(listener, 1) < 0 || midi.SetMidiDescriptor(path.c_str()) < 0 ||
+            socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) < 0 ||
+            dup2(ends[0], midi.GetMidiDescriptor()) < 0)
             std::abort();
-        peer = accept(listener, nullptr, nullptr);
-    }
-    ~Drain()
-    {
-        midi.Shut();
-        if (reader.joinable())
-            reader.join();
-        close(peer);
+        peer = ends[1];
+        close(ends[0]);
         close(listener);
     }
+    ~Line() { close(peer); }
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
 
-    struct Link : TMidiCom {
-        bool SetMidiDescriptorQuietly(const char* at)
-        {
-            Set_connecttype(kConnecttype);
-            return SetMidiDescriptor(at) >= 0;
-        }
-        void Shut() const { shutdown(GetMidiDescriptor(), SHUT_RDWR); }
-    };
-
-    void StartReading()
+    void Drain() const
     {
-        reader = std::thread([this] {
-            std::vector<char> bytes(1U << 16U);
-            while (read(peer, bytes.data(), bytes.size()) > 0) {
-            }
-        });
+        char bytes[kFrameOnTheWire * 2];
+        while (recv(peer, bytes, sizeof(bytes), MSG_DONTWAIT) > 0) {
+        }
     }
 
-    Link midi;
-    int peer = -1;
+    void Fill(const std::string& message) const
+    {
+        for (int i = 0; i < kBatch; ++i) {
+            if (send(peer, message.data(), message.size(), MSG_DONTWAIT) < 0)
+                std::abort();
+        }
+    }
 
-private:
-    std::string path;
-    int listener = -1;
-    std::thread reader;
+    TMidiCom midi;
+    int peer = -1;
 };
 
-// Sends a whole image, as an update does: the first block, then one block an answer.
-void SendImage(benchmark::State& state)
+void CountItems(benchmark::State& state, std::size_t itemsPerPass, const char* unit)
 {
-    Drain drain;
-    drain.StartReading();
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(itemsPerPass));
+    state.SetLabel(unit);
+}
+
+std::vector<std::string> ImageRecords()
+{
+    return HexRecords(FirmwareBytes(kBlocks * kBlockSize), 16);
+}
+
+// Sends an image, as an update does: block after block, each when the one before is through.
+void SendIntelHex(benchmark::State& state)
+{
+    Line line;
     TUpdater updater;
-    const auto records = HexRecords(FirmwareBytes(kImageSize), 16);
+    const auto records = ImageRecords();
     const std::string path = WriteHexFile("send.hex", records);
     if (updater.LoadIntelHex(path.c_str(), nullptr) < 0)
         state.SkipWithError("not loaded");
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         // An address that was never reached makes the first block seek back to the first row.
-        updater.SendIntelHex(&drain.midi, 0, kBlockSize);
-        for (std::size_t sent = kBlockSize; sent < kImageSize + kBlockSize; sent += kBlockSize)
-            updater.SendIntelHex(&drain.midi, 0x90040000 + sent, kBlockSize);
+        unsigned long address = 0;
+        for (std::size_t i = 0; i <= kBlocks; ++i) {
+            updater.SendIntelHex(&line.midi, address, kBlockSize);
+            address = kImageStart + (i + 1) * kBlockSize;
+            state.PauseTiming();
+            line.Drain();
+            state.ResumeTiming();
+        }
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(records.size()));
+    CountItems(state, records.size(), "records");
 }
-BENCHMARK(SendImage)->UseRealTime();
+BENCHMARK(SendIntelHex);
 
-// The same writes with nothing around them: what the system's calls alone cost.
-void BareWrites(benchmark::State& state)
+void SendBare(benchmark::State& state)
 {
-    Drain drain;
-    drain.StartReading();
-    const auto records = HexRecords(FirmwareBytes(kImageSize), 16);
+    Line line;
+    const auto records = ImageRecords();
     const char frame[kFrameOnTheWire] = {};
     std::size_t frames = 0;
     for (const std::string& record : records)
-        frames += (record.size() - 2 + 4) / 5 + 1;
-    for (auto _ : state) {
-        for (std::size_t i = 0; i < frames; ++i)
-            benchmark::DoNotOptimize(
-                send(drain.midi.GetMidiDescriptor(), frame, sizeof(frame), MSG_NOSIGNAL));
+        frames += (record.size() - 2 + kTextInFrame - 1) / kTextInFrame + 1;
+    while (state.KeepRunning()) {
+        std::size_t sent = 0;
+        for (std::size_t i = 0; i <= kBlocks; ++i) {
+            for (const std::size_t end = frames * (i + 1) / (kBlocks + 1); sent < end; ++sent)
+                benchmark::DoNotOptimize(
+                    send(line.midi.GetMidiDescriptor(), frame, sizeof(frame), MSG_NOSIGNAL));
+            state.PauseTiming();
+            line.Drain();
+            state.ResumeTiming();
+        }
     }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(records.size()));
+    CountItems(state, records.size(), "records");
 }
-BENCHMARK(BareWrites)->UseRealTime();
+BENCHMARK(SendBare)->Name("SendIntelHex:bare");
 
-// Console lines as they come in a read-back, one line a message.
-void ReceiveLines(benchmark::State& state)
-{
-    Drain drain;
-    const std::string text = HexRecords(FirmwareBytes(12), 12)[1];
-    std::string message;
-    std::int64_t frames = 0;
-    const auto add = [&message, &frames](char kind, const std::string& data) {
-        message += std::string("\xE2\xE1\x06", 3) + kind + data;
-        message.append(5 - data.size(), '\0');
-        message += "\xFE\xFF";
-        ++frames;
-    };
-    const std::size_t length = text.size() - 2;
-    for (std::size_t at = 0; at < length; at += 5) {
-        const std::size_t count = std::min<std::size_t>(5, length - at);
-        add(static_cast<char>(0x30 + count), text.substr(at, count));
+// A console line as it comes in a read-back: a record of 12 bytes, a message of its own.
+struct Message {
+    Message()
+    {
+        const std::string text = HexRecords(FirmwareBytes(12), 12)[1];
+        const std::size_t length = text.size() - 2;
+        for (std::size_t at = 0; at < length; at += kTextInFrame) {
+            const std::size_t count = std::min(kTextInFrame, length - at);
+            Add(static_cast<char>(0x30 + count), text.substr(at, count));
+        }
+        Add('\x37', "");
     }
-    add('\x37', "");
+    void Add(char kind, const std::string& data)
+    {
+        bytes += std::string("\xE2\xE1\x06", 3) + kind + data;
+        bytes.append(kTextInFrame - data.size(), '\0');
+        bytes += "\xFE\xFF";
+        ++frames;
+    }
+    std::string bytes;
+    std::size_t frames = 0;
+};
 
+void ReadMessage(benchmark::State& state)
+{
+    Line line;
+    const Message message;
     char buffer[TMidiCom::kMaxMessage];
     char* lines[TMidiCom::kMaxLines];
-    for (auto _ : state) {
-        if (write(drain.peer, message.data(), message.size()) < 0)
-            state.SkipWithError("not sent");
-        const int count = drain.midi.ReadMessage(buffer);
-        if (drain.midi.ToConsole2(buffer, count, lines, TMidiCom::kMaxLines) != 1)
-            state.SkipWithError("no line");
+    while (state.KeepRunning()) {
+        state.PauseTiming();
+        line.Fill(message.bytes);
+        state.ResumeTiming();
+        for (int i = 0; i < kBatch; ++i) {
+            const int count = line.midi.ReadMessage(buffer);
+            if (line.midi.ToConsole2(buffer, count, lines, TMidiCom::kMaxLines) != 1)
+                state.SkipWithError("no line");
+        }
     }
-    state.SetItemsProcessed(state.iterations() * frames);
+    CountItems(state, kBatch * message.frames, "frames");
 }
-BENCHMARK(ReceiveLines);
+BENCHMARK(ReadMessage)->Name("ReadMessage+ToConsole2");
+
+void ReadBare(benchmark::State& state)
+{
+    Line line;
+    const Message message;
+    const int descriptor = line.midi.GetMidiDescriptor();
+    char buffer[TMidiCom::kMaxMessage];
+    while (state.KeepRunning()) {
+        state.PauseTiming();
+        line.Fill(message.bytes);
+        state.ResumeTiming();
+        for (int i = 0; i < kBatch; ++i) {
+            ReadSet set;
+            set.Add(descriptor);
+            if (set.Wait(1) <= 0 || read(descriptor, buffer, sizeof(buffer)) <= 0)
+                state.SkipWithError("nothing read");
+        }
+    }
+    CountItems(state, kBatch * message.frames, "frames");
+}
+BENCHMARK(ReadBare)->Name("ReadMessage+ToConsole2:bare");
 
 }  // namespace
