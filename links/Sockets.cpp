@@ -65,7 +65,7 @@ int mkservsocINET(int port)
     if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
         return kNotAttached;
     if (listen(made.Get(), kBacklog) < 0) {
-        std::printf("listen client error\n");
+        std::fputs("listen client error\n", stdout);
         return kNotListening;
     }
     return made.Release();
@@ -86,7 +86,7 @@ int mkservsocUNIX(const char* path)
     if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
         return kNotAttached;
     if (listen(made.Get(), kBacklog) < 0) {
-        std::printf("listen server error\n");
+        std::fputs("listen server error\n", stdout);
         return kNotListening;
     }
     return made.Release();

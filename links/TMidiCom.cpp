@@ -69,12 +69,12 @@ bool IsMessageComplete(const char* gathered, int count)
 TMidiCom::TMidiCom()
     : midiDescriptor(-1), consoleText(), consoleLength(0), connecttype(0), carriedLine()
 {
-    std::printf("Init Midicom\n");
+    std::fputs("Init Midicom\n", stdout);
 }
 
 TMidiCom::~TMidiCom()
 {
-    std::printf("Delete Midicom\n");
+    std::fputs("Delete Midicom\n", stdout);
     if (midiDescriptor >= 0)
         close(midiDescriptor);
 }
@@ -89,7 +89,7 @@ int TMidiCom::SetMidiDescriptor(const char* path)
     midiDescriptor = mkclisocUNIX(path);
     if (midiDescriptor < 0)
         return -1;
-    std::printf("MIDI Alive\n");
+    std::fputs("MIDI Alive\n", stdout);
     return midiDescriptor;
 }
 
@@ -216,7 +216,7 @@ int TMidiCom::ToConsole2(char* message, int length, char** lines, int capacity)
 
 int TMidiCom::ReadConsoleMessage2(char* message, char** lines, int capacity)
 {
-    std::printf("Rcv message\n");
+    std::fputs("Rcv message\n", stdout);
     const int count = ReadMessage(message);
     if (count <= 0)
         return count;

@@ -167,7 +167,7 @@ int TDiagServer::Run()
         set.Add(midi->GetMidiDescriptor());
         set.Add(zaurus->GetPortDescriptor());
         set.Add(zaurus->GetZaurusId());
-        std::printf("Diag Update Status()\n");
+        std::fputs("Diag Update Status()\n", stdout);
 
         // The set was built before these steps, so a descriptor that one of them lost makes the
         // wait fail once.
@@ -202,7 +202,7 @@ bool TDiagServer::OpenMidi(int connecttype)
 
     LogText(failure == nullptr ? "MIDI Patcher is active.\n" : "MIDI Patcher is not active.\n");
     if (failure != nullptr)
-        std::printf("%s", failure);
+        std::fputs(failure, stdout);
     return failure == nullptr;
 }
 

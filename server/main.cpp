@@ -84,7 +84,7 @@ void RunMode(const Options& options)
         RunServer(options.port);
         return;
     }
-    std::printf("%s", kProgramVersion);
+    std::fputs(kProgramVersion, stdout);
     if (options.versionOnly)
         PrintVersion(options.filename);
     else
@@ -127,6 +127,8 @@ static bool ParseOptions(int argc, char** argv, Options& options)
 
 int main(int argc, char** argv)
 {
+    // Each text leaves in one write. What needs no format is printed with fputs for that: compilers
+    // make puts of a printf of a fixed line, and puts writes the line end by itself.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     // A closed standard output must not end an update half way.
     std::signal(SIGPIPE, SIG_IGN);

@@ -83,7 +83,7 @@ void TCspReader::IncReaderCounter()
 
 int TCspReader::UpdateStatus(TMidiCom* midi, TZaurusCom* zaurus)
 {
-    std::printf("Update Status CSP\n");
+    std::fputs("Update Status CSP\n", stdout);
     switch (readerStatus) {
     case Connect: StepConnect(midi, zaurus); break;
     case Request:
@@ -129,7 +129,7 @@ void TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
     if (readerCounter > kSilenceLimit)
         EnterStatus(Request);
     if (flashModeCounter % kFlashModeEvery == 0) {
-        std::printf("Send Flash Mode TCspReader Update\n");
+        std::fputs("Send Flash Mode TCspReader Update\n", stdout);
         SendFlashMode(midi, kFlashModeGroup);
         usleep(kFlashModeWait);
         SendLine(midi, "STATUS");
@@ -173,7 +173,7 @@ bool TCspReader::StepTransfer(TMidiCom* midi)
 
 void TCspReader::StepFinished()
 {
-    std::printf("CSP Update Finished\n");
+    std::fputs("CSP Update Finished\n", stdout);
     hexFile->SaveToFile(fileName[0] == '\0' ? kDefaultFile : fileName);
 }
 
@@ -198,14 +198,14 @@ void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
     if (line.BeginsWith("Status:Flash Idle")) {
         readerStatus = Request;
         ResetCounters();
-        std::printf("Status:Flash Idle\n");
+        std::fputs("Status:Flash Idle\n", stdout);
         return;
     }
     // The CSP is in the middle of something: break it off, and ask again with the next step.
     ++errorCounter;
     Cancel(midi);
     flashModeCounter = 0;
-    std::printf("Canceled\n");
+    std::fputs("Canceled\n", stdout);
 }
 
 void TCspReader::OnRequestAnswer(const ConsoleLine& line)

@@ -52,7 +52,7 @@ void LogText(const char* text)
 
 void PrintAndLog(const char* text)
 {
-    std::printf("%s", text);
+    std::fputs(text, stdout);
     LogText(text);
 }
 
@@ -95,7 +95,7 @@ int TUpdater::Initialize(bool rename, int port, const char* fileName, int connec
     ResetLogFile(kLog, kLogLinesKept);
     LogText("CSP Updater Start Now.\n");
     if (!nameFits || !hexFile->LoadFromFile(hexFileName)) {
-        std::printf("No Update File!\n");
+        std::fputs("No Update File!\n", stdout);
         return HasFailed;
     }
     const TSString version = TSString("CSP File Version: ") + hexFile->versionText + "\n";
@@ -192,7 +192,7 @@ int TUpdater::UpdateStatus()
 
 int TUpdater::UpdateStatusDiag(TMidiCom* link, TZaurusCom* controller)
 {
-    std::printf("Update Status APE\n");
+    std::fputs("Update Status APE\n", stdout);
     const bool silent = updateCounter > kSilenceLimit;
     switch (updateStatus) {
     case Connect:
@@ -307,7 +307,7 @@ bool TUpdater::OpenMidi()
             return true;
         }
         LogText("Open MIDI Patcher - NG1\n");
-        std::printf("Connect i2c error2\n");
+        std::fputs("Connect i2c error2\n", stdout);
         return false;
     }
 
@@ -315,7 +315,7 @@ bool TUpdater::OpenMidi()
     sleep(kRetryWait);
     if (midi->SetMidiDescriptor(kMidiPatcherSocket) < 0) {
         LogText("Open MIDI Patcher - NG2\n");
-        std::printf("Open i2c error\n");
+        std::fputs("Open i2c error\n", stdout);
         return false;
     }
     if (midi->Connect_i2cserver()) {
@@ -323,7 +323,7 @@ bool TUpdater::OpenMidi()
         return true;
     }
     LogText("Open MIDI Patcher - NG2\n");
-    std::printf("Connect i2c error\n");
+    std::fputs("Connect i2c error\n", stdout);
     return false;
 }
 
@@ -360,7 +360,7 @@ void TUpdater::StepConnect()
         SendFlashMode(midi, kFlashModeGroup);
         usleep(kFlashModeWait);
         SendLine(midi, "STATUS");
-        std::printf("Send Flash Mode TUpdater Update\n");
+        std::fputs("Send Flash Mode TUpdater Update\n", stdout);
     }
     ++flashModeCounter;
 }
@@ -368,7 +368,7 @@ void TUpdater::StepConnect()
 bool TUpdater::StepRequest()
 {
     AskForWrite(midi);
-    std::printf("Send WriteCommand\n");
+    std::fputs("Send WriteCommand\n", stdout);
     if (updateCounter <= kSilenceLimit)
         return true;
     PrintAndLog("Piano is not connected 2\n");
@@ -379,7 +379,7 @@ void TUpdater::StepStartData()
 {
     LogText("Start CSP Update\n");
     BeginData(midi);
-    std::printf("Start APE Update\n");
+    std::fputs("Start APE Update\n", stdout);
 }
 
 bool TUpdater::StepTransfer()
@@ -389,7 +389,7 @@ bool TUpdater::StepTransfer()
     if (ngAddress == 0) {
         constexpr char kNoReply[] = "Piano is no reply\n";
         LogText(kNoReply);
-        std::printf("%s", kNoReply);
+        std::fputs(kNoReply, stdout);
         return false;
     }
     // The block may have been lost on its way, so it goes out once more before the update ends.
@@ -401,7 +401,7 @@ bool TUpdater::StepTransfer()
 
 void TUpdater::StepFinished()
 {
-    std::printf("APE Update Finished\n");
+    std::fputs("APE Update Finished\n", stdout);
     LogText("CSP Update Finished\n");
     if (renameFile)
         RenameImage();
@@ -427,10 +427,10 @@ void TUpdater::RenameImage()
     const bool noDirectory = directory == "" || directory == hexFileName;
     const TSString newName = noDirectory ? version + ".hex" : directory + "/" + version + ".hex";
     if (rename(hexFileName, newName.c_str()) == 0) {
-        std::printf("Rename OK\n");
+        std::fputs("Rename OK\n", stdout);
         LogText("Update File Renamed\n");
     } else {
-        std::printf("Rename NG\n");
+        std::fputs("Rename NG\n", stdout);
         LogText("Update File Rename Error\n");
     }
 }
@@ -543,7 +543,7 @@ void TUpdater::OnTransferAnswer(const Setting& setting, const ConsoleLine& line,
     } else if (!setting.inServer && (line.BeginsWith("Erasing") || line.BeginsWith("WR:"))) {
         errorCounter = 0;
         updateCounter = 0;
-        std::printf("%s", line.Text());
+        std::fputs(line.Text(), stdout);
     } else if (line.BeginsWith("END")) {
         sending = false;
         OnClosing(setting, "End Recive\n");
@@ -563,7 +563,7 @@ void TUpdater::OnOk(const Setting& setting, const ConsoleLine& line)
     errorCounter = 0;
     updateCounter = 0;
     if (!setting.inServer) {
-        std::printf("%s", line.Text());
+        std::fputs(line.Text(), stdout);
         SendIntelHex(setting.midi, sendedAddress, kBlockSize);
         return;
     }
@@ -591,7 +591,7 @@ void TUpdater::OnRefused(const Setting& setting, const ConsoleLine& line)
 void TUpdater::OnClosing(const Setting& setting, const char* trace)
 {
     if (setting.inServer)
-        std::printf("%s", trace);
+        std::fputs(trace, stdout);
     else
         updateCounter = 0;
 }
