@@ -6,23 +6,33 @@
 namespace {
 
 constexpr char kDigits[] = "0123456789ABCDEF";
-constexpr int kNoDigit = -1;
+constexpr int kRadix = 16;
+constexpr unsigned kCharacters = 256;
+constexpr signed char kNoDigit = -1;
 
-int UpperDigit(char character)
-{
-    if (character >= '0' && character <= '9')
-        return character - '0';
-    if (character >= 'A' && character <= 'F')
-        return character - 'A' + 10;
-    return kNoDigit;
-}
+// The value of each character as a digit. A look-up, since a digit is a letter as often as not and
+// a branch on that is guessed wrong as often.
+struct DigitTable {
+    constexpr explicit DigitTable(bool lowerCase) : value()
+    {
+        for (signed char& each : value)
+            each = kNoDigit;
+        for (signed char digit = 0; digit < kRadix; ++digit) {
+            const auto character = static_cast<unsigned char>(kDigits[digit]);
+            value[character] = digit;
+            if (lowerCase && digit >= 10)
+                value[character + ('a' - 'A')] = digit;
+        }
+    }
+    constexpr int operator[](char character) const
+    {
+        return value[static_cast<unsigned char>(character)];
+    }
+    signed char value[kCharacters];
+};
 
-int AnyDigit(char character)
-{
-    if (character >= 'a' && character <= 'f')
-        return character - 'a' + 10;
-    return UpperDigit(character);
-}
+constexpr DigitTable kUpperDigits(false);
+constexpr DigitTable kAnyDigits(true);
 
 }  // namespace
 
@@ -34,16 +44,16 @@ void CharToHex(unsigned char value, char* target)
 
 unsigned char HexToChar(const char* text)
 {
-    const int high = std::max(UpperDigit(text[0]), 0);
-    const int low = std::max(UpperDigit(text[1]), 0);
-    return static_cast<unsigned char>(high * 16 + low);
+    const int high = std::max(kUpperDigits[text[0]], 0);
+    const int low = std::max(kUpperDigits[text[1]], 0);
+    return static_cast<unsigned char>(high * kRadix + low);
 }
 
 unsigned int HexToUInt(const char* text, int length)
 {
     unsigned int value = 0;
     for (int index = 0; length < 1 ? text[index] != '\0' : index < length; ++index) {
-        const int digit = AnyDigit(text[index]);
+        const int digit = kAnyDigits[text[index]];
         if (digit == kNoDigit)
             return 0;
         value = value << 4 | static_cast<unsigned int>(digit);
