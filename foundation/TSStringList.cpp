@@ -11,6 +11,11 @@ TSStringList::~TSStringList()
 
 TSStringList& TSStringList::Add(const TSString& text)
 {
+    return Add(text.c_str());
+}
+
+TSStringList& TSStringList::Add(const char* text)
+{
     TSList::Add(new TSString(text));
     return *this;
 }

@@ -12,8 +12,9 @@ public:
     TSStringList(const TSStringList&) = delete;
     TSStringList& operator=(const TSStringList&) = delete;
 
-    // Appends a copy.
+    // Appends a copy; null counts as empty.
     TSStringList& Add(const TSString& text);
+    TSStringList& Add(const char* text);
 
     // A copy of the string under the cursor, which moves on; empty at the end of the walk.
     TSString GetNextString();
