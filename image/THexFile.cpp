@@ -86,6 +86,13 @@ bool IsChecksumGood(const char* record, std::size_t summedData)
     return sum % 0x100 == 0;
 }
 
+// The first `sought` from `text` on, or `end`.
+const char* Find(const char* text, const char* end, char sought)
+{
+    const void* const found = std::memchr(text, sought, static_cast<std::size_t>(end - text));
+    return found == nullptr ? end : static_cast<const char*>(found);
+}
+
 struct LineTable {
     std::int32_t count = 0;
     std::ptrdiff_t longest = 0;  // bytes, the line end included
@@ -97,21 +104,14 @@ LineTable CountLines(const char* text, std::size_t size)
     LineTable table;
     table.end = text;
     const char* const textEnd = text + size;
-    while (table.end != textEnd) {
-        const auto left = static_cast<std::size_t>(textEnd - table.end);
-        const auto* lf = static_cast<const char*>(std::memchr(table.end, kLf, left));
-        if (lf == nullptr)
-            break;
+    for (;;) {
+        const char* const lf = Find(table.end, textEnd, kLf);
+        if (lf == textEnd)
+            return table;
         ++table.count;
         table.longest = std::max(table.longest, lf + 1 - table.end);
         table.end = lf + 1;
     }
-    return table;
-}
-
-bool IsLineEnd(char c)
-{
-    return c == kCr || c == kLf;
 }
 
 }  // namespace
@@ -265,7 +265,7 @@ bool THexFile::MakeRows(std::int32_t count, std::ptrdiff_t longest)
 void THexFile::FillRows(const char* text, const char* end)
 {
     for (std::int32_t i = 0; i < lineCount && text != end; ++i) {
-        const char* rowEnd = std::find_if(text, end, IsLineEnd);
+        const char* const rowEnd = Find(text, Find(text, end, kLf), kCr);
         std::memcpy(lines[i], text, static_cast<std::size_t>(rowEnd - text));
         text = rowEnd + 1;
         if (text != end && *text == kLf)
