@@ -21,8 +21,14 @@ constexpr unsigned char kBlockEnd = 0xFF;
 constexpr unsigned char kFrameMark = 0x06;
 constexpr int kOutFrameSize = 10;
 constexpr int kStuffedFrameSize = 2 * kOutFrameSize + 2;
-constexpr int kInFrameSize = 9;
 constexpr int kDataSize = 5;
+
+// Where the fields of an incoming frame stand.
+constexpr int kPeerAt = 1;
+constexpr int kMarkAt = 2;
+constexpr int kKindAt = 3;
+constexpr int kDataAt = 4;
+constexpr int kInFrameSize = kDataAt + kDataSize;
 
 constexpr unsigned char kKindMidi = 0xC0;
 constexpr unsigned char kKindMidiAlternate = 0x80;
@@ -183,23 +189,24 @@ int TMidiCom::ToConsole2(char* message, int length, char** lines, int capacity)
     bool carried = consoleLength > 0;
     int stored = 0;
     int offset = 0;
-    int textCount = 0;
 
-    for (int i = 0; i < length; ++i) {
-        const unsigned char byte = Byte(message[i]);
-        const int position = i % kInFrameSize;
-        if (position == 1 && byte != kPeerPiano && byte != kPeerOther)
+    // A message that was cut may end in a piece of a frame.
+    for (int start = 0; start < length; start += kInFrameSize) {
+        const char* const frame = message + start;
+        const int size = std::min(kInFrameSize, length - start);
+        if (size > kPeerAt && Byte(frame[kPeerAt]) != kPeerPiano &&
+            Byte(frame[kPeerAt]) != kPeerOther)
             return -1;
-        if (position == 2 && byte != kFrameMark)
+        if (size > kMarkAt && Byte(frame[kMarkAt]) != kFrameMark)
             return -1;
-        if (position > 3 && textCount >= position - 3 && textCount < kLineEnd)
-            AppendConsoleByte(message[i]);
-        if (position != 3)
-            continue;
+        if (size <= kKindAt)
+            break;
 
-        textCount = ConsoleCount(byte);
-        if (textCount != kLineEnd)
+        const int textCount = ConsoleCount(Byte(frame[kKindAt]));
+        if (textCount != kLineEnd) {
+            AppendConsoleText(frame + kDataAt, std::min(textCount, size - kDataAt));
             continue;
+        }
         EndConsoleLine();
         if (stored < capacity) {
             char* line = carried ? carriedLine : message + offset;
@@ -284,11 +291,13 @@ bool TMidiCom::WriteFrame(unsigned char kind, const unsigned char* data)
     return false;
 }
 
-// Drops what doesn't leave room for the line end.
-void TMidiCom::AppendConsoleByte(char byte)
+// Takes at most a frame's data. Drops what doesn't leave room for the line end.
+void TMidiCom::AppendConsoleText(const char* text, int count)
 {
-    if (consoleLength < kConsoleSize - kLineEndSize)
-        consoleText[consoleLength++] = byte;
+    const int room = kConsoleSize - kLineEndSize - consoleLength;
+    const int taken = std::min({count, kDataSize, room});
+    std::memcpy(consoleText + consoleLength, text, static_cast<std::size_t>(taken));
+    consoleLength += taken;
 }
 
 void TMidiCom::EndConsoleLine()

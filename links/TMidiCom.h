@@ -91,7 +91,7 @@ private:
     bool IsConnecttypeGood() const;
     void CloseLink();
     bool WriteFrame(unsigned char kind, const unsigned char* data);
-    void AppendConsoleByte(char byte);
+    void AppendConsoleText(const char* text, int count);
     void EndConsoleLine();
 
     int midiDescriptor;
