@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr int kYearBase = 1900;  // what a tm's year counts from
+
 // Width 2 leaves the last two digits of the year.
 TSString TwoDigits(int value)
 {
@@ -24,7 +26,7 @@ TSString TimeStamp()
     gettimeofday(&now, nullptr);
     tm utc{};
     gmtime_r(&now.tv_sec, &utc);
-    return TwoDigits(utc.tm_year + 1900) + "/" + TwoDigits(utc.tm_mon + 1) + "/" +
+    return TwoDigits(utc.tm_year + kYearBase) + "/" + TwoDigits(utc.tm_mon + 1) + "/" +
            TwoDigits(utc.tm_mday) + "/" + TwoDigits(utc.tm_hour) + ":" + TwoDigits(utc.tm_min) +
            ":" + TwoDigits(utc.tm_sec);
 }

@@ -18,6 +18,7 @@ constexpr int kPeerOther = 229;  // 0xE5
 constexpr unsigned char kEscape = 0xFE;
 constexpr unsigned char kBlockEnd = 0xFF;
 
+constexpr unsigned char kFrameStart[] = {0xE2, 0xE0};  // of an outgoing frame
 constexpr unsigned char kFrameMark = 0x06;
 constexpr int kOutFrameSize = 10;
 constexpr int kStuffedFrameSize = 2 * kOutFrameSize + 2;
@@ -279,8 +280,8 @@ bool TMidiCom::WriteFrame(unsigned char kind, const unsigned char* data)
 {
     if (midiDescriptor < 0)
         return false;
-    unsigned char frame[kOutFrameSize] = {0xE2, 0xE0, static_cast<unsigned char>(connecttype),
-                                          kFrameMark, kind};
+    unsigned char frame[kOutFrameSize] = {
+        kFrameStart[0], kFrameStart[1], static_cast<unsigned char>(connecttype), kFrameMark, kind};
     std::memcpy(frame + kOutFrameSize - kDataSize, data, kDataSize);
 
     char stuffed[kStuffedFrameSize];

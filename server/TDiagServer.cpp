@@ -91,10 +91,12 @@ int TextLength(const char* text)
     return static_cast<int>(std::strlen(text));
 }
 
-// A message for the controller as it is, which no one here looks into.
+// A message for the controller as it is, which no one here looks into: its first byte is 6n.
 bool IsForController(const char* message)
 {
-    return (static_cast<unsigned char>(message[0]) & 0xF0) == 0x60;
+    constexpr unsigned kHighBits = 4;
+    constexpr unsigned kForController = 6;
+    return static_cast<unsigned char>(message[0]) >> kHighBits == kForController;
 }
 
 enum CopyResult {

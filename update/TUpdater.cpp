@@ -24,6 +24,8 @@ constexpr int kLogLinesKept = 50;
 constexpr char kParameterFile[] = "/usr/local/lib/diag/csp_param.hex";
 constexpr char kExpandedFile[] = "/tmp/csp_prog.hex";
 
+constexpr int kYearBase = 1900;  // what a tm's year counts from
+
 constexpr int kNoPatcher = -3;
 constexpr unsigned kRetryWait = 5;  // seconds before the second attempt at the MIDI Patcher
 constexpr int kPassWait = 1;        // seconds of one wait in update mode
@@ -267,7 +269,7 @@ int TUpdater::SearchParameterHex(char* stamp)
     struct stat file = {};
     tm time = {};
     if (stat(kParameterFile, &file) == 0 && gmtime_r(&file.st_mtime, &time) != nullptr)
-        std::snprintf(stamp, kTextSize, "(%d/%d/%d/%02d:%02d)", time.tm_year + 1900,
+        std::snprintf(stamp, kTextSize, "(%d/%d/%d/%02d:%02d)", time.tm_year + kYearBase,
                       time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min);
     return LoadIntelHex(kParameterFile, nullptr);
 }
