@@ -112,6 +112,23 @@ bool WriteRecord(int output, RecordType type, std::uint32_t address, const unsig
     return record.Write(output);
 }
 
+// Fills the buffer, or gives what is left of the file; -1 when a read fails. A read may bring less
+// than there is, and a shorter record in the middle would move all behind it off the 64 KiB
+// boundaries at which upper addresses are written.
+ssize_t ReadFully(int input, unsigned char* data, std::size_t size)
+{
+    std::size_t taken = 0;
+    while (taken < size) {
+        const ssize_t count = read(input, data + taken, size - taken);
+        if (count < 0)
+            return -1;
+        if (count == 0)
+            break;
+        taken += static_cast<std::size_t>(count);
+    }
+    return static_cast<ssize_t>(taken);
+}
+
 bool WriteUpperAddress(int output, std::uint32_t address)
 {
     const unsigned char data[] = {static_cast<unsigned char>(address >> 24U),
@@ -148,7 +165,7 @@ bool Bin2Intel(const char* binaryPath, const char* hexPath)
 {
     const UniqueFd input(open(binaryPath, O_RDONLY | O_CLOEXEC));
     unsigned char head[kBinaryHeadSize];
-    if (!input || read(input.Get(), head, sizeof(head)) != static_cast<ssize_t>(sizeof(head)))
+    if (!input || ReadFully(input.Get(), head, sizeof(head)) != static_cast<ssize_t>(sizeof(head)))
         return false;
     const UniqueFd output(CreateOutputFile(hexPath));
     if (!output)
@@ -157,7 +174,7 @@ bool Bin2Intel(const char* binaryPath, const char* hexPath)
     std::uint32_t address = std::uint32_t{head[1]} << 24U | std::uint32_t{head[0]} << 16U;
     for (;;) {
         unsigned char data[kRecordSize];
-        const ssize_t got = read(input.Get(), data, sizeof(data));
+        const ssize_t got = ReadFully(input.Get(), data, sizeof(data));
         if (got < 0)
             return false;
         if (got == 0)

@@ -1,8 +1,15 @@
+#include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -100,6 +107,38 @@ TEST(Bin2Intel, CountsAddressesIn32Bits)
     const std::string tail = ":020000040000FA\r\n:0100000041BE\r\n" + kEnd;
     const std::string text = dir.Read("image.hex");
     EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
+}
+
+TEST(Bin2Intel, WritesFullRecordsHoweverTheReadsAreCut)
+{
+    const std::string binary = kHead + Times(0xFFFF, 'A') + "BCD";
+    const TempDir dir;
+    const std::string pipe = dir.Path("image.bin");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    std::signal(SIGPIPE, SIG_IGN);  // a reader that gives up early is to fail the test, not end it
+    // Each piece comes alone, for it is written only when the last one has been read.
+    std::thread writer([&] {
+        const UniqueFd end(open(pipe.c_str(), O_WRONLY));
+        std::size_t at = 0;
+        for (std::size_t piece : {std::size_t{1}, std::size_t{21}, binary.size()}) {
+            int unread = 1;
+            pollfd reader = {end.Get(), 0, 0};
+            while (unread > 0 && poll(&reader, 1, 0) == 0)  // 1 when it has gone
+                ioctl(end.Get(), FIONREAD, &unread);
+            piece = std::min(piece, binary.size() - at);
+            EXPECT_EQ(write(end.Get(), binary.data() + at, piece), static_cast<ssize_t>(piece));
+            at += piece;
+        }
+    });
+
+    EXPECT_TRUE(Bin2Intel(pipe.c_str(), dir.Path("piped.hex").c_str()));
+
+    writer.join();
+    EXPECT_TRUE(Bin2Intel(dir.Write("whole.bin", binary).c_str(), dir.Path("whole.hex").c_str()));
+    const std::string text = dir.Read("piped.hex");
+    EXPECT_EQ(text, dir.Read("whole.hex"));
+    EXPECT_NE(text.find(":02000004900565\r\n:020000004344" + std::string("77\r\n")),
+              std::string::npos);
 }
 
 TEST(RunLength, CodesRunsAndTurnsThemBack)
