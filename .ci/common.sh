@@ -41,8 +41,6 @@ build() {
     shift
     mkdir -p build
     command -v ccache >/dev/null && options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-    # The benchmarks are part of the release preset, and nobody else needs their library.
-    [[ $preset == release && ! -e /usr/include/benchmark/benchmark.h ]] && options+=(-DDIAG_BENCH=OFF)
     {
         cmake --preset "$preset" "${options[@]}" &&
             cmake --build --preset "$preset" -j "$(nproc)" ${1:+--target "$@"}
