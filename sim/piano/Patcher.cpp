@@ -169,6 +169,7 @@ void Patcher::Drop(const std::string& reason)
     client.Close();
     writes.clear();
     unread = 0;
+    wasEmpty = false;
     csp.LinkLost();
 }
 
@@ -242,10 +243,14 @@ bool Patcher::HasRoomFor(size_t size)
     if (!singly && unread + size <= static_cast<size_t>(faults.window))
         return true;
     int waiting = 0;
-    if (ioctl(client.Get(), SIOCOUTQ, &waiting) == 0 && waiting > 0)
-        return false;
-    unread = 0;
-    return true;
+    const bool empty = ioctl(client.Get(), SIOCOUTQ, &waiting) < 0 || waiting == 0;
+    // The read that has emptied the socket goes on while it finds more. By the next turn it is
+    // over.
+    const bool stillEmpty = empty && wasEmpty;
+    wasEmpty = empty && !stillEmpty;
+    if (stillEmpty)
+        unread = 0;
+    return stillEmpty;
 }
 
 bool Patcher::WriteFront()

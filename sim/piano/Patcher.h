@@ -84,4 +84,5 @@ private:
 
     std::deque<Bytes> writes;  // one write each
     size_t unread = 0;         // bytes written since the socket was last seen empty
+    bool wasEmpty = false;     // one turn ago
 };
