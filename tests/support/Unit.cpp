@@ -114,8 +114,9 @@ Process& Unit::Run(const Words& arguments, std::chrono::milliseconds limit)
 
 Process& Unit::StartPiano(const Words& arguments)
 {
-    Words command{Program("simpiano"),   "--root", Path(),           "--speed",
-                  std::to_string(speed), "--save", Path("flash.bin")};
+    // The flash is written to a file again and again, so it ends where the parameters do.
+    Words command{Program("simpiano"), "--root", Path(), "--speed", std::to_string(speed), "--save",
+                  Path("flash.bin"),   "--size", "A0000"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     Process& piano = Spawn(command, {});
     if (!WaitUntil([&] { return piano.Output() == "ready\n" || !piano.IsRunning(); }))
