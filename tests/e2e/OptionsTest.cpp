@@ -1,14 +1,9 @@
 // The command line, and the start of both modes with their neighbours there, late and absent.
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <gtest/gtest.h>
 
 #include "HexText.h"
 #include "Scene.h"
-#include "UniqueFd.h"
 
 namespace {
 
@@ -20,26 +15,6 @@ std::string SmallFile(const std::string& version)
 {
     return HexText(FirmwareOf(version, 0x800), 16, "\r\n");
 }
-
-// A port of the machine that somebody else listens on.
-class TakenPort {
-public:
-    TakenPort() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address = {};
-        socklen_t size = sizeof(address);
-        address.sin_family = AF_INET;
-        auto* general = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(bind(listener.Get(), general, size), 0);
-        EXPECT_EQ(listen(listener.Get(), 1), 0);
-        EXPECT_EQ(getsockname(listener.Get(), general, &size), 0);
-        number = std::to_string(ntohs(address.sin_port));
-    }
-    std::string number;
-
-private:
-    UniqueFd listener;
-};
 
 }  // namespace
 

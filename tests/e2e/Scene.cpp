@@ -4,6 +4,10 @@
 #include <filesystem>
 #include <sstream>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <gtest/gtest.h>
 
 #include "HexText.h"
@@ -36,6 +40,15 @@ bool Shell(const std::string& command)
 {
     // NOLINTNEXTLINE(cert-env33-c): the test's own words
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+std::string BytesOf(const Unit& unit, const std::string& name)
+{
+    const std::string from = unit.Path(name);
+    const std::string to = unit.Path("sim/bytes.bin");
+    EXPECT_TRUE(Shell("srec_cat " + from + " -Intel -offset -0x90040000 -o " + to + " -Binary || " +
+                      "objcopy -I ihex -O binary " + from + " " + to));
+    return unit.Read("sim/bytes.bin");
 }
 
 std::string LogTexts(const Unit& unit, const std::string& name)
@@ -93,20 +106,26 @@ bool TellPiano(const Unit& unit, const std::string& text)
 
 void FailReadBack(Patcher& patcher)
 {
-    ASSERT_TRUE(patcher.Accept());
     ASSERT_TRUE(patcher.WaitForLine("STATUS"));
     patcher.SendLines({"Status:Flash Idle", "Start READ"});
     ASSERT_TRUE(patcher.WaitForLine("NEXT   :"));
     patcher.SendLines({"no record"});
 }
 
-OpenServer::OpenServer(int speed, const Unit::Words& pianoOptions) : unit(speed)
+OpenServer::OpenServer(int speed, const Unit::Words& pianoOptions, const std::string& faults)
+    : unit(speed), piano(&unit.StartPiano(pianoOptions)), server(nullptr)
 {
-    Unit::Words words{"--bad-checksum-at", "90040000"};
-    words.insert(words.end(), pianoOptions.begin(), pianoOptions.end());
-    piano = &unit.StartPiano(words);
+    Open(faults);
+}
+
+void OpenServer::Open(const std::string& faults)
+{
+    const std::size_t restarts = Count(unit.Journal(), kPianoOn);
+    // Taken as soon as the link is up, so before anything is asked.
+    unit.Write("sim/say", "@faults " + faults + "\n");
     server = &unit.StartServer();
-    EXPECT_TRUE(unit.WaitForJournal(kPianoOn)) << server->Error();
+    EXPECT_TRUE(WaitUntil([&] { return Count(unit.Journal(), kPianoOn) > restarts; }))
+        << server->Error();
     SetFaults("");
     Connect();
 }
@@ -125,7 +144,7 @@ std::string OpenServer::Ask(const std::string& groups, const std::string& until)
 std::string OpenServer::AskAndReboot(const std::string& groups)
 {
     const std::size_t restarts = Count(unit.Journal(), kPianoOn);
-    const std::string answers = Ask(groups, kRebooting);
+    std::string answers = Ask(groups, kRebooting);
     EXPECT_TRUE(WaitUntil([&] { return Count(unit.Journal(), kPianoOn) > restarts; }));
     return answers;
 }
@@ -137,10 +156,28 @@ void OpenServer::SetFaults(const std::string& options)
 
 bool OpenServer::HasLogged(const std::string& text) const
 {
-    return LogTexts(unit).find(text) != std::string::npos;
+    return WaitUntil([&] {
+        std::string log = LogTexts(unit);
+        for (const std::string timeout : {"CSP Update status Inc.\n", "CSP Read status Inc.\n"})
+            for (std::size_t at = 0; (at = log.find(timeout, at)) != std::string::npos;)
+                log.erase(at, timeout.size());
+        return log.find(text) != std::string::npos;
+    });
 }
 
 void OpenServer::PutParameters(const std::string& data) const
 {
     unit.Write("usr/local/lib/diag/csp_param.hex", HexText(data, 32, "\r\n"));
+}
+
+TakenPort::TakenPort() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    auto* general = reinterpret_cast<sockaddr*>(&address);
+    EXPECT_EQ(bind(listener.Get(), general, size), 0);
+    EXPECT_EQ(listen(listener.Get(), 1), 0);
+    EXPECT_EQ(getsockname(listener.Get(), general, &size), 0);
+    number = std::to_string(ntohs(address.sin_port));
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "UniqueFd.h"
 #include "Unit.h"
 
 // What the end-to-end tests share beside the unit itself.
@@ -37,6 +38,9 @@ std::string PackedText(const std::string& data);
 // Runs a shell command. False when it fails or isn't there.
 bool Shell(const std::string& command);
 
+// The flash's bytes from 0x90040000 on out of a hex file of the unit, by somebody else's tool.
+std::string BytesOf(const Unit& unit, const std::string& name);
+
 // The texts of a log's entries, without their time stamps.
 std::string LogTexts(const Unit& unit, const std::string& name = kServerLog);
 
@@ -54,14 +58,18 @@ bool EndedClean(const Unit& unit, Process& program);
 // Writes lines for the piano to say, or orders for it, and waits until it has taken them.
 bool TellPiano(const Unit& unit, const std::string& text);
 
-// Plays the CSP of a read-back that ends at once in a line that is no record.
+// Plays the CSP of a read-back, on an accepted link, that ends at once in a line that is no record.
 void FailReadBack(Patcher& patcher);
 
 // A server whose first read-back has failed, so that it takes commands, with its piano and a
 // controller.
 class OpenServer {
 public:
-    explicit OpenServer(int speed = 100, const Unit::Words& pianoOptions = {});
+    explicit OpenServer(int speed = 100, const Unit::Words& pianoOptions = {},
+                        const std::string& faults = kRefused);
+
+    // Starts the server again when the last one has ended. Its first read-back fails by the faults.
+    void Open(const std::string& faults = kRefused);
 
     // Sends the groups in one write and waits for the text. What has come since then.
     std::string Ask(const std::string& groups, const std::string& until);
@@ -73,6 +81,8 @@ public:
 
     // A new controller in place of the last.
     void Connect() { controller = std::make_unique<Controller>(unit.Port()); }
+    // Waits for entries of the log, which come behind the texts for the controller. Passes over
+    // timeouts, which a busy machine puts between other entries.
     bool HasLogged(const std::string& text) const;
     void PutParameters(const std::string& data) const;
 
@@ -80,4 +90,17 @@ public:
     Process* piano;
     Process* server;
     std::unique_ptr<Controller> controller;
+
+private:
+    static constexpr char kRefused[] = "--bad-checksum-at 90040000";
+};
+
+// A port of the machine that somebody else listens on.
+class TakenPort {
+public:
+    TakenPort();
+    std::string number;
+
+private:
+    UniqueFd listener;
 };

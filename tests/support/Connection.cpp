@@ -7,7 +7,10 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -30,6 +33,10 @@ bool Connection::Send(const std::string& bytes) const
 
 const std::string& Connection::Received()
 {
+    // The program's next text isn't sent before the last one is confirmed, which takes a while if
+    // the system isn't told to do it at once, again and again. Means nothing to a UNIX socket.
+    const int on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
     char bytes[8192];
     while (!closed) {
         const ssize_t count = recv(descriptor, bytes, sizeof(bytes), MSG_DONTWAIT);
@@ -77,8 +84,18 @@ Controller::Controller(int port)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     Attach(made);
+    // Bytes go out with the call that sends them, also behind others that aren't confirmed yet.
+    const int on = 1;
+    setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     if (connect(made, General(address), sizeof(address)) < 0)
         Close();
+}
+
+void Controller::Reset()
+{
+    const linger atOnce = {1, 0};
+    setsockopt(Descriptor(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
+    Close();
 }
 
 Neighbour::Neighbour(const std::string& path)
@@ -107,4 +124,17 @@ bool Neighbour::Accept(std::chrono::milliseconds limit)
               limit);
     Attach(made);
     return made >= 0;
+}
+
+// The read that has emptied the socket goes on while it finds more. By the second look it is over.
+bool Neighbour::WaitUntilRead()
+{
+    int looks = 0;
+    return WaitUntil([&] {
+        int unread = 1;
+        Received();
+        const bool empty = ioctl(Descriptor(), SIOCOUTQ, &unread) == 0 && unread == 0;
+        looks = empty ? looks + 1 : 0;
+        return looks == 2;
+    });
 }

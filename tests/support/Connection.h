@@ -31,6 +31,7 @@ public:
 protected:
     // Takes the descriptor over.
     void Attach(int connected);
+    int Descriptor() const { return descriptor; }
 
 private:
     int descriptor = -1;
@@ -42,6 +43,9 @@ private:
 class Controller : public Connection {
 public:
     explicit Controller(int port);
+
+    // Closes with a reset, as a controller that loses its power in the middle.
+    void Reset();
 };
 
 // A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher of
@@ -54,6 +58,10 @@ public:
 
     // Takes the next connection in place of the last. False when none comes.
     bool Accept(std::chrono::milliseconds limit = kLimit);
+
+    // Waits until the program has read all that was sent, so that the next bytes begin a read.
+    // Takes in what it sends meanwhile, since it may wait for that.
+    bool WaitUntilRead();
 
 private:
     int listener;
