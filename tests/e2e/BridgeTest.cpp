@@ -1,0 +1,466 @@
+// The idle server as a bridge between the controller and the piano's side, with peers that send
+// anything and go at any time.
+
+#include <chrono>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "HandPlayed.h"
+
+namespace {
+
+constexpr char kServiceLog[] = "Update the Service Center.\n";
+constexpr std::size_t kLargestRead = 8193;
+constexpr int kMostLines = 910;  // end frames in a message
+
+// The frames of a text whose line isn't ended, and one of another kind that ends the message.
+std::string Part(const std::string& text)
+{
+    const std::string whole = Frames({text});
+    return whole.substr(0, whole.size() - 9) + Bytes("E2 E1 06 C7 00 00 00 00 00");
+}
+
+}  // namespace
+
+// ---- from the controller to the piano
+
+TEST(Groups, GoToThePianoUnlessTheyAreCommands)
+{
+    struct Row {
+        const char* name;
+        std::vector<std::string> reads;
+        const char* carried;
+        const char* told;
+    };
+    HandPlayed bridge;
+    bridge.Open();
+    for (const Row& row :
+         {Row{"one", {"90 3C 40 01"}, "C0 01 90 3C 40 00\n", ""},
+          {"seven bytes", {"90 3C 40 02 91 3D 41"}, "C0 02 90 3C 40 00\n", ""},
+          {"three bytes, which no later read completes",
+           {"90 3C 40", "03 90 3C 40"},
+           "C0 40 03 90 3C 00\n",
+           ""},
+          {"a group cut in two", {"90 3C", "40 04"}, "", ""},
+          {"the other kind", {"6C 01 02 05"}, "80 05 6C 01 02 00\n", ""},
+          {"the other kind before any command", {"6C DF DF DF"}, "80 DF 6C DF DF 00\n", ""},
+          {"nearly commands",
+           {"DF DF 00 C5 DF 00 00 AA DF DF DF E2 DF DF DF 00 DE DF DF DF"},
+           "C0 C5 DF DF 00 00\nC0 AA DF 00 00 00\nC0 E2 DF DF DF 00\nC0 00 DF DF DF 00\n"
+           "C0 DF DE DF DF 00\n",
+           ""},
+          {"escape bytes", {"FE FE FF FE"}, "C0 FE FE FE FF 00\n", ""},
+          {"several in a read",
+           {"6C 00 00 06 DF DF DF DF 90 3C 40 07 DF DF DF E1 80 3C 00 08 90"},
+           "80 06 6C 00 00 00\nC0 07 90 3C 40 00\nC0 08 80 3C 00 00\n",
+           kServiceText}}) {
+        SCOPED_TRACE(row.name);
+
+        for (const std::string& read : row.reads) {
+            bridge.Send(read);
+            bridge.Settle();
+        }
+
+        EXPECT_EQ(bridge.Carried(), row.carried);
+        EXPECT_EQ(bridge.Told(), row.told);
+    }
+}
+
+TEST(Groups, OfALongReadAllComeThroughAndItsLastByteIsDropped)
+{
+    HandPlayed bridge;
+    bridge.Open();
+    const std::size_t count = kLargestRead / 4;
+    std::string bytes;
+    std::string carried;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string number{static_cast<char>(i & 0x7FU), static_cast<char>(i >> 7U)};
+        bytes += "\x90" + number + "\x01";
+        carried += "C0 01 90 " + ToHex(number) + " 00\n";
+    }
+
+    EXPECT_TRUE(bridge.controller->Send(bytes + "\x90" + Bytes("90 3C 40 02")));
+
+    EXPECT_TRUE(WaitUntil([&] { return bridge.patcher.Received().size() > count * 12; }));
+    EXPECT_TRUE(bridge.Carried() == carried + "C0 02 90 3C 40 00\n");
+}
+
+// ---- from the piano to the controller
+
+TEST(Messages, GoToTheControllerLineByLineOrAsTheyAre)
+{
+    const std::string line = Frames({"abc"});
+    const std::string raw = "\x60\x01\xFE\xFF\xFE%s\xE2\x07" + Bytes("00 0D 0A 00 01");
+    const std::string whole = "\x61" + std::string(kLargestRead - 7, 'x') + "\x37" + "12345";
+    const std::string bad = Bytes("E2 E3 06 37 00 00 00 00 00");
+    const std::string badMark = line + Bytes("E2 E1 07 37 00 00 00 00 00");
+    const std::string marked = Frames({"abc"}, "\x60\x01\x02");
+    std::string most;
+    for (int i = 0; i < kMostLines; ++i)
+        most += "\r\n";
+    struct Row {
+        const char* name;
+        std::vector<std::string> messages;
+        std::string told;
+    };
+    HandPlayed bridge;
+    bridge.Open();
+    for (const Row& row :
+         {Row{"a line", {line}, "abc\r\n"},
+          {"lines of the other peer", {Frames({"de", "f"}, "\xE2\xE5\x06")}, "de\r\nf\r\n"},
+          {"no text", {Frames({""})}, "\r\n"},
+          {"several lines", {Frames({"a", "", "100%s%n", "%"})}, "a\r\n\r\n100%s%n\r\n%\r\n"},
+          {"every byte",
+           {Frames({"\xFE\xFF\xFE\x83\x5C\x01\x7F"})},
+           "\xFE\xFF\xFE\x83\x5C\x01\x7F\r\n"},
+          {"a frame of another kind", {Bytes("E2 E1 06 C0 31 32 33 34 35") + line}, "abc\r\n"},
+          {"a line over two messages", {Part("Hello "), Frames({"there"})}, "Hello there\r\n"},
+          {"lines over three",
+           {Frames({"one"}) + Part("t"), Part("w"), Frames({"o", "three"})},
+           "one\r\ntwo\r\nthree\r\n"},
+          {"a line longer than is kept",
+           {Part(std::string(1000, 'a')), Frames({std::string(30, 'b'), "c"})},
+           std::string(1000, 'a') + std::string(21, 'b') + "\r\nc\r\n"},
+          {"as many lines as fit", {Frames(std::vector<std::string>(kMostLines, ""))}, most},
+          {"a bad frame", {line + bad, line}, "abc\r\n"},
+          {"a bad mark", {badMark, line}, "abc\r\n"},
+          {"for the controller", {raw}, raw},
+          {"for the controller, with frames", {marked}, marked},
+          {"not for the controller",
+           {Frames({"abc"}, "\x70\xE1\x06"), line + Frames({"x"}, "\x60\xE1\x06")},
+           "abc\r\nabc\r\nx\r\n"},
+          {"the longest message", {whole}, whole},
+          {"too long a message", {std::string(kLargestRead + 1, 'x'), line}, "abc\r\n"}}) {
+        SCOPED_TRACE(row.name);
+
+        for (const std::string& message : row.messages) {
+            if (message.size() < kLargestRead)
+                bridge.Say(message);
+            else
+                bridge.SayBytes(message);
+        }
+
+        EXPECT_EQ(bridge.Told(), row.told);
+    }
+}
+
+TEST(Messages, ThatDontEndAreDroppedAfterFiveSeconds)
+{
+    HandPlayed bridge;
+    bridge.Open();
+    const std::string line = Frames({"Hello"});
+    const std::size_t text = line.size() - 9;
+    const auto begin = std::chrono::steady_clock::now();
+
+    bridge.Say(line.substr(0, text));
+    bridge.Send(kVersion);
+
+    EXPECT_TRUE(bridge.controller->WaitFor(kServiceText));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(5000 / 100));
+    bridge.Say(line.substr(text));
+    EXPECT_EQ(bridge.Told(), std::string(kServiceText) + "\r\n");
+}
+
+// A part of a pair at the end of a read is taken as it is, so these cuts cost the message. No other
+// does, and none costs a later one.
+TEST(Messages, ComeThroughWhereverTheyAreCutBetweenPairs)
+{
+    HandPlayed bridge(10);
+    bridge.Open();
+    const std::string line = "St\xFE"
+                             "atus";
+    std::string bytes;
+    for (const std::string& frame : Patcher::ConsoleFrames(line, Patcher::kHead))
+        bytes += Patcher::Stuffed(frame);
+    bool inPair = false;
+    for (std::size_t cut = 1; cut < bytes.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        inPair = !inPair && bytes[cut - 1] == '\xFE';
+
+        bridge.SayBytes(bytes.substr(0, cut));
+        bridge.SayBytes(bytes.substr(cut));
+        bridge.Send(kVersion);
+        EXPECT_TRUE(
+            WaitUntil([&] { return Count(bridge.controller->Received(), kServiceText) == cut; }));
+
+        EXPECT_EQ(bridge.Told(), (inPair ? "" : line + "\r\n") + kServiceText);
+        // Takes along what may be left of a spoiled line.
+        bridge.SayLines({""});
+        bridge.Told();
+    }
+}
+
+// ---- the link to the piano
+
+TEST(PianoLink, IsTakenUpAgainWhereverItBreaks)
+{
+    constexpr int kSpeed = 400;
+    HandPlayed bridge(kSpeed);
+    bridge.Open();
+    std::string bytes;
+    for (const std::string& frame : Patcher::ConsoleFrames("abc", Patcher::kHead))
+        bytes += Patcher::Stuffed(frame);
+    const std::size_t complete = bytes.size() - 2;  // the last frame, without the end of its block
+    for (std::size_t sent = 0; sent <= bytes.size(); ++sent) {
+        SCOPED_TRACE(sent);
+
+        bridge.patcher.Send(bytes.substr(0, sent));
+        bridge.patcher.Close();
+
+        ASSERT_TRUE(bridge.patcher.Accept());
+        const bool comes = sent == complete || sent == bytes.size();
+        EXPECT_EQ(bridge.Told(), comes ? "abc\r\n" : "");
+    }
+    EXPECT_EQ(Count(bridge.Logged(), "Connected to MIDI Patcher\n"), bytes.size() + 1);
+}
+
+TEST(PianoLink, IsTriedAtEachTimeoutUntilThePatcherIsBack)
+{
+    HandPlayed bridge;
+    bridge.Open();
+    const std::string path = bridge.unit.Path("home/i2c_server_sock");
+    std::filesystem::rename(path, path + ".gone");
+    const auto begin = std::chrono::steady_clock::now();
+
+    bridge.patcher.Close();
+    EXPECT_TRUE(bridge.unit.WaitForLog("MIDI Patcher is dead.\n"));
+    bridge.Send("90 3C 40 01 DF DF DF DF 6C 3C 40 01");
+    EXPECT_TRUE(bridge.controller->WaitFor(kServiceText));
+    EXPECT_TRUE(WaitUntil([&] { return Count(bridge.unit.Log(), "is dead.\n") == 3; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(3 * 10000 / 100));
+    const std::size_t before = bridge.patcher.Received().size();
+    std::filesystem::rename(path + ".gone", path);
+
+    ASSERT_TRUE(bridge.patcher.Accept());
+    bridge.Send("90 3C 40 02");
+    EXPECT_EQ(bridge.Carried(), "C0 02 90 3C 40 00\n");
+    // The peer was named once, at the start.
+    EXPECT_EQ(ToHex(bridge.patcher.Received()).substr(3 * before, 11), "E2 E0 E1 06");
+    const std::string tried = "Trying to Connect MIDI Patcher...\n";
+    const std::string log = bridge.Logged();
+    EXPECT_EQ(Count(log, tried + "MIDI Patcher is dead.\n"), 3U);
+    EXPECT_EQ(Count(log, tried), 4U);
+    EXPECT_EQ(log.substr(log.rfind(tried)), tried + "Connected to MIDI Patcher\n");
+    EXPECT_EQ(log.substr(0, tried.size()), tried);
+}
+
+TEST(PianoLink, IsTakenUpAgainWithNothingElseToServe)
+{
+    Unit unit(100);
+    const TakenPort taken;
+    Patcher patcher(unit.Path("home/i2c_server_sock"));
+    Neighbour rcServer(unit.Path("tmp/rcseq_socket"));
+    unit.StartServer({"-P", taken.number});
+    ASSERT_TRUE(patcher.Accept() && rcServer.Accept());
+    FailReadBack(patcher);
+    EXPECT_TRUE(unit.WaitForLog("Rebooting CSP"));
+
+    patcher.Close();
+
+    EXPECT_TRUE(patcher.Accept());
+    patcher.SendLines({"<message_box"});
+    EXPECT_TRUE(rcServer.WaitFor("<message_box\r\n"));
+    EXPECT_EQ(LinesOf(LogTexts(unit), "Zaurus"), "Zaurus Socket Port Open Error\n");
+    EXPECT_TRUE(unit.WaitForLog("Connected to MIDI Patcher\n"));
+}
+
+// ---- message boxes
+
+enum class RcServer { There, Absent, Gone };
+
+class MessageBoxes : public testing::TestWithParam<RcServer> {};
+
+TEST_P(MessageBoxes, GoToTheRcServerAndWithoutItToTheController)
+{
+    const RcServer state = GetParam();
+    struct Row {
+        std::vector<std::string> lines;
+        const char* boxes;
+        const char* others;
+        const char* all;
+    };
+    const bool isThere = state == RcServer::There;
+    HandPlayed bridge(100, [state](Unit& unit) {
+        if (state == RcServer::Absent)
+            unit.Remove("tmp/rcseq_socket");
+    });
+    bridge.Open();
+    if (state == RcServer::Gone) {
+        bridge.SayLines({"<message_box last>"});
+        EXPECT_TRUE(bridge.rcServer.WaitFor("<message_box last>\r\n"));
+        bridge.rcServer.Close();
+    }
+    std::size_t seen = bridge.rcServer.Received().size();
+    for (const Row& row : {Row{{"<message_box>100%s</message_box>"},
+                               "<message_box>100%s</message_box>\r\n",
+                               "",
+                               "<message_box>100%s</message_box>\r\n"},
+                           {{" <message_box>"}, "", " <message_box>\r\n", " <message_box>\r\n"},
+                           {{"<message_bo"}, "", "<message_bo\r\n", "<message_bo\r\n"},
+                           {{"<message_box"}, "<message_box\r\n", "", "<message_box\r\n"},
+                           {{"<message_boxes"}, "<message_boxes\r\n", "", "<message_boxes\r\n"},
+                           {{"<MESSAGE_BOX>"}, "", "<MESSAGE_BOX>\r\n", "<MESSAGE_BOX>\r\n"},
+                           {{"<message_box 1", "a", "<message_box 2", "b"},
+                            "<message_box 1\r\n<message_box 2\r\n",
+                            "a\r\nb\r\n",
+                            "<message_box 1\r\na\r\n<message_box 2\r\nb\r\n"}}) {
+        SCOPED_TRACE(testing::PrintToString(row.lines));
+
+        bridge.SayLines(row.lines);
+
+        EXPECT_EQ(bridge.Told(), isThere ? row.others : row.all);
+        EXPECT_EQ(bridge.rcServer.Received().substr(seen), isThere ? row.boxes : "");
+        seen = bridge.rcServer.Received().size();
+    }
+    EXPECT_FALSE(bridge.rcServer.Accept(std::chrono::milliseconds(0)));
+}
+
+std::string NameOfRcServer(const testing::TestParamInfo<RcServer>& row)
+{
+    const char* names[] = {"TheRcServer", "NoRcServer", "TheRcServerGone"};
+    return names[static_cast<int>(row.param)];
+}
+INSTANTIATE_TEST_SUITE_P(With, MessageBoxes,
+                         testing::Values(RcServer::There, RcServer::Absent, RcServer::Gone),
+                         NameOfRcServer);
+
+// ---- the controller's link
+
+TEST(VersionRequest, IsAnsweredAsTheControllersBeforeHaveChosen)
+{
+    const std::string missing = "-";
+    const std::string tooLong(2000, 'v');
+    struct Row {
+        std::string file;
+        const char* groups;
+        std::string told;
+        std::string log;
+    };
+    HandPlayed bridge;
+    bridge.Open();
+    for (const Row& row :
+         {Row{"1.00\n", "DF DF DF DF", kServiceText, kServiceLog},
+          {"1.00\n", "DF DF DF E0 DF DF DF DF", "1.00\n", "1.00\n"},
+          {"2.0 %s\r\nsecond\n", "DF DF DF DF", "2.0 %s\r\n", "2.0 %s\r\n"},
+          {"\n1.00\n", "DF DF DF DF", "\n", "\n"},
+          {tooLong, "DF DF DF DF", tooLong.substr(0, 1023), tooLong.substr(0, 1023)},
+          {"", "DF DF DF DF", "", ""},
+          {missing, "DF DF DF DF", "", ""},
+          {"1.00", "DF DF DF DF", "1.00", "1.00"},
+          {"1.00\n", "DF DF DF E1 DF DF DF DF", kServiceText, kServiceLog},
+          {"1.00\n", "DF DF DF E0 DF DF DF E1 DF DF DF E0", "", ""}}) {
+        SCOPED_TRACE(row.file.substr(0, 20) + " " + row.groups);
+        bridge.Connect();
+        bridge.unit.Remove("etc/KVT-release");
+        if (row.file != missing)
+            bridge.unit.Write("etc/KVT-release", row.file);
+        const std::size_t before = bridge.unit.Log().size();
+
+        bridge.Send(row.groups);
+
+        EXPECT_EQ(bridge.Told(), row.told);
+        const std::string entry = bridge.unit.Log().substr(before);
+        EXPECT_EQ(entry.substr(std::min<std::size_t>(entry.size(), 20)), row.log);
+    }
+}
+
+TEST(Controllers, TakeEachOthersPlaceAndMayVanishAtAnyTime)
+{
+    HandPlayed bridge;
+    bridge.Open();
+    // True when some of the next passes wait for their timeouts: nothing is left of a connection
+    // that wakes the loop again and again.
+    const auto sleeps = [&bridge] {
+        const auto passes = [&] {
+            return Count(bridge.server->Output(), "Diag Update Status()\n");
+        };
+        const std::size_t before = passes();
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_TRUE(WaitUntil([&] { return passes() >= before + 4; }));
+        return std::chrono::steady_clock::now() - begin >= std::chrono::milliseconds(100);
+    };
+    bridge.Send(kRepliesOn);
+    bridge.Settle();
+
+    const std::unique_ptr<Controller> first = bridge.Connect();
+    EXPECT_TRUE(first->WaitForClose());
+    bridge.Send(kVersion);
+    EXPECT_EQ(bridge.Told(), "1.00\n");
+
+    // The groups of one that hangs up are carried out to the last.
+    bridge.Send("DF DF DF E1 DF DF DF DF DF DF DF DF DF DF DF DF 90 3C 40 01");
+    bridge.controller->Close();
+    EXPECT_TRUE(WaitUntil([&] { return Count(bridge.unit.Log(), kServiceLog) == 3; }));
+    EXPECT_TRUE(sleeps());
+    bridge.Connect();
+    EXPECT_EQ(bridge.Carried(), "C0 01 90 3C 40 00\n");
+
+    bridge.controller->Reset();
+    EXPECT_TRUE(sleeps());
+    bridge.Connect();
+    bridge.Send(kVersion);
+    EXPECT_EQ(bridge.Told(), kServiceText);
+}
+
+TEST(Controllers, MayChangeWhileTheServerIsBusy)
+{
+    HandPlayed bridge(20);
+    bridge.Open();
+
+    // The server waits for the rest of a message, so it finds one controller gone and another there
+    // at the same time. A read for the new one, which has nothing to say yet, would never end.
+    bridge.SayBytes(Part("Hello").substr(0, 9));
+    bridge.controller->Close();
+    bridge.Connect();
+
+    bridge.Send(kVersion);
+    EXPECT_EQ(bridge.Told(), kServiceText);
+}
+
+TEST(Controllers, ThatFloodAndBreakOffLeaveTheServerToTheNext)
+{
+    HandPlayed bridge;
+    bridge.Open();
+    const std::string flood(8192, '\x90');
+    constexpr std::size_t kMost = 8UL * 2000 * 12;  // bytes of frames
+
+    for (int i = 0; i < 8; ++i)
+        EXPECT_TRUE(bridge.controller->Send(flood));
+    EXPECT_TRUE(WaitUntil([&] { return bridge.patcher.Received().size() > kMost; }));
+    EXPECT_TRUE(bridge.controller->Send(flood));
+    bridge.controller->Reset();
+
+    bridge.Connect();
+    bridge.Carried();
+    bridge.Send("DF DF DF DF 91 3C 40 01");
+    EXPECT_EQ(bridge.Told(), kServiceText);
+    EXPECT_EQ(bridge.Carried(), "C0 01 91 3C 40 00\n");
+}
+
+// ---- the gate
+
+TEST(Gate, ShutsOutGroupsAndMessageBoxesDuringAReadBack)
+{
+    HandPlayed bridge;
+    bridge.Told();
+    bridge.Carried();
+
+    bridge.Send("DF DF DF DF DF DF DF E0 90 3C 40 00 6C 01 02 03 DF DF 00 C3");
+    bridge.SayLines({"<message_box"});
+    bridge.SayBytes(Frames({"abc"}, "\x60\xE1\x06"));
+
+    EXPECT_EQ(bridge.Told(), "Connecting to CSP\n" + Frames({"abc"}, "\x60\xE1\x06"));
+    EXPECT_EQ(bridge.Carried(), "C0 7F BF 00 00 00\nC0 00 BF 66 01 00\n");
+    EXPECT_EQ(bridge.rcServer.Received(), "");
+
+    bridge.Open();
+    bridge.Send(kVersion);
+    EXPECT_EQ(bridge.Told(), kServiceText);
+
+    bridge.Logged();
+    bridge.Send("DF DF 00 C0 DF DF DF DF 90 3C 40 00");
+    EXPECT_EQ(bridge.Told(), "Connecting to CSP\n");
+    EXPECT_EQ(bridge.Logged(), "Start Reading CSP Parameters\n");
+    EXPECT_EQ(bridge.Carried(), "C0 7F BF 00 00 00\nC0 00 BF 66 01 00\n");
+}
