@@ -1,0 +1,234 @@
+// The read-back of the CSP's parameters: the server's own at its start, and the controller's.
+
+#include <gtest/gtest.h>
+
+#include "HandPlayed.h"
+#include "HexText.h"
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
+constexpr char kFailed[] = "CSP Read Failed.\nRebooting CSP...\n";
+constexpr char kRange[] = "READ   :90040000:900A0000:0C";
+constexpr char kBase[] = ":02000004900466";
+constexpr int kMostLines = 910;  // in a message
+// Of 96 blocks in 342 records each, with 6 base records and the end.
+constexpr std::size_t kFileLines = 96 * 342 + 6 + 1;
+
+}  // namespace
+
+// ---- a good one
+
+struct ReadRow {
+    const char* name;
+    const char* cut;     // records end at each multiple of this
+    std::size_t asked;   // how often the CSP is asked for more
+    std::size_t lines;   // of the file
+    const char* shares;  // of the whole, in percent, as the controller is told
+};
+
+class ReadBack : public testing::TestWithParam<ReadRow> {};
+
+TEST_P(ReadBack, SavesTheFlashTellsTheWayAndEndsTheServer)
+{
+    const ReadRow& row = GetParam();
+    Unit unit(40);
+    const std::string flash = Firmware(kParameterSize);
+    unit.Write("sim/flash", flash);
+    unit.StartPiano({"--silent", "--load", unit.Path("sim/flash") + "@90040000"});
+    Process& server = unit.StartServer();
+    Controller controller(unit.Port());
+    EXPECT_TRUE(unit.WaitFor("sim/midi.log", "> console STATUS"));
+    // Breaks the CSP's silence once somebody listens.
+    EXPECT_TRUE(TellPiano(unit, std::string("@faults --join --read-cut ") + row.cut));
+    EXPECT_TRUE(TellPiano(unit, "awake"));
+
+    EXPECT_TRUE(EndedClean(unit, server));
+
+    EXPECT_TRUE(controller.WaitForClose());
+    std::string told = "Connecting to CSP\n";
+    std::istringstream shares(row.shares);
+    for (std::string share; shares >> share;)
+        told += "Reading CSP " + share + "%\n";
+    EXPECT_EQ(controller.Received(), told + "CSP Read Success.\nRebooting CSP...\n");
+    EXPECT_TRUE(BytesOf(unit, "work/csp_param.hex") == flash);
+    EXPECT_EQ(Count(unit.Read("work/csp_param.hex"), "\r\n"), row.lines);
+    EXPECT_FALSE(unit.Exists(kParameterFile));
+    EXPECT_EQ(Events(unit, "> console NEXT").size(), row.asked);
+    EXPECT_EQ(Events(unit, "> console READ")[0], std::string("> console ") + kRange);
+    EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
+    const std::string log = LogTexts(unit);
+    EXPECT_EQ(log.substr(log.rfind("CSP Read")), "CSP Read Success.\nRebooting CSP...5sec\n");
+    const std::string journal = unit.Journal();
+    EXPECT_EQ(journal.substr(journal.find("ioctl")),
+              "ioctl(/dev/PciDsp, 33, 0xc00) = 0\nsleep(5)\nioctl(/dev/PciDsp, 33, 0xc01) = 0\n"
+              "exit descriptors=0\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, ReadBack,
+    testing::Values(
+        ReadRow{"RecordsThatEndWithEachBlock", "1000", 96, kFileLines,
+                "2 4 6 8 10 12 14 18 20 22 25 27 29 31 35 37 39 41 43 45 47 52 54 56 58 "
+                "60 62 64 68 70 72 75 77 79 81 85 87 89 91 93 95 97 100"},
+        ReadRow{"RecordsThatRunOn", "10000", 36, 6 * 5462 + 6 + 1,
+                "6 12 22 29 39 45 56 62 72 79 89 95 100"}),
+    [](const auto& row) { return row.param.name; });
+
+TEST(ReadBack, OfTheControllerGoesToItsOwnFileAlsoBehindOneThatFailed)
+{
+    OpenServer server(50);
+    server.PutParameters("old");
+    const std::string old = server.unit.Read(kParameterFile);
+
+    // Breaks off right behind a request for more, which must not keep the next one from asking.
+    server.SetFaults("--bad-checksum-at 90041000");
+    EXPECT_EQ(server.AskAndReboot(kReadParameters), std::string("Connecting to CSP\n") + kFailed);
+    EXPECT_EQ(server.unit.Read(kParameterFile), old);
+
+    server.SetFaults("--join");
+    EXPECT_NE(server.Ask(kReadParameters, "Rebooting").find("100%\nCSP Read Success.\n"),
+              std::string::npos);
+    EXPECT_TRUE(EndedClean(server.unit, *server.server));
+    EXPECT_TRUE(BytesOf(server.unit, kParameterFile) == std::string(kParameterSize, '\xFF'));
+    // Nothing of the first one is left in it.
+    EXPECT_EQ(Count(server.unit.Read(kParameterFile), "\r\n"), kFileLines);
+    EXPECT_FALSE(server.unit.Exists("work/csp_param.hex"));
+    EXPECT_TRUE(server.HasLogged(
+        "Start Reading CSP Parameters\nCSP Read Success.\nRebooting CSP...5sec\n"));
+}
+
+// ---- one that fails
+
+TEST(ReadBack, FailsByWhatTheCspSaysAndLeavesTheOldFile)
+{
+    struct Turn {
+        const char* until;  // the server's line
+        Strings said;
+    };
+    struct Row {
+        const char* name;
+        std::vector<Turn> turns;
+        const char* lines;
+        const char* told;
+    };
+    constexpr char kIdle[] = "Status:Flash Idle, and more";
+    constexpr char kStart[] = "Start READ";
+    constexpr char kRefused[] = "STATUS, READ   :90040000:900A0000:0C, NEXT   :, CANCEL : x2";
+    constexpr char kOnce[] = "Connecting to CSP\n";
+    constexpr char kThrice[] = "Connecting to CSP\nConnecting to CSP\nConnecting to CSP\n";
+    const Turn first{"STATUS", {kIdle}};
+    const Turn second{kRange, {"Start READy"}};
+    const std::string good = Record(0, 0, "twelve bytes");
+    const Strings most(kMostLines, "");
+    Strings limit(1024 - kMostLines, "");
+    const Strings over(1025 - kMostLines, "");
+    limit.emplace_back(kStart);
+    HandPlayed csp;
+    csp.Open();
+    csp.unit.Write(kParameterFile, "old");
+    for (const Row& row :
+         {Row{"no record", {first, second, {"NEXT   :", {"Unwanted %s%n"}}}, kRefused, kOnce},
+          {"an answer", {first, second, {"NEXT   :", {kBase, good, kIdle}}}, kRefused, kOnce},
+          {"a wrong address", {first, second, {"NEXT   :", {kBase, good, good}}}, kRefused, kOnce},
+          {"no address",
+           {first, second, {"NEXT   :", {good.substr(0, 9) + "61" + good.substr(11)}}},
+           kRefused,
+           kOnce},
+          {"a wrong checksum", {first, second, {"NEXT   :", {":02000004900467"}}}, kRefused, kOnce},
+          {"a wrong type", {first, second, {"NEXT   :", {":00000002FE"}}}, kRefused, kOnce},
+          {"a record cut short",
+           {first, second, {"NEXT   :", {kBase, good.substr(0, 20)}}},
+           kRefused,
+           kOnce},
+          {"a CSP that is busy at first",
+           {{"STATUS", {"Busy"}}, {"CANCEL :", {kIdle}}, {kRange, {kStart}}, {"NEXT   :", {"x"}}},
+           "STATUS, CANCEL :, STATUS, READ   :90040000:900A0000:0C, NEXT   :, CANCEL : x2",
+           "Connecting to CSP\nConnecting to CSP\n"},
+          {"a CSP that is busy for good",
+           {{"STATUS", most}, {"STATUS", over}, {kRange, {kStart}}, {"NEXT   :", {"x"}}},
+           "STATUS, CANCEL : x910, STATUS, CANCEL : x115, STATUS, READ   :90040000:900A0000:0C, "
+           "NEXT   :, CANCEL : x2",
+           kThrice},
+          {"unwanted lines up to the limit",
+           {first, {kRange, most}, {kRange, limit}, {"NEXT   :", {"x"}}},
+           kRefused,
+           kOnce},
+          {"unwanted lines over the limit",
+           {first, {kRange, most}, {kRange, over}},
+           "STATUS, READ   :90040000:900A0000:0C, CANCEL :",
+           kOnce}}) {
+        SCOPED_TRACE(row.name);
+        csp.Send(kReadParameters);
+
+        for (const Turn& turn : row.turns) {
+            csp.WaitForLine(turn.until);
+            csp.SayLines(turn.said);
+        }
+
+        EXPECT_EQ(csp.Told(), std::string(row.told) + kFailed);
+        EXPECT_EQ(csp.Lines(), row.lines);
+        EXPECT_EQ(csp.unit.Read(kParameterFile), "old");
+        csp.Send(kVersion);
+        EXPECT_EQ(csp.Told(), kServiceText);
+    }
+}
+
+// Each wait ends with the fourth timeout, at 40 seconds: 30 are not over the limit.
+TEST(ReadBack, FailsAfterFortySecondsOfSilenceInEachState)
+{
+    static constexpr char kInc[] = "CSP Read status Inc.\n";
+    const auto count = [](HandPlayed& csp) { return Count(csp.unit.Log(), kInc); };
+    const auto reads = [](HandPlayed& csp) {
+        const Strings lines = csp.patcher.Lines();
+        return std::count(lines.begin(), lines.end(), kRange);
+    };
+    {
+        SCOPED_TRACE("from the start");
+        Unit unit(1000);
+        Patcher patcher(unit.Path("home/i2c_server_sock"));
+        unit.StartServer();
+        ASSERT_TRUE(patcher.Accept() && unit.WaitForLog("CSP Read Failed.\n"));
+        Controller controller(unit.Port());
+        EXPECT_TRUE(controller.Send(Bytes(kVersion)));
+        EXPECT_TRUE(controller.WaitFor(kServiceText));
+        // The first request goes out in the pass behind the fourth timeout, so one fewer than
+        // below.
+        EXPECT_EQ(patcher.Lines(), (Strings{"STATUS", kRange, kRange, kRange, kRange, "CANCEL :"}));
+        EXPECT_EQ(Count(unit.Log(), kInc), 8U);
+    }
+    HandPlayed csp(50);
+    csp.Open();
+    {
+        SCOPED_TRACE("behind the request");
+        csp.Send(kReadParameters);
+        csp.WaitForLine("STATUS");
+        const auto before = reads(csp);
+        csp.SayLines({"Status:Flash Idle"});
+        EXPECT_TRUE(csp.controller->WaitFor("CSP is not connected.\nCSP Read Failed.\n"));
+        EXPECT_EQ(csp.Lines(), std::string("STATUS, ") + kRange + ", CANCEL :");
+        EXPECT_EQ(reads(csp), before + 5);
+    }
+    {
+        SCOPED_TRACE("in the transfer, with records between the timeouts");
+        csp.Told();
+        csp.Send(kReadParameters);
+        csp.WaitForLine("STATUS");
+        csp.SayLines({"Status:Flash Idle"});
+        csp.WaitForLine(kRange);
+        csp.SayLines({"Start READ"});
+        csp.WaitForLine("NEXT   :");
+        const std::size_t before = count(csp);
+        csp.SayLines({kBase});
+        for (std::size_t i = 1; i < 4; ++i) {
+            EXPECT_TRUE(WaitUntil([&] { return count(csp) == before + i; }));
+            csp.SayLines({Record(0, (i - 1) * 12, "twelve bytes")});
+        }
+        csp.WaitForLine("CANCEL :");
+        EXPECT_EQ(count(csp), before + 4);
+        EXPECT_EQ(csp.Told(), std::string("Connecting to CSP\n") + kFailed);
+        EXPECT_EQ(csp.Lines(), std::string("STATUS, ") + kRange + ", NEXT   :, CANCEL :");
+    }
+}
