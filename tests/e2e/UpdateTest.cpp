@@ -21,12 +21,13 @@ std::string Road(const Unit& unit)
     return log.substr(at, log.size() - end.size() - at);
 }
 
-// A real program, this one, with a version in its place.
+// A real program, this one, with a version in its place and an erased byte in front of it.
 std::string ToolFirmware()
 {
     constexpr std::size_t kSize = 0x25123;
     constexpr std::size_t kVersionAt = 0x400;
     std::string bytes = ReadFile("/proc/self/exe").substr(0, kSize);
+    bytes[kVersionAt - 1] = '\xFF';
     bytes.replace(kVersionAt, sizeof(kVersionText), kVersionText, sizeof(kVersionText));
     return bytes;
 }
