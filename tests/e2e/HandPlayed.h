@@ -58,5 +58,11 @@ private:
     int marks = 10000;
 };
 
+// What the piano says once the server has sent a line.
+struct Turn {
+    const char* until;
+    std::vector<std::string> said;
+};
+
 // The frames of console lines, one behind the other.
 std::string Frames(const std::vector<std::string>& lines, const std::string& head = Patcher::kHead);

@@ -104,10 +104,6 @@ TEST(ReadBack, OfTheControllerGoesToItsOwnFileAlsoBehindOneThatFailed)
 
 TEST(ReadBack, FailsByWhatTheCspSaysAndLeavesTheOldFile)
 {
-    struct Turn {
-        const char* until;  // the server's line
-        Strings said;
-    };
     struct Row {
         const char* name;
         std::vector<Turn> turns;

@@ -322,10 +322,6 @@ TEST(ServerUpdate, SendsWhatEachAnswerAsksFor)
 // Each wait ends with the fourth timeout, at 40 seconds: 30 are not over the limit.
 TEST(ServerUpdate, WaitsFortySecondsInEachStateAndForAThousandUnwantedAnswers)
 {
-    struct Turn {
-        const char* until;  // the server's line
-        Strings said;
-    };
     struct Row {
         const char* name;
         std::vector<Turn> turns;

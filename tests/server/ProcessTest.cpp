@@ -2,13 +2,13 @@
 // program is built without access control, so it can give the server its links.
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "Bytes.h"
 #include "Patcher.h"
+#include "Peer.h"
 #include "TDiagServer.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
@@ -16,18 +16,6 @@
 namespace {
 
 constexpr int kBufferSize = 8194;
-
-// The controller's end of a connection that the server is given.
-class Listener : public Connection {
-public:
-    explicit Listener(TZaurusCom& link)
-    {
-        int ends[2];
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        Attach(ends[0]);
-        link.SetZaurusId(ends[1]);
-    }
-};
 
 // A server with its two links, as far as these operations need it.
 class ServerTest : public testing::Test {
@@ -39,13 +27,13 @@ protected:
         server.midi->Set_connecttype(225);
         server.midi->SetMidiDescriptor(files.Path("patcher").c_str());
         EXPECT_TRUE(patcher.Accept());
-        controller = std::make_unique<Listener>(*server.zaurus);
+        server.zaurus->SetZaurusId(controller.Other());
     }
 
     TempDir files;
     TDiagServer server;
     Patcher patcher;
-    std::unique_ptr<Listener> controller;
+    Peer controller;
 };
 
 // A file in the place of a standard stream.
@@ -96,7 +84,7 @@ TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
                            {"v\n", {}, {}, "", O_WRONLY},
                            {tooLong, {}, {}, tooLong.substr(1)}}) {
         SCOPED_TRACE(row.typed.substr(0, 10));
-        const std::size_t told = controller->Received().size();
+        const std::size_t told = controller.Received().size();
         const std::size_t lines = patcher.Lines().size();
         const std::size_t frames = patcher.Frames().size();
         char buffer[kBufferSize];
@@ -107,7 +95,7 @@ TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
         }
 
         EXPECT_EQ(files.Read("printed"), "KEYBOARD: " + row.text + "\n");
-        EXPECT_EQ(controller->Received().substr(told), row.text);
+        EXPECT_EQ(controller.Received().substr(told), row.text);
         const std::vector<std::string> all = patcher.Lines();
         EXPECT_EQ(
             std::vector<std::string>(all.begin() + static_cast<std::ptrdiff_t>(lines), all.end()),
@@ -123,7 +111,7 @@ TEST_F(ServerTest, TellsWhetherAReleaseFileCouldBeOpened)
 {
     EXPECT_FALSE(server.SendIOVersion(files.Path("missing").c_str()));
     EXPECT_TRUE(server.SendIOVersion(files.Write("empty", "").c_str()));
-    EXPECT_EQ(controller->Received(), "");
+    EXPECT_EQ(controller.Received(), "");
     EXPECT_TRUE(server.SendIOVersion(files.Write("release", "1.00\n").c_str()));
-    EXPECT_EQ(controller->Received(), "1.00\n");
+    EXPECT_EQ(controller.Received(), "1.00\n");
 }
