@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <string>
 
@@ -12,7 +13,7 @@
 struct Calls {
     bool selectFails = false;
     bool listenFails = false;
-    long waited = 0;                   // seconds that the last wait would have lasted at most
+    std::int64_t waited = 0;           // seconds that the last wait would have lasted at most
     const Connection* peer = nullptr;  // sends one piece with each wait
     std::deque<std::string> pieces;
 };
