@@ -30,6 +30,13 @@ constexpr int kServerTimeout = 10;       // seconds that one timeout of the serv
 constexpr int kFlashModeEvery = 100000;  // steps between two sends of the flash mode groups
 constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
 
+// Adds a step to a count that only matters as a multiple of kFlashModeEvery. It starts again there,
+// for nothing bounds the passes of a loop that is kept awake.
+inline void CountFlashMode(int& steps)
+{
+    steps = (steps + 1) % kFlashModeEvery;
+}
+
 constexpr int kMidiGroupSize = 4;
 
 // An answer of the CSP, copied out of the link's buffer: NUL-terminated, cut at 1,023 bytes and

@@ -137,7 +137,7 @@ void TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
         if (errorCounter > kErrorLimit)
             EnterStatus(Request);
     }
-    ++flashModeCounter;
+    CountFlashMode(flashModeCounter);
 }
 
 bool TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
@@ -250,7 +250,7 @@ void TCspReader::AskForMore(TMidiCom* midi, std::uint32_t address)
         return;
     if (flashModeCounter % kFlashModeEvery == 0)
         SendLine(midi, "NEXT   :");
-    ++flashModeCounter;
+    CountFlashMode(flashModeCounter);
 }
 
 void TCspReader::TellProgress(TZaurusCom* zaurus, std::uint32_t address) const

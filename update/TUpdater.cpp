@@ -364,7 +364,7 @@ void TUpdater::StepConnect()
         SendLine(midi, "STATUS");
         std::fputs("Send Flash Mode TUpdater Update\n", stdout);
     }
-    ++flashModeCounter;
+    CountFlashMode(flashModeCounter);
 }
 
 bool TUpdater::StepRequest()
