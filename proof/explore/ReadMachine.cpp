@@ -1,6 +1,7 @@
 #include "ReadMachine.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 
 #include "HexImage.h"
@@ -40,11 +41,14 @@ CspLine Damaged(CspLine line)
     return line;
 }
 
-CspLine Cut(CspLine line)
+// Without its last digit, which is a 0: what stands in its place may be taken for one.
+CspLine Cut(const std::string& data, std::uint32_t address)
 {
-    line.text.erase(line.text.size() - kLineEndSize - 1);
-    line.isSound = false;
-    return line;
+    std::string text;
+    for (char last = 0; text.empty() || text.back() != '0'; ++last)
+        text = RecordText(kDataType, address, data + last);
+    text.pop_back();
+    return {text + "\r\n", Kind::Data, address, static_cast<std::uint32_t>(data.size() + 1), false};
 }
 
 int ClassOf(int count, int limit)
@@ -55,16 +59,6 @@ int ClassOf(int count, int limit)
 std::uint32_t Block(std::uint32_t address)
 {
     return address - address % kBlockSize;
-}
-
-std::string Key(const ReadState& state, std::uint32_t next, int errors, int flashSteps)
-{
-    std::string text;
-    for (const std::uint32_t number : {state.base, next, state.start, state.end})
-        text += std::to_string(number) + " ";
-    for (const int number : {state.status, state.silence, errors, flashSteps})
-        text += std::to_string(number) + " ";
-    return text;
 }
 
 // The events that are one line of the CSP, whatever the state.
@@ -152,7 +146,7 @@ std::optional<int> ReadMachine::Apply(const std::string& event)
     if (event == "a damaged record")
         return Hear(Damaged(Record(0, kAway)));
     if (event == "a cut record")
-        return Hear(Cut(Record(0, kAway)));
+        return Hear(Cut("abc", Save().next & 0xFFFFU));
     const auto line = Lines().find(event);
     return Hear(line == Lines().end() ? CspLine{event + "\r\n"} : line->second);
 }
@@ -239,15 +233,24 @@ void ReadMachine::CheckWholeRead()
 
 std::string ReadMachine::Whole(const State& state)
 {
-    return Key(state, state.next, state.errors, state.flashSteps) + std::to_string(state.shown);
+    char text[160];
+    std::snprintf(text, sizeof(text),
+                  "status %d silence %d errors %d flash steps %d base %X next %X start %X end %X "
+                  "shown %X",
+                  state.status, state.silence, state.errors, state.flashSteps, state.base,
+                  state.next, state.start, state.end, state.shown);
+    return text;
 }
 
 std::string ReadMachine::Folded(const State& state)
 {
     constexpr int kAskedOnce = 2;
-    const std::uint32_t next = Block(state.next) + (state.next % kBlockSize == 0 ? 0U : 1U);
-    return Key(state, next, ClassOf(state.errors, kMostErrors),
-               std::min(state.flashSteps, kAskedOnce));
+    State folded = state;
+    folded.errors = ClassOf(state.errors, kMostErrors);
+    folded.flashSteps = std::min(state.flashSteps, kAskedOnce);
+    folded.next = Block(state.next) + (state.next % kBlockSize == 0 ? 0U : 1U);
+    folded.shown = 0;
+    return Whole(folded);
 }
 
 int ReadMachine::Step()

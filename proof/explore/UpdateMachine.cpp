@@ -30,23 +30,6 @@ int ClassOf(int count, int limit)
     return count == 0 ? 0 : (count < limit ? 1 : 2);
 }
 
-std::string Join(std::initializer_list<unsigned long> numbers)
-{
-    std::string text;
-    for (const unsigned long number : numbers)
-        text += std::to_string(number) + " ";
-    return text;
-}
-
-// What tells two states apart beside the counters.
-std::string Places(const UpdateState& state)
-{
-    return std::to_string(state.status) + " " +
-           Join({state.refused, static_cast<unsigned long>(state.nextRow), state.upper,
-                 state.reached, static_cast<unsigned long>(state.retries),
-                 state.sending ? 1U : 0U});
-}
-
 }  // namespace
 
 UpdateMachine::UpdateMachine(bool server) : inServer(server), rules(image, server)
@@ -199,15 +182,22 @@ void UpdateMachine::CheckLongRuns()
 
 std::string UpdateMachine::Whole(const State& state)
 {
-    return Places(state) + std::to_string(state.silence) + " " + std::to_string(state.errors) +
-           " " + std::to_string(state.flashSteps);
+    char text[200];
+    std::snprintf(text, sizeof(text),
+                  "status %d silence %d errors %d flash steps %d retries %d refused %X next row %d "
+                  "upper %X reached %X sending %d",
+                  state.status, state.silence, state.errors, state.flashSteps, state.retries,
+                  state.refused, state.nextRow, state.upper, state.reached, state.sending ? 1 : 0);
+    return text;
 }
 
 std::string UpdateMachine::Folded(const State& state)
 {
-    return Places(state) + std::to_string(ClassOf(state.silence, kLongestSilence)) + " " +
-           std::to_string(ClassOf(state.errors, kMostErrors)) + " " +
-           std::to_string(ClassOf(state.flashSteps, kFlashModePeriod));
+    State folded = state;
+    folded.silence = ClassOf(state.silence, kLongestSilence);
+    folded.errors = ClassOf(state.errors, kMostErrors);
+    folded.flashSteps = ClassOf(state.flashSteps, kFlashModePeriod);
+    return Whole(folded);
 }
 
 void UpdateMachine::LoadImage()
@@ -297,7 +287,7 @@ void UpdateMachine::Compare(const UpdateRules::Outcome& expected, const char* ot
     }
     if (found.Fields() != state.Fields())
         throw Violation{std::string("another state ") + otherwise + ": " + Whole(found) +
-                        "instead of " + Whole(state)};
+                        " instead of " + Whole(state)};
     Hold(found.errors <= kMostErrors + 2 && found.retries <= 1 && found.silence <= 40 &&
              found.flashSteps <= kFlashModePeriod,
          "a counter goes on above its limit");
