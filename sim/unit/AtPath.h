@@ -16,7 +16,7 @@ int AtPath(Call kind, Intent intent, const UnitPath& path, RealCall call)
         errno = ENAMETOOLONG;
         return -1;
     }
-    if (path.IsUnits() && FailsNow(kind))
+    if (path.IsUnits() && FailsNow(kind, path.Real()))
         return -1;
     if (intent == Intent::Change && path.IsOnMedium() && IsMediumReadOnly()) {
         errno = EROFS;

@@ -1,6 +1,5 @@
 // Bytes through descriptors, and the requests to the DSP device.
 
-#include <algorithm>
 #include <csignal>
 #include <cstdarg>
 
@@ -11,42 +10,13 @@
 #include "Descriptors.h"
 #include "DspDevice.h"
 #include "Faults.h"
-#include "Medium.h"
+#include "Moved.h"
 #include "Real.h"
 #include "System.h"
 
 #pragma GCC visibility push(default)
 
 namespace {
-
-// Moves up to `size` bytes with `call`, less what a fault or the medium takes away.
-template <typename RealCall>
-ssize_t Moved(Call kind, int descriptor, std::size_t size, RealCall call)
-{
-    const Owner owner = OwnerOf(descriptor);
-    if (!IsUnits(owner))
-        return call(size);
-    const Fault fault = CountCall(kind);
-    if (fault == Fault::Failed)
-        return -1;
-    if (fault == Fault::Short)
-        size = size > 1 ? size / 2 : size;
-    if (owner == Owner::Gone) {
-        errno = EIO;
-        return -1;
-    }
-    if (owner != Owner::Medium)
-        return call(size);
-
-    const bool toMedium = kind == Call::Write;
-    const long room = MediumRoom(size, toMedium);
-    if (room < 0)
-        return -1;
-    const ssize_t count = call(static_cast<std::size_t>(room));
-    if (count > 0)
-        MediumMoved(static_cast<std::size_t>(count), toMedium);
-    return count;
-}
 
 // A made-up failure tells of a vanished peer like the kernel: with the signal, unless the call is
 // quiet. A real one has brought its own.

@@ -38,7 +38,7 @@ void TellPiano(unsigned long argument)
 // 0, or the errno.
 int Outcome(unsigned long request)
 {
-    if (FailsNow(Call::Ioctl))
+    if (FailsNow(Call::Ioctl, "/dev/PciDsp"))
         return errno;
     if (const int error = ControlErrno("dsp-errno"))
         return error;

@@ -5,14 +5,16 @@
 
 #include "Journal.h"
 #include "Settings.h"
+#include "Subject.h"
 #include "System.h"
 
 namespace {
 
 constexpr int kKinds = static_cast<int>(Call::Uncounted);
-constexpr const char* kNames[kKinds] = {"open",  "read",   "write",  "connect", "accept", "select",
-                                        "stat",  "statfs", "unlink", "rename",  "mount",  "umount",
-                                        "ioctl", "socket", "bind",   "listen",  "utime"};
+constexpr const char* kNames[kKinds] = {"open",   "read",   "write",  "connect", "accept",
+                                        "select", "stat",   "statfs", "unlink",  "rename",
+                                        "mount",  "umount", "ioctl",  "socket",  "bind",
+                                        "listen", "utime",  "fread",  "fwrite"};
 
 unsigned long long counts[kKinds];
 
@@ -43,37 +45,52 @@ const Planned& Plan()
     return planned;
 }
 
-}  // namespace
+// Adds a call to the list that the environment asks for.
+template <typename Subject>
+void NoteCall(int index, unsigned long long number, Subject subject)
+{
+    static const char* const path = std::getenv("SIMUNIT_CALLS");
+    if (path == nullptr)
+        return;
+    const KeepErrno kept;
+    Text line;
+    line.Add(kNames[index]).Add(" ").AddNumber(number).Add(" ");
+    line.Add(SubjectName(subject).Get()).Add("\n");
+    const int file = direct::Open(path, O_WRONLY | O_CREAT | O_APPEND);
+    if (file < 0)
+        return;
+    direct::Write(file, line.Get(), line.Length());
+    direct::Close(file);
+}
 
-Fault CountCall(Call kind)
+template <typename Subject>
+Fault Count(Call kind, Subject subject)
 {
     if (kind == Call::Uncounted)
         return Fault::None;
     const int index = static_cast<int>(kind);
     const unsigned long long number = ++counts[index];
+    NoteCall(index, number, subject);
     if (index != Plan().kind || number != Plan().number)
         return Fault::None;
 
     Text line;
     line.Add("fault ").Add(kNames[index]).Add(" #").AddNumber(number).Add(" ").Add(Plan().what);
-    Journal(line);
+    Journal(line.Add(" on ").Add(SubjectName(subject).Get()));
     if (std::strcmp(Plan().what, "short") == 0)
         return Fault::Short;
     errno = ErrnoOf(Plan().what);
     return Fault::Failed;
 }
 
-void WriteCounts()
+}  // namespace
+
+Fault CountCall(Call kind, int descriptor)
 {
-    const char* path = std::getenv("SIMUNIT_COUNT");
-    if (path == nullptr)
-        return;
-    Text lines;
-    for (int i = 0; i < kKinds; ++i)
-        lines.Add(kNames[i]).Add(" ").AddNumber(counts[i]).Add("\n");
-    const int file = direct::Open(path, O_WRONLY | O_CREAT | O_TRUNC);
-    if (file < 0)
-        return;
-    direct::Write(file, lines.Get(), lines.Length());
-    direct::Close(file);
+    return Count(kind, descriptor);
+}
+
+Fault CountCall(Call kind, const char* path)
+{
+    return Count(kind, path);
 }

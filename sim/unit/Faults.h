@@ -21,6 +21,8 @@ enum class Call {
     Bind,
     Listen,
     Utime,
+    StreamRead,  // what stdio reads and writes for a stream, "fread" and "fwrite"
+    StreamWrite,
     Uncounted  // the number of kinds
 };
 
@@ -29,13 +31,16 @@ enum class Fault { None, Failed, Short };
 // Counts a call on one of the unit's own things and says what is to go wrong with it, after
 // SIMUNIT_FAULT=kind:n:ERRNO or kind:n:short. With Failed, errno is set and the call must do
 // nothing. Short is only for reads and writes.
-Fault CountCall(Call kind);
+//
+// The journal tells the fault and its subject: "fault write #3 EIO on /etc/KVT-release". A subject
+// is a path below the root, or "tcp"; the end of a UNIX connection goes by the path of its peer.
+// Each counted call goes as "kind n subject" to the file that SIMUNIT_CALLS names.
+Fault CountCall(Call kind, int descriptor);
+Fault CountCall(Call kind, const char* path);
 
 // True when the counted call is to fail, with errno set.
-inline bool FailsNow(Call kind)
+template <typename Subject>
+bool FailsNow(Call kind, Subject subject)
 {
-    return CountCall(kind) == Fault::Failed;
+    return CountCall(kind, subject) == Fault::Failed;
 }
-
-// Writes "kind count" a line to the file that SIMUNIT_COUNT names.
-void WriteCounts();

@@ -64,7 +64,7 @@ int Played(const Text& line, int error)
 
 int Unmounted(const char* target)
 {
-    int error = FailsNow(Call::Umount) ? errno : ControlErrno("umount-errno");
+    int error = FailsNow(Call::Umount, target) ? errno : ControlErrno("umount-errno");
     if (error == 0)
         error = UnmountMedium(target);
     Text line;
@@ -75,10 +75,9 @@ void TellEnd(const char* how)
 {
     Text line;
     Journal(line.Add(how).Add(" descriptors=").AddNumber(OpenDescriptors()));
-    WriteCounts();
 }
 
-// A server that is told to end by a signal leaves its counts, too.
+// A server that is told to end by a signal tells what it leaves, too.
 void OnTerminate(int)
 {
     TellEnd("terminated");
@@ -111,7 +110,7 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
         "mount");
     if (Root() == nullptr)
         return real(source, target, type, flags, data);
-    int error = FailsNow(Call::Mount) ? errno : ControlErrno("mount-errno");
+    int error = FailsNow(Call::Mount, target) ? errno : ControlErrno("mount-errno");
     if (error == 0)
         error = MountMedium(source, target, flags);
     Text line;

@@ -3,7 +3,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,8 +10,7 @@
 #include <unistd.h>
 #include <utime.h>
 
-#include "AtPath.h"
-#include "Descriptors.h"
+#include "Opened.h"
 #include "Real.h"
 
 #pragma GCC visibility push(default)
@@ -23,43 +21,6 @@ using Open = int(const char*, int, ...);
 using OpenAt = int(int, const char*, int, ...);
 using OpenChecked = int(const char*, int);
 using OpenAtChecked = int(int, const char*, int);
-
-Owner OwnerAt(const UnitPath& path)
-{
-    if (path.IsDspDevice())
-        return Owner::DspDevice;
-    if (path.IsOnMedium())
-        return Owner::Medium;
-    return path.IsUnits() ? Owner::File : Owner::Stranger;
-}
-
-template <typename RealCall>
-int Opened(const char* asked, int flags, RealCall call)
-{
-    const UnitPath path(asked);
-    const bool changes = (flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0;
-    const Owner owner = OwnerAt(path);
-    const int made = AtPath(Call::Open, changes ? Intent::Change : Intent::Look, path, call);
-    if (made >= 0)
-        SetOwner(made, owner);
-    return made;
-}
-
-template <typename RealCall>
-std::FILE* OpenedStream(const char* asked, const char* mode, RealCall call)
-{
-    const UnitPath path(asked);
-    const Intent intent = std::strpbrk(mode, "wa+") != nullptr ? Intent::Change : Intent::Look;
-    const Owner owner = OwnerAt(path);
-    std::FILE* made = nullptr;
-    AtPath(Call::Open, intent, path, [&](const char* real) {
-        made = call(real);
-        return made == nullptr ? -1 : 0;
-    });
-    if (made != nullptr)
-        SetOwner(fileno(made), owner);
-    return made;
-}
 
 // The permission bits, which stand behind the flags when a file may be created.
 mode_t ModeOf(int flags, std::va_list arguments)
@@ -152,25 +113,6 @@ int creat(const char* path, mode_t mode)
 int creat64(const char* path, mode_t mode)
 {
     return OpenWith(realOpen64, path, O_WRONLY | O_CREAT | O_TRUNC, mode);
-}
-
-std::FILE* fopen(const char* path, const char* mode)
-{
-    static Real<std::FILE*(const char*, const char*)> real("fopen");
-    return OpenedStream(path, mode, [&](const char* at) { return real(at, mode); });
-}
-
-std::FILE* fopen64(const char* path, const char* mode)
-{
-    static Real<std::FILE*(const char*, const char*)> real("fopen64");
-    return OpenedStream(path, mode, [&](const char* at) { return real(at, mode); });
-}
-
-int fclose(std::FILE* file)
-{
-    static Real<int(std::FILE*)> real("fclose");
-    SetOwner(fileno(file), Owner::None);
-    return real(file);
 }
 
 int close(int descriptor)

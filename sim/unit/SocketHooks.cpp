@@ -1,5 +1,6 @@
 // Sockets: UNIX addresses of the unit lie below the root; ports are the machine's.
 
+#include <algorithm>
 #include <cstring>
 
 #include <arpa/inet.h>
@@ -51,6 +52,17 @@ int AtAddress(const sockaddr* address, socklen_t length, RealCall call)
     return call(reinterpret_cast<const sockaddr*>(&copy), socklen_t{sizeof(copy)});
 }
 
+// What a connection is made to, as journals name it.
+Text AddressName(const sockaddr* address, socklen_t length)
+{
+    Text name;
+    sockaddr_un copy = {};
+    if (address == nullptr || address->sa_family != AF_UNIX)
+        return name.Add("tcp");
+    std::memcpy(&copy, address, std::min<std::size_t>(length, sizeof(copy) - 1));
+    return name.Add(copy.sun_path);
+}
+
 // The port that a listener has got, whatever was asked for; 0 when it has none.
 unsigned PortOf(int descriptor)
 {
@@ -70,7 +82,7 @@ extern "C" {
 int socket(int family, int type, int protocol) noexcept
 {
     static Real<int(int, int, int)> real("socket");
-    if (FailsNow(Call::Socket))
+    if (FailsNow(Call::Socket, family == AF_UNIX ? "socket" : "tcp"))
         return -1;
     return Tracked(real(family, type, protocol));
 }
@@ -78,7 +90,7 @@ int socket(int family, int type, int protocol) noexcept
 int connect(int descriptor, const sockaddr* address, socklen_t length)
 {
     static Real<int(int, const sockaddr*, socklen_t)> real("connect");
-    if (FailsNow(Call::Connect))
+    if (FailsNow(Call::Connect, AddressName(address, length).Get()))
         return -1;
     return AtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
         return real(descriptor, at, size);
@@ -88,7 +100,7 @@ int connect(int descriptor, const sockaddr* address, socklen_t length)
 int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
 {
     static Real<int(int, const sockaddr*, socklen_t)> real("bind");
-    if (FailsNow(Call::Bind))
+    if (FailsNow(Call::Bind, descriptor))
         return -1;
     return AtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
         return real(descriptor, at, size);
@@ -98,7 +110,7 @@ int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
 int listen(int descriptor, int backlog) noexcept
 {
     static Real<int(int, int)> real("listen");
-    const int result = FailsNow(Call::Listen) ? -1 : real(descriptor, backlog);
+    const int result = FailsNow(Call::Listen, descriptor) ? -1 : real(descriptor, backlog);
     const unsigned port = PortOf(descriptor);
     if (port == 0)
         return result;
@@ -110,7 +122,7 @@ int listen(int descriptor, int backlog) noexcept
 int accept(int descriptor, sockaddr* address, socklen_t* length)
 {
     static Real<int(int, sockaddr*, socklen_t*)> real("accept");
-    if (FailsNow(Call::Accept))
+    if (FailsNow(Call::Accept, descriptor))
         return -1;
     return Tracked(real(descriptor, address, length));
 }
@@ -118,7 +130,7 @@ int accept(int descriptor, sockaddr* address, socklen_t* length)
 int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
 {
     static Real<int(int, sockaddr*, socklen_t*, int)> real("accept4");
-    if (FailsNow(Call::Accept))
+    if (FailsNow(Call::Accept, descriptor))
         return -1;
     return Tracked(real(descriptor, address, length, flags));
 }

@@ -19,6 +19,7 @@ namespace {
 
 constexpr std::int64_t kMicros = 1000000;
 constexpr std::int64_t kNanos = 1000000000;
+constexpr int kNoSubject = -1;
 
 std::int64_t Divided(std::int64_t duration)
 {
@@ -68,7 +69,7 @@ template <typename Time>
 int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* writable,
                fd_set* special, Time* timeout)
 {
-    if (FailsNow(Call::Select))
+    if (FailsNow(Call::Select, kNoSubject))
         return -1;
     if (timeout == nullptr || timeout->tv_sec < 0 || timeout->tv_usec < 0)
         return real(count, readable, writable, special, timeout);
@@ -83,7 +84,7 @@ template <typename Time>
 int PselectWith(Real<Pselect<Time>>& real, int count, fd_set* readable, fd_set* writable,
                 fd_set* special, const Time* timeout, const sigset_t* signals)
 {
-    if (FailsNow(Call::Select))
+    if (FailsNow(Call::Select, kNoSubject))
         return -1;
     if (timeout == nullptr || timeout->tv_sec < 0 || timeout->tv_nsec < 0)
         return real(count, readable, writable, special, timeout, signals);
@@ -171,13 +172,14 @@ int pselect(int count, fd_set* readable, fd_set* writable, fd_set* special, cons
 int poll(pollfd* polled, nfds_t count, int timeout)
 {
     static Real<int(pollfd*, nfds_t, int)> real("poll");
-    return FailsNow(Call::Select) ? -1 : real(polled, count, DividedPoll(timeout));
+    return FailsNow(Call::Select, kNoSubject) ? -1 : real(polled, count, DividedPoll(timeout));
 }
 
 int __poll_chk(pollfd* polled, nfds_t count, int timeout, std::size_t size)
 {
     static Real<int(pollfd*, nfds_t, int, std::size_t)> real("__poll_chk");
-    return FailsNow(Call::Select) ? -1 : real(polled, count, DividedPoll(timeout), size);
+    return FailsNow(Call::Select, kNoSubject) ? -1
+                                              : real(polled, count, DividedPoll(timeout), size);
 }
 
 #if __TIMESIZE == 32

@@ -133,6 +133,29 @@ TEST_P(UnitTest, PullsTheMediumOutUnderAnOpenFile)
     EXPECT_FALSE(unit.IsMounted("usb"));
 }
 
+TEST_P(UnitTest, CarriesStreamsToTheSameFilesAndLimits)
+{
+    unit.Write("usr/local/lib/diag/log", "old\n");
+    unit.Write("medium/file", std::string(9000, 'x'));
+    unit.Mount("usb");
+    unit.FullAfter(150);
+
+    EXPECT_EQ(Call({"fappend /usr/local/lib/diag/log", "fappend /usr/local/lib/diag/log",
+                    "fwrite /etc/KVT-lang", "fread /mnt/usb/file", "fappend /mnt/usb/new",
+                    "fappend /mnt/usb/new", "fread /mnt/usb/new", "fread /mnt/usb/none",
+                    "mount /mnt/floppy", "umount /mnt/usb"}),
+              "fappend 0\nfappend 0\nfwrite 0\nfread 9000\nfappend 0\nfappend -1 ENOSPC\n"
+              "fread 150\nfread -1 ENOENT\nmount 0\numount 0\n");
+    EXPECT_EQ(unit.Read("usr/local/lib/diag/log"), "old\n" + std::string(200, 'p'));
+    EXPECT_EQ(unit.Read("etc/KVT-lang"), std::string(100, 'p'));
+    EXPECT_TRUE(Journalled("exit descriptors=0\n"));
+
+    unit.Mount("cdrom");
+    unit.PullAfter(5000);
+    EXPECT_EQ(Call({"fread /mnt/cdrom/file"}), "fread -1 EIO\n");
+    EXPECT_TRUE(Journalled("medium pulled\nexit descriptors=0\n"));
+}
+
 TEST_P(UnitTest, DividesEveryKindOfWait)
 {
     const auto begin = std::chrono::steady_clock::now();
@@ -146,23 +169,27 @@ TEST_P(UnitTest, DividesEveryKindOfWait)
     EXPECT_EQ(unit.Journal(), "sleep(10)\nusleep(900000)\nexit descriptors=0\n");
 }
 
-TEST_P(UnitTest, FailsTheNthCallOfAKindAndCountsThemAll)
+TEST_P(UnitTest, FailsTheNthCallOfAKind)
 {
-    const Unit::Words calls{"fopen /etc/passwd", "open /etc/KVT-release", "read",  "read",
-                            "select 0",          "create copy",           "write", "write"};
-    unit.Write("etc/KVT-release", std::string(300, 'x'));
+    const Unit::Words calls{
+        "fopen /etc/passwd",      "open /etc/KVT-release", "read",  "read",  "select 0",
+        "fread /etc/KVT-release", "create copy",           "write", "write", "fappend copy"};
+    unit.Write("etc/KVT-release", std::string(250, 'x'));
     struct {
         const char* fault;
+        const char* subject;
         const char* result;
     } const rows[] = {
-        {"read:2:EIO", "0 0 100 -1 EIO 0 0 100 100 "},
-        {"read:1:short", "0 0 50 100 0 0 100 100 "},
-        {"write:2:28", "0 0 100 100 0 0 100 -1 ENOSPC "},
-        {"open:1:EMFILE", "0 -1 EMFILE -1 EBADF -1 EBADF 0 0 100 100 "},
-        {"select:1:EINTR", "0 0 100 100 -1 EINTR 0 100 100 "},
-        {"write:3:EIO", "0 0 100 100 0 0 100 100 "},
+        {"read:2:EIO", "/etc/KVT-release", "0 0 100 -1 EIO 0 250 0 100 100 0 "},
+        {"read:1:short", "/etc/KVT-release", "0 0 50 100 0 250 0 100 100 0 "},
+        {"write:2:28", "/work/copy", "0 0 100 100 0 250 0 100 -1 ENOSPC 0 "},
+        {"open:1:EMFILE", "/etc/KVT-release", "0 -1 EMFILE -1 EBADF -1 EBADF 0 250 0 100 100 0 "},
+        {"select:1:EINTR", "-", "0 0 100 100 -1 EINTR 250 0 100 100 0 "},
+        {"fread:1:EIO", "/etc/KVT-release", "0 0 100 100 0 -1 EIO 0 100 100 0 "},
+        {"fread:1:short", "/etc/KVT-release", "0 0 100 100 0 250 0 100 100 0 "},
+        {"fwrite:1:ENOSPC", "/work/copy", "0 0 100 100 0 250 0 100 100 -1 ENOSPC "},
+        {"fwrite:1:short", "/work/copy", "0 0 100 100 0 250 0 100 100 0 "},
     };
-    unit.Set("SIMUNIT_COUNT=" + unit.Path("sim/counts"));
 
     for (const auto& row : rows) {
         unit.Set("SIMUNIT_FAULT=" + std::string(row.fault));
@@ -171,12 +198,31 @@ TEST_P(UnitTest, FailsTheNthCallOfAKindAndCountsThemAll)
         for (std::string call; lines >> call && std::getline(lines >> std::ws, call);)
             results += call + " ";
         EXPECT_EQ(results, row.result) << row.fault;
+        EXPECT_TRUE(Journalled(std::string(" on ") + row.subject + "\n")) << row.fault;
+        unit.Remove("sim/journal");
     }
 
-    EXPECT_TRUE(Journalled("fault read #2 EIO\n"));
-    EXPECT_TRUE(Journalled("fault read #1 short\n"));
-    EXPECT_EQ(
-        unit.Read("sim/counts").find("open 2\nread 2\nwrite 2\nconnect 0\naccept 0\nselect 1"), 0U);
+    unit.Set("SIMUNIT_FAULT=write:3:EIO");
+    Call(calls);
+    EXPECT_FALSE(Journalled("fault"));
+}
+
+TEST_P(UnitTest, ListsTheCallsWithWhatTheyWereMadeOn)
+{
+    Neighbour patcher(unit.Path("home/i2c_server_sock"));
+    unit.Write("medium/file", "12345");
+    unit.Mount("usb");
+    unit.Set("SIMUNIT_CALLS=" + unit.Path("sim/calls"));
+
+    Call({"open /mnt/usb/file", "read", "fread /etc/KVT-lang", "fappend here", "select 0",
+          "connect /home/i2c_server_sock", "send", "stat /tmp/csp_prog.hex", "umount /mnt/usb"});
+
+    EXPECT_EQ(unit.Read("sim/calls"),
+              "open 1 /mnt/usb/file\nread 1 /medium/file\n"
+              "open 2 /etc/KVT-lang\nfread 1 /etc/KVT-lang\nfread 2 /etc/KVT-lang\n"
+              "open 3 here\nfwrite 1 /work/here\nselect 1 -\n"
+              "socket 1 socket\nconnect 1 /home/i2c_server_sock\n"
+              "write 1 /home/i2c_server_sock\nstat 1 /tmp/csp_prog.hex\numount 1 /mnt/usb\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Builds, UnitTest,

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -56,6 +57,37 @@ long Stream(const char* path, const char* mode)
         return -1;
     std::fclose(file);
     return 0;
+}
+
+// Writes a chunk through a stream. -1 with the first error.
+long Print(const char* path, const char* mode)
+{
+    std::FILE* file = std::fopen(path, mode);
+    if (file == nullptr)
+        return -1;
+    const std::string chunk(kChunk, 'p');
+    const bool isPut = std::fputs(chunk.c_str(), file) >= 0;
+    const bool isOut = std::fflush(file) == 0;
+    const int error = errno;
+    std::fclose(file);
+    errno = error;
+    return isPut && isOut ? 0 : -1;
+}
+
+// The bytes that a stream gives up to its end. -1 when that is an error's.
+long Scan(const char* path)
+{
+    std::FILE* file = std::fopen(path, "r");
+    if (file == nullptr)
+        return -1;
+    long count = 0;
+    while (std::fgetc(file) != EOF)
+        ++count;
+    const int error = errno;
+    const bool isGood = std::ferror(file) == 0;
+    std::fclose(file);
+    errno = error;
+    return isGood ? count : -1;
 }
 
 long Size(const char* path)
@@ -120,6 +152,9 @@ const Command kCommands[] = {
     {"device", [](const char* path) { return Open(path, O_RDWR); }},
     {"fopen", [](const char* path) { return Stream(path, "r"); }},
     {"fcreate", [](const char* path) { return Stream(path, "w"); }},
+    {"fwrite", [](const char* path) { return Print(path, "wt"); }},
+    {"fappend", [](const char* path) { return Print(path, "a+t"); }},
+    {"fread", Scan},
     {"read", [](const char*) { return long{read(opened, buffer, Hidden(kChunk))}; }},
     {"write", [](const char*) { return long{write(opened, buffer, kChunk)}; }},
     {"send", [](const char*) { return long{send(opened, buffer, kChunk, MSG_NOSIGNAL)}; }},

@@ -1,0 +1,127 @@
+// libc's streams. Stdio makes its reads and writes inside libc, where no hook sees them, so a
+// stream of the unit's is made of a descriptor and of functions of this library, to which stdio
+// hands its bytes.
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "Moved.h"
+#include "Opened.h"
+#include "Real.h"
+
+#pragma GCC visibility push(default)
+
+namespace {
+
+constexpr int kPermissions = 0666;
+
+int DescriptorOf(void* cookie)
+{
+    return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
+}
+
+ssize_t ReadStream(void* cookie, char* bytes, std::size_t size)
+{
+    const int descriptor = DescriptorOf(cookie);
+    return Moved(Call::StreamRead, descriptor, size,
+                 [&](std::size_t fits) { return direct::Read(descriptor, bytes, fits); });
+}
+
+// As libc does it for a file: what a short write leaves goes out with the next one.
+ssize_t WriteStream(void* cookie, const char* bytes, std::size_t size)
+{
+    const int descriptor = DescriptorOf(cookie);
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count =
+            Moved(Call::StreamWrite, descriptor, size - done,
+                  [&](std::size_t fits) { return direct::Write(descriptor, bytes + done, fits); });
+        if (count < 0)
+            break;
+        done += static_cast<std::size_t>(count);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+int SeekStream(void* cookie, off64_t* offset, int whence)
+{
+    const off64_t place = lseek64(DescriptorOf(cookie), *offset, whence);
+    if (place < 0)
+        return -1;
+    *offset = place;
+    return 0;
+}
+
+int CloseStream(void* cookie)
+{
+    SetOwner(DescriptorOf(cookie), Owner::None);
+    direct::Close(DescriptorOf(cookie));
+    return 0;
+}
+
+// What open needs to be told for a mode such as "a+"; -1 for none of fopen's modes.
+int FlagsOf(const char* mode)
+{
+    const bool both = std::strchr(mode, '+') != nullptr;
+    const int writes = both ? O_RDWR : O_WRONLY;
+    int flags = std::strchr(mode, 'e') != nullptr ? O_CLOEXEC : 0;
+    if (std::strchr(mode, 'x') != nullptr)
+        flags |= O_EXCL;
+    switch (mode[0]) {
+    case 'r': return flags | (both ? O_RDWR : O_RDONLY);
+    case 'w': return flags | writes | O_CREAT | O_TRUNC;
+    case 'a': return flags | writes | O_CREAT | O_APPEND;
+    default: return -1;
+    }
+}
+
+std::FILE* StreamOf(int descriptor, const char* mode)
+{
+    static Real<std::FILE*(void*, const char*, cookie_io_functions_t)> make("fopencookie");
+    void* cookie = reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
+    return make(cookie, mode,
+                cookie_io_functions_t{ReadStream, WriteStream, SeekStream, CloseStream});
+}
+
+using Fopen = std::FILE*(const char*, const char*);
+
+std::FILE* OpenedStream(Real<Fopen>& real, const char* path, const char* mode)
+{
+    static Real<int(const char*, int, ...)> open("open64");
+    const int flags = FlagsOf(mode);
+    if (!UnitPath(path).IsUnits() || flags < 0) {
+        std::FILE* stranger = real(path, mode);
+        if (stranger != nullptr)
+            SetOwner(fileno(stranger), Owner::Stranger);
+        return stranger;
+    }
+    const int made =
+        Opened(path, flags, [&](const char* at) { return open(at, flags, kPermissions); });
+    return made < 0 ? nullptr : StreamOf(made, mode);
+}
+
+}  // namespace
+
+extern "C" {
+
+std::FILE* fopen(const char* path, const char* mode)
+{
+    static Real<Fopen> real("fopen");
+    return OpenedStream(real, path, mode);
+}
+
+std::FILE* fopen64(const char* path, const char* mode)
+{
+    static Real<Fopen> real("fopen64");
+    return OpenedStream(real, path, mode);
+}
+
+int fclose(std::FILE* file)
+{
+    static Real<int(std::FILE*)> real("fclose");
+    SetOwner(fileno(file), Owner::None);  // no descriptor for a stream of the unit's
+    return real(file);
+}
+
+}  // extern "C"
