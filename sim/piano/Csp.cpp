@@ -118,7 +118,7 @@ void Csp::OnRead(const std::string& line)
         return;
     state = State::ReadReady;
     readAddress = *start;
-    readEnd = *end;
+    readEnd = std::min(*end, faults.readStop.value_or(*end));
     readStep = *step;
     announced.reset();
     sending = false;

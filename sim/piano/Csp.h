@@ -24,12 +24,13 @@ struct CspFaults {
     bool garbageEndless = false;            // nothing but unwanted lines
     std::optional<uint32_t> badChecksumAt;  // read: the record that holds the address
     std::optional<uint32_t> badAddressAt;
-    uint32_t readCut = 0x1000;  // read: no record crosses a multiple of it
-    int chatter = 2;            // "WR:" lines before each "OK"
-    bool noStatus = false;      // no "Status:Flash Idle"
-    bool noFinish = false;      // neither "Finished" nor "Failed"
-    bool answerEach = false;    // each repeated WRITE or READ is answered
-    bool allowGaps = false;     // a write may leave room between two records
+    std::optional<uint32_t> readStop;  // read: ends there, whatever range was asked for
+    uint32_t readCut = 0x1000;         // read: no record crosses a multiple of it
+    int chatter = 2;                   // "WR:" lines before each "OK"
+    bool noStatus = false;             // no "Status:Flash Idle"
+    bool noFinish = false;             // neither "Finished" nor "Failed"
+    bool answerEach = false;           // each repeated WRITE or READ is answered
+    bool allowGaps = false;            // a write may leave room between two records
 };
 
 // The piano's CSP board, as it shows on its text console, and its flash.

@@ -17,7 +17,8 @@ constexpr char kUsage[] =
 
 constexpr char kFiles[] =
     "\nFiles in DIR/sim:\n"
-    "  midi.log   what passed on the MIDI Patcher's link, what was wrong with it as \"bad ...\"\n"
+    "  midi.log   what passed on the MIDI Patcher's link, what was wrong with it as \"bad ...\",\n"
+    "             and at the end how many frames have come and gone\n"
     "  rc.log     what the RC Server got\n"
     "  dsp.sock   takes \"3072\" (the piano side is switched off) and \"3073\" (on)\n"
     "  say        write it while simpiano runs: its lines go out as one message as soon as the "
@@ -97,8 +98,10 @@ std::vector<Options::Option> Options::Table()
         {"--fail", "N", "the first N writes end in \"Failed\"", &csp.failures},
         {"--no-finish", "", "neither \"Finished\" nor \"Failed\" behind END", &csp.noFinish},
 
+        {"--read-stop", "ADDR", "the end-of-file record comes there, whatever was asked for",
+         &csp.readStop, "The CSP, read out"},
         {"--read-cut", "BYTES", "records end at each multiple of this divisor of 10000 (1000)",
-         &csp.readCut, "The CSP, read out"},
+         &csp.readCut},
         {"--bad-checksum-at", "ADDR", "a wrong checksum in the record that holds ADDR",
          &csp.badChecksumAt},
         {"--bad-address-at", "ADDR", "a wrong address in the record that holds ADDR",
@@ -115,6 +118,10 @@ std::vector<Options::Option> Options::Table()
          &link.cutAfter},
         {"--cut-link-every", "K", "... after every K-th frame", &link.cutEvery},
         {"--die-after", "K", "ends the process after the K-th frame", &link.dieAfter},
+        {"--cut-after-sent", "K", "drops the link behind the K-th frame to the system",
+         &link.cutAfterSent},
+        {"--die-after-sent", "K", "ends the process behind the K-th frame to the system",
+         &link.dieAfterSent},
         {"--first", "XX", "the first byte of frames to the system (E2; 6n: for the controller)",
          &link.first},
         {"--say", "TEXT", "says this line at each connection, \\xNN for a byte; several times",

@@ -87,7 +87,7 @@ void Patcher::Receive()
     received.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
 }
 
-bool Patcher::Process()
+void Patcher::Process()
 {
     for (const unsigned char byte : received) {
         switch (codec.Take(byte)) {
@@ -99,8 +99,9 @@ bool Patcher::Process()
         case FrameCodec::Found::Stray: transcript.Bad("pair FE " + HexText(&byte, 1)); continue;
         case FrameCodec::Found::Block: TakeBlock(); break;
         }
-        if (!CountFrame())
-            return false;
+        CountFrame();
+        if (over)
+            return;
         if (!client)
             break;
     }
@@ -110,7 +111,6 @@ bool Patcher::Process()
             transcript.Bad("block cut by the end of the connection");
         Drop("closed");
     }
-    return true;
 }
 
 void Patcher::TakeBlock()
@@ -147,18 +147,27 @@ void Patcher::TakeFrame(const Bytes& frame)
     lineText.clear();
 }
 
-bool Patcher::CountFrame()
+void Patcher::CountFrame()
 {
     ++frameCount;
-    if (frameCount == faults.dieAfter) {
-        transcript.Note("died");
-        return false;
-    }
+    if (frameCount == faults.dieAfter)
+        return Die();
     const bool cutNow =
         frameCount == faults.cutAfter || (faults.cutEvery > 0 && frameCount % faults.cutEvery == 0);
     if (cutNow)
         Drop("dropped");
-    return true;
+}
+
+void Patcher::Die()
+{
+    transcript.Note("died");
+    over = true;
+}
+
+void Patcher::NoteFrames() const
+{
+    transcript.Note("frames " + std::to_string(frameCount) + " came " +
+                    std::to_string(sentFrameCount) + " went");
 }
 
 void Patcher::Drop(const std::string& reason)
@@ -170,6 +179,7 @@ void Patcher::Drop(const std::string& reason)
     writes.clear();
     unread = 0;
     wasEmpty = false;
+    isLastSent = false;
     csp.LinkLost();
 }
 
@@ -179,8 +189,35 @@ std::vector<Bytes> Patcher::FramesOf(const std::string& line) const
     return FrameCodec::ConsoleFrames(static_cast<unsigned char>(faults.first), Peer(), line);
 }
 
-void Patcher::Enqueue(const std::vector<Bytes>& frames)
+// What is left of the frames when one of them is the last that goes out.
+std::vector<Bytes> Patcher::ToLastFrame(const std::vector<Bytes>& frames)
 {
+    std::vector<Bytes> sent;
+    for (const Bytes& frame : frames) {
+        if (isLastSent)
+            break;
+        sent.push_back(frame);
+        ++sentFrameCount;
+        isLastSent = sentFrameCount == faults.cutAfterSent || sentFrameCount == faults.dieAfterSent;
+    }
+    return sent;
+}
+
+void Patcher::EndBehindLastFrame()
+{
+    if (!isLastSent || !writes.empty())
+        return;
+    if (sentFrameCount == faults.dieAfterSent)
+        Die();
+    else
+        Drop("dropped");
+}
+
+void Patcher::Enqueue(const std::vector<Bytes>& all)
+{
+    const std::vector<Bytes> frames = ToLastFrame(all);
+    if (frames.empty())
+        return;
     std::vector<Bytes> units{Joined(frames)};
     size_t size = units[0].size();
     if (faults.frameBytes > 0) {
@@ -275,11 +312,12 @@ bool Patcher::Send()
 {
     if (!client)
         return false;
-    for (int i = 0; i < kWritesPerTurn; ++i) {
-        if (writes.empty() && !FetchLines())
+    for (int i = 0; i < kWritesPerTurn && client && !over; ++i) {
+        if (writes.empty() && (isLastSent || !FetchLines()))
             return false;
         if (!HasRoomFor(writes.front().size()) || !WriteFront())
             break;
+        EndBehindLastFrame();
     }
     return true;
 }

@@ -24,6 +24,8 @@ struct LinkFaults {
     int cutAfter = 0;        // the link drops after so many frames of the system's, once
     int cutEvery = 0;        // ... again and again
     int dieAfter = 0;        // the process ends after so many frames
+    int cutAfterSent = 0;    // the link drops behind so many frames to the system, once
+    int dieAfterSent = 0;    // the process ends behind so many
     uint32_t first = 0xE2;   // the first byte of each frame to the system
 };
 
@@ -45,8 +47,9 @@ public:
     // Receive fetches what has come, Process works on it. Between the two the caller can look at
     // what was sent before these bytes on other ways.
     void Receive();
-    // False when the process is to end.
-    bool Process();
+    void Process();
+    // The process is to end.
+    bool IsOver() const { return over; }
     // Sends what the link takes. True when more is waiting.
     bool Send();
 
@@ -54,15 +57,19 @@ public:
     void Say(const std::vector<std::string>& lines);
     void SayBlock(const Bytes& block);
     void Drop(const std::string& reason);
+    void NoteFrames() const;
 
 private:
     void TakeBlock();
     void TakeFrame(const Bytes& frame);
-    bool CountFrame();
+    void CountFrame();
+    void Die();
+    std::vector<Bytes> ToLastFrame(const std::vector<Bytes>& frames);
+    void EndBehindLastFrame();
 
     unsigned char Peer() const { return peer.value_or(0xE1); }
     std::vector<Bytes> FramesOf(const std::string& line) const;
-    void Enqueue(const std::vector<Bytes>& frames);
+    void Enqueue(const std::vector<Bytes>& all);
     bool FetchLines();
     bool HasRoomFor(size_t size);
     bool WriteFront();
@@ -79,8 +86,11 @@ private:
     Bytes received;
     bool ended = false;  // the system has closed the connection
     FrameCodec codec;
-    std::string lineText;  // the console line being gathered
-    int frameCount = 0;
+    std::string lineText;     // the console line being gathered
+    int frameCount = 0;       // from the system
+    int sentFrameCount = 0;   // to it
+    bool isLastSent = false;  // no frame goes out behind those in `writes`
+    bool over = false;
 
     std::deque<Bytes> writes;  // one write each
     size_t unread = 0;         // bytes written since the socket was last seen empty

@@ -109,7 +109,7 @@ int SimPiano::Run()
 {
     bool alive = true;
     bool sendingSoon = false;
-    while (alive && !IsTerminated()) {
+    while (alive && !patcher.IsOver() && !IsTerminated()) {
         Wait(sendingSoon);
         alive = OpenLateOnes();
         patcher.Accept();
@@ -117,11 +117,12 @@ int SimPiano::Run()
         // The switch comes on a way of its own. What it was before the bytes just received is
         // known now, so flash mode is never entered before the power-on that came first.
         TakePower();
-        alive = patcher.Process() && alive;
+        patcher.Process();
         rcServer.Serve();
         TakeSayFile();
         sendingSoon = patcher.Send();
     }
+    patcher.NoteFrames();
     if (!options.saveFile.empty() && !flash.Save(options.saveFile))
         Complain(options.saveFile + ": the flash can't be saved");
     return transcript.BadCount() > 0 ? kStatusBad : kStatusGood;
