@@ -62,6 +62,12 @@ Unit::~Unit()
         std::cerr << "kept: " << tree.release()->Path() << "\n";
 }
 
+std::string Unit::Keep()
+{
+    processes.clear();
+    return tree.release()->Path();
+}
+
 std::string Unit::Write(const std::string& name, const std::string& bytes) const
 {
     return tree->Write(name, bytes);

@@ -27,6 +27,9 @@ public:
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
 
+    // The path of a unit that stays on the disk.
+    std::string Keep();
+
     // The unit's files, by their path below its root ("etc/KVT-lang").
     std::string Path(const std::string& name = "") const { return tree->Path(name); }
     std::string Read(const std::string& name) const { return tree->Read(name); }

@@ -2,12 +2,12 @@
 
 #include <string>
 
-// What must hold and doesn't. The walk adds by which events it came to that.
+// What must hold and doesn't.
 struct Violation {
     std::string what;
 };
 
-inline void Hold(bool holds, const char* otherwise)
+inline void Hold(bool holds, const std::string& otherwise)
 {
     if (!holds)
         throw Violation{otherwise};

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <chrono>
+#include <initializer_list>
+#include <string>
+
+#include "Trial.h"
+#include "Unit.h"
+#include "Violation.h"
+
+// What a fault can lie on, by a part of the name that the journal gives it.
+constexpr char kMidiLink[] = "i2c_server_sock";
+constexpr char kRcLink[] = "rcseq_socket";
+constexpr char kController[] = "tcp";
+constexpr char kDspDevice[] = "PciDsp";  // a piano that is off and stays so is silent
+constexpr char kServerLog[] = "diagserver.log";
+constexpr char kUpdateLog[] = "cspupdate.log";
+
+// How long a trial waits for what must come; by far longer than it takes on a busy machine.
+constexpr std::chrono::seconds kEndLimit{30};
+
+inline bool Holds(const std::string& text, const std::string& piece)
+{
+    return text.find(piece) != std::string::npos;
+}
+
+std::size_t CountOf(const std::string& text, const std::string& piece);
+
+// A failure for silence that no fault explains. A piano that had to wait for a busy machine looks
+// the same, so such a trial is made once more on a slower unit.
+struct Silence : Violation {};
+
+// The unit of one trial, and what has gone wrong in it.
+class Stage {
+public:
+    Stage(const Trial& itsTrial, int speed);
+
+    Unit unit;
+
+    // The options of a piano with a small flash, which is saved quickly, ...
+    static Unit::Words SmallPiano(const Unit::Words& own);
+    // ... and of the road's own piano in this trial.
+    Unit::Words PianoWords(const Unit::Words& own) const;
+
+    // True once the fault of the trial has come.
+    bool HasFault() const;
+    // True when the fault has come to one of these.
+    bool IsHit(std::initializer_list<const char*> subjects) const;
+    // ... and to this kind of call.
+    bool IsHit(const std::string& kind, const std::string& subject) const;
+
+    // Holds what must be true of every program that has come to its end, and waits for that.
+    void HoldEnd(Process& program) const;
+    // ... and of one that was ended by a signal.
+    void HoldTermination(Process& program) const;
+
+private:
+    struct Fault {
+        std::string kind;
+        std::string subject;
+    };
+    Fault Seen() const;
+    static void HoldNoReport(const Process& program);
+
+    const Trial& trial;
+};
