@@ -71,7 +71,8 @@ bool ExploreAll(long states)
 
 int main(int argc, char** argv)
 {
-    const long states = argc > 1 ? std::atol(argv[1]) : kWholeStates;
+    constexpr int kDecimal = 10;
+    const long states = argc > 1 ? std::strtol(argv[1], nullptr, kDecimal) : kWholeStates;
     if (std::freopen("/dev/null", "w", stdout) == nullptr)
         return 2;
     std::fprintf(stderr, "| machine | folded | depth | states | transitions | ends | seconds | "

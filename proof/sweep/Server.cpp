@@ -174,7 +174,7 @@ void Server::StartGoodPiano()
     piano->Kill(SIGTERM);
     const std::size_t before = CountOf(unit.MidiLog(), kConnected);
     const std::string flash = unit.Write("sim/last-flash", LastReadFlash()) + "@90040000";
-    unit.StartPiano(Stage::SmallPiano({"--join", "--load", flash, "--read-stop", kLastReadStop}));
+    unit.StartPiano({"--join", "--load", flash, "--read-stop", kLastReadStop});
     Hold(WaitUntil([&] { return CountOf(unit.MidiLog(), kConnected) > before; }, kEndLimit),
          "the link to the piano isn't taken up again");
 }

@@ -1,13 +1,14 @@
 #include "Stage.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <sstream>
 
 namespace {
 
 constexpr char kAnyLink[] = "socket";  // one that isn't connected yet: either neighbour's
 constexpr std::size_t kMostReported = 400;
-constexpr char kFlashSize[] = "60000";
+constexpr long kMostLeft = 4;  // descriptors of a server: its port and the three links
 
 }  // namespace
 
@@ -25,16 +26,9 @@ Stage::Stage(const Trial& itsTrial, int speed) : unit(speed), trial(itsTrial)
         unit.Set("SIMUNIT_FAULT=" + trial.fault);
 }
 
-Unit::Words Stage::SmallPiano(const Unit::Words& own)
-{
-    Unit::Words words = {"--size", kFlashSize};
-    words.insert(words.end(), own.begin(), own.end());
-    return words;
-}
-
 Unit::Words Stage::PianoWords(const Unit::Words& own) const
 {
-    Unit::Words words = SmallPiano(own);
+    Unit::Words words = own;
     words.insert(words.end(), trial.piano.begin(), trial.piano.end());
     return words;
 }
@@ -97,7 +91,6 @@ void Stage::HoldEnd(Process& program) const
     Hold(Holds(unit.Journal(), "\nexit descriptors=0\n"), "a descriptor is left");
 }
 
-// The port, the three links: more than these four are a leak.
 void Stage::HoldTermination(Process& program) const
 {
     program.Kill(SIGTERM);
@@ -105,6 +98,6 @@ void Stage::HoldTermination(Process& program) const
     const std::string journal = unit.Journal();
     const std::size_t at = journal.find("terminated descriptors=");
     Hold(at != std::string::npos, "no closing line in the journal");
-    const int left = std::atoi(journal.c_str() + journal.find('=', at) + 1);
-    Hold(left <= 4, std::to_string(left) + " descriptors are open");
+    const long left = std::strtol(journal.c_str() + journal.find('=', at) + 1, nullptr, 10);
+    Hold(left <= kMostLeft, std::to_string(left) + " descriptors are open");
 }

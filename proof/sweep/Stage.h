@@ -37,9 +37,7 @@ public:
 
     Unit unit;
 
-    // The options of a piano with a small flash, which is saved quickly, ...
-    static Unit::Words SmallPiano(const Unit::Words& own);
-    // ... and of the road's own piano in this trial.
+    // The piano's options in this trial, with those that the road needs.
     Unit::Words PianoWords(const Unit::Words& own) const;
 
     // True once the fault of the trial has come.

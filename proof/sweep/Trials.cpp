@@ -69,6 +69,7 @@ std::vector<int> Spread(int count, int most)
 {
     const int places = std::min(count, most);
     std::vector<int> spread;
+    spread.reserve(static_cast<std::size_t>(places));
     for (int i = 0; i < places; ++i)
         spread.push_back(1 + static_cast<int>(static_cast<long>(i) * count / places));
     return spread;
@@ -84,10 +85,7 @@ public:
             const int count = static_cast<int>(subjects.size());
             trials.calls += count;
             for (const int place : Places(kind, count))
-                for (const std::string& error :
-                     ErrorsOf(kind, subjects[static_cast<std::size_t>(place - 1)]))
-                    trials.all.push_back(
-                        {&road, kind + ":" + std::to_string(place) + ":" + error, {}});
+                AddErrors(kind, place, subjects[static_cast<std::size_t>(place - 1)]);
         }
     }
 
@@ -109,6 +107,13 @@ public:
     const Trials& Made() const { return trials; }
 
 private:
+    void AddErrors(const std::string& kind, int place, const std::string& subject)
+    {
+        const std::string call = kind + ":" + std::to_string(place) + ":";
+        for (const std::string& error : ErrorsOf(kind, subject))
+            trials.all.push_back({&road, call + error, {}});
+    }
+
     void AddEnds(const char* name, int count, const char* const (&ends)[2])
     {
         trials.frames += count;

@@ -160,6 +160,12 @@ bool Sweep(const Road& road, const Options& options, std::size_t& number)
     return result.violations.empty() && result.ran == static_cast<int>(taken.size());
 }
 
+int Number(const char* text)
+{
+    constexpr int kDecimal = 10;
+    return std::max(1, static_cast<int>(std::strtol(text, nullptr, kDecimal)));
+}
+
 Options Parse(int argc, char** argv)
 {
     Options options;
@@ -171,11 +177,11 @@ Options Parse(int argc, char** argv)
         else if (name == "--trial")
             options.trial = value;
         else if (name == "--every")
-            options.every = std::max(1, std::atoi(value));
+            options.every = Number(value);
         else if (name == "--most")
-            options.most = std::max(1, std::atoi(value));
+            options.most = Number(value);
         else if (name == "--jobs")
-            options.jobs = std::max(1, std::atoi(value));
+            options.jobs = Number(value);
     }
     return options;
 }

@@ -79,6 +79,7 @@ int FlagsOf(const char* mode)
 std::FILE* StreamOf(int descriptor, const char* mode)
 {
     static Real<std::FILE*(void*, const char*, cookie_io_functions_t)> make("fopencookie");
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a cookie is a pointer, and the number all it holds
     void* cookie = reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
     return make(cookie, mode,
                 cookie_io_functions_t{ReadStream, WriteStream, SeekStream, CloseStream});
