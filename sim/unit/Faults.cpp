@@ -71,15 +71,16 @@ Fault Count(Call kind, Subject subject)
     const int index = static_cast<int>(kind);
     const unsigned long long number = ++counts[index];
     NoteCall(index, number, subject);
-    if (index != Plan().kind || number != Plan().number)
+    const Planned& plan = Plan();
+    if (plan.kind < 0 || index != plan.kind || number != plan.number)
         return Fault::None;
 
     Text line;
-    line.Add("fault ").Add(kNames[index]).Add(" #").AddNumber(number).Add(" ").Add(Plan().what);
+    line.Add("fault ").Add(kNames[index]).Add(" #").AddNumber(number).Add(" ").Add(plan.what);
     Journal(line.Add(" on ").Add(SubjectName(subject).Get()));
-    if (std::strcmp(Plan().what, "short") == 0)
+    if (std::strcmp(plan.what, "short") == 0)
         return Fault::Short;
-    errno = ErrnoOf(Plan().what);
+    errno = ErrnoOf(plan.what);
     return Fault::Failed;
 }
 

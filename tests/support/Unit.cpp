@@ -137,7 +137,9 @@ int Unit::Port() const
         return 0;
     const std::string journal = Journal();
     const std::size_t at = journal.rfind(kListens);
-    return std::atoi(journal.c_str() + at + sizeof(kListens) - 1);
+    constexpr int kDecimal = 10;
+    const char* number = journal.c_str() + at + sizeof(kListens) - 1;
+    return static_cast<int>(std::strtol(number, nullptr, kDecimal));
 }
 
 std::string Unit::Log(const std::string& name) const

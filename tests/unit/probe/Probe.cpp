@@ -38,6 +38,12 @@ Value Hidden(Value value)
     return held;
 }
 
+long Number(const char* text)
+{
+    constexpr int kDecimal = 10;
+    return std::strtol(text, nullptr, kDecimal);
+}
+
 long Open(const char* path, int flags)
 {
     opened = open(path, Hidden(flags));
@@ -120,7 +126,7 @@ long Select(long seconds)
 
 long Sleep(const char* seconds)
 {
-    return static_cast<long>(sleep(static_cast<unsigned>(std::atol(seconds))));
+    return static_cast<long>(sleep(static_cast<unsigned>(Number(seconds))));
 }
 
 long Nanosleep(long seconds)
@@ -166,16 +172,16 @@ const Command kCommands[] = {
     {"rename", [](const char* path) { return long{rename(path, "renamed")}; }},
     {"utime", [](const char* path) { return long{utime(path, nullptr)}; }},
     {"connect", Connect},
-    {"ioctl", [](const char* value) { return long{ioctl(opened, 33, std::atol(value))}; }},
+    {"ioctl", [](const char* value) { return long{ioctl(opened, 33, Number(value))}; }},
     {"mount", [](const char* path) { return Mount(path, kMount); }},
     {"mount-ro", [](const char* path) { return Mount(path, kReadOnlyMount); }},
     {"umount", [](const char* path) { return long{umount(path)}; }},
     {"sync", [](const char*) { return Sync(); }},
     {"sleep", Sleep},
     {"usleep",
-     [](const char* time) { return long{usleep(static_cast<useconds_t>(std::atol(time)))}; }},
-    {"nanosleep", [](const char* time) { return Nanosleep(std::atol(time)); }},
-    {"select", [](const char* time) { return Select(std::atol(time)); }},
+     [](const char* time) { return long{usleep(static_cast<useconds_t>(Number(time)))}; }},
+    {"nanosleep", [](const char* time) { return Nanosleep(Number(time)); }},
+    {"select", [](const char* time) { return Select(Number(time)); }},
 };
 
 }  // namespace
