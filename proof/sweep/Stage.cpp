@@ -39,7 +39,7 @@ Stage::Fault Stage::Seen() const
     if (!trial.piano.empty()) {
         const std::string passed = unit.MidiLog();
         const bool hasCome = Holds(passed, " dropped\n") || Holds(passed, " died\n");
-        return hasCome ? Fault{"link", kMidiLink} : Fault{};
+        return hasCome ? Fault{"link", "", kMidiLink} : Fault{};
     }
     std::istringstream lines(unit.Journal());
     for (std::string line; std::getline(lines, line);) {
@@ -47,7 +47,7 @@ Stage::Fault Stage::Seen() const
         std::string word;
         Fault fault;
         if (words >> word && word == "fault" &&
-            words >> fault.kind >> word >> word >> word >> fault.subject)
+            words >> fault.kind >> word >> fault.error >> word >> fault.subject)
             return fault;
     }
     return {};
@@ -73,6 +73,11 @@ bool Stage::IsHit(const std::string& kind, const std::string& subject) const
 {
     const Fault fault = Seen();
     return fault.kind == kind && Holds(fault.subject, subject);
+}
+
+bool Stage::IsShort(const std::string& kind, const std::string& subject) const
+{
+    return IsHit(kind, subject) && Seen().error == "short";
 }
 
 void Stage::HoldNoReport(const Process& program)

@@ -46,6 +46,8 @@ public:
     bool IsHit(std::initializer_list<const char*> subjects) const;
     // ... and to this kind of call.
     bool IsHit(const std::string& kind, const std::string& subject) const;
+    // ... and has cut it short.
+    bool IsShort(const std::string& kind, const std::string& subject) const;
 
     // Holds what must be true of every program that has come to its end, and waits for that.
     void HoldEnd(Process& program) const;
@@ -55,6 +57,7 @@ public:
 private:
     struct Fault {
         std::string kind;
+        std::string error;
         std::string subject;
     };
     Fault Seen() const;

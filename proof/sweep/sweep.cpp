@@ -199,7 +199,8 @@ int RunOne(const Road& road, const std::string& name)
     } catch (const Violation& violation) {
         std::cout << "violation: " << violation.what << "\n";
     }
-    std::cout << stage.unit.Keep() << "\n";
+    stage.unit.Keep();
+    std::cout << stage.unit.Path() << "\n";
     return 0;
 }
 

@@ -22,10 +22,14 @@ public:
     ~TempDir()
     {
         std::error_code ignored;
-        std::filesystem::remove_all(directory, ignored);
+        if (!kept)
+            std::filesystem::remove_all(directory, ignored);
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
+
+    // Leaves it on the disk.
+    void Keep() { kept = true; }
 
     std::string Path(const std::string& name = "") const
     {
@@ -50,4 +54,5 @@ public:
 
 private:
     std::string directory;
+    bool kept = false;
 };

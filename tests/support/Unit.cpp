@@ -58,14 +58,10 @@ Unit::Unit(int divisor) : tree(std::make_unique<TempDir>()), speed(divisor)
 Unit::~Unit()
 {
     processes.clear();
-    if (testing::Test::HasFailure() && std::getenv("DIAG_KEEP") != nullptr)
-        std::cerr << "kept: " << tree.release()->Path() << "\n";
-}
-
-std::string Unit::Keep()
-{
-    processes.clear();
-    return tree.release()->Path();
+    if (testing::Test::HasFailure() && std::getenv("DIAG_KEEP") != nullptr) {
+        Keep();
+        std::cerr << "kept: " << Path() << "\n";
+    }
 }
 
 std::string Unit::Write(const std::string& name, const std::string& bytes) const

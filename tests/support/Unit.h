@@ -27,8 +27,8 @@ public:
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
 
-    // The path of a unit that stays on the disk.
-    std::string Keep();
+    // Leaves the unit's directory on the disk.
+    void Keep() const { tree->Keep(); }
 
     // The unit's files, by their path below its root ("etc/KVT-lang").
     std::string Path(const std::string& name = "") const { return tree->Path(name); }
