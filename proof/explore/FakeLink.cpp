@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "Violation.h"
+
 namespace {
 
 constexpr int kConnecttype = 225;
@@ -93,4 +95,15 @@ std::vector<std::string> FakeLink::TakeSent()
     }
     sent.clear();
     return lines;
+}
+
+void HoldLines(const std::vector<std::string>& sent, const std::vector<std::string>& expected,
+               const std::string& otherwise)
+{
+    if (sent == expected)
+        return;
+    std::string what = "other lines go out " + otherwise + ":";
+    for (const std::string& line : sent)
+        what += " " + line;
+    throw Violation{what};
 }

@@ -25,3 +25,7 @@ public:
     TMidiCom midi;
     TZaurusCom zaurus;
 };
+
+// Holds that just these lines have gone out.
+void HoldLines(const std::vector<std::string>& sent, const std::vector<std::string>& expected,
+               const std::string& otherwise);

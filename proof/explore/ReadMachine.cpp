@@ -5,6 +5,7 @@
 #include <map>
 
 #include "HexImage.h"
+#include "Limits.h"
 #include "TSStringList.h"
 #include "Violation.h"
 
@@ -12,10 +13,7 @@ namespace {
 
 using Kind = CspLine::Kind;
 
-constexpr int kSilenceBound = 200;  // seconds in which silence must have ended every read
 constexpr int kTimeout = 10;
-constexpr int kMostErrors = 1024;
-constexpr int kFlashModePeriod = 100000;
 constexpr unsigned kFirstPage = 0x9004;
 constexpr unsigned kPages = 6;
 constexpr int kBlocksInPage = 16;
@@ -49,11 +47,6 @@ CspLine Cut(const std::string& data, std::uint32_t address)
         text = RecordText(kDataType, address, data + last);
     text.pop_back();
     return {text + "\r\n", Kind::Data, address, static_cast<std::uint32_t>(data.size() + 1), false};
-}
-
-int ClassOf(int count, int limit)
-{
-    return count == 0 ? 0 : (count < limit ? 1 : 2);
 }
 
 std::uint32_t Block(std::uint32_t address)
@@ -336,16 +329,11 @@ void ReadMachine::Compare(const ReadRules::Outcome& expected, const char* otherw
     const State found = Save();
     const std::vector<std::string> sent = link.TakeSent();
     asked += std::count(sent.begin(), sent.end(), "NEXT   :");
-    if (sent != expected.sent) {
-        std::string what = std::string("other lines go out ") + otherwise + ":";
-        for (const std::string& line : sent)
-            what += " " + line;
-        throw Violation{what};
-    }
+    HoldLines(sent, expected.sent, otherwise);
     if (found.Fields() != expected.state.Fields())
         throw Violation{std::string("another state ") + otherwise + ": " + Whole(found) +
                         " instead of " + Whole(expected.state)};
-    Hold(found.errors <= kMostErrors + 1 && found.silence <= 40 &&
+    Hold(found.errors <= kMostErrors + 1 && found.silence <= kMostSilence &&
              found.flashSteps <= kFlashModePeriod,
          "a counter goes on above its limit");
 }

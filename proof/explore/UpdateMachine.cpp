@@ -6,14 +6,12 @@
 
 #include <unistd.h>
 
+#include "Limits.h"
 #include "Violation.h"
 
 namespace {
 
-constexpr int kSilenceBound = 200;  // seconds in which silence must have ended every update
 constexpr int kLongestSilence = 30;
-constexpr int kMostErrors = 1024;
-constexpr int kFlashModePeriod = 100000;
 
 constexpr char kUnwanted[] = "?\r\n";
 
@@ -22,12 +20,6 @@ std::string AddressLine(const char* word, std::uint32_t address)
     char text[32];
     std::snprintf(text, sizeof(text), "%s %08X\r\n", word, address);
     return text;
-}
-
-// 0 at none, 2 at the limit, 1 between the two.
-int ClassOf(int count, int limit)
-{
-    return count == 0 ? 0 : (count < limit ? 1 : 2);
 }
 
 }  // namespace
@@ -279,16 +271,11 @@ void UpdateMachine::Compare(const UpdateRules::Outcome& expected, const char* ot
     const State found = Save();
     const std::vector<std::string> sent = link.TakeSent();
     Hold(link.midi.GetMidiDescriptor() >= 0, "the link has been closed");
-    if (sent != expected.sent) {
-        std::string what = std::string("other lines go out ") + otherwise + ":";
-        for (const std::string& line : sent)
-            what += " " + line;
-        throw Violation{what};
-    }
+    HoldLines(sent, expected.sent, otherwise);
     if (found.Fields() != state.Fields())
         throw Violation{std::string("another state ") + otherwise + ": " + Whole(found) +
                         " instead of " + Whole(state)};
-    Hold(found.errors <= kMostErrors + 2 && found.retries <= 1 && found.silence <= 40 &&
+    Hold(found.errors <= kMostErrors + 2 && found.retries <= 1 && found.silence <= kMostSilence &&
              found.flashSteps <= kFlashModePeriod,
          "a counter goes on above its limit");
 }

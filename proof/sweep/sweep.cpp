@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -70,6 +71,8 @@ std::string Report(const Trial& trial)
         line = AtSpeed([&](int speed) { return Run(trial, speed); }) + "\t";
     } catch (const Violation& violation) {
         line = "\t" + NameOf(trial) + ": " + violation.what;
+    } catch (const std::exception& failure) {
+        line = "\t" + NameOf(trial) + ": " + failure.what();
     }
     std::replace(line.begin(), line.end(), '\n', ' ');
     return line + "\n";

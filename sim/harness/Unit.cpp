@@ -5,8 +5,7 @@
 #include <filesystem>
 #include <iostream>
 #include <sstream>
-
-#include <gtest/gtest.h>
+#include <stdexcept>
 
 namespace fs = std::filesystem;
 
@@ -58,7 +57,7 @@ Unit::Unit(int divisor) : tree(std::make_unique<TempDir>()), speed(divisor)
 Unit::~Unit()
 {
     processes.clear();
-    if (testing::Test::HasFailure() && std::getenv("DIAG_KEEP") != nullptr) {
+    if (std::getenv("DIAG_KEEP") != nullptr) {
         Keep();
         std::cerr << "kept: " << Path() << "\n";
     }
@@ -122,7 +121,7 @@ Process& Unit::StartPiano(const Words& arguments)
     command.insert(command.end(), arguments.begin(), arguments.end());
     Process& piano = Spawn(command, {});
     if (!WaitUntil([&] { return piano.Output() == "ready\n" || !piano.IsRunning(); }))
-        ADD_FAILURE() << "simpiano isn't ready: " << piano.Error();
+        throw std::runtime_error("simpiano isn't ready: " + piano.Error());
     return piano;
 }
 

@@ -14,9 +14,9 @@
 #include "TempDir.h"
 #include "Wait.h"
 
-// A simulated unit in a directory of the test's own, with the programs that run in it. At the end
-// of the scope all of them are killed and the directory goes, unless the test has failed and
-// DIAG_KEEP is set: then its path is printed.
+// A simulated unit in a directory of its own, with the programs that run in it. At the end of the
+// scope all of them are killed and the directory goes, unless DIAG_KEEP is set: then its path is
+// printed.
 class Unit {
 public:
     using Words = std::vector<std::string>;
@@ -47,7 +47,7 @@ public:
     Process& StartServer(const Words& arguments = {});
     // diag_server to its end.
     Process& Run(const Words& arguments, std::chrono::milliseconds limit = 2 * kLimit);
-    // simpiano, once it is ready. Its flash is in flash.bin after each update and at its end.
+    // simpiano, once it is ready; throws when it doesn't come up. Its flash is in flash.bin after each update and at its end.
     Process& StartPiano(const Words& arguments = {});
 
     // The port of the server that was started last; 0 when none listens in time.
