@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         if (result > 0)
             Require(file.GetNextAddress() == before);
         else
-            accepted += line.c_str();
+            accepted += line.substr(0, line.find('\0'));
         if (result == 0 && file.GetNextAddress() % 0x10000 != 0)
             Require(file.GetNextAddress() - before < 0x100);
     }

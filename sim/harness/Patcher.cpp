@@ -31,7 +31,7 @@ std::vector<std::string> Patcher::ConsoleFrames(const std::string& line, const s
         std::string data = line.substr(at, kData);
         const char kind = static_cast<char>(0x30U + data.size());
         data.resize(kData);
-        frames.push_back(head + kind + data);
+        frames.push_back((head + kind).append(data));
     }
     frames.push_back(head + static_cast<char>(0x30U + kLineEnd) + std::string(kData, '\0'));
     return frames;

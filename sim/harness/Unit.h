@@ -47,7 +47,8 @@ public:
     Process& StartServer(const Words& arguments = {});
     // diag_server to its end.
     Process& Run(const Words& arguments, std::chrono::milliseconds limit = 2 * kLimit);
-    // simpiano, once it is ready; throws when it doesn't come up. Its flash is in flash.bin after each update and at its end.
+    // simpiano, once it is ready; throws when it doesn't come up. Its flash is in flash.bin after
+    // each update and at its end.
     Process& StartPiano(const Words& arguments = {});
 
     // The port of the server that was started last; 0 when none listens in time.
