@@ -12,9 +12,6 @@
 
 namespace {
 
-constexpr int kPeerPiano = 225;  // 0xE1
-constexpr int kPeerOther = 229;  // 0xE5
-
 constexpr unsigned char kEscape = 0xFE;
 constexpr unsigned char kBlockEnd = 0xFF;
 
@@ -195,8 +192,7 @@ int TMidiCom::ToConsole2(char* message, int length, char** lines, int capacity)
     for (int start = 0; start < length; start += kInFrameSize) {
         const char* const frame = message + start;
         const int size = std::min(kInFrameSize, length - start);
-        if (size > kPeerAt && Byte(frame[kPeerAt]) != kPeerPiano &&
-            Byte(frame[kPeerAt]) != kPeerOther)
+        if (size > kPeerAt && Byte(frame[kPeerAt]) != kPiano && Byte(frame[kPeerAt]) != kOther)
             return -1;
         if (size > kMarkAt && Byte(frame[kMarkAt]) != kFrameMark)
             return -1;
@@ -265,7 +261,7 @@ int TMidiCom::Change_i2c2bin(const char* in, char* out, int length) const
 
 bool TMidiCom::IsConnecttypeGood() const
 {
-    return connecttype == kPeerPiano || connecttype == kPeerOther;
+    return connecttype == kPiano || connecttype == kOther;
 }
 
 void TMidiCom::CloseLink()

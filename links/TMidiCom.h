@@ -25,6 +25,10 @@ constexpr char kMidiPatcherSocket[] = "/home/i2c_server_sock";
 // Stuffing: FE is sent as FE FE, and FE FF ends a block.
 class TMidiCom {
 public:
+    // The connect types: which peer is behind the MIDI Patcher.
+    static constexpr int kPiano = 225;  // 0xE1
+    static constexpr int kOther = 229;  // 0xE5
+
     // The largest text, message or single read of the link, in bytes.
     static constexpr int kMaxMessage = 8193;
     // The most end frames, and so lines, that one message can hold: 8193 / 9.
@@ -62,8 +66,8 @@ public:
 
     // Gathers one message into `buf`, which has room for 8193 bytes; no NUL is added. Waits up to
     // 5 seconds for each part of it. Returns the byte count, 0 when the peer has closed (the link
-    // goes down), -1 on failure, on silence, on a message over 8193 bytes or when the link is down;
-    // what was gathered is then dropped.
+    // goes down), -1 on failure, on silence, on a message over 8193 bytes (over four times as many
+    // with its stuffing) or when the link is down; what was gathered is then dropped.
     int ReadMessage(char* buf);
 
     // Turns a message of ReadMessage into console lines, each ending in CR LF and a NUL, and stores

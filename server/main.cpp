@@ -8,10 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <fcntl.h>
 #include <getopt.h>
+#include <unistd.h>
 
 #include "TDiagServer.h"
 #include "THexFile.h"
+#include "TMidiCom.h"
 #include "TSString.h"
 #include "TUpdater.h"
 
@@ -22,17 +25,25 @@ TUpdater* updater = nullptr;
 namespace {
 
 constexpr int kDefaultPort = 4917;
-constexpr int kPiano = 225;  // connect types
-constexpr int kOther = 229;
 constexpr int kDecimal = 10;
 
 constexpr char kProgramVersion[] = "Diag Server Ver.0.26\n";
 constexpr char kNameTooLong[] = "diag_server: file name is too long\n";
 
+// What the program was started without would be the number of its first link, and every text would
+// go to the piano. `open` takes the lowest number that is free.
+void FillStandardStreams()
+{
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (fcntl(stream, F_GETFD) < 0)
+            open("/dev/null", O_RDWR);
+    }
+}
+
 // What the command line asks for.
 struct Options {
     int port = kDefaultPort;
-    int connecttype = kPiano;
+    int connecttype = TMidiCom::kPiano;
     bool renameFile = false;
     bool versionOnly = false;
     char filename[TUpdater::kTextSize] = {};
@@ -62,7 +73,7 @@ void PrintVersion(const char* filename)
 void RunServer(int port)
 {
     diag = new TDiagServer;
-    if (diag->Initialize(port, kPiano) >= 0)
+    if (diag->Initialize(port, TMidiCom::kPiano) >= 0)
         diag->Run();
     delete diag;
     diag = nullptr;
@@ -95,7 +106,7 @@ void RunMode(const Options& options)
 
 void usage()
 {
-    std::fprintf(stderr, "diag_server [-P Port] [-b] [-v] [-f filename]\n");
+    std::fputs("diag_server [-P Port] [-b] [-v] [-f filename]\n", stderr);
 }
 
 // False when nothing is to run: the usage was asked for, or the file name doesn't fit.
@@ -107,16 +118,16 @@ static bool ParseOptions(int argc, char** argv, Options& options)
         case 'h': usage(); return false;
         case 'b':
         case 'c':
-            options.connecttype = option == 'b' ? kPiano : kOther;
+            options.connecttype = option == 'b' ? TMidiCom::kPiano : TMidiCom::kOther;
             options.renameFile = true;
             break;
         case 'v': options.versionOnly = true; break;
         case 'f':
         case 'a':
-            options.connecttype = option == 'f' ? kPiano : kOther;
+            options.connecttype = option == 'f' ? TMidiCom::kPiano : TMidiCom::kOther;
             if (StoreFileName(options, optarg))
                 break;
-            std::fprintf(stderr, "%s", kNameTooLong);
+            std::fputs(kNameTooLong, stderr);
             return false;
         case 'P': options.port = static_cast<int>(std::strtol(optarg, nullptr, kDecimal)); break;
         default: break;  // getopt has told it
@@ -127,6 +138,7 @@ static bool ParseOptions(int argc, char** argv, Options& options)
 
 int main(int argc, char** argv)
 {
+    FillStandardStreams();
     // Each text leaves in one write. What needs no format is printed with fputs for that: compilers
     // make puts of a printf of a fixed line, and puts writes the line end by itself.
     std::setvbuf(stdout, nullptr, _IONBF, 0);

@@ -41,6 +41,18 @@ void Redirect(const std::string& path, int target)
     close(file);
 }
 
+void OpenStreams(const Process::Setup& setup)
+{
+    const int nothing = open("/dev/null", O_RDONLY);
+    dup2(nothing, STDIN_FILENO);
+    close(nothing);
+    if (setup.output.empty())
+        close(STDOUT_FILENO);
+    else
+        Redirect(setup.output, STDOUT_FILENO);
+    Redirect(setup.error, STDERR_FILENO);
+}
+
 }  // namespace
 
 Process::Process(const Setup& begin) : setup(begin)
@@ -59,11 +71,7 @@ Process::Process(const Setup& begin) : setup(begin)
     if (id > 0)
         return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int nothing = open("/dev/null", O_RDONLY);
-    dup2(nothing, STDIN_FILENO);
-    close(nothing);
-    Redirect(setup.output, STDOUT_FILENO);
-    Redirect(setup.error, STDERR_FILENO);
+    OpenStreams(setup);
     if (chdir(setup.directory.c_str()) == 0)
         execvpe(words[0], words.data(), variables.data());
     _exit(kNotStarted);

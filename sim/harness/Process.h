@@ -16,7 +16,7 @@ public:
         std::vector<std::string> command;      // the program's path and its arguments
         std::vector<std::string> environment;  // NAME=VALUE; of two with a name the first counts
         std::string directory;                 // to run in
-        std::string output;                    // the files that take its standard streams
+        std::string output;                    // the file that takes it; without one it is closed
         std::string error;
     };
 

@@ -41,6 +41,9 @@ public:
     // place of an earlier one of that name.
     void Set(const std::string& variable);
 
+    // Lets the programs that are started from here on have no standard output.
+    void CloseOutput() { hasOutput = false; }
+
     // A program of the build, by its name, in the unit.
     Process& Start(const std::string& program, const Words& arguments = {});
     // diag_server as a server, on a port of its own.
@@ -85,6 +88,7 @@ private:
 
     std::unique_ptr<TempDir> tree;
     int speed;
+    bool hasOutput = true;
     Words environment;
     std::list<Process> processes;
 };

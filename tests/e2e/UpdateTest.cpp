@@ -133,6 +133,22 @@ INSTANTIATE_TEST_SUITE_P(
                   200}),
     [](const auto& row) { return row.param.name; });
 
+// Its first link would be what it prints on, and the piano would get its texts.
+TEST(UpdateWithoutStandardOutput, SendsThePianoNothingButTheUpdate)
+{
+    Unit unit(20);
+    const std::string firmware = FirmwareOf(kVersionText, 0x4000);
+    unit.Write("work/prog.hex", HexText(firmware, 32, "\r\n"));
+    unit.StartPiano();
+    unit.CloseOutput();
+
+    EXPECT_TRUE(EndedClean(unit, unit.Run({"-f", "prog.hex"})));
+
+    EXPECT_EQ(Road(unit), kFinished);
+    EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
+    EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
+}
+
 TEST(UpdateSilence, LastsThirtyOneSecondsInEachState)
 {
     Unit unit(100);
