@@ -20,12 +20,12 @@ constexpr mode_t kForTheOwner = 0600;
 
 int OpenToRead(const char* path)
 {
-    return open(path, O_RDONLY | O_CLOEXEC);
+    return open(path, O_RDONLY | kOpenFlags);
 }
 
 int OpenToWrite(const char* path, mode_t permissions)
 {
-    return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, permissions);
+    return open(path, O_WRONLY | O_CREAT | O_TRUNC | kOpenFlags, permissions);
 }
 
 enum class AtWriteError { Stop, GoOn };

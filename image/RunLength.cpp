@@ -35,7 +35,7 @@ bool WriteTimes(int output, unsigned char value, unsigned char count)
 
 bool Load(const char* path, FileBytes& bytes)
 {
-    const UniqueFd input(open(path, O_RDONLY | O_CLOEXEC));
+    const UniqueFd input(open(path, O_RDONLY | kOpenFlags));
     return input && ReadWholeFile(input.Get(), bytes);
 }
 

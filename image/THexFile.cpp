@@ -141,7 +141,7 @@ bool THexFile::LoadFromFile(const char* path)
     endAddress = 0;
     versionText[0] = '\0';
 
-    const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(open(path, O_RDONLY | kOpenFlags));
     FileBytes bytes;
     if (!file || !ReadWholeFile(file.Get(), bytes))
         return false;

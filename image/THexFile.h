@@ -40,7 +40,8 @@ public:
     // Loads a file of any content into rows and scans it. An earlier file's rows are released
     // first. False, with nothing loaded, when the file can't be read whole, when a line has over 80
     // bytes with its line end, or when there is no memory for it. Bytes behind the last LF are left
-    // out, and an empty line of a file with LF line ends gets no row: the rows behind it move up.
+    // out. An LF right behind a line end goes with it, so that such an empty line gets no row: the
+    // rows behind it move up, and what is left over at the end is empty.
     bool LoadFromFile(const char* path);
 
     // Scans the rows for startAddress, endAddress and versionText. LoadFromFile calls it.

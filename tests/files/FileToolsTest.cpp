@@ -110,11 +110,14 @@ TEST_F(FileTools, ReportACopyThatFails)
     const std::string source = File("source", 700);
     const std::string target = dir.Path("target");
     const std::string nowhere = dir.Path("no/target");
+    const std::string pipe = dir.Path("pipe");
+    EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const struct {
         const char* name;
         std::string source, target;
     } rows[] = {{"no source", dir.Path("missing"), target},
                 {"no target", source, nowhere},
+                {"a pipe without a reader", source, pipe},
                 {"full device", source, "/dev/full"}};
     for (const auto& row : rows) {
         EXPECT_EQ(CopyFile(row.source.c_str(), row.target.c_str()), -1) << row.name;

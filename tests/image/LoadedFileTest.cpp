@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -112,7 +113,9 @@ TEST(LoadedFile, StartsAnewWithEachFile)
     EXPECT_EQ(RowsOf(file), Rows{"x"});
     EXPECT_STREQ(file.versionText, "");
 
-    for (const std::string& unreadable : {dir.Path("missing.hex"), dir.Path()}) {
+    const std::string pipe = dir.Path("pipe.hex");
+    EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& unreadable : {dir.Path("missing.hex"), dir.Path(), pipe}) {
         EXPECT_TRUE(file.LoadFromFile(image.c_str()));
         EXPECT_FALSE(file.LoadFromFile(unreadable.c_str()));
         ExpectNothingLoaded(file);
