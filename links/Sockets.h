@@ -18,7 +18,7 @@ int mkservsocINET(int port);
 // also when the path is too long; -3: not listening, which is also printed.
 int mkservsocUNIX(const char* path);
 
-// 0 when nothing lies at `path` now, else -1.
+// Removes what lies at `path`. 0 when nothing is there now, or nothing that `stat` finds, else -1.
 int rmUNIXsoc(const char* path);
 
 // One write of `length` bytes to a connected socket. A peer that has gone shows as -1 and never as

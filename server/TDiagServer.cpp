@@ -116,6 +116,7 @@ const char* CopyText(int result)
     case NotCompressed: return "Binary file error.\n";
     case NoRoom: return "Free Disk space error.\n";
     case NoMedium: return "Floppy in not inserted.\n";
+    case NotCopied:
     default: return "Copy error.\n";
     }
 }
@@ -279,8 +280,8 @@ void TDiagServer::ReconnectMidi()
 }
 
 // Each link is asked for its descriptor at the moment of the test. A controller that is accepted
-// here is read in a later pass: it gets the number of a descriptor just closed, which the set may
-// still call readable, and a read of it would wait for as long as the controller is silent.
+// here is read in a later pass: it may get the number of a descriptor just closed, which the set
+// still calls readable, and a read of it would wait for as long as the controller is silent.
 void TDiagServer::Dispatch(const ReadSet& set, char* buffer)
 {
     if (set.Has(midi->GetMidiDescriptor()))
