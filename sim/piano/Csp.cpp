@@ -219,7 +219,7 @@ bool Csp::IsRefusedByFault(uint32_t address, uint32_t end)
 void Csp::Refuse(uint32_t address)
 {
     wanted = address;
-    Answer("NG " + EightDigits(faults.ngZero ? 0 : address));
+    Answer("NG " + EightDigits(address));
 }
 
 void Csp::Store(uint32_t address, const std::vector<unsigned char>& data)

@@ -18,7 +18,6 @@ struct CspFaults {
     std::optional<int> silentAt;            // falls silent when so many data records have passed
     std::vector<uint32_t> ngAt;             // refuses the record that holds the address, once each
     bool ngEvery = false;                   // ... every time
-    bool ngZero = false;                    // refusals name the address 0
     int failures = 0;                       // so many writes end in "Failed"
     int garbage = 0;                        // unwanted lines before each answer
     bool garbageEndless = false;            // nothing but unwanted lines

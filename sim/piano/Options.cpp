@@ -24,10 +24,8 @@ constexpr char kFiles[] =
     "  say        write it while simpiano runs: its lines go out as one message as soon as the "
     "link\n"
     "             is up, and it is removed. A line that begins with @ is an order instead:\n"
-    "               @raw HEX          frame bytes, as --say-raw\n"
     "               @faults OPTIONS   the CSP and the link take these options and drop all others\n"
     "               @drop             drops the link\n"
-    "               @drop-rc          drops the RC Server's connections\n"
     "\nExit status: 0; 3 when anything bad came; 2 for a start that failed.\n";
 
 template <typename Number>
@@ -49,14 +47,6 @@ struct Reader {
     bool operator()(std::optional<uint32_t>* value) const { return (*this)(&value->emplace()); }
     bool operator()(std::vector<uint32_t>* all) const { return (*this)(&all->emplace_back()); }
     bool operator()(std::string* word) const { return !(*word = text).empty(); }
-    bool operator()(std::vector<std::string>* all) const
-    {
-        return ParseEscapes(text, &all->emplace_back());
-    }
-    bool operator()(std::vector<Bytes>* all) const
-    {
-        return ParseHexBytes(text, &all->emplace_back());
-    }
 };
 
 }  // namespace
@@ -69,10 +59,9 @@ std::vector<Options::Option> Options::Table()
         {"--speed", "N", "the seconds of the options below pass N times as fast", &speed},
         {"--help", "", "print this", &help},
 
-        {"--base", "ADDR", "its first address (90000000)", &base,
+        {"--size", "BYTES", "its size, from 90000000 on (400000)", &size,
          "Flash (addresses and sizes are hexadecimal)"},
-        {"--size", "BYTES", "its size (400000)", &size},
-        {"--load", "FILE[@ADDR]", "begins with these bytes, at its base or at ADDR", &loadFile},
+        {"--load", "FILE[@ADDR]", "begins with these bytes, at its start or at ADDR", &loadFile},
         {"--save", "FILE", "is saved there after each finished write and at the end", &saveFile},
 
         {"--no-patcher", "", "no MIDI Patcher", &noPatcher, "Who is there"},
@@ -92,7 +81,6 @@ std::vector<Options::Option> Options::Table()
         {"--ng-at", "ADDR", "refuses the record that holds ADDR, once; several times", &csp.ngAt,
          "The CSP, writing its flash"},
         {"--ng-every", "", "--ng-at refuses every time", &csp.ngEvery},
-        {"--ng-zero", "", "refusals say \"NG 00000000\"", &csp.ngZero},
         {"--allow-gaps", "", "takes data that leaves room behind the last record", &csp.allowGaps},
         {"--chatter", "N", "N \"WR:\" lines before each OK (2)", &csp.chatter},
         {"--fail", "N", "the first N writes end in \"Failed\"", &csp.failures},
@@ -112,8 +100,6 @@ std::vector<Options::Option> Options::Table()
         {"--cut-frames", "K", "the same with each message, after every K bytes", &link.streamBytes},
         {"--keep-pairs", "", "cuts never part FE from the byte behind it", &link.keepPairs},
         {"--join", "", "as many messages in one write as fit into 7000 bytes", &link.join},
-        {"--window", "N", "at most N bytes lie unread in the socket (8000; 0: no limit)",
-         &link.window},
         {"--cut-link-after", "K", "drops the link after the K-th frame from the system",
          &link.cutAfter},
         {"--cut-link-every", "K", "... after every K-th frame", &link.cutEvery},
@@ -122,12 +108,6 @@ std::vector<Options::Option> Options::Table()
          &link.cutAfterSent},
         {"--die-after-sent", "K", "ends the process behind the K-th frame to the system",
          &link.dieAfterSent},
-        {"--first", "XX", "the first byte of frames to the system (E2; 6n: for the controller)",
-         &link.first},
-        {"--say", "TEXT", "says this line at each connection, \\xNN for a byte; several times",
-         &sayLines},
-        {"--say-raw", "HEX", "sends these frame bytes at each connection; several times",
-         &sayBlocks},
     };
 }
 // clang-format on
@@ -158,7 +138,7 @@ std::string Options::Unfit() const
         return "--size over 10000000";
     if (csp.readCut == 0 || kPage % csp.readCut != 0)
         return "--read-cut must divide 10000";
-    return link.first > 0xFF ? "--first over FF" : "";
+    return "";
 }
 
 std::string Options::HelpText()
@@ -178,19 +158,6 @@ std::string Options::HelpText()
 bool ParseHex(const std::string& text, uint32_t* value)
 {
     return ParseNumber(text, 16, value);
-}
-
-bool ParseHexBytes(const std::string& text, Bytes* bytes)
-{
-    std::string digits = text;
-    digits.erase(std::remove(digits.begin(), digits.end(), ' '), digits.end());
-    for (size_t at = 0; at < digits.size(); at += 2) {
-        uint32_t value = 0;
-        if (at + 2 > digits.size() || !ParseHex(digits.substr(at, 2), &value))
-            return false;
-        bytes->push_back(static_cast<unsigned char>(value));
-    }
-    return !digits.empty();
 }
 
 bool ParseEscapes(const std::string& text, std::string* plain)

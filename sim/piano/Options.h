@@ -14,7 +14,6 @@ struct Options {
     int speed = 1;
     bool help = false;
 
-    uint32_t base = 0x90000000;
     uint32_t size = 0x400000;
     std::string loadFile;  // FILE or FILE@ADDR
     std::string saveFile;
@@ -26,8 +25,6 @@ struct Options {
 
     CspFaults csp;
     LinkFaults link;
-    std::vector<std::string> sayLines;
-    std::vector<Bytes> sayBlocks;
 
     // Takes the arguments one by one. Returns the complaint about the first wrong one, or nothing.
     std::string Parse(const std::vector<std::string>& arguments);
@@ -35,10 +32,9 @@ struct Options {
 
 private:
     // Where an option's argument goes, and by that what it must look like: a flag (no argument), a
-    // decimal count, a hexadecimal number (its last one counts, or all), a word, a line, bytes.
+    // decimal count, a hexadecimal number (its last one counts, or all), a word.
     using Target = std::variant<bool*, int*, std::optional<int>*, uint32_t*,
-                                std::optional<uint32_t>*, std::vector<uint32_t>*, std::string*,
-                                std::vector<std::string>*, std::vector<Bytes>*>;
+                                std::optional<uint32_t>*, std::vector<uint32_t>*, std::string*>;
     struct Option {
         const char* name;
         const char* argument;
@@ -50,9 +46,6 @@ private:
     std::string Unfit() const;
 };
 
-// The parsers append to their result; when they return false it isn't to be used.
 bool ParseHex(const std::string& text, uint32_t* value);
-// Bytes as pairs of digits, with or without blanks between them.
-bool ParseHexBytes(const std::string& text, Bytes* bytes);
 // Text with \xNN for any byte and "\\" for a backslash.
 bool ParseEscapes(const std::string& text, std::string* plain);

@@ -15,8 +15,10 @@
 namespace {
 
 constexpr size_t kReadSize = 0x10000;
-constexpr size_t kJoinLimit = 7000;  // bytes in one write; the system gathers at most 8193
-constexpr int kWritesPerTurn = 64;   // then it is the other descriptors' turn
+constexpr unsigned char kFirstByte = 0xE2;  // of each frame to the system
+constexpr size_t kMostUnread = 8000;        // bytes in the socket
+constexpr size_t kJoinLimit = 7000;         // bytes in one write; the system gathers at most 8193
+constexpr int kWritesPerTurn = 64;          // then it is the other descriptors' turn
 
 std::string HexText(const unsigned char* bytes, size_t count)
 {
@@ -38,12 +40,6 @@ Bytes Joined(const std::vector<Bytes>& parts)
 }
 
 }  // namespace
-
-void Patcher::SetGreeting(const std::vector<std::string>& lines, const std::vector<Bytes>& blocks)
-{
-    greetingLines = lines;
-    greetingBlocks = blocks;
-}
 
 bool Patcher::Listen(const std::string& path)
 {
@@ -71,10 +67,6 @@ void Patcher::Accept()
     codec = FrameCodec();
     lineText.clear();
     ended = false;
-    for (const std::string& line : greetingLines)
-        Say({line});
-    for (const Bytes& block : greetingBlocks)
-        SayBlock(block);
 }
 
 void Patcher::Receive()
@@ -186,7 +178,7 @@ void Patcher::Drop(const std::string& reason)
 std::vector<Bytes> Patcher::FramesOf(const std::string& line) const
 {
     transcript.Note("< console " + line);
-    return FrameCodec::ConsoleFrames(static_cast<unsigned char>(faults.first), Peer(), line);
+    return FrameCodec::ConsoleFrames(kFirstByte, Peer(), line);
 }
 
 // What is left of the frames when one of them is the last that goes out.
@@ -243,12 +235,6 @@ void Patcher::Say(const std::vector<std::string>& lines)
         Enqueue(frames);
 }
 
-void Patcher::SayBlock(const Bytes& block)
-{
-    transcript.Note("< block " + HexText(block.data(), block.size()));
-    Enqueue({FrameCodec::Stuff(block)});
-}
-
 // The CSP's next line, or a write full of them.
 bool Patcher::FetchLines()
 {
@@ -275,9 +261,7 @@ bool Patcher::FetchLines()
 bool Patcher::HasRoomFor(size_t size)
 {
     const bool singly = faults.frameBytes > 0 || faults.streamBytes > 0;
-    if (unread == 0 || (faults.window == 0 && !singly))
-        return true;
-    if (!singly && unread + size <= static_cast<size_t>(faults.window))
+    if (unread == 0 || (!singly && unread + size <= kMostUnread))
         return true;
     int waiting = 0;
     const bool empty = ioctl(client.Get(), SIOCOUTQ, &waiting) < 0 || waiting == 0;

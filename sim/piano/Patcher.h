@@ -20,13 +20,11 @@ struct LinkFaults {
     int streamBytes = 0;     // each message in writes of so many bytes, whatever its frames
     bool keepPairs = false;  // cuts never part FE from the byte behind it
     bool join = false;       // as many messages in one write as fit
-    int window = 8000;       // bytes that may lie unread in the socket; 0: no limit
     int cutAfter = 0;        // the link drops after so many frames of the system's, once
     int cutEvery = 0;        // ... again and again
     int dieAfter = 0;        // the process ends after so many frames
     int cutAfterSent = 0;    // the link drops behind so many frames to the system, once
     int dieAfterSent = 0;    // the process ends behind so many
-    uint32_t first = 0xE2;   // the first byte of each frame to the system
 };
 
 // The MIDI Patcher: one connection at a time, the frames on it, and the lines that go through it to
@@ -36,8 +34,6 @@ public:
     Patcher(Csp& board, Transcript& log) : csp(board), transcript(log) {}
 
     void SetFaults(const LinkFaults& asked) { faults = asked; }
-    // What is sent at each new connection: lines first, then blocks of bare frame bytes.
-    void SetGreeting(const std::vector<std::string>& lines, const std::vector<Bytes>& blocks);
     bool Listen(const std::string& path);
     bool IsListening() const { return static_cast<bool>(listener); }
     bool IsConnected() const { return static_cast<bool>(client); }
@@ -55,7 +51,6 @@ public:
 
     // One message: its lines together in one write, behind what waits already.
     void Say(const std::vector<std::string>& lines);
-    void SayBlock(const Bytes& block);
     void Drop(const std::string& reason);
     void NoteFrames() const;
 
@@ -77,8 +72,6 @@ private:
     Csp& csp;
     Transcript& transcript;
     LinkFaults faults;
-    std::vector<std::string> greetingLines;
-    std::vector<Bytes> greetingBlocks;
 
     Descriptor listener;
     Descriptor client;

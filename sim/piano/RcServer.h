@@ -17,7 +17,6 @@ public:
     void AddTo(std::vector<pollfd>& watched) const;
     // Takes what has come; nothing is too early.
     void Serve();
-    void DropAll() { clients.clear(); }
 
 private:
     Descriptor log;

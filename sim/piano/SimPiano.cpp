@@ -22,6 +22,8 @@ constexpr char kPianoOn[] = "3073";
 // How soon to look again whether the system has read what it was sent: nothing tells of that.
 constexpr long kLookAgain = 250000;  // nanoseconds
 
+constexpr uint32_t kFlashStart = 0x90000000;
+
 constexpr int kStatusGood = 0;
 constexpr int kStatusBad = 3;
 
@@ -35,14 +37,13 @@ bool Complain(const std::string& what)
 
 SimPiano::SimPiano(const Options& asked)
     : options(asked),
-      flash(asked.base, asked.size),
+      flash(kFlashStart, asked.size),
       csp(flash, transcript),
       patcher(csp, transcript)
 {
     csp.SetFaults(asked.csp);
     csp.SetSaveFile(asked.saveFile);
     patcher.SetFaults(asked.link);
-    patcher.SetGreeting(asked.sayLines, asked.sayBlocks);
 }
 
 bool SimPiano::Open()
@@ -210,13 +211,7 @@ void SimPiano::TakeOrder(const std::string& order)
     std::istringstream words(order);
     std::string word;
     words >> word;
-    if (word == "@raw") {
-        std::string digits;
-        std::getline(words, digits);
-        Bytes block;
-        if (ParseHexBytes(digits, &block))
-            return patcher.SayBlock(block);
-    } else if (word == "@faults") {
+    if (word == "@faults") {
         std::vector<std::string> arguments;
         for (std::string argument; words >> argument;)
             arguments.push_back(argument);
@@ -227,8 +222,6 @@ void SimPiano::TakeOrder(const std::string& order)
         }
     } else if (word == "@drop") {
         return patcher.Drop("dropped");
-    } else if (word == "@drop-rc") {
-        return rcServer.DropAll();
     }
     Complain("say: " + order);
 }
