@@ -7,8 +7,8 @@
 // is one. The output isn't touched where the result is false.
 
 // Puts the extension, dot included, in the place of the one that the path has, or behind the path
-// when it has no dot but perhaps in first place. The last dot anywhere in the path counts, also
-// one in a directory's name. False when the path is empty or ends in a separator.
+// when it has no dot, or none but as its first character. The last dot anywhere in the path counts,
+// also one in a directory's name. False when the path is empty or ends in a separator.
 bool ChangeFileExtX(const char* path, const char* extension, char* output);
 
 // The extension, dot included. False as above, and when there is no dot.

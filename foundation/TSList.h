@@ -51,5 +51,6 @@ private:
     TSLink** Place(int index);
 
 public:
-    std::int32_t count = 0;  // for reading only
+    // Behind the links, since the order of the fields is told; for reading only.
+    std::int32_t count = 0;
 };

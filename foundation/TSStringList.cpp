@@ -53,7 +53,7 @@ bool TSStringList::SaveToFile(const TSString& path)
         return false;
     First();
     while (HasNext()) {
-        if (std::fputs(GetNextString().c_str(), file.get()) < 0)
+        if (std::fputs(static_cast<const TSString*>(GetNext())->c_str(), file.get()) < 0)
             break;
     }
     return true;
@@ -63,5 +63,5 @@ void TSStringList::Print()
 {
     First();
     while (HasNext())
-        GetNextString().Print(true);
+        static_cast<const TSString*>(GetNext())->Print(true);
 }

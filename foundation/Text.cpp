@@ -40,12 +40,20 @@ bool IsSjisSingle(unsigned char byte)
     return (byte >= 0x01 && byte <= 0x7F) || (byte >= 0xA1 && byte <= 0xDF);
 }
 
-// Other characters would make another conversion of it, with arguments that aren't there.
+// Anything else would make another conversion of it, with arguments that aren't there, or none.
 bool IsFloatFormat(const TSString& format)
 {
-    const int dot = format.AnsiPos(".");
-    return dot > 1 && dot < format.Length() &&
-           format.c_str()[std::strspn(format.c_str(), "0123456789.+-# ")] == '\0';
+    constexpr char kDigits[] = "0123456789";
+    const char* at = format.c_str();
+    if (*at == '.')
+        return false;
+    at += std::strspn(at, "+-# 0");
+    at += std::strspn(at, kDigits);
+    if (*at != '.')
+        return false;
+    ++at;
+    const std::size_t decimals = std::strspn(at, kDigits);
+    return decimals > 0 && at[decimals] == '\0';
 }
 
 }  // namespace

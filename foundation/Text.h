@@ -41,9 +41,8 @@ void trimleft(char* text, int length);
 // The leading number of the text, or 0.
 int StrToInt(const char* text);
 
-// The value printed with the printf format %<format>f. The format needs a "." with something on
-// either side, such as 5.2, and holds nothing but flags and digits beside it; otherwise the result
-// is empty.
+// The value printed with the printf format %<format>f. The format has flags or digits, a "." and
+// digits behind it, such as 5.2; with any other the result is empty.
 TSString FormatFloat(const TSString& format, float value);
 
 // True when the text is well-formed Shift-JIS, a pair cut in half at its end included.

@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// What every file is opened with: the descriptor stays this program's own, and a pipe that lies on
-// a medium in the place of a file doesn't hold it up.
+// What a file that may lie on a medium is opened with: the descriptor stays this program's own, and
+// a pipe in the place of the file doesn't hold it up.
 constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK;
 
 // The one owner of a descriptor; closes it on every way out of a scope.

@@ -163,7 +163,7 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
 
 bool Bin2Intel(const char* binaryPath, const char* hexPath)
 {
-    const UniqueFd input(open(binaryPath, O_RDONLY | kOpenFlags));
+    const UniqueFd input(open(binaryPath, O_RDONLY | O_CLOEXEC));
     unsigned char head[kBinaryHeadSize];
     if (!input || ReadFully(input.Get(), head, sizeof(head)) != static_cast<ssize_t>(sizeof(head)))
         return false;
