@@ -20,7 +20,7 @@ constexpr char kDefaultFile[] = "csp_param.hex";
 
 constexpr std::uint32_t kBlockSize = 0x1000;     // bytes that the CSP sends for one request
 constexpr std::uint32_t kProgressStep = 0x2000;  // bytes between two progress texts
-constexpr std::uint32_t kSilentStep = 0x10000;   // no text here, where the base record comes too
+constexpr std::uint32_t kSilentStep = 0x10000;   // no text here but 100%: a base record comes too
 
 constexpr unsigned char kFlashModeGroup[kMidiGroupSize] = {0xBF, 0x00, 0x00, 0x7F};
 

@@ -26,10 +26,12 @@ constexpr char kExpandedFile[] = "/tmp/csp_prog.hex";
 
 constexpr int kYearBase = 1900;  // what a tm's year counts from
 
+constexpr int kNoFile = -1;
 constexpr int kNoPatcher = -3;
 constexpr unsigned kRetryWait = 5;  // seconds before the second attempt at the MIDI Patcher
 constexpr int kPassWait = 1;        // seconds of one wait in update mode
 constexpr std::size_t kReceiveSize = 8200;
+static_assert(kReceiveSize >= TMidiCom::kMaxMessage, "a message must fit");
 
 constexpr int kBlockSize = 0x2000;    // bytes between two requests for an answer
 constexpr int kShortestOkAbove = 10;  // an "OK" carries an address, so it is longer than this
@@ -98,7 +100,7 @@ int TUpdater::Initialize(bool rename, int port, const char* fileName, int connec
     LogText("CSP Updater Start Now.\n");
     if (!nameFits || !hexFile->LoadFromFile(hexFileName)) {
         std::fputs("No Update File!\n", stdout);
-        return HasFailed;
+        return kNoFile;
     }
     const TSString version = TSString("CSP File Version: ") + hexFile->versionText + "\n";
     version.Print(false);
@@ -293,12 +295,10 @@ int TUpdater::LoadIntelHex(const char* path, char* version)
 // A path that doesn't fit isn't cut, since a cut path names another file: the name is then empty.
 bool TUpdater::StoreFileName(const char* path)
 {
-    hexFileName[0] = '\0';
     const std::size_t length = std::strlen(path);
-    if (length >= sizeof(hexFileName))
-        return false;
-    std::memcpy(hexFileName, path, length + 1);
-    return true;
+    const bool fits = length < sizeof(hexFileName);
+    std::memmove(hexFileName, fits ? path : "", fits ? length + 1 : 1);
+    return fits;
 }
 
 bool TUpdater::OpenMidi()
@@ -345,7 +345,7 @@ void TUpdater::DropImage()
 
 int TUpdater::ExpandAndLoad(const char* source, char* version)
 {
-    // An older copy must not be taken for the one that is about to be made.
+    // What can't be expanded leaves no older copy behind.
     if (FileExists(kExpandedFile))
         DeleteFile(kExpandedFile);
     if (!Decompress(source, kExpandedFile))
@@ -390,7 +390,7 @@ bool TUpdater::StepTransfer()
         return true;
     if (ngAddress == 0) {
         constexpr char kNoReply[] = "Piano is no reply\n";
-        LogText(kNoReply);
+        LogText(kNoReply);  // before it is printed, unlike PrintAndLog
         std::fputs(kNoReply, stdout);
         return false;
     }
@@ -425,8 +425,10 @@ void TUpdater::RenameImage()
     TSString version(hexFile->versionText);
     version.Strip("/\\. ");
     const TSString directory = ExtractFileDirSX(hexFileName);
-    // A bare name comes back whole; it has no directory.
-    const bool noDirectory = directory == "" || directory == hexFileName;
+    // A bare name has no directory and comes back whole. So does one that ends in a separator that
+    // belongs to the directory, ":".
+    const bool endsInColon = hexFileName[std::strlen(hexFileName) - 1] == ':';
+    const bool noDirectory = directory == "" || (directory == hexFileName && !endsInColon);
     const TSString newName = noDirectory ? version + ".hex" : directory + "/" + version + ".hex";
     if (rename(hexFileName, newName.c_str()) == 0) {
         std::fputs("Rename OK\n", stdout);

@@ -283,15 +283,24 @@ TEST(UpdateFile, IsRenamedByTheVersionThatItCarries)
 
 TEST(UpdateFile, KeepsItsNameWhenRenamingFails)
 {
-    Unit unit(20);
-    const std::string file = HexText(FirmwareOf("V1", 0x800), 16, "\n");
-    unit.Write("work/prog.hex", file);
-    unit.Set("SIMUNIT_FAULT=rename:1:EACCES");
-    unit.StartPiano();
+    struct Row {
+        const char* fault;
+        const char* path;
+    };
+    for (const Row& row : {Row{"rename:1:EACCES", "prog.hex"},
+                           {"", "../mnt/usb/prog:"}}) {  // the colon ends a directory's name
+        SCOPED_TRACE(row.path);
+        Unit unit(20);
+        const std::string file = HexText(FirmwareOf("V1", 0x800), 16, "\n");
+        const std::string place = std::string("work/") + row.path;
+        unit.Write(place, file);
+        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
+        unit.StartPiano();
 
-    Process& program = unit.Run({"-b", "-f", "prog.hex"});
+        Process& program = unit.Run({"-b", "-f", row.path});
 
-    EXPECT_TRUE(EndedClean(unit, program));
-    EXPECT_EQ(Road(unit), std::string(kFinished) + "Update File Rename Error\n");
-    EXPECT_EQ(unit.Read("work/prog.hex"), file);
+        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_EQ(Road(unit), std::string(kFinished) + "Update File Rename Error\n");
+        EXPECT_EQ(unit.Read(place), file);
+    }
 }
