@@ -50,11 +50,16 @@ unsigned char DataByte(const char* record, std::size_t index)
     return HexToChar(record + kDataAt + 2 * index);
 }
 
-// True when the record's text holds every character that its count promises, and what its type
-// needs at fixed places.
-bool IsComplete(const char* record)
+// Without the line end that may stand behind it.
+std::size_t LengthOf(const char* record)
 {
-    const std::size_t length = std::strcspn(record, "\r\n");
+    return std::strcspn(record, "\r\n");
+}
+
+// True when a record of so many characters holds every one that its count promises, and what its
+// type needs at fixed places.
+bool IsComplete(const char* record, std::size_t length)
+{
     if (length < kDataAt)
         return false;
     if (TypeOf(record) == kUpperAddressType && length < kUpperAddressEnd)
@@ -162,7 +167,8 @@ void THexFile::GetStartEndAddress()
     for (std::int32_t i = 0; i < lineCount; ++i) {
         const char* row = lines[i];
         const bool isText = static_cast<unsigned char>(row[0]) > kCr;
-        if (!isText || !IsComplete(row))
+        // No row has a line end, and its plain length is the one that is found faster.
+        if (!isText || !IsComplete(row, std::strlen(row)))
             continue;
         switch (TypeOf(row)) {
         case kDataType: ScanData(row, upper); break;
@@ -180,7 +186,7 @@ void THexFile::GetStartEndAddress()
 bool THexFile::GetSendedAddress(const char* record, unsigned long* upperAddress,
                                 unsigned long* sendedAddress) const
 {
-    if (!IsComplete(record))
+    if (!IsComplete(record, LengthOf(record)))
         return false;
     switch (TypeOf(record)) {
     case kDataType:
@@ -199,7 +205,7 @@ int THexFile::CheckIntelHex(const char* record)
 {
     if (record[0] != ':')
         return NotARecord;
-    if (!IsComplete(record))
+    if (!IsComplete(record, LengthOf(record)))
         return CutShort;
     switch (TypeOf(record)) {
     case kDataType: return CheckData(record);
