@@ -4,6 +4,35 @@
 #include "THexFile.h"
 #include "TSStringList.h"
 
+namespace {
+
+// The byte at a place of a record, in upper-case digits; any other digit is 0.
+std::uint32_t ByteAt(const std::string& record, std::size_t place)
+{
+    static const std::string digits = "0123456789ABCDEF";
+    std::uint32_t value = 0;
+    for (std::size_t i = place; i < place + 2; ++i) {
+        const std::size_t digit = digits.find(record.at(i));
+        value = value * 16 + static_cast<std::uint32_t>(digit == std::string::npos ? 0 : digit);
+    }
+    return value;
+}
+
+// That the record begins where the last one has ended, and where the next one has to.
+void RequireInOrder(const std::string& record, std::uint32_t before, const THexFile& file)
+{
+    const std::uint32_t count = ByteAt(record, 1);
+    const std::uint32_t next = file.GetNextAddress();
+    if (ByteAt(record, 7) == 4) {
+        Require(next == (ByteAt(record, 9) << 24U | ByteAt(record, 11) << 16U));
+        return;
+    }
+    Require((file.baseAddress | ByteAt(record, 3) << 8U | ByteAt(record, 5)) == before);
+    Require(next == before + count);
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     THexFile file;
@@ -20,8 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             Require(file.GetNextAddress() == before);
         else
             accepted += line.substr(0, line.find('\0'));
-        if (result == 0 && file.GetNextAddress() % 0x10000 != 0)
-            Require(file.GetNextAddress() - before < 0x100);
+        if (result == 0)
+            RequireInOrder(line, before, file);
     }
     const MemoryFile saved;
     Require(file.SaveToFile(saved.Path().c_str()));

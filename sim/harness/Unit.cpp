@@ -84,9 +84,8 @@ Process& Unit::Spawn(const Words& command, const Words& variables)
         Path("sim/" + fs::path(command[0]).filename().string() + std::to_string(processes.size()));
     Words words = Emulator();
     words.insert(words.end(), command.begin(), command.end());
-    const std::string output = hasOutput ? streams + ".out" : "";
-    return processes.emplace_back(
-        Process::Setup{words, variables, Path("work"), output, streams + ".err"});
+    return processes.emplace_back(Process::Setup{
+        words, variables, Path("work"), output.value_or(streams + ".out"), streams + ".err"});
 }
 
 Process& Unit::Start(const std::string& program, const Words& arguments)

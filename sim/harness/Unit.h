@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,9 @@ public:
     // place of an earlier one of that name.
     void Set(const std::string& variable);
 
-    // Lets the programs that are started from here on have no standard output.
-    void CloseOutput() { hasOutput = false; }
+    // The standard output of the programs that are started from here on, in place of a file of each
+    // one's own; closed without a path.
+    void SetOutput(const std::string& path) { output = path; }
 
     // A program of the build, by its name, in the unit.
     Process& Start(const std::string& program, const Words& arguments = {});
@@ -88,7 +90,7 @@ private:
 
     std::unique_ptr<TempDir> tree;
     int speed;
-    bool hasOutput = true;
+    std::optional<std::string> output;
     Words environment;
     std::list<Process> processes;
 };

@@ -1,5 +1,9 @@
 // The stand-alone update against a piano with all its habits and faults, with files of every kind.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "HexText.h"
@@ -52,9 +56,9 @@ struct UpdateRow {
     int speed;        // slow where silence would spoil the update
 };
 
-class Update : public testing::TestWithParam<UpdateRow> {};
+class UpdateRoad : public testing::TestWithParam<UpdateRow> {};
 
-TEST_P(Update, ComesThroughOrTellsWhyNotAndRestartsThePianoInBothCases)
+TEST_P(UpdateRoad, ComesThroughOrTellsWhyNotAndRestartsThePianoInBothCases)
 {
     const UpdateRow& row = GetParam();
     const std::string log = row.log;
@@ -81,7 +85,7 @@ TEST_P(Update, ComesThroughOrTellsWhyNotAndRestartsThePianoInBothCases)
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Of, Update,
+    Of, UpdateRoad,
     testing::Values(
         UpdateRow{"AGoodPiano", {}, kFinished, 20},
         UpdateRow{"ATalkativePiano", {"--chatter", "20", "--garbage", "3"}, kFinished, 20},
@@ -110,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "Start CSP Update\nPiano is no reply\n",
                   200},
         UpdateRow{"SilenceBehindARefusal",
-                  {"--ng-at", "90040020", "--silent-after", "1"},
+                  {"--ng-at", "90042020", "--silent-after", "258"},
                   "Start CSP Update\nPiano is no reply\n",
                   200},
         UpdateRow{
@@ -133,20 +137,30 @@ INSTANTIATE_TEST_SUITE_P(
                   200}),
     [](const auto& row) { return row.param.name; });
 
-// Its first link would be what it prints on, and the piano would get its texts.
-TEST(UpdateWithoutStandardOutput, SendsThePianoNothingButTheUpdate)
+// Closed from the start, its number would go to the first link, and the piano would get the texts.
+// Closed half way, it would end the program by a signal.
+TEST(Update, ComesThroughWithoutAStandardOutput)
 {
-    Unit unit(20);
-    const std::string firmware = FirmwareOf(kVersionText, 0x4000);
-    unit.Write("work/prog.hex", HexText(firmware, 32, "\r\n"));
-    unit.StartPiano();
-    unit.CloseOutput();
+    for (const bool fromTheStart : {true, false}) {
+        SCOPED_TRACE(fromTheStart);
+        Unit unit(20);
+        const std::string firmware = FirmwareOf(kVersionText, 0x4000);
+        unit.Write("work/prog.hex", HexText(firmware, 32, "\r\n"));
+        unit.StartPiano();
+        const std::string pipe = unit.Path("sim/output");
+        ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        UniqueFd reader(open(pipe.c_str(), O_RDONLY | O_NONBLOCK));
+        unit.SetOutput(fromTheStart ? "" : pipe);
 
-    EXPECT_TRUE(EndedClean(unit, unit.Run({"-f", "prog.hex"})));
+        Process& program = unit.Start("diag_server", {"-f", "prog.hex"});
+        EXPECT_TRUE(unit.WaitFor("sim/midi.log", "> console WRITE"));
+        close(reader.Release());
 
-    EXPECT_EQ(Road(unit), kFinished);
-    EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
-    EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
+        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_EQ(Road(unit), kFinished);
+        EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
+        EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
+    }
 }
 
 TEST(UpdateSilence, LastsThirtyOneSecondsInEachState)
@@ -199,6 +213,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(FileRow{"SrecCat12Lf", SrecCat("12", "NewLine"), "-f", "connect E1"},
                     FileRow{"SrecCat12CrLf", SrecCat("12", "CRLF"), "-a", "connect E5"},
                     FileRow{"SrecCat16Lf", SrecCat("16", "NewLine"), "-a", "connect E5"},
+                    FileRow{"SrecCat32Lf", SrecCat("32", "NewLine"), "-a", "connect E5"},
                     FileRow{"SrecCat32CrLf", SrecCat("32", "CRLF"), "-f", "connect E1"},
                     FileRow{"Objcopy",
                             "objcopy -I binary -O ihex --change-addresses 0x90040000 firmware.bin "

@@ -176,6 +176,18 @@ TEST(MidiMessage, Holds8193BytesAndIsDroppedAboveThem)
     EXPECT_EQ(ReadFrom(link.midi), kEndFrame) << "the link is up, and nothing was kept";
 }
 
+// Lone block ends hold nothing, so no count of gathered bytes would ever end them.
+TEST(MidiMessage, IsDroppedWhenItIsBlockEndsWithoutEnd)
+{
+    constexpr int kReads = 4 * 8193 / 2 + 1;
+    MidiLink link;
+    link.pieces.assign(kReads, "\xFE\xFF");
+    link.pieces.push_back(kEnd);
+
+    EXPECT_EQ(ReadFrom(link.midi), "-1");
+    EXPECT_EQ(ReadFrom(link.midi), kEndFrame);
+}
+
 TEST(MidiMessage, IsDroppedWhenItStopsInTheMiddle)
 {
     MidiLink link;
