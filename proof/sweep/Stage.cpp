@@ -8,7 +8,7 @@ namespace {
 
 constexpr char kAnyLink[] = "socket";  // one that isn't connected yet: either neighbour's
 constexpr std::size_t kMostReported = 400;
-constexpr long kMostLeft = 4;  // descriptors of a server: its port and the three links
+constexpr long kMostLeft = 2;  // descriptors of a server without a port: the two other links
 
 }  // namespace
 

@@ -51,7 +51,7 @@ public:
 
     // Holds what must be true of every program that has come to its end, and waits for that.
     void HoldEnd(Process& program) const;
-    // ... and of one that was ended by a signal.
+    // ... and of a server without a port, which nothing but a signal ends.
     void HoldTermination(Process& program) const;
 
 private:

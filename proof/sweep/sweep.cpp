@@ -3,7 +3,7 @@
 // program promises, and prints a table; docs/faults.md has one of a full run and tells what is
 // held. Reports of the sanitizers can only come in a build with them: the asan preset.
 //
-//   sweep [--every N] [--most N] [--jobs N] [--road NAME] [--trial FAULT]
+//   sweep [--every N] [--most N] [--jobs N] [--road NAME [--trial FAULT]]
 //
 // --every N takes every N-th trial; --most N takes at most so many (200) calls of one kind and
 // frames of one direction, evenly spread; --jobs N runs so many units (2) at once; --trial FAULT
@@ -169,12 +169,14 @@ int Number(const char* text)
     return std::max(1, static_cast<int>(std::strtol(text, nullptr, kDecimal)));
 }
 
-Options Parse(int argc, char** argv)
+// False when they name what there isn't.
+bool Parse(int argc, char** argv, Options& options)
 {
-    Options options;
-    for (int i = 1; i + 1 < argc; i += 2) {
+    for (int i = 1; i < argc; i += 2) {
         const std::string name = argv[i];
         const char* value = argv[i + 1];
+        if (value == nullptr)
+            return false;
         if (name == "--road")
             options.road = value;
         else if (name == "--trial")
@@ -185,13 +187,25 @@ Options Parse(int argc, char** argv)
             options.most = Number(value);
         else if (name == "--jobs")
             options.jobs = Number(value);
+        else
+            return false;
     }
-    return options;
+    return options.trial.empty() || !options.road.empty();
 }
 
-// The trial of that name, for a close look.
-int RunOne(const Road& road, const std::string& name)
+std::vector<Road> Chosen(const std::string& name)
 {
+    std::vector<Road> chosen;
+    for (const Road& road : Roads())
+        if (name.empty() || road.name == name)
+            chosen.push_back(road);
+    return chosen;
+}
+
+// The trial of that name, for a close look. False when something doesn't hold.
+bool RunOne(const Road& road, const std::string& name)
+{
+    bool holds = true;
     Trial trial{&road, name, {}};
     const std::size_t blank = name.find(' ');
     if (blank != std::string::npos)
@@ -201,34 +215,37 @@ int RunOne(const Road& road, const std::string& name)
         std::cout << road.run(stage) << "\n";
     } catch (const Violation& violation) {
         std::cout << "violation: " << violation.what << "\n";
+        holds = false;
     }
     stage.unit.Keep();
     std::cout << stage.unit.Path() << "\n";
-    return 0;
+    return holds;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    const Options options = Parse(argc, argv);
+    Options options;
+    const bool isGood = Parse(argc, argv, options);
+    const std::vector<Road> roads = Chosen(options.road);
+    if (!isGood || roads.empty()) {
+        std::cerr << "sweep [--every N] [--most N] [--jobs N] [--road NAME [--trial FAULT]]\n";
+        return 2;
+    }
 #ifdef __SANITIZE_ADDRESS__
     std::cout << "With the sanitizers.\n\n";
 #else
     std::cout << "Without the sanitizers: their reports can't come.\n\n";
 #endif
-    if (options.trial.empty())
-        std::cout << "| road | calls | frames | faults | outcomes | violations | spread |\n"
-                     "|---|---|---|---|---|---|---|"
-                  << std::endl;
+    if (!options.trial.empty())
+        return RunOne(roads.front(), options.trial) ? 0 : 1;
+    std::cout << "| road | calls | frames | faults | outcomes | violations | spread |\n"
+                 "|---|---|---|---|---|---|---|"
+              << std::endl;
     bool holds = true;
     std::size_t number = 0;
-    for (const Road& road : Roads()) {
-        if (!options.road.empty() && options.road != road.name)
-            continue;
-        if (!options.trial.empty())
-            return RunOne(road, options.trial);
+    for (const Road& road : roads)
         holds = Sweep(road, options, number) && holds;
-    }
     return holds ? 0 : 1;
 }

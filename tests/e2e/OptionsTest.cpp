@@ -57,6 +57,7 @@ TEST(CommandLine, PrintsTheVersionOfAFileAndTouchesNoLink)
                            {{"-x", "-vf", "prog.hex"}, "CSP File Version: V1.02 a\n", "'x'"},
                            {{"-vf", "prog.hex", "-P"}, "CSP File Version: V1.02 a\n", "'P'"},
                            {{"-v", "-f", "plain.hex"}, "CSP File Version: \n", ""},
+                           {{"-P", "no port", "-vf", "plain.hex"}, "CSP File Version: \n", ""},
                            {{"-v", "-f", "missing.hex"}, "", ""}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
         Unit unit;
@@ -68,6 +69,7 @@ TEST(CommandLine, PrintsTheVersionOfAFileAndTouchesNoLink)
         EXPECT_TRUE(EndedClean(unit, program));
         EXPECT_EQ(program.Output(), std::string("Diag Server Ver.0.26\n") + row.version);
         EXPECT_NE(program.Error().find(row.error), std::string::npos) << program.Error();
+        EXPECT_EQ(program.Error().empty(), *row.error == '\0') << program.Error();
         EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
     }
 }
@@ -91,6 +93,7 @@ TEST(CommandLine, ChoosesTheModeAndThePeer)
                            {{"-b"}, kServer, kReader},
                            {{"-c"}, kServer, kReader},
                            {{"-f", ""}, kServer, kReader},
+                           {{"-f"}, kServer, kReader},  // without its argument
                            {{"-a", "", "1.hex"}, kServer, kReader},
                            {{"-f", "1.hex"}, kPlain, kPiano},
                            {{"-a", "1.hex"}, kPlain, kOther},

@@ -53,6 +53,7 @@ TEST(UpdateSearch, TakesTheFirstFileThatIsThereAndMakesUpForNone)
 {
     const std::string cut = Packed("V1") + "\xDD\x01";
     const std::string overlong = std::string(81, '0') + "\n";
+    const std::string huge = Hex("V1") + std::string(10000000, '0') + "\n";
     struct Row {
         const char* name;
         std::vector<std::pair<std::string, std::string>> files;
@@ -91,6 +92,8 @@ TEST(UpdateSearch, TakesTheFirstFileThatIsThereAndMakesUpForNone)
             {"tmp/csp_prog.hex", Hex("V1")}},
            nullptr,
            true},
+          {"an empty plain file", {{"mnt/usb/csp_prog.hex", ""}}, "", false},
+          {"a huge line", {{"mnt/usb/csp_prog.hex", huge}}, nullptr, false},
           {"an empty compressed file",
            {{"mnt/usb/csp_prog.rlg", ""}, {"mnt/floppy/csp_prog.rlg", Packed("V1")}},
            nullptr,
@@ -219,6 +222,8 @@ TEST(ServerUpdate, ComesThroughWhileTheControllerInterferes)
     const std::size_t start = wire.find("> console WRITE");
     EXPECT_GT(wire.find("midi C0 90", start), wire.find("< console Finished", start));
     EXPECT_GT(wire.find("midi 80 6C", start), wire.find("< console Finished", start));
+    // One at least came in the same read as the command, and waits nowhere.
+    EXPECT_LT(Count(wire, "midi C0 90 3C 40 00"), 5U);
     EXPECT_TRUE(Events(server.unit, "bad").empty()) << Events(server.unit, "bad")[0];
 }
 

@@ -130,6 +130,7 @@ TEST(ControllerTool, ShowsTheUnitsAnswerAndEndsWithAStatusForScripts)
         EXPECT_EQ(tool.Wait(), row.status);
         EXPECT_EQ(tool.Output(), row.output);
         EXPECT_NE(tool.Error().find(row.error), std::string::npos) << tool.Error();
+        EXPECT_EQ(tool.Error().empty(), *row.error == '\0') << tool.Error();
         EXPECT_EQ(answer.Received(), group);
     }
 }
@@ -159,6 +160,7 @@ TEST(ControllerTool, TellsAWrongUseAndAUnitThatIsNotThere)
 
         EXPECT_EQ(tool.Wait(), row.status);
         EXPECT_NE(tool.Error().find(row.error), std::string::npos) << tool.Error();
+        EXPECT_EQ(tool.Error().empty(), *row.error == '\0') << tool.Error();
         EXPECT_EQ(tool.Output().find("Exit status:") != std::string::npos, row.status == 0);
     }
 }
