@@ -46,7 +46,8 @@ public:
     // one's own; closed without a path.
     void SetOutput(const std::string& path) { output = path; }
 
-    // A program of the build, by its name, in the unit.
+    // A program of the build, by its name, in the unit. DIAG_SERVER in the environment is the path
+    // of another diag_server.
     Process& Start(const std::string& program, const Words& arguments = {});
     // diag_server as a server, on a port of its own.
     Process& StartServer(const Words& arguments = {});
