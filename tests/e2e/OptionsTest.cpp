@@ -223,7 +223,7 @@ TEST_P(UpdateStart, LogsItsNeighboursAndUpdatesOnlyWithThePatcher)
     Process& program = [&]() -> Process& {
         row.arrange(unit);
         Process& started = unit.Start("diag_server", {"-f", "prog.hex"});
-        if (std::string(row.name) == "LatePatcher") {
+        if (std::string(row.name).find("LatePatcher") == 0) {
             EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
             unit.StartPiano();
         }
@@ -265,6 +265,14 @@ INSTANTIATE_TEST_SUITE_P(
                        "APE Update Finished\n", true},
         UpdateStartRow{"NoPatcher", [](Unit&) {},
                        "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - OK\n"
+                       "Update Error No.-3\n",
+                       "Open i2c error\nError:-3\n", false},
+        UpdateStartRow{"LatePatcherAndFailingDsp", [](Unit& unit) { unit.DspErrno("EIO"); },
+                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - NG\n"
+                       "CSP Updater Initialize - OK\n",
+                       "APE Update Finished\n", true},
+        UpdateStartRow{"NoPatcherAndNoDsp", [](Unit& unit) { unit.Remove("dev/PciDsp"); },
+                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - NG\n"
                        "Update Error No.-3\n",
                        "Open i2c error\nError:-3\n", false},
         UpdateStartRow{"PatcherThatTakesNothing",
