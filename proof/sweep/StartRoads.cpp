@@ -7,7 +7,7 @@
 namespace {
 
 constexpr std::size_t kReadRecordSize = 12;
-constexpr char kFile[] = "work/csp_param.hex";
+constexpr char kFile[] = "cwd/csp_param.hex";
 
 // The lines stand in the log, in this order, unless the fault has hit the log itself.
 void HoldLogged(const Stage& stage, std::initializer_list<const char*> lines)

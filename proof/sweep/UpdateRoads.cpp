@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr char kUpdateFile[] = "work/fw.hex";
-constexpr char kRenamedFile[] = "work/12.hex";  // after the version in it
+constexpr char kUpdateFile[] = "cwd/fw.hex";
+constexpr char kRenamedFile[] = "cwd/12.hex";  // after the version in it
 constexpr char kLogFile[] = "usr/local/lib/diag/cspupdate.log";
 constexpr int kOldEntries = 60;
 constexpr int kKeptEntries = 50;

@@ -49,7 +49,7 @@ std::string Preload()
 Unit::Unit(int divisor) : tree(std::make_unique<TempDir>()), speed(divisor)
 {
     for (const char* name : {"home", "tmp", "dev", "etc", "usr/local/lib/diag", "mnt/usb",
-                             "mnt/cdrom", "mnt/floppy", "medium", "work", "sim"})
+                             "mnt/cdrom", "mnt/floppy", "medium", "cwd", "sim"})
         fs::create_directories(Path(name));
     Write("dev/PciDsp", "");
     Write("etc/KVT-release", "1.00\n");
@@ -89,7 +89,7 @@ Process& Unit::Spawn(const Words& command, const Words& variables)
     Words words = Emulator();
     words.insert(words.end(), command.begin(), command.end());
     return processes.emplace_back(Process::Setup{
-        words, variables, Path("work"), output.value_or(streams + ".out"), streams + ".err"});
+        words, variables, Path("cwd"), output.value_or(streams + ".out"), streams + ".err"});
 }
 
 Process& Unit::Start(const std::string& program, const Words& arguments)

@@ -61,8 +61,8 @@ TEST(CommandLine, PrintsTheVersionOfAFileAndTouchesNoLink)
                            {{"-v", "-f", "missing.hex"}, "", ""}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
         Unit unit;
-        unit.Write("work/prog.hex", SmallFile("V1.02 a"));
-        unit.Write("work/plain.hex", HexText(std::string(0x100, 'a'), 16, "\n"));
+        unit.Write("cwd/prog.hex", SmallFile("V1.02 a"));
+        unit.Write("cwd/plain.hex", HexText(std::string(0x100, 'a'), 16, "\n"));
 
         Process& program = unit.Run(row.words);
 
@@ -104,8 +104,8 @@ TEST(CommandLine, ChoosesTheModeAndThePeer)
                            {{"-a", "2.hex", "-f", ""}, kSecond, kPiano}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
         Unit unit(1000);
-        unit.Write("work/1.hex", SmallFile("V1"));
-        unit.Write("work/2.hex", SmallFile("V2"));
+        unit.Write("cwd/1.hex", SmallFile("V1"));
+        unit.Write("cwd/2.hex", SmallFile("V2"));
         Patcher patcher(unit.Path("home/i2c_server_sock"));
         const std::string log = row.log == kServer ? kServerLog : kUpdateLog;
 
@@ -218,7 +218,7 @@ TEST_P(UpdateStart, LogsItsNeighboursAndUpdatesOnlyWithThePatcher)
     const UpdateStartRow& row = GetParam();
     Unit unit(20);
     const std::string firmware = FirmwareOf("V3", 0x2000);
-    unit.Write("work/prog.hex", HexText(firmware, 32, "\n"));
+    unit.Write("cwd/prog.hex", HexText(firmware, 32, "\n"));
 
     Process& program = [&]() -> Process& {
         row.arrange(unit);
@@ -287,7 +287,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(UpdateStart, CutsTheLogToItsNewestLinesAndDoesWithoutItsDirectory)
 {
     Unit unit(20);
-    unit.Write("work/prog.hex", SmallFile("V3"));
+    unit.Write("cwd/prog.hex", SmallFile("V3"));
     unit.StartPiano();
     std::string old;
     for (int i = 1; i <= 60; ++i)

@@ -53,8 +53,8 @@ TEST_P(ReadBack, SavesTheFlashTellsTheWayAndEndsTheServer)
     for (std::string share; shares >> share;)
         told += "Reading CSP " + share + "%\n";
     EXPECT_EQ(controller.Received(), told + "CSP Read Success.\nRebooting CSP...\n");
-    EXPECT_TRUE(BytesOf(unit, "work/csp_param.hex") == flash);
-    EXPECT_EQ(Count(unit.Read("work/csp_param.hex"), "\r\n"), row.lines);
+    EXPECT_TRUE(BytesOf(unit, "cwd/csp_param.hex") == flash);
+    EXPECT_EQ(Count(unit.Read("cwd/csp_param.hex"), "\r\n"), row.lines);
     EXPECT_FALSE(unit.Exists(kParameterFile));
     EXPECT_EQ(Events(unit, "> console NEXT").size(), row.asked);
     EXPECT_EQ(Events(unit, "> console READ")[0], std::string("> console ") + kRange);
@@ -95,7 +95,7 @@ TEST(ReadBack, OfTheControllerGoesToItsOwnFileAlsoBehindOneThatFailed)
     EXPECT_TRUE(BytesOf(server.unit, kParameterFile) == std::string(kParameterSize, '\xFF'));
     // Nothing of the first one is left in it.
     EXPECT_EQ(Count(server.unit.Read(kParameterFile), "\r\n"), kFileLines);
-    EXPECT_FALSE(server.unit.Exists("work/csp_param.hex"));
+    EXPECT_FALSE(server.unit.Exists("cwd/csp_param.hex"));
     EXPECT_TRUE(server.HasLogged(
         "Start Reading CSP Parameters\nCSP Read Success.\nRebooting CSP...5sec\n"));
 }

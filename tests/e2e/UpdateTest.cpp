@@ -65,7 +65,7 @@ TEST_P(UpdateRoad, ComesThroughOrTellsWhyNotAndRestartsThePianoInBothCases)
     const bool succeeds = log.find("Finished") != std::string::npos;
     Unit unit(row.speed);
     const std::string firmware = FirmwareOf(kVersionText, 0x14000);
-    unit.Write("work/prog.hex", HexText(firmware, 32, "\r\n"));
+    unit.Write("cwd/prog.hex", HexText(firmware, 32, "\r\n"));
     unit.StartPiano(row.piano);
 
     Process& program = unit.Run({"-f", "prog.hex"});
@@ -145,7 +145,7 @@ TEST(Update, ComesThroughWithoutAStandardOutput)
         SCOPED_TRACE(fromTheStart);
         Unit unit(20);
         const std::string firmware = FirmwareOf(kVersionText, 0x4000);
-        unit.Write("work/prog.hex", HexText(firmware, 32, "\r\n"));
+        unit.Write("cwd/prog.hex", HexText(firmware, 32, "\r\n"));
         unit.StartPiano();
         const std::string pipe = unit.Path("sim/output");
         ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -174,7 +174,7 @@ TEST(UpdateSilence, LastsThirtyOneSecondsInEachState)
                            {{"--silent-after", "1", "--chatter", "0"}, 1, 0}}) {
         SCOPED_TRACE(testing::PrintToString(row.piano));
         Unit unit(100);
-        unit.Write("work/prog.hex", HexText(FirmwareOf("V1", 0x800), 16, "\n"));
+        unit.Write("cwd/prog.hex", HexText(FirmwareOf("V1", 0x800), 16, "\n"));
         unit.StartPiano(row.piano);
 
         Process& program = unit.Run({"-f", "prog.hex"});
@@ -204,8 +204,8 @@ TEST_P(UpdateFile, OfOtherPeoplesToolsReachesTheFlashByteForByte)
     const FileRow& row = GetParam();
     Unit unit(20);
     const std::string firmware = ToolFirmware();
-    unit.Write("work/firmware.bin", firmware);
-    ASSERT_TRUE(Shell("cd " + unit.Path("work") + " && " + row.tool)) << row.tool;
+    unit.Write("cwd/firmware.bin", firmware);
+    ASSERT_TRUE(Shell("cd " + unit.Path("cwd") + " && " + row.tool)) << row.tool;
     unit.StartPiano({"--allow-gaps"});
 
     Process& program = unit.Run({row.option, "prog.hex"});
@@ -258,7 +258,7 @@ TEST(UpdateFile, ThatIsNoImageEndsWithATextAndWritesNothingElse)
         SCOPED_TRACE(row.name);
         Unit unit(100);
         if (row.name != std::string("missing"))
-            unit.Write("work/prog.hex", row.bytes);
+            unit.Write("cwd/prog.hex", row.bytes);
         Process& piano = unit.StartPiano();
 
         Process& program = unit.Run({"-f", "prog.hex"});
@@ -283,16 +283,16 @@ TEST(UpdateFile, IsRenamedByTheVersionThatItCarries)
         const char* version;
         const char* name;  // the file's new one
     };
-    for (const Row& row : {Row{{"-b", "-f", "prog.hex"}, "V1.02 a", "work/V102a.hex"},
-                           {{"-a", "prog.hex", "-c"}, "../../x/y\\z", "work/xyz.hex"},
-                           {{"-c", "-f", "./prog.hex"}, "", "work/.hex"},
+    for (const Row& row : {Row{{"-b", "-f", "prog.hex"}, "V1.02 a", "cwd/V102a.hex"},
+                           {{"-a", "prog.hex", "-c"}, "../../x/y\\z", "cwd/xyz.hex"},
+                           {{"-c", "-f", "./prog.hex"}, "", "cwd/.hex"},
                            {{"-b", "-f", "../mnt/usb/prog.hex"}, "V9", "mnt/usb/V9.hex"},
-                           {{"-f", "prog.hex"}, "V9", "work/prog.hex"}}) {
+                           {{"-f", "prog.hex"}, "V9", "cwd/prog.hex"}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
         Unit unit(20);
         const std::string firmware = FirmwareOf(row.version, 0x800);
         const std::string file = HexText(firmware, 16, "\r\n");
-        unit.Write("work/prog.hex", file);
+        unit.Write("cwd/prog.hex", file);
         unit.Write("mnt/usb/prog.hex", file);
         unit.Write("mnt/usb/V9.hex", "older");
         unit.StartPiano();
@@ -317,7 +317,7 @@ TEST(UpdateFile, KeepsItsNameWhenRenamingFails)
         SCOPED_TRACE(row.path);
         Unit unit(20);
         const std::string file = HexText(FirmwareOf("V1", 0x800), 16, "\n");
-        const std::string place = std::string("work/") + row.path;
+        const std::string place = std::string("cwd/") + row.path;
         unit.Write(place, file);
         unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
         unit.StartPiano();

@@ -40,7 +40,7 @@ TEST_P(UnitTest, FindsThePathsOfTheUnitBelowItsRoot)
 
     EXPECT_EQ(result, "stat 3\nopen 0\nread 3\nfopen 0\ncreate 0\nwrite 100\nstat 100\nutime 0\n"
                       "rename 0\nstat 5\nunlink 0\nfcreate 0\naccess 0\nstat -1 ENOENT\nfopen 0\n");
-    EXPECT_TRUE(unit.Exists("work/renamed"));
+    EXPECT_TRUE(unit.Exists("cwd/renamed"));
     EXPECT_TRUE(unit.Exists("mnt/usb/plain"));
     EXPECT_FALSE(unit.Exists("tmp/csp_prog.hex"));
 }
@@ -182,13 +182,13 @@ TEST_P(UnitTest, FailsTheNthCallOfAKind)
     } const rows[] = {
         {"read:2:EIO", "/etc/KVT-release", "0 0 100 -1 EIO 0 250 0 100 100 0 "},
         {"read:1:short", "/etc/KVT-release", "0 0 50 100 0 250 0 100 100 0 "},
-        {"write:2:28", "/work/copy", "0 0 100 100 0 250 0 100 -1 ENOSPC 0 "},
+        {"write:2:28", "/cwd/copy", "0 0 100 100 0 250 0 100 -1 ENOSPC 0 "},
         {"open:1:EMFILE", "/etc/KVT-release", "0 -1 EMFILE -1 EBADF -1 EBADF 0 250 0 100 100 0 "},
         {"select:1:EINTR", "-", "0 0 100 100 -1 EINTR 250 0 100 100 0 "},
         {"fread:1:EIO", "/etc/KVT-release", "0 0 100 100 0 -1 EIO 0 100 100 0 "},
         {"fread:1:short", "/etc/KVT-release", "0 0 100 100 0 250 0 100 100 0 "},
-        {"fwrite:1:ENOSPC", "/work/copy", "0 0 100 100 0 250 0 100 100 -1 ENOSPC "},
-        {"fwrite:1:short", "/work/copy", "0 0 100 100 0 250 0 100 100 0 "},
+        {"fwrite:1:ENOSPC", "/cwd/copy", "0 0 100 100 0 250 0 100 100 -1 ENOSPC "},
+        {"fwrite:1:short", "/cwd/copy", "0 0 100 100 0 250 0 100 100 0 "},
     };
 
     for (const auto& row : rows) {
@@ -220,7 +220,7 @@ TEST_P(UnitTest, ListsTheCallsWithWhatTheyWereMadeOn)
     EXPECT_EQ(unit.Read("sim/calls"),
               "open 1 /mnt/usb/file\nread 1 /medium/file\n"
               "open 2 /etc/KVT-lang\nfread 1 /etc/KVT-lang\nfread 2 /etc/KVT-lang\n"
-              "open 3 here\nfwrite 1 /work/here\nselect 1 -\n"
+              "open 3 here\nfwrite 1 /cwd/here\nselect 1 -\n"
               "socket 1 socket\nconnect 1 /home/i2c_server_sock\n"
               "write 1 /home/i2c_server_sock\nstat 1 /tmp/csp_prog.hex\numount 1 /mnt/usb\n");
 }
