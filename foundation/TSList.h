@@ -51,6 +51,6 @@ private:
     TSLink** Place(int index);
 
 public:
-    // Behind the links, since the order of the fields is told; for reading only.
+    // The last of the fields, whose order is part of the interface. For reading only.
     std::int32_t count = 0;
 };

@@ -295,9 +295,9 @@ int TUpdater::LoadIntelHex(const char* path, char* version)
 // A path that doesn't fit isn't cut, since a cut path names another file: the name is then empty.
 bool TUpdater::StoreFileName(const char* path)
 {
-    const std::size_t length = std::strlen(path);
-    const bool fits = length < sizeof(hexFileName);
-    std::memmove(hexFileName, fits ? path : "", fits ? length + 1 : 1);
+    const bool fits = std::strlen(path) < sizeof(hexFileName);
+    const char* const name = fits ? path : "";
+    std::memmove(hexFileName, name, std::strlen(name) + 1);
     return fits;
 }
 
