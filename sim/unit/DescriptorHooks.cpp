@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdarg>
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include "Moved.h"
 #include "Real.h"
 #include "System.h"
+#include "Turn.h"
 
 #pragma GCC visibility push(default)
 
@@ -22,14 +24,43 @@ namespace {
 // quiet. A real one has brought its own.
 ssize_t Written(ssize_t count, int descriptor, bool quiet)
 {
-    if (count < 0 && errno == EPIPE && !quiet && OwnerOf(descriptor) == Owner::Socket) {
+    if (count < 0 && errno == EPIPE && !quiet && IsSocket(OwnerOf(descriptor))) {
         const KeepErrno kept;
         std::raise(SIGPIPE);
     }
     return count;
 }
 
+// True for what may block: of all that the unit's programs read and write only sockets do.
+void AwaitSocket(const char* call, int descriptor, short events, int flags = 0)
+{
+    if (IsSocket(OwnerOf(descriptor)) && (flags & MSG_DONTWAIT) == 0)
+        AwaitDescriptor(call, descriptor, events);
+}
+
+// Sends all of it, as a blocking call does, in as many pieces as the peer takes at a time.
+template <typename Send>
+ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flags, Send send)
+{
+    std::size_t done = 0;
+    do {
+        AwaitDescriptor("write", descriptor, POLLOUT);
+        const ssize_t count = send(descriptor, bytes + done, size - done, flags | MSG_DONTWAIT);
+        if (count < 0 && errno != EAGAIN)
+            return done > 0 ? static_cast<ssize_t>(done) : count;
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    } while (done < size);
+    return static_cast<ssize_t>(done);
+}
+
+bool SendsInTurn(int descriptor, int flags)
+{
+    return HasClock() && IsSocket(OwnerOf(descriptor)) && (flags & MSG_DONTWAIT) == 0 &&
+           MayBlock(descriptor);
+}
+
 Real<ssize_t(int, void*, std::size_t)> realRead("read");
+Real<ssize_t(int, const void*, std::size_t, int)> realSend("send");
 Real<ssize_t(int, void*, std::size_t, int)> realRecv("recv");
 
 using Ioctl = int(int, unsigned long, ...);
@@ -47,29 +78,37 @@ extern "C" {
 
 ssize_t read(int descriptor, void* bytes, std::size_t size)
 {
-    return Moved(Call::Read, descriptor, size,
-                 [&](std::size_t fits) { return realRead(descriptor, bytes, fits); });
+    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+        AwaitSocket("read", descriptor, POLLIN);
+        return realRead(descriptor, bytes, fits);
+    });
 }
 
 // The checked forms know the size of the buffer; libc's own check runs in the real ones.
 ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t room)
 {
     static Real<ssize_t(int, void*, std::size_t, std::size_t)> real("__read_chk");
-    return Moved(Call::Read, descriptor, size,
-                 [&](std::size_t fits) { return real(descriptor, bytes, fits, room); });
+    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+        AwaitSocket("read", descriptor, POLLIN);
+        return real(descriptor, bytes, fits, room);
+    });
 }
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
 {
-    return Moved(Call::Read, descriptor, size,
-                 [&](std::size_t fits) { return realRecv(descriptor, bytes, fits, flags); });
+    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+        AwaitSocket("recv", descriptor, POLLIN, flags);
+        return realRecv(descriptor, bytes, fits, flags);
+    });
 }
 
 ssize_t __recv_chk(int descriptor, void* bytes, std::size_t size, std::size_t room, int flags)
 {
     static Real<ssize_t(int, void*, std::size_t, std::size_t, int)> real("__recv_chk");
-    return Moved(Call::Read, descriptor, size,
-                 [&](std::size_t fits) { return real(descriptor, bytes, fits, room, flags); });
+    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+        AwaitSocket("recv", descriptor, POLLIN, flags);
+        return real(descriptor, bytes, fits, room, flags);
+    });
 }
 
 ssize_t write(int descriptor, const void* bytes, std::size_t size)
@@ -78,6 +117,8 @@ ssize_t write(int descriptor, const void* bytes, std::size_t size)
     bool done = false;
     const ssize_t count = Moved(Call::Write, descriptor, size, [&](std::size_t fits) {
         done = true;
+        if (SendsInTurn(descriptor, 0))
+            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, 0, realSend);
         return real(descriptor, bytes, fits);
     });
     return Written(count, descriptor, done);
@@ -85,11 +126,12 @@ ssize_t write(int descriptor, const void* bytes, std::size_t size)
 
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags)
 {
-    static Real<ssize_t(int, const void*, std::size_t, int)> real("send");
     bool done = false;
     const ssize_t count = Moved(Call::Write, descriptor, size, [&](std::size_t fits) {
         done = true;
-        return real(descriptor, bytes, fits, flags);
+        if (SendsInTurn(descriptor, flags))
+            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, flags, realSend);
+        return realSend(descriptor, bytes, fits, flags);
     });
     return Written(count, descriptor, done || (flags & MSG_NOSIGNAL) != 0);
 }

@@ -1,6 +1,9 @@
 #include "Descriptors.h"
 
+#include <sys/stat.h>
+
 #include "System.h"
+#include "Turn.h"
 
 namespace {
 
@@ -34,6 +37,19 @@ unsigned OpenDescriptors()
         if (owners[i] != Owner::None)
             ++count;
     return count;
+}
+
+void StampFile(int descriptor)
+{
+    if (!HasClock())
+        return;
+    const KeepErrno kept;
+    const virtualtime::Moment now = ClockNow();
+    timespec time = {};
+    time.tv_sec = static_cast<decltype(time.tv_sec)>(now / virtualtime::kSecond);
+    time.tv_nsec = static_cast<decltype(time.tv_nsec)>(now % virtualtime::kSecond);
+    const timespec times[] = {time, time};
+    futimens(descriptor, times);
 }
 
 bool HasMediumFiles()

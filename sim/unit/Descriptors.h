@@ -8,11 +8,17 @@ enum class Owner : unsigned char {
     Medium,    // a file on the medium
     Gone,      // a file on a medium that was pulled out since
     DspDevice,
-    Socket
+    Socket,
+    Tcp  // a socket of the machine's network
 };
 
 void SetOwner(int descriptor, Owner owner);
 Owner OwnerOf(int descriptor);
+
+inline bool IsSocket(Owner owner)
+{
+    return owner == Owner::Socket || owner == Owner::Tcp;
+}
 
 // True for what calls are counted on.
 inline bool IsUnits(Owner owner)
@@ -22,6 +28,9 @@ inline bool IsUnits(Owner owner)
 
 // How many descriptors the program has opened and not closed.
 unsigned OpenDescriptors();
+
+// Files get the time of the unit's clock, where there is one.
+void StampFile(int descriptor);
 
 bool HasMediumFiles();
 // The medium is gone under its open files.

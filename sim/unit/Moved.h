@@ -10,6 +10,7 @@
 #include "Faults.h"
 #include "Medium.h"
 #include "System.h"
+#include "Turn.h"
 
 // How many bytes a short call moves: half of what it could, and not all of more than one.
 inline std::size_t ShortSize(int descriptor, std::size_t size, bool isRead)
@@ -28,6 +29,8 @@ ssize_t Moved(Call kind, int descriptor, std::size_t size, RealCall call)
     const Owner owner = OwnerOf(descriptor);
     if (!IsUnits(owner))
         return call(size);
+    if (owner == Owner::Tcp)
+        NoteTcp();
     const bool isRead = kind == Call::Read || kind == Call::StreamRead;
     const Fault fault = CountCall(kind, descriptor);
     if (fault == Fault::Failed)
@@ -38,8 +41,12 @@ ssize_t Moved(Call kind, int descriptor, std::size_t size, RealCall call)
         errno = EIO;
         return -1;
     }
-    if (owner != Owner::Medium)
-        return call(size);
+    if (owner != Owner::Medium) {
+        const ssize_t count = call(size);
+        if (!isRead && owner == Owner::File)
+            StampFile(descriptor);
+        return count;
+    }
 
     const long room = MediumRoom(size, !isRead);
     if (room < 0)
@@ -47,5 +54,7 @@ ssize_t Moved(Call kind, int descriptor, std::size_t size, RealCall call)
     const ssize_t count = call(static_cast<std::size_t>(room));
     if (count > 0)
         MediumMoved(static_cast<std::size_t>(count), !isRead);
+    if (!isRead)
+        StampFile(descriptor);
     return count;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include "AtPath.h"
 #include "Descriptors.h"
@@ -14,6 +15,14 @@ inline Owner OwnerAt(const UnitPath& path)
     return path.IsUnits() ? Owner::File : Owner::Stranger;
 }
 
+// Gives a file that is empty, so new or cut, the time of its opening.
+inline void StampNewFile(int descriptor)
+{
+    struct stat found = {};
+    if (fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode) && found.st_size == 0)
+        StampFile(descriptor);
+}
+
 // Opens a path of the program with `call`, which gets the path to use in its place, and notes what
 // the descriptor belongs to.
 template <typename RealCall>
@@ -25,5 +34,8 @@ int Opened(const char* asked, int flags, RealCall call)
     const int made = AtPath(Call::Open, changes ? Intent::Change : Intent::Look, path, call);
     if (made >= 0)
         SetOwner(made, owner);
+    if (made >= 0 && (owner == Owner::File || owner == Owner::Medium) &&
+        (flags & (O_CREAT | O_TRUNC)) != 0)
+        StampNewFile(made);
     return made;
 }

@@ -12,6 +12,7 @@
 
 #include "Opened.h"
 #include "Real.h"
+#include "Turn.h"
 
 #pragma GCC visibility push(default)
 
@@ -118,6 +119,8 @@ int creat64(const char* path, mode_t mode)
 int close(int descriptor)
 {
     static Real<int(int)> real("close");
+    if (OwnerOf(descriptor) == Owner::Tcp)
+        NoteTcp();
     SetOwner(descriptor, Owner::None);
     return real(descriptor);
 }

@@ -5,6 +5,8 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -13,16 +15,17 @@
 #include "Journal.h"
 #include "Real.h"
 #include "System.h"
+#include "Turn.h"
 #include "UnitPath.h"
 
 #pragma GCC visibility push(default)
 
 namespace {
 
-int Tracked(int descriptor)
+int Tracked(int descriptor, Owner owner)
 {
     if (descriptor >= 0)
-        SetOwner(descriptor, Owner::Socket);
+        SetOwner(descriptor, owner);
     return descriptor;
 }
 
@@ -50,6 +53,43 @@ int AtAddress(const sockaddr* address, socklen_t length, RealCall call)
     std::memset(copy.sun_path, 0, sizeof(copy.sun_path));
     std::memcpy(copy.sun_path, path.Real(), size);
     return call(reinterpret_cast<const sockaddr*>(&copy), socklen_t{sizeof(copy)});
+}
+
+// In virtual time bytes that the kernel kept back for later would never come.
+void SendAtOnce(int descriptor)
+{
+    const KeepErrno kept;
+    const int on = 1;
+    if (HasClock())
+        syscall(SYS_setsockopt, descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+}
+
+int Accepted(int descriptor, int listener)
+{
+    if (descriptor >= 0)
+        SendAtOnce(descriptor);
+    return Tracked(descriptor, OwnerOf(listener));
+}
+
+// A connect to a UNIX socket waits for room in the listener's queue, of which nothing tells.
+int ConnectInTurn(Real<int(int, const sockaddr*, socklen_t)>& real, int descriptor,
+                  const sockaddr* address, socklen_t length)
+{
+    constexpr virtualtime::Moment kAgain = virtualtime::kSecond / 1000;
+    if (address->sa_family != AF_UNIX)
+        return real(descriptor, address, length);
+    const long flags = syscall(SYS_fcntl, descriptor, F_GETFL, 0);
+    int result = 0;
+    while (true) {
+        syscall(SYS_fcntl, descriptor, F_SETFL, flags | O_NONBLOCK);
+        result = real(descriptor, address, length);
+        const KeepErrno kept;
+        syscall(SYS_fcntl, descriptor, F_SETFL, flags);
+        if (result == 0 || errno != EAGAIN)
+            return result;
+        Text call;
+        AwaitTurn(call.Add("connect"), ClockNow() + kAgain, [] { return false; });
+    }
 }
 
 // What a connection is made to, as journals name it.
@@ -84,7 +124,7 @@ int socket(int family, int type, int protocol) noexcept
     static Real<int(int, int, int)> real("socket");
     if (FailsNow(Call::Socket, family == AF_UNIX ? "socket" : "tcp"))
         return -1;
-    return Tracked(real(family, type, protocol));
+    return Tracked(real(family, type, protocol), family == AF_UNIX ? Owner::Socket : Owner::Tcp);
 }
 
 int connect(int descriptor, const sockaddr* address, socklen_t length)
@@ -92,9 +132,21 @@ int connect(int descriptor, const sockaddr* address, socklen_t length)
     static Real<int(int, const sockaddr*, socklen_t)> real("connect");
     if (FailsNow(Call::Connect, AddressName(address, length).Get()))
         return -1;
+    SendAtOnce(descriptor);
+    if (OwnerOf(descriptor) == Owner::Tcp)
+        NoteTcp();
     return AtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
-        return real(descriptor, at, size);
+        if (!HasClock() || !MayBlock(descriptor))
+            return real(descriptor, at, size);
+        return ConnectInTurn(real, descriptor, at, size);
     });
+}
+
+int shutdown(int descriptor, int how) noexcept
+{
+    static Real<int(int, int)> real("shutdown");
+    NoteTcp();
+    return real(descriptor, how);
 }
 
 int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
@@ -124,7 +176,8 @@ int accept(int descriptor, sockaddr* address, socklen_t* length)
     static Real<int(int, sockaddr*, socklen_t*)> real("accept");
     if (FailsNow(Call::Accept, descriptor))
         return -1;
-    return Tracked(real(descriptor, address, length));
+    AwaitDescriptor("accept", descriptor, POLLIN);
+    return Accepted(real(descriptor, address, length), descriptor);
 }
 
 int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
@@ -132,7 +185,8 @@ int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
     static Real<int(int, sockaddr*, socklen_t*, int)> real("accept4");
     if (FailsNow(Call::Accept, descriptor))
         return -1;
-    return Tracked(real(descriptor, address, length, flags));
+    AwaitDescriptor("accept", descriptor, POLLIN);
+    return Accepted(real(descriptor, address, length, flags), descriptor);
 }
 
 }  // extern "C"

@@ -1,17 +1,20 @@
-// Waits, divided by the speed of the unit. What is shorter than the clock's step isn't rounded down
-// to no wait at all.
+// Waits and times: those of the unit's clock where there is one. Otherwise waits are divided by the
+// speed of the unit; what is shorter than the clock's step isn't rounded down to no wait at all.
 
+#include <algorithm>
 #include <cstdint>
 
 #include <ctime>
 #include <poll.h>
 #include <sys/select.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "Faults.h"
 #include "Journal.h"
 #include "Real.h"
 #include "Settings.h"
+#include "Turn.h"
 
 #pragma GCC visibility push(default)
 
@@ -64,6 +67,51 @@ using Select = int(int, fd_set*, fd_set*, fd_set*, Time*);
 template <typename Time>
 using Pselect = int(int, fd_set*, fd_set*, fd_set*, const Time*, const sigset_t*);
 
+template <typename Time, typename Part>
+Time TimeOf(std::int64_t nanos, Part Time::*part, std::int64_t parts)
+{
+    Time result = {};
+    result.tv_sec = static_cast<decltype(result.tv_sec)>(nanos / kNanos);
+    result.*part = static_cast<Part>(nanos % kNanos / (kNanos / parts));
+    return result;
+}
+
+// When a wait that begins now ends. Without a timeout, or with a wrong one, it never does.
+template <typename Time, typename Part>
+virtualtime::Moment DeadlineOf(const Time* timeout, Part Time::*part, std::int64_t parts)
+{
+    if (timeout == nullptr)
+        return virtualtime::kNever;
+    const std::int64_t nanos = timeout->tv_sec * kNanos + timeout->*part * (kNanos / parts);
+    return ClockNow() + std::max<std::int64_t>(nanos, 0);
+}
+
+// A select of the clock's. `call` makes it, at once, with the sets that it gets.
+template <typename RealCall>
+int SelectInTurn(virtualtime::Moment deadline, fd_set* readable, fd_set* writable, fd_set* special,
+                 RealCall call)
+{
+    fd_set* const sets[] = {readable, writable, special};
+    fd_set wanted[3];
+    for (int i = 0; i < 3; ++i)
+        if (sets[i] != nullptr)
+            wanted[i] = *sets[i];
+    Text name;
+    return PollInTurn(name.Add("select"), deadline, [&] {
+        for (int i = 0; i < 3; ++i)
+            if (sets[i] != nullptr)
+                *sets[i] = wanted[i];
+        return call();
+    });
+}
+
+int PollInTurn(Real<int(pollfd*, nfds_t, int)>& real, pollfd* polled, nfds_t count,
+               virtualtime::Moment deadline)
+{
+    Text name;
+    return PollInTurn(name.Add("poll"), deadline, [&] { return real(polled, count, 0); });
+}
+
 // Linux leaves in the timeout what is left of it, so that goes back into the program's seconds.
 template <typename Time>
 int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* writable,
@@ -71,8 +119,20 @@ int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* wr
 {
     if (FailsNow(Call::Select, kNoSubject))
         return -1;
-    if (timeout == nullptr || timeout->tv_sec < 0 || timeout->tv_usec < 0)
+    if ((timeout == nullptr && !HasClock()) ||
+        (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_usec < 0)))
         return real(count, readable, writable, special, timeout);
+    if (HasClock()) {
+        const virtualtime::Moment deadline = DeadlineOf(timeout, &Time::tv_usec, kMicros);
+        const int result = SelectInTurn(deadline, readable, writable, special, [&] {
+            Time none = {};
+            return real(count, readable, writable, special, &none);
+        });
+        if (timeout != nullptr)
+            *timeout =
+                TimeOf(std::max<std::int64_t>(deadline - ClockNow(), 0), &Time::tv_usec, kMicros);
+        return result;
+    }
     Time divided = DividedTime(*timeout, &Time::tv_usec, kMicros);
     const int result = real(count, readable, writable, special, &divided);
     MultiplyTime(divided, &Time::tv_usec, kMicros);
@@ -86,8 +146,16 @@ int PselectWith(Real<Pselect<Time>>& real, int count, fd_set* readable, fd_set* 
 {
     if (FailsNow(Call::Select, kNoSubject))
         return -1;
-    if (timeout == nullptr || timeout->tv_sec < 0 || timeout->tv_nsec < 0)
+    if ((timeout == nullptr && !HasClock()) ||
+        (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_nsec < 0)))
         return real(count, readable, writable, special, timeout, signals);
+    if (HasClock()) {
+        const virtualtime::Moment deadline = DeadlineOf(timeout, &Time::tv_nsec, kNanos);
+        return SelectInTurn(deadline, readable, writable, special, [&] {
+            const Time none = {};
+            return real(count, readable, writable, special, &none, signals);
+        });
+    }
     const Time divided = DividedTime(*timeout, &Time::tv_nsec, kNanos);
     return real(count, readable, writable, special, &divided, signals);
 }
@@ -98,6 +166,12 @@ int SleepWith(const Time* wanted, Time* left, RealCall call)
 {
     if (wanted == nullptr || wanted->tv_sec < 0 || wanted->tv_nsec < 0)
         return call(wanted, left);
+    if (HasClock()) {
+        Text name;
+        AwaitTurn(name.Add("sleep"), DeadlineOf(wanted, &Time::tv_nsec, kNanos),
+                  [] { return false; });
+        return 0;
+    }
     const Time divided = DividedTime(*wanted, &Time::tv_nsec, kNanos);
     const int result = call(&divided, left);
     if (result != 0 && left != nullptr)
@@ -115,6 +189,18 @@ int JournalledSleep(const char* name, unsigned number, timespec& time)
         Journal(line.Add(name).Add("(").AddNumber(number).Add(")"));
     }
     return SleepWith(&time, &time, realNanosleep);
+}
+
+Real<int(pollfd*, nfds_t, int)> realPoll("poll");
+
+virtualtime::Moment PollDeadline(int millis)
+{
+    return millis < 0 ? virtualtime::kNever : ClockNow() + millis * (kNanos / 1000);
+}
+
+bool IsVirtual(clockid_t clock)
+{
+    return HasClock() && clock != CLOCK_PROCESS_CPUTIME_ID && clock != CLOCK_THREAD_CPUTIME_ID;
 }
 
 int DividedPoll(int timeout)
@@ -171,18 +257,90 @@ int pselect(int count, fd_set* readable, fd_set* writable, fd_set* special, cons
 
 int poll(pollfd* polled, nfds_t count, int timeout)
 {
-    static Real<int(pollfd*, nfds_t, int)> real("poll");
-    return FailsNow(Call::Select, kNoSubject) ? -1 : real(polled, count, DividedPoll(timeout));
+    if (FailsNow(Call::Select, kNoSubject))
+        return -1;
+    if (HasClock())
+        return PollInTurn(realPoll, polled, count, PollDeadline(timeout));
+    return realPoll(polled, count, DividedPoll(timeout));
 }
 
 int __poll_chk(pollfd* polled, nfds_t count, int timeout, std::size_t size)
 {
     static Real<int(pollfd*, nfds_t, int, std::size_t)> real("__poll_chk");
-    return FailsNow(Call::Select, kNoSubject) ? -1
-                                              : real(polled, count, DividedPoll(timeout), size);
+    if (FailsNow(Call::Select, kNoSubject))
+        return -1;
+    if (HasClock())
+        return PollInTurn(realPoll, polled, count, PollDeadline(timeout));
+    return real(polled, count, DividedPoll(timeout), size);
+}
+
+int ppoll(pollfd* polled, nfds_t count, const timespec* timeout, const sigset_t* signals)
+{
+    static Real<int(pollfd*, nfds_t, const timespec*, const sigset_t*)> real("ppoll");
+    if (HasClock() && signals == nullptr)
+        return PollInTurn(realPoll, polled, count, DeadlineOf(timeout, &timespec::tv_nsec, kNanos));
+    return real(polled, count, timeout, signals);
+}
+
+int clock_gettime(clockid_t clock, timespec* time) noexcept
+{
+    static Real<int(clockid_t, timespec*)> real("clock_gettime");
+    if (!IsVirtual(clock))
+        return real(clock, time);
+    *time = TimeOf(ClockNow(), &timespec::tv_nsec, kNanos);
+    return 0;
+}
+
+int gettimeofday(timeval* time, void* zone) noexcept
+{
+    static Real<int(timeval*, void*)> real("gettimeofday");
+    if (!HasClock())
+        return real(time, zone);
+    *time = TimeOf(ClockNow(), &timeval::tv_usec, kMicros);
+    return 0;
+}
+
+time_t time(time_t* result) noexcept
+{
+    static Real<time_t(time_t*)> real("time");
+    if (!HasClock())
+        return real(result);
+    const auto seconds = static_cast<time_t>(ClockNow() / kNanos);
+    if (result != nullptr)
+        *result = seconds;
+    return seconds;
 }
 
 #if __TIMESIZE == 32
+int __clock_gettime64(clockid_t clock, WideTimespec* time)
+{
+    static Real<int(clockid_t, WideTimespec*)> real("__clock_gettime64");
+    if (!IsVirtual(clock))
+        return real(clock, time);
+    *time = TimeOf(ClockNow(), &WideTimespec::tv_nsec, kNanos);
+    return 0;
+}
+
+int __gettimeofday64(WideTimeval* time, void* zone)
+{
+    static Real<int(WideTimeval*, void*)> real("__gettimeofday64");
+    if (!HasClock())
+        return real(time, zone);
+    *time = TimeOf(ClockNow(), &WideTimeval::tv_usec, kMicros);
+    return 0;
+}
+
+std::int64_t __time64(std::int64_t* result)
+{
+    static Real<std::int64_t(std::int64_t*)> real("__time64");
+    if (!HasClock())
+        return real(result);
+    const std::int64_t seconds = ClockNow() / kNanos;
+    if (result != nullptr)
+        *result = seconds;
+    return seconds;
+}
+
 int __nanosleep64(const WideTimespec* wanted, WideTimespec* left)
 {
     static Real<int(const WideTimespec*, WideTimespec*)> real("__nanosleep64");

@@ -11,7 +11,7 @@ TEST(Controller, GetsWhatItAsksForWithEachCommandOfTheTool)
 {
     const std::string firmware = FirmwareOf("V7", 0x4000);
     const std::string parameters = Firmware(0x2000);
-    OpenServer server(60);
+    OpenServer server;
     Unit& unit = server.unit;
     unit.Mount("usb");
     unit.Write("medium/csp_prog.rlg", PackedText(firmware));

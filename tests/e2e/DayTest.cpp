@@ -57,7 +57,7 @@ TEST(Day, EndsWithTheServerAsItWasInTheMorning)
     constexpr int kRounds = 5;
     const std::string firmware = FirmwareOf("V7", 0x9000);
     const std::string parameters = Firmware(0x6000);
-    OpenServer day(60, {}, "--silent");
+    OpenServer day({}, "--silent");
     day.unit.Mount("usb");
     day.unit.Write("medium/csp_prog.rlg", PackedText(firmware));
     day.PutParameters(parameters);

@@ -24,10 +24,8 @@ std::string WithoutMarks(std::string text)
 
 }  // namespace
 
-HandPlayed::HandPlayed(int speed, const std::function<void(Unit&)>& arrange)
-    : unit(speed),
-      patcher(unit.Path("home/i2c_server_sock")),
-      rcServer(unit.Path("tmp/rcseq_socket"))
+HandPlayed::HandPlayed(const std::function<void(Unit&)>& arrange)
+    : patcher(unit.Path("home/i2c_server_sock")), rcServer(unit.Path("tmp/rcseq_socket"))
 {
     if (arrange)
         arrange(unit);

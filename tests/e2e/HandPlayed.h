@@ -13,7 +13,7 @@
 class HandPlayed {
 public:
     // `arrange` changes the unit before the server starts in it.
-    explicit HandPlayed(int speed = 100, const std::function<void(Unit&)>& arrange = nullptr);
+    explicit HandPlayed(const std::function<void(Unit&)>& arrange = nullptr);
 
     // Lets the first read-back fail, so that the controller's commands are taken.
     void Open();

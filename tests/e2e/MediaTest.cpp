@@ -248,7 +248,7 @@ TEST(Media, BringTheParametersOfOneUnitToAnother)
 {
     const TempDir files;
     const std::string flash = Firmware(kParameterSize);
-    OpenServer first(50, {"--load", files.Write("flash", flash) + "@90040000"});
+    OpenServer first({"--load", files.Write("flash", flash) + "@90040000"});
     first.SetFaults("--join");
     first.Ask(kReadParameters, "CSP Read Success.\n");
     EXPECT_TRUE(EndedClean(first.unit, *first.server));

@@ -103,7 +103,7 @@ TEST(CommandLine, ChoosesTheModeAndThePeer)
                            {{"-f", "1.hex", "-a", "2.hex"}, kSecond, kOther},
                            {{"-a", "2.hex", "-f", ""}, kSecond, kPiano}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
-        Unit unit(1000);
+        Unit unit;
         unit.Write("cwd/1.hex", SmallFile("V1"));
         unit.Write("cwd/2.hex", SmallFile("V2"));
         Patcher patcher(unit.Path("home/i2c_server_sock"));
@@ -128,8 +128,8 @@ TEST_P(ServerStart, LogsItsNeighboursInOrderAndGoesOnWithoutThem)
 {
     const auto [rcPresence, patcherIsThere, portIsFree, logIsThere] = GetParam();
     const bool slow = rcPresence != Presence::There;
-    Unit unit(slow ? 20 : 100);
-    const TakenPort taken;
+    Unit unit;
+    const Port taken;
     std::unique_ptr<Patcher> patcher;
     std::unique_ptr<Neighbour> rcServer;
     if (patcherIsThere)
@@ -140,7 +140,7 @@ TEST_P(ServerStart, LogsItsNeighboursInOrderAndGoesOnWithoutThem)
         unit.Remove("usr/local/lib/diag");
     const bool rcComes = rcPresence != Presence::Absent;
 
-    Process& server = unit.StartServer({"-P", portIsFree ? "0" : taken.number});
+    Process& server = unit.StartServer({"-P", portIsFree ? "0" : std::to_string(taken.Number())});
     if (rcPresence == Presence::Late) {
         EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
         rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
@@ -188,7 +188,7 @@ INSTANTIATE_TEST_SUITE_P(Without, ServerStart,
 
 TEST(ServerStart, EndsWhenThePatcherDoesntTakeTheConnectSequence)
 {
-    Unit unit(100);
+    Unit unit;
     const Patcher patcher(unit.Path("home/i2c_server_sock"));
     const Neighbour rcServer(unit.Path("tmp/rcseq_socket"));
     unit.Set("SIMUNIT_FAULT=write:1:EPIPE");
@@ -216,7 +216,7 @@ class UpdateStart : public testing::TestWithParam<UpdateStartRow> {};
 TEST_P(UpdateStart, LogsItsNeighboursAndUpdatesOnlyWithThePatcher)
 {
     const UpdateStartRow& row = GetParam();
-    Unit unit(20);
+    Unit unit;
     const std::string firmware = FirmwareOf("V3", 0x2000);
     unit.Write("cwd/prog.hex", HexText(firmware, 32, "\n"));
 
@@ -286,7 +286,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(UpdateStart, CutsTheLogToItsNewestLinesAndDoesWithoutItsDirectory)
 {
-    Unit unit(20);
+    Unit unit;
     unit.Write("cwd/prog.hex", SmallFile("V3"));
     unit.StartPiano();
     std::string old;

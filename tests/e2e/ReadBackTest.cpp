@@ -34,7 +34,7 @@ class ReadBack : public testing::TestWithParam<ReadRow> {};
 TEST_P(ReadBack, SavesTheFlashTellsTheWayAndEndsTheServer)
 {
     const ReadRow& row = GetParam();
-    Unit unit(40);
+    Unit unit;
     const std::string flash = Firmware(kParameterSize);
     unit.Write("sim/flash", flash);
     unit.StartPiano({"--silent", "--load", unit.Path("sim/flash") + "@90040000"});
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(ReadBack, OfTheControllerGoesToItsOwnFileAlsoBehindOneThatFailed)
 {
-    OpenServer server(50);
+    OpenServer server;
     server.PutParameters("old");
     const std::string old = server.unit.Read(kParameterFile);
 
@@ -183,7 +183,7 @@ TEST(ReadBack, FailsAfterFortySecondsOfSilenceInEachState)
     };
     {
         SCOPED_TRACE("from the start");
-        Unit unit(1000);
+        Unit unit;
         Patcher patcher(unit.Path("home/i2c_server_sock"));
         unit.StartServer();
         ASSERT_TRUE(patcher.Accept() && unit.WaitForLog("CSP Read Failed.\n"));
@@ -195,7 +195,7 @@ TEST(ReadBack, FailsAfterFortySecondsOfSilenceInEachState)
         EXPECT_EQ(patcher.Lines(), (Strings{"STATUS", kRange, kRange, kRange, kRange, "CANCEL :"}));
         EXPECT_EQ(Count(unit.Log(), kInc), 8U);
     }
-    HandPlayed csp(50);
+    HandPlayed csp;
     csp.Open();
     {
         SCOPED_TRACE("behind the request");

@@ -4,10 +4,6 @@
 #include <filesystem>
 #include <sstream>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <gtest/gtest.h>
 
 #include "HexText.h"
@@ -112,8 +108,8 @@ void FailReadBack(Patcher& patcher)
     patcher.SendLines({"no record"});
 }
 
-OpenServer::OpenServer(int speed, const Unit::Words& pianoOptions, const std::string& faults)
-    : unit(speed), piano(&unit.StartPiano(pianoOptions)), server(nullptr)
+OpenServer::OpenServer(const Unit::Words& pianoOptions, const std::string& faults)
+    : piano(&unit.StartPiano(pianoOptions)), server(nullptr)
 {
     Open(faults);
 }
@@ -168,16 +164,4 @@ bool OpenServer::HasLogged(const std::string& text) const
 void OpenServer::PutParameters(const std::string& data) const
 {
     unit.Write("usr/local/lib/diag/csp_param.hex", HexText(data, 32, "\r\n"));
-}
-
-TakenPort::TakenPort() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-{
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    auto* general = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_EQ(bind(listener.Get(), general, size), 0);
-    EXPECT_EQ(listen(listener.Get(), 1), 0);
-    EXPECT_EQ(getsockname(listener.Get(), general, &size), 0);
-    number = std::to_string(ntohs(address.sin_port));
 }

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "UniqueFd.h"
 #include "Unit.h"
 
 // What the end-to-end tests share beside the unit itself.
@@ -65,8 +64,7 @@ void FailReadBack(Patcher& patcher);
 // controller.
 class OpenServer {
 public:
-    explicit OpenServer(int speed = 100, const Unit::Words& pianoOptions = {},
-                        const std::string& faults = kRefused);
+    explicit OpenServer(const Unit::Words& pianoOptions = {}, const std::string& faults = kRefused);
 
     // Starts the server again when the last one has ended. Its first read-back fails by the faults.
     void Open(const std::string& faults = kRefused);
@@ -95,12 +93,3 @@ private:
     static constexpr char kRefused[] = "--bad-checksum-at 90040000";
 };
 
-// A port of the machine that somebody else listens on.
-class TakenPort {
-public:
-    TakenPort();
-    std::string number;
-
-private:
-    UniqueFd listener;
-};

@@ -8,6 +8,7 @@
 
 #include "HexText.h"
 #include "Scene.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -53,7 +54,6 @@ struct UpdateRow {
     const char* name;
     Unit::Words piano;
     const char* log;  // between the set-up and the restart at the end
-    int speed;        // slow where silence would spoil the update
 };
 
 class UpdateRoad : public testing::TestWithParam<UpdateRow> {};
@@ -63,7 +63,7 @@ TEST_P(UpdateRoad, ComesThroughOrTellsWhyNotAndRestartsThePianoInBothCases)
     const UpdateRow& row = GetParam();
     const std::string log = row.log;
     const bool succeeds = log.find("Finished") != std::string::npos;
-    Unit unit(row.speed);
+    Unit unit;
     const std::string firmware = FirmwareOf(kVersionText, 0x14000);
     unit.Write("cwd/prog.hex", HexText(firmware, 32, "\r\n"));
     unit.StartPiano(row.piano);
@@ -87,54 +87,41 @@ TEST_P(UpdateRoad, ComesThroughOrTellsWhyNotAndRestartsThePianoInBothCases)
 INSTANTIATE_TEST_SUITE_P(
     Of, UpdateRoad,
     testing::Values(
-        UpdateRow{"AGoodPiano", {}, kFinished, 20},
-        UpdateRow{"ATalkativePiano", {"--chatter", "20", "--garbage", "3"}, kFinished, 20},
-        UpdateRow{"APianoThatAnswersEachWrite", {"--answer-each"}, kFinished, 20},
-        UpdateRow{"APianoThatNeverSaysThatItIsIdle", {"--no-status"}, kFinished, 40},
-        UpdateRow{"OneRefusedBlock", {"--ng-at", "90044100"}, kFinished, 20},
+        UpdateRow{"AGoodPiano", {}, kFinished},
+        UpdateRow{"ATalkativePiano", {"--chatter", "20", "--garbage", "3"}, kFinished},
+        UpdateRow{"APianoThatAnswersEachWrite", {"--answer-each"}, kFinished},
+        UpdateRow{"APianoThatNeverSaysThatItIsIdle", {"--no-status"}, kFinished},
+        UpdateRow{"OneRefusedBlock", {"--ng-at", "90044100"}, kFinished},
         UpdateRow{"SeveralRefusedBlocks",
                   {"--ng-at", "90040000", "--ng-at", "90042000", "--ng-at", "90050000", "--ng-at",
                    "90053FFF"},
-                  kFinished,
-                  20},
+                  kFinished},
         UpdateRow{"OneFailure",
                   {"--fail", "1"},
-                  "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Finished\n",
-                  20},
+                  "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Finished\n"},
         UpdateRow{"TwoFailures",
                   {"--fail", "2"},
-                  "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Failed\n",
-                  20},
-        UpdateRow{"FramesCutInTheMiddle", {"--frame-bytes", "4", "--keep-pairs"}, kFinished, 20},
-        UpdateRow{"FramesApartFromTheirEnds", {"--frame-bytes", "9"}, kFinished, 20},
-        UpdateRow{"MessagesJoined", {"--join", "--garbage", "40"}, kFinished, 20},
-        UpdateRow{"ASilentPiano", {"--silent"}, "Piano is not connected 2\n", 200},
+                  "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Failed\n"},
+        UpdateRow{"FramesCutInTheMiddle", {"--frame-bytes", "4", "--keep-pairs"}, kFinished},
+        UpdateRow{"FramesApartFromTheirEnds", {"--frame-bytes", "9"}, kFinished},
+        UpdateRow{"MessagesJoined", {"--join", "--garbage", "40"}, kFinished},
+        UpdateRow{"ASilentPiano", {"--silent"}, "Piano is not connected 2\n"},
         UpdateRow{"SilenceInTheTransfer",
                   {"--silent-after", "300"},
-                  "Start CSP Update\nPiano is no reply\n",
-                  200},
+                  "Start CSP Update\nPiano is no reply\n"},
         UpdateRow{"SilenceBehindARefusal",
                   {"--ng-at", "90042020", "--silent-after", "258"},
-                  "Start CSP Update\nPiano is no reply\n",
-                  200},
+                  "Start CSP Update\nPiano is no reply\n"},
+        UpdateRow{"SilenceBehindTheEnd", {"--no-finish"}, "Start CSP Update\nPiano is no reply\n"},
+        UpdateRow{"UnwantedLinesWithoutEnd", {"--garbage-endless"}, "Piano Comunication Error !\n"},
+        UpdateRow{"APatcherThatDiesAtOnce", {"--die-after", "1"}, "Piano is not connected 2\n"},
         UpdateRow{
-            "SilenceBehindTheEnd", {"--no-finish"}, "Start CSP Update\nPiano is no reply\n", 100},
-        UpdateRow{
-            "UnwantedLinesWithoutEnd", {"--garbage-endless"}, "Piano Comunication Error !\n", 50},
-        UpdateRow{
-            "APatcherThatDiesAtOnce", {"--die-after", "1"}, "Piano is not connected 2\n", 200},
-        UpdateRow{"APatcherThatDiesAtTheRequest",
-                  {"--die-after", "7"},
-                  "Piano is not connected 2\n",
-                  200},
+            "APatcherThatDiesAtTheRequest", {"--die-after", "7"}, "Piano is not connected 2\n"},
         UpdateRow{"APatcherThatDiesInTheTransfer",
                   {"--die-after", "3000"},
-                  "Start CSP Update\nPiano is no reply\n",
-                  200},
-        UpdateRow{"ADroppedLink",
-                  {"--cut-link-after", "3000"},
-                  "Start CSP Update\nPiano is no reply\n",
-                  200}),
+                  "Start CSP Update\nPiano is no reply\n"},
+        UpdateRow{
+            "ADroppedLink", {"--cut-link-after", "3000"}, "Start CSP Update\nPiano is no reply\n"}),
     [](const auto& row) { return row.param.name; });
 
 // Closed from the start, its number would go to the first link, and the piano would get the texts.
@@ -143,7 +130,7 @@ TEST(Update, ComesThroughWithoutAStandardOutput)
 {
     for (const bool fromTheStart : {true, false}) {
         SCOPED_TRACE(fromTheStart);
-        Unit unit(20);
+        Unit unit;
         const std::string firmware = FirmwareOf(kVersionText, 0x4000);
         unit.Write("cwd/prog.hex", HexText(firmware, 32, "\r\n"));
         unit.StartPiano();
@@ -173,7 +160,7 @@ TEST(UpdateSilence, LastsThirtyOneSecondsInEachState)
     for (const Row& row : {Row{{"--silent"}, 2, 31},  // behind STATUS and WRITE
                            {{"--silent-after", "1", "--chatter", "0"}, 1, 0}}) {
         SCOPED_TRACE(testing::PrintToString(row.piano));
-        Unit unit(100);
+        Unit unit;
         unit.Write("cwd/prog.hex", HexText(FirmwareOf("V1", 0x800), 16, "\n"));
         unit.StartPiano(row.piano);
 
@@ -202,7 +189,7 @@ class UpdateFile : public testing::TestWithParam<FileRow> {};
 TEST_P(UpdateFile, OfOtherPeoplesToolsReachesTheFlashByteForByte)
 {
     const FileRow& row = GetParam();
-    Unit unit(20);
+    Unit unit;
     const std::string firmware = ToolFirmware();
     unit.Write("cwd/firmware.bin", firmware);
     ASSERT_TRUE(Shell("cd " + unit.Path("cwd") + " && " + row.tool)) << row.tool;
@@ -256,7 +243,7 @@ TEST(UpdateFile, ThatIsNoImageEndsWithATextAndWritesNothingElse)
           {"a count that lies", lying, kNoReply},
           {"text", std::string(3000, '\n') + "no record %s%n\n", kNoReply}}) {
         SCOPED_TRACE(row.name);
-        Unit unit(100);
+        Unit unit;
         if (row.name != std::string("missing"))
             unit.Write("cwd/prog.hex", row.bytes);
         Process& piano = unit.StartPiano();
@@ -289,7 +276,7 @@ TEST(UpdateFile, IsRenamedByTheVersionThatItCarries)
                            {{"-b", "-f", "../mnt/usb/prog.hex"}, "V9", "mnt/usb/V9.hex"},
                            {{"-f", "prog.hex"}, "V9", "cwd/prog.hex"}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
-        Unit unit(20);
+        Unit unit;
         const std::string firmware = FirmwareOf(row.version, 0x800);
         const std::string file = HexText(firmware, 16, "\r\n");
         unit.Write("cwd/prog.hex", file);
@@ -315,7 +302,7 @@ TEST(UpdateFile, KeepsItsNameWhenRenamingFails)
     for (const Row& row : {Row{"rename:1:EACCES", "prog.hex"},
                            {"", "../mnt/usb/prog:"}}) {  // the colon ends a directory's name
         SCOPED_TRACE(row.path);
-        Unit unit(20);
+        Unit unit;
         const std::string file = HexText(FirmwareOf("V1", 0x800), 16, "\n");
         const std::string place = std::string("cwd/") + row.path;
         unit.Write(place, file);

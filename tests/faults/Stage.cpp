@@ -20,7 +20,7 @@ std::size_t CountOf(const std::string& text, const std::string& piece)
     return count;
 }
 
-Stage::Stage(const Trial& itsTrial, int speed) : unit(speed), trial(itsTrial)
+Stage::Stage(const Trial& itsTrial) : trial(itsTrial)
 {
     if (!trial.fault.empty())
         unit.Set("SIMUNIT_FAULT=" + trial.fault);

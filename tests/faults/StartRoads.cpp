@@ -59,7 +59,7 @@ std::string StartAndRead(Stage& stage, std::size_t size)
     Hold(Holds(log, "CSP Read Failed.\n") || stage.IsHit({kServerLog}),
          "the log lacks the failure");
     if (!stage.IsHit({kMidiLink}))
-        throw Silence{{"a read-back fails for no reason"}};
+        throw Violation{"a read-back fails for no reason"};
     Hold(!stage.unit.Exists(kFile), "a read-back that failed leaves a file");
     return server.End("failed and told");
 }

@@ -137,10 +137,10 @@ private:
 
 }  // namespace
 
-Trials TrialsOf(const Road& road, int most, int speed)
+Trials TrialsOf(const Road& road, int most)
 {
     const Trial none{&road, "", {}};
-    Stage stage(none, speed);
+    Stage stage(none);
     stage.unit.Set("SIMUNIT_CALLS=" + stage.unit.Path("sim/calls"));
     road.run(stage);
 

@@ -17,4 +17,4 @@ struct Trials {
 // Runs the road without a fault and makes a trial of each call and each error that fits it, and of
 // each frame. Of a kind with more than `most` calls so many are taken, evenly spread. Throws a
 // Violation when the road doesn't hold without a fault.
-Trials TrialsOf(const Road& road, int most, int speed);
+Trials TrialsOf(const Road& road, int most);

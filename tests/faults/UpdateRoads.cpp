@@ -70,7 +70,7 @@ std::string FailedUpdate(const Stage& stage, const std::string& told)
             continue;
         const std::string log = WordOnLog(stage, failure.logged);
         if (!stage.IsHit({failure.cause}))
-            throw Silence{{std::string("it fails for no reason: ") + failure.printed}};
+            throw Violation{std::string("it fails for no reason: ") + failure.printed};
         return "failed and told" + log;
     }
     throw Violation{"neither finished nor failed"};
@@ -82,7 +82,7 @@ std::string UpdateOutcome(Stage& stage, Server& server, const UpdateImage& firmw
     if (!reply.Has("CSP Update Success.\n")) {
         server.HoldTold(reply, "CSP Update Failed.\n");
         if (!stage.IsHit({kMidiLink, kDspDevice}))
-            throw Silence{{"an update fails for no reason"}};
+            throw Violation{"an update fails for no reason"};
         return "failed and told";
     }
     server.HoldTold(reply, "CSP Update Success.\n");

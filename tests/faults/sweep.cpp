@@ -22,7 +22,6 @@
 #include <unistd.h>
 
 #include "Road.h"
-#include "Speed.h"
 #include "Trials.h"
 
 namespace {
@@ -44,23 +43,11 @@ std::string NameOf(const Trial& trial)
 }
 
 // The class of the outcome. Throws a Violation.
-std::string Run(const Trial& trial, int speed)
+std::string Run(const Trial& trial)
 {
-    Stage stage(trial, speed);
+    Stage stage(trial);
     const std::string outcome = trial.road->run(stage);
     return stage.HasFault() ? outcome : "the fault didn't come";
-}
-
-// Does what is given at the usual speed, and once more slowly where the machine may have been too
-// busy for it.
-template <class Act>
-auto AtSpeed(const Act& act)
-{
-    try {
-        return act(kSpeed);
-    } catch (const Silence&) {
-        return act(kSlowSpeed);
-    }
 }
 
 // One line: the outcome, a tab, the violation or nothing.
@@ -68,7 +55,7 @@ std::string Report(const Trial& trial)
 {
     std::string line;
     try {
-        line = AtSpeed([&](int speed) { return Run(trial, speed); }) + "\t";
+        line = Run(trial) + "\t";
     } catch (const Violation& violation) {
         line = "\t" + NameOf(trial) + ": " + violation.what;
     } catch (const std::exception& failure) {
@@ -149,7 +136,7 @@ bool Sweep(const Road& road, const Options& options, std::size_t& number)
 {
     Trials trials;
     try {
-        trials = AtSpeed([&](int speed) { return TrialsOf(road, options.most, speed); });
+        trials = TrialsOf(road, options.most);
     } catch (const Violation& violation) {
         std::cerr << road.name << ", without a fault: " << violation.what << "\n";
         return false;
@@ -210,7 +197,7 @@ bool RunOne(const Road& road, const std::string& name)
     const std::size_t blank = name.find(' ');
     if (blank != std::string::npos)
         trial = {&road, "", {name.substr(0, blank), name.substr(blank + 1)}};
-    Stage stage(trial, kSpeed);
+    Stage stage(trial);
     try {
         std::cout << road.run(stage) << "\n";
     } catch (const Violation& violation) {

@@ -23,12 +23,47 @@ const sockaddr* General(const Address& address)
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
+// A socket without waits. What can't be bound fails to listen.
+int BindPath(const std::string& path)
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path))
+        throw std::length_error(path);
+    std::memcpy(address.sun_path, path.data(), path.size());
+    unlink(path.c_str());
+    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    return bind(made, General(address), sizeof(address)) < 0 ? -1 : made;
+}
+
+std::pair<int, int> BindFreePort()
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    bind(made, General(address), size);
+    getsockname(made, reinterpret_cast<sockaddr*>(&address), &size);
+    return {made, ntohs(address.sin_port)};
+}
+
 }  // namespace
 
 bool Connection::Send(const std::string& bytes) const
 {
-    const ssize_t count = send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    return count == static_cast<ssize_t>(bytes.size());
+    std::size_t done = 0;
+    // False once the peer is gone.
+    const auto sendMore = [&] {
+        const ssize_t count =
+            send(descriptor, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+        return count > 0 || (count < 0 && errno == EAGAIN);
+    };
+    NoteTcp();
+    bool isUp = sendMore();
+    if (isUp && done < bytes.size())
+        WaitUntil([&] { return !(isUp = sendMore()) || done == bytes.size(); });
+    return done == bytes.size();
 }
 
 const std::string& Connection::Received()
@@ -50,7 +85,7 @@ const std::string& Connection::Received()
     return received;
 }
 
-bool Connection::WaitFor(const std::string& text, std::chrono::milliseconds limit)
+bool Connection::WaitFor(const std::string& text, std::chrono::nanoseconds limit)
 {
     return WaitUntil([&] { return Received().find(text) != std::string::npos; }, limit);
 }
@@ -65,6 +100,7 @@ void Connection::Close()
 {
     if (descriptor >= 0)
         close(descriptor);
+    NoteTcp();
     descriptor = -1;
     closed = true;
 }
@@ -89,6 +125,7 @@ Controller::Controller(int port)
     setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     if (connect(made, General(address), sizeof(address)) < 0)
         Close();
+    NoteTcp();
 }
 
 void Controller::Reset()
@@ -98,26 +135,27 @@ void Controller::Reset()
     Close();
 }
 
-Neighbour::Neighbour(const std::string& path)
-    : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+Listener::Listener(int socket, const std::string& name) : listener(socket)
 {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path))
-        throw std::length_error(path);
-    std::memcpy(address.sun_path, path.data(), path.size());
-    unlink(path.c_str());
     constexpr int kBacklog = 4;
-    if (bind(listener, General(address), sizeof(address)) < 0 || listen(listener, kBacklog) < 0)
-        throw std::runtime_error(path);
+    if (listen(listener, kBacklog) < 0)
+        throw std::runtime_error("nobody can listen at " + name);
 }
 
-Neighbour::~Neighbour()
+Listener::~Listener()
 {
     close(listener);
 }
 
-bool Neighbour::Accept(std::chrono::milliseconds limit)
+Neighbour::Neighbour(const std::string& path) : Listener(BindPath(path), path) {}
+
+Port::Port() : Port(BindFreePort()) {}
+
+Port::Port(std::pair<int, int> socketAndNumber)
+    : Listener(socketAndNumber.first, "a free port"), number(socketAndNumber.second)
+{}
+
+bool Listener::Accept(std::chrono::nanoseconds limit)
 {
     int made = -1;
     WaitUntil([&] { return (made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; },
@@ -126,15 +164,11 @@ bool Neighbour::Accept(std::chrono::milliseconds limit)
     return made >= 0;
 }
 
-// The read that has emptied the socket goes on while it finds more. By the second look it is over.
-bool Neighbour::WaitUntilRead()
+bool Listener::WaitUntilRead()
 {
-    int looks = 0;
     return WaitUntil([&] {
         int unread = 1;
         Received();
-        const bool empty = ioctl(Descriptor(), SIOCOUTQ, &unread) == 0 && unread == 0;
-        looks = empty ? looks + 1 : 0;
-        return looks == 2;
+        return ioctl(Descriptor(), SIOCOUTQ, &unread) == 0 && unread == 0;
     });
 }

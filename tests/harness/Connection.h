@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "Wait.h"
 
@@ -18,7 +19,7 @@ public:
 
     // Everything since the start.
     const std::string& Received();
-    bool WaitFor(const std::string& text, std::chrono::milliseconds limit = kLimit);
+    bool WaitFor(const std::string& text, std::chrono::nanoseconds limit = kLimit);
 
     // True once the peer has closed, or when there never was one.
     bool IsClosed();
@@ -48,21 +49,41 @@ public:
     void Reset();
 };
 
-// A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher of
-// a test that looks at the bytes themselves. The path belongs to the unit's tree.
-class Neighbour : public Connection {
+// Somebody who listens. Connections wait until they are accepted.
+class Listener : public Connection {
 public:
-    // Listens. Connections wait until they are accepted.
-    explicit Neighbour(const std::string& path);
-    ~Neighbour();
+    ~Listener();
 
     // Takes the next connection in place of the last. False when none comes.
-    bool Accept(std::chrono::milliseconds limit = kLimit);
+    bool Accept(std::chrono::nanoseconds limit = kLimit);
 
     // Waits until the program has read all that was sent, so that the next bytes begin a read.
     // Takes in what it sends meanwhile, since it may wait for that.
     bool WaitUntilRead();
 
+protected:
+    // Takes the bound socket over. Throws std::runtime_error with the name when it can't listen.
+    Listener(int socket, const std::string& name);
+
 private:
     int listener;
+};
+
+// A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher of
+// a test that looks at the bytes themselves. The path belongs to the unit's tree.
+class Neighbour : public Listener {
+public:
+    explicit Neighbour(const std::string& path);
+};
+
+// A free TCP port of this machine.
+class Port : public Listener {
+public:
+    Port();
+    int Number() const { return number; }
+
+private:
+    explicit Port(std::pair<int, int> socketAndNumber);
+
+    int number;
 };

@@ -9,6 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Clock.h"
+
 namespace {
 
 constexpr int kNotStarted = 127;
@@ -68,8 +70,11 @@ Process::Process(const Setup& begin) : setup(begin)
     id = fork();
     if (id < 0)
         throw std::runtime_error("no process");
-    if (id > 0)
+    if (id > 0) {
+        if (setup.clock != nullptr)
+            setup.clock->Expect(id);
         return;
+    }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     OpenStreams(setup);
     if (chdir(setup.directory.c_str()) == 0)
@@ -79,7 +84,10 @@ Process::Process(const Setup& begin) : setup(begin)
 
 Process::~Process()
 {
-    Kill();
+    if (ended)
+        return;
+    kill(id, SIGKILL);
+    waitpid(id, nullptr, 0);
 }
 
 bool Process::IsRunning()
@@ -92,7 +100,7 @@ bool Process::IsRunning()
     return !ended;
 }
 
-int Process::Wait(std::chrono::milliseconds limit)
+int Process::Wait(std::chrono::nanoseconds limit)
 {
     WaitUntil([this] { return !IsRunning(); }, limit);
     return status;

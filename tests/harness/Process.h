@@ -18,6 +18,7 @@ public:
         std::string directory;                 // to run in
         std::string output;                    // the file that takes it; without one it is closed
         std::string error;
+        Clock* clock = nullptr;  // of the unit that it takes part in
     };
 
     explicit Process(const Setup& begin);
@@ -28,7 +29,7 @@ public:
     bool IsRunning();
 
     // The exit status, or 128 and the signal that ended it; -1 when it still runs at the limit.
-    int Wait(std::chrono::milliseconds limit = kLimit);
+    int Wait(std::chrono::nanoseconds limit = kLimit);
 
     // Sends the signal and waits for the end.
     int Kill(int signal = SIGKILL);

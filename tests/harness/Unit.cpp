@@ -44,13 +44,20 @@ std::string Preload()
     return Emulator().empty() ? preload : "QEMU_SET_ENV=" + preload;
 }
 
-}  // namespace
-
-Unit::Unit(int divisor) : tree(std::make_unique<TempDir>()), speed(divisor)
+std::unique_ptr<TempDir> MakeTree()
 {
+    auto tree = std::make_unique<TempDir>();
     for (const char* name : {"home", "tmp", "dev", "etc", "usr/local/lib/diag", "mnt/usb",
                              "mnt/cdrom", "mnt/floppy", "medium", "cwd", "sim"})
-        fs::create_directories(Path(name));
+        fs::create_directories(tree->Path(name));
+    return tree;
+}
+
+}  // namespace
+
+Unit::Unit() : tree(MakeTree()), clock(Path("sim/clock"))
+{
+    SetClock(&clock);
     Write("dev/PciDsp", "");
     Write("etc/KVT-release", "1.00\n");
     Write("etc/KVT-lang", "en\n");
@@ -61,6 +68,7 @@ Unit::Unit(int divisor) : tree(std::make_unique<TempDir>()), speed(divisor)
 Unit::~Unit()
 {
     processes.clear();
+    SetClock(nullptr);
     if (std::getenv("DIAG_KEEP") != nullptr) {
         Keep();
         std::cerr << "kept: " << Path() << "\n";
@@ -82,14 +90,17 @@ void Unit::Remove(const std::string& name) const
     fs::remove_all(Path(name));
 }
 
-Process& Unit::Spawn(const Words& command, const Words& variables)
+Process& Unit::Spawn(const Words& command, Words variables)
 {
+    for (const std::string& own : {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")})
+        variables.push_back(own);
     const std::string streams =
         Path("sim/" + fs::path(command[0]).filename().string() + std::to_string(processes.size()));
     Words words = Emulator();
     words.insert(words.end(), command.begin(), command.end());
-    return processes.emplace_back(Process::Setup{
-        words, variables, Path("cwd"), output.value_or(streams + ".out"), streams + ".err"});
+    return processes.emplace_back(Process::Setup{words, variables, Path("cwd"),
+                                                 output.value_or(streams + ".out"),
+                                                 streams + ".err", &clock});
 }
 
 Process& Unit::Start(const std::string& program, const Words& arguments)
@@ -97,9 +108,7 @@ Process& Unit::Start(const std::string& program, const Words& arguments)
     Words command{Program(program)};
     command.insert(command.end(), arguments.begin(), arguments.end());
     Words variables = environment;
-    for (const std::string& own :
-         {Preload(), "SIMUNIT_ROOT=" + Path(), "SIMUNIT_SPEED=" + std::to_string(speed)})
-        variables.push_back(own);
+    variables.push_back("SIMUNIT_ROOT=" + Path());
     return Spawn(command, variables);
 }
 
@@ -110,7 +119,7 @@ Process& Unit::StartServer(const Words& arguments)
     return Start("diag_server", words);
 }
 
-Process& Unit::Run(const Words& arguments, std::chrono::milliseconds limit)
+Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
 {
     Process& program = Start("diag_server", arguments);
     program.Wait(limit);
@@ -120,7 +129,7 @@ Process& Unit::Run(const Words& arguments, std::chrono::milliseconds limit)
 Process& Unit::StartPiano(const Words& arguments)
 {
     // The flash is written to a file again and again, so it ends where the parameters do.
-    Words command{Program("simpiano"), "--root", Path(), "--speed", std::to_string(speed), "--save",
+    Words command{Program("simpiano"), "--root", Path(), "--save",
                   Path("flash.bin"),   "--size", "A0000"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     Process& piano = Spawn(command, {});
@@ -157,7 +166,7 @@ std::string Unit::Journal() const
 }
 
 bool Unit::WaitFor(const std::string& name, const std::string& text,
-                   std::chrono::milliseconds limit) const
+                   std::chrono::nanoseconds limit) const
 {
     return WaitUntil([&] { return Read(name).find(text) != std::string::npos; }, limit);
 }

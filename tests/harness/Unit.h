@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Bytes.h"
+#include "Clock.h"
 #include "Connection.h"
 #include "Patcher.h"
 #include "Process.h"
@@ -22,8 +23,7 @@ class Unit {
 public:
     using Words = std::vector<std::string>;
 
-    // Waits of the programs are divided by `speed`.
-    explicit Unit(int speed = 50);
+    Unit();
     ~Unit();
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
@@ -52,7 +52,7 @@ public:
     // diag_server as a server, on a port of its own.
     Process& StartServer(const Words& arguments = {});
     // diag_server to its end.
-    Process& Run(const Words& arguments, std::chrono::milliseconds limit = 2 * kLimit);
+    Process& Run(const Words& arguments, std::chrono::nanoseconds limit = kLimit);
     // simpiano, once it is ready; throws when it doesn't come up. Its flash is in flash.bin after
     // each update and at its end.
     Process& StartPiano(const Words& arguments = {});
@@ -66,7 +66,7 @@ public:
     std::string MidiLog() const { return Read("sim/midi.log"); }
     // Waits for a text in a file of the unit.
     bool WaitFor(const std::string& name, const std::string& text,
-                 std::chrono::milliseconds limit = kLimit) const;
+                 std::chrono::nanoseconds limit = kLimit) const;
     bool WaitForLog(const std::string& text) const;
     bool WaitForJournal(const std::string& text) const { return WaitFor("sim/journal", text); }
 
@@ -87,10 +87,10 @@ public:
 
 private:
     void Control(const std::string& name, const std::string& text) const;
-    Process& Spawn(const Words& command, const Words& variables);
+    Process& Spawn(const Words& command, Words variables);
 
     std::unique_ptr<TempDir> tree;
-    int speed;
+    Clock clock;
     std::optional<std::string> output;
     Words environment;
     std::list<Process> processes;

@@ -1,21 +1,23 @@
 #pragma once
 
 #include <chrono>
-#include <thread>
+#include <functional>
 
-// Far beyond what anything here takes, on a busy machine and with sanitizers.
-constexpr std::chrono::seconds kLimit{20};
+class Clock;
 
-// Waits until the condition holds. False when the limit has passed first.
-template <typename Condition>
-bool WaitUntil(Condition holds, std::chrono::milliseconds limit = kLimit)
-{
-    constexpr std::chrono::milliseconds kPause{2};
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(kPause);
-    }
-    return true;
-}
+// Far more than anything here takes, in the unit's time.
+constexpr std::chrono::seconds kLimit{1000};
+
+// Lets time pass in the unit until the condition holds; it is looked at when everyone is quiet.
+// False, with a report of who waits for what on standard error, when the limit has passed first or
+// nothing more happens. Without a unit only threads of the test can make it come true.
+bool WaitUntil(const std::function<bool()>& holds, std::chrono::nanoseconds limit = kLimit);
+
+// The unit's time, since its start.
+std::chrono::nanoseconds UnitTime();
+
+// TCP was used by the test; its packets arrive before time passes.
+void NoteTcp();
+
+// The clock of the one unit that a test has at a time.
+void SetClock(Clock* clock);

@@ -1,70 +1,8 @@
 // The controller's tool, against a unit that says what the test wants.
 
-#include <string>
-#include <thread>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "Unit.h"
-
-namespace {
-
-// Takes one controller, waits for the bytes of a command, answers, and hangs up if it is told to.
-class OneAnswer {
-public:
-    OneAnswer(std::size_t expected, const std::string& answer, bool hangsUp)
-        : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address = {};
-        socklen_t size = sizeof(address);
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        auto* general = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(bind(listener, general, size), 0);
-        EXPECT_EQ(listen(listener, 1), 0);
-        EXPECT_EQ(getsockname(listener, general, &size), 0);
-        port = std::to_string(ntohs(address.sin_port));
-        thread = std::thread([this, expected, answer, hangsUp] {
-            const int tool = accept(listener, nullptr, nullptr);
-            if (tool < 0)
-                return;
-            char byte = 0;
-            while (received.size() < expected && read(tool, &byte, 1) > 0)
-                received += byte;
-            EXPECT_EQ(send(tool, answer.data(), answer.size(), MSG_NOSIGNAL),
-                      static_cast<ssize_t>(answer.size()));
-            while (!hangsUp && read(tool, &byte, 1) > 0)
-                received += byte;
-            close(tool);
-        });
-    }
-    ~OneAnswer()
-    {
-        shutdown(listener, SHUT_RDWR);  // ends an accept that nobody came for
-        Received();
-        close(listener);
-    }
-    // Everything that came, once the tool has gone.
-    std::string Received()
-    {
-        if (thread.joinable())
-            thread.join();
-        return received;
-    }
-    std::string port;
-
-private:
-    int listener;
-    std::string received;
-    std::thread thread;
-};
-
-}  // namespace
 
 TEST(ControllerTool, ShowsTheUnitsAnswerAndEndsWithAStatusForScripts)
 {
@@ -121,23 +59,28 @@ TEST(ControllerTool, ShowsTheUnitsAnswerAndEndsWithAStatusForScripts)
         SCOPED_TRACE(testing::PrintToString(row.words));
         Unit unit;
         const std::string group = Bytes(row.group);
-        OneAnswer answer(group.size(), row.answer, row.hangsUp);
-        Unit::Words words{"--port", answer.port};
+        Port port;
+        Unit::Words words{"--port", std::to_string(port.Number())};
         words.insert(words.end(), row.words.begin(), row.words.end());
 
         Process& tool = unit.Start("simcontroller", words);
+        ASSERT_TRUE(port.Accept());
+        ASSERT_TRUE(port.WaitFor(group));
+        ASSERT_TRUE(port.Send(row.answer));
+        EXPECT_TRUE(row.hangsUp || port.WaitForClose());
+        port.Close();
 
         EXPECT_EQ(tool.Wait(), row.status);
         EXPECT_EQ(tool.Output(), row.output);
         EXPECT_NE(tool.Error().find(row.error), std::string::npos) << tool.Error();
         EXPECT_EQ(tool.Error().empty(), *row.error == '\0') << tool.Error();
-        EXPECT_EQ(answer.Received(), group);
+        EXPECT_EQ(port.Received(), group);
     }
 }
 
 TEST(ControllerTool, TellsAWrongUseAndAUnitThatIsNotThere)
 {
-    const std::string nobody = OneAnswer(0, "", true).port;
+    const std::string nobody = std::to_string(Port().Number());
     const struct {
         Unit::Words words;
         int status;

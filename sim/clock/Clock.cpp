@@ -1,0 +1,268 @@
+#include "Clock.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using virtualtime::kNever;
+using virtualtime::Message;
+using virtualtime::Moment;
+using virtualtime::Word;
+
+namespace {
+
+constexpr int kRealLimit = 60000;  // milliseconds that a participant may work
+constexpr int kBacklog = 16;
+
+// The name of a process as the kernel has it.
+std::string NameOf(pid_t process)
+{
+    std::string name = "?";
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/comm"), name);
+    return name;
+}
+
+int MakeEcho()
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const general = reinterpret_cast<sockaddr*>(&address);
+    const int made = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (bind(made, general, size) < 0 || getsockname(made, general, &size) < 0 ||
+        connect(made, general, size) < 0)
+        throw std::runtime_error("no packets to itself");
+    return made;
+}
+
+std::string Seconds(Moment moment)
+{
+    return std::to_string(static_cast<double>(moment) / virtualtime::kSecond);
+}
+
+}  // namespace
+
+Clock::Clock(const std::string& where)
+    : path(where),
+      listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+      timeFile(open((where + ".time").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)),
+      echo(MakeEcho())
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path) || timeFile < 0)
+        throw std::runtime_error("no clock at " + path);
+    std::memcpy(address.sun_path, path.data(), path.size());
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0 ||
+        listen(listener, kBacklog) < 0)
+        throw std::runtime_error("no clock at " + path + ": " + std::strerror(errno));
+    SetTime(virtualtime::kBegin);
+}
+
+Clock::~Clock()
+{
+    while (!participants.empty())
+        Remove(participants.begin());
+    close(listener);
+    close(timeFile);
+    close(echo);
+}
+
+void Clock::Expect(pid_t process)
+{
+    const auto pidfd = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+    if (pidfd < 0)
+        throw std::runtime_error("no process to expect");
+    participants.push_back({process, pidfd, -1, {}});
+}
+
+bool Clock::RunUntil(const std::function<bool()>& holds, Moment limit)
+{
+    const Moment end = now + limit;
+    while (true) {
+        while (LetOneWork()) {
+        }
+        if (holds())
+            return true;
+        if (LetOneWork())
+            continue;
+        const Moment deadline = NextDeadline();
+        if (deadline == kNever || deadline > end)
+            break;
+        SetTime(deadline);
+    }
+    report = Describe();
+    if (NextDeadline() != kNever)
+        SetTime(end);
+    return false;
+}
+
+// Asks each participant, from `next` on, whether it can go on, and lets the first one work that
+// can.
+bool Clock::LetOneWork()
+{
+    AwaitStarted();
+    DeliverPackets();
+    Place each = next;
+    for (std::size_t left = participants.size(); left > 0; --left) {
+        if (each == participants.end())
+            each = participants.begin();
+        const Place asked = each++;
+        Message answer;
+        if (asked->wait.deadline > now) {
+            if (!Send(*asked, Word::Check) || !Receive(*asked, answer)) {
+                next = each;
+                Remove(asked);
+                return true;  // its end is what others may wait for
+            }
+            if (answer.word == Word::Idle)
+                continue;
+        }
+        next = each;
+        return LetWork(asked);
+    }
+    return false;
+}
+
+// Gives a turn, and returns when it is over. Always true.
+bool Clock::LetWork(Place each)
+{
+    if (!Send(*each, Word::Turn) || !Receive(*each, each->wait))
+        Remove(each);
+    else
+        usesTcp = usesTcp || each->wait.usesTcp;
+    return true;
+}
+
+void Clock::AwaitStarted()
+{
+    for (Place each = participants.begin(); each != participants.end();) {
+        pollfd watched[] = {{listener, POLLIN, 0}, {each->pidfd, POLLIN, 0}};
+        if (each->socket >= 0) {
+            ++each;
+            continue;
+        }
+        if (poll(watched, 2, kRealLimit) <= 0)
+            throw std::runtime_error(NameOf(each->process) + " doesn't come to the clock");
+        if ((watched[0].revents & POLLIN) != 0)
+            AcceptOne();
+        else
+            Remove(each++);
+    }
+}
+
+void Clock::AcceptOne()
+{
+    const int made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    ucred peer = {};
+    socklen_t size = sizeof(peer);
+    getsockopt(made, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    const Place found =
+        std::find_if(participants.begin(), participants.end(), [&](const Participant& each) {
+            return each.socket < 0 && each.process == peer.pid;
+        });
+    if (found == participants.end()) {
+        close(made);
+        return;
+    }
+    found->socket = made;
+    if (!Receive(*found, found->wait))
+        Remove(found);
+}
+
+bool Clock::Send(const Participant& to, Word word) const
+{
+    Message message;
+    message.word = word;
+    return send(to.socket, &message, sizeof(message), MSG_NOSIGNAL) == sizeof(message);
+}
+
+// The next message of a participant that works. False when it has ended instead.
+bool Clock::Receive(Participant& from, Message& message)
+{
+    pollfd watched[] = {{from.socket, POLLIN, 0}, {from.pidfd, POLLIN, 0}};
+    while (poll(watched, 2, kRealLimit) > 0) {
+        if ((watched[0].revents & POLLIN) != 0 &&
+            recv(from.socket, &message, sizeof(message), MSG_DONTWAIT) == sizeof(message))
+            return true;
+        if ((watched[1].revents & POLLIN) != 0)
+            return false;
+        // Its end closes the socket first, and other descriptors after that.
+        if ((watched[0].revents & POLLHUP) != 0)
+            watched[0].fd = -1;
+    }
+    throw std::runtime_error(NameOf(from.process) + " works without an end, after a wait in " +
+                             from.wait.call);
+}
+
+void Clock::DeliverPackets()
+{
+    if (!usesTcp)
+        return;
+    usesTcp = false;
+    cpu_set_t allowed;
+    sched_getaffinity(0, sizeof(allowed), &allowed);
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (!CPU_ISSET(cpu, &allowed))
+            continue;
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(cpu, &one);
+        sched_setaffinity(0, sizeof(one), &one);
+        char byte = 0;
+        if (send(echo, &byte, 1, 0) != 1 || recv(echo, &byte, 1, 0) != 1)
+            throw std::runtime_error("a packet to itself doesn't come back");
+    }
+    sched_setaffinity(0, sizeof(allowed), &allowed);
+}
+
+void Clock::Remove(Place each)
+{
+    usesTcp = true;  // its end closes its connections
+    if (next == each)
+        ++next;
+    if (each->socket >= 0)
+        close(each->socket);
+    close(each->pidfd);
+    participants.erase(each);
+}
+
+void Clock::SetTime(Moment moment)
+{
+    now = std::max(now, moment);
+    if (pwrite(timeFile, &now, sizeof(now), 0) != sizeof(now))
+        throw std::runtime_error("the time can't be written");
+}
+
+Moment Clock::NextDeadline() const
+{
+    Moment earliest = kNever;
+    for (const Participant& each : participants)
+        earliest = std::min(earliest, each.wait.deadline);
+    return earliest;
+}
+
+std::string Clock::Describe() const
+{
+    std::string lines = "nothing more happens at " + Seconds(now - virtualtime::kBegin) + " s\n";
+    for (const Participant& each : participants) {
+        lines += NameOf(each.process) + " waits in " + each.wait.call;
+        lines += each.wait.deadline == kNever
+                     ? " without a deadline\n"
+                     : " until " + Seconds(each.wait.deadline - virtualtime::kBegin) + " s\n";
+    }
+    return lines;
+}

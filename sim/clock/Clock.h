@@ -1,0 +1,67 @@
+#pragma once
+
+#include <functional>
+#include <list>
+#include <string>
+
+#include <sys/types.h>
+
+#include "Protocol.h"
+
+// The clock of a unit, by which its owner gives turns to the participants. See Protocol.h.
+class Clock {
+public:
+    // Listens at `path`. Throws std::runtime_error when it can't.
+    explicit Clock(const std::string& path);
+    ~Clock();
+    Clock(const Clock&) = delete;
+    Clock& operator=(const Clock&) = delete;
+
+    // A process that will be a participant: nothing goes on until it has come or has ended.
+    void Expect(pid_t process);
+
+    virtualtime::Moment Now() const { return now; }
+
+    // The owner has used TCP itself: its packets arrive before anything else happens.
+    void NoteTcp() { usesTcp = true; }
+
+    // Lets time pass until the condition holds at a quiet point. False when `limit` nanoseconds of
+    // virtual time have passed, or at once when everyone waits without a deadline: then Report()
+    // says who waits for what. Throws std::runtime_error when a participant works for a minute of
+    // real time without an end.
+    bool RunUntil(const std::function<bool()>& holds, virtualtime::Moment limit);
+
+    // Who waits for what, a line each, as it was when the last RunUntil failed.
+    const std::string& Report() const { return report; }
+
+private:
+    struct Participant {
+        pid_t process;
+        int pidfd;        // readable once the process has ended
+        int socket = -1;  // below 0 until it has come
+        virtualtime::Message wait;
+    };
+    using Place = std::list<Participant>::iterator;
+
+    bool LetOneWork();
+    bool LetWork(Place each);
+    void AwaitStarted();
+    void AcceptOne();
+    bool Send(const Participant& to, virtualtime::Word word) const;
+    bool Receive(Participant& from, virtualtime::Message& message);
+    void Remove(Place each);
+    void DeliverPackets();
+    void SetTime(virtualtime::Moment moment);
+    virtualtime::Moment NextDeadline() const;
+    std::string Describe() const;
+
+    std::string path;
+    int listener;
+    int timeFile;
+    int echo;  // a socket that is connected with itself
+    bool usesTcp = false;
+    virtualtime::Moment now = 0;
+    std::list<Participant> participants;  // in the order of their start
+    Place next = participants.end();      // who is asked first in the next round
+    std::string report;
+};

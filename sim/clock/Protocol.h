@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+// Virtual time in a simulated unit: it stands still while anyone works, and jumps to the next
+// deadline when everyone waits.
+//
+// The participants are the processes of the unit: the program, simpiano, simcontroller. The preload
+// library makes a process one when SIMUNIT_CLOCK is in its environment, the path at which the clock
+// listens. Whoever owns the clock, a test or a script's clock process, is the one that lets time
+// pass: only while it waits do the participants get turns, one at a time, in the order of their
+// start. So a run is the same each time, to the microsecond, however busy the machine is.
+//
+//   participant                        clock
+//   connects, sends Wait(0)    ---->   (a process that was started, and hasn't come yet, is waited
+//   for)
+//                              <----   Turn       goes on: its wait is over
+//   ... works, time stands still ...
+//   Wait(deadline, call)       ---->              a call that would block, such as select
+//                              <----   Check      is there anything for you?
+//   Ready or Idle              ---->              a poll with no timeout, of what it waits for
+//                              <----   Turn       the answer was Ready, or the deadline has come
+//
+// A round of Checks that all end in Idle is a quiet point: nothing moves before time does. The
+// owner looks at what it waits for; its look may read bytes and so set others to work, so time
+// jumps only when another round is quiet, too. Bytes on a local socket are visible to a Check as
+// soon as the call that sent them has returned, and that was before its sender's Wait.
+//
+// Packets of TCP may wait for the kernel's own threads on a busy machine. So whoever has used TCP
+// in its turn reports it, and the clock sends a packet of its own after them, on each processor,
+// and goes on when it has come: packets keep their order.
+//
+// A participant leaves when its process has ended, which its pidfd reports: by then all its
+// descriptors are closed. Time goes as a file, SIMUNIT_CLOCK.time, that holds one Moment.
+namespace virtualtime {
+
+// Nanoseconds since 1970.
+using Moment = std::int64_t;
+constexpr Moment kSecond = 1000000000;
+constexpr Moment kNever = std::numeric_limits<Moment>::max();
+constexpr Moment kBegin = 1700000000 * kSecond;  // of each unit
+
+enum class Word : std::uint32_t { Wait, Ready, Idle, Check, Turn };
+
+// Each is one packet of a SOCK_SEQPACKET socket.
+struct Message {
+    Moment deadline = kNever;  // of a Wait
+    Word word = Word::Idle;
+    bool usesTcp = false;  // of a Wait: since the last one
+    char call[59] = "";    // of a Wait, for the report of who waits for what
+};
+
+}  // namespace virtualtime

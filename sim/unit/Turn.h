@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Protocol.h"
+#include "Settings.h"
+
+// This process as a participant of the clock; see Protocol.h.
+
+// False without SIMUNIT_CLOCK: then times are real ones, or divided.
+bool HasClock();
+
+// The virtual time.
+virtualtime::Moment ClockNow();
+
+// The steps of a wait.
+void SendWait(const Text& call, virtualtime::Moment deadline);
+bool IsAsked();  // Waits for the clock. True for a Check, false for a Turn.
+void SendAnswer(bool isReady);
+
+// Waits until the clock gives a turn: when `isReady` returns true, or at the deadline.
+template <typename IsReady>
+void AwaitTurn(const Text& call, virtualtime::Moment deadline, IsReady isReady)
+{
+    SendWait(call, deadline);
+    while (IsAsked())
+        SendAnswer(isReady());
+}
+
+// Makes a call that would block. `poll` makes it without a wait, and returns 0 while there is
+// nothing.
+template <typename Poll>
+int PollInTurn(const Text& call, virtualtime::Moment deadline, Poll poll)
+{
+    const int result = poll();
+    if (result != 0 || deadline <= ClockNow())
+        return result;
+    AwaitTurn(call, deadline, [&] { return poll() != 0; });
+    return poll();
+}
+
+// TCP was used, which the next wait reports.
+void NoteTcp();
+
+// True for a descriptor on which calls wait.
+bool MayBlock(int descriptor);
+
+// Waits until a descriptor that may block is readable (POLLIN) or writable (POLLOUT). Returns at
+// once without a clock, and for what never blocks.
+void AwaitDescriptor(const char* call, int descriptor, short events);

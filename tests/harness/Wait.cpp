@@ -1,0 +1,52 @@
+#include "Wait.h"
+
+#include <iostream>
+#include <thread>
+
+#include "Clock.h"
+
+namespace {
+
+Clock* current = nullptr;
+
+// Without a unit the test's own threads are all that the condition can wait for.
+bool WaitForThreads(const std::function<bool()>& holds)
+{
+    constexpr std::chrono::seconds kRealLimit{20};
+    const auto end = std::chrono::steady_clock::now() + kRealLimit;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+}  // namespace
+
+bool WaitUntil(const std::function<bool()>& holds, std::chrono::nanoseconds limit)
+{
+    if (current == nullptr)
+        return WaitForThreads(holds);
+    if (current->RunUntil(holds, limit.count()))
+        return true;
+    if (limit.count() > 0)
+        std::cerr << current->Report();
+    return false;
+}
+
+std::chrono::nanoseconds UnitTime()
+{
+    return std::chrono::nanoseconds(current->Now() - virtualtime::kBegin);
+}
+
+void NoteTcp()
+{
+    if (current != nullptr)
+        current->NoteTcp();
+}
+
+void SetClock(Clock* clock)
+{
+    current = clock;
+}
