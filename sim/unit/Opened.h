@@ -5,6 +5,7 @@
 
 #include "AtPath.h"
 #include "Descriptors.h"
+#include "Journal.h"
 
 inline Owner OwnerAt(const UnitPath& path)
 {
@@ -24,12 +25,18 @@ inline void StampNewFile(int descriptor)
 }
 
 // Opens a path of the program with `call`, which gets the path to use in its place, and notes what
-// the descriptor belongs to.
+// the descriptor belongs to. The machine itself isn't written to: that is journalled as "stray".
 template <typename RealCall>
 int Opened(const char* asked, int flags, RealCall call)
 {
     const UnitPath path(asked);
     const bool changes = (flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0;
+    if (changes && path.IsMachines()) {
+        Text line;
+        Journal(line.Add("stray open(").Add(asked).Add(")"));
+        errno = EROFS;
+        return -1;
+    }
     const Owner owner = OwnerAt(path);
     const int made = AtPath(Call::Open, changes ? Intent::Change : Intent::Look, path, call);
     if (made >= 0)

@@ -81,3 +81,15 @@ bool UnitPath::IsDspDevice() const
 {
     return mapped.Length() > 0 && std::strcmp(asked, kDspDevice) == 0;
 }
+
+bool UnitPath::IsMachines() const
+{
+    if (Root() == nullptr || isUnits || asked == nullptr || asked[0] != '/')
+        return false;
+    constexpr Rule kShared[] = {{"/dev", Match::Tree}, {"/proc", Match::Tree}};
+    for (const Rule& rule : kShared)
+        if (Fits(rule, asked))
+            return false;
+    const std::size_t length = std::strlen(Root());
+    return std::strncmp(asked, Root(), length) != 0 || asked[length] != '/';
+}

@@ -18,6 +18,8 @@ public:
     // True below a mount point at which the medium is mounted.
     bool IsOnMedium() const;
     bool IsDspDevice() const;
+    // True for a path of the machine itself, but for its devices and what the kernel shows.
+    bool IsMachines() const;
 
     // The path to hand to libc.
     const char* Real() const { return mapped.Length() > 0 ? mapped.Get() : asked; }

@@ -69,6 +69,12 @@ Unit::~Unit()
 {
     processes.clear();
     SetClock(nullptr);
+    const std::string journal = Journal();
+    const std::size_t stray = journal.find("stray ");
+    if (stray != std::string::npos) {
+        std::cerr << "writes outside the unit: " << journal.substr(stray);
+        std::abort();
+    }
     if (std::getenv("DIAG_KEEP") != nullptr) {
         Keep();
         std::cerr << "kept: " << Path() << "\n";
