@@ -89,16 +89,18 @@ void Clock::Expect(pid_t process)
     participants.push_back({process, pidfd, -1, {}});
 }
 
-bool Clock::RunUntil(const std::function<bool()>& holds, Moment limit)
+bool Clock::RunUntil(const std::function<bool()>& holds, Moment limit, Moment step)
 {
     const Moment end = now + limit;
     while (true) {
         while (LetOneWork()) {
         }
-        if (holds())
-            return true;
-        if (LetOneWork())
-            continue;
+        if (NextDeadline() - now >= step) {
+            if (holds())
+                return true;
+            if (LetOneWork())
+                continue;
+        }
         const Moment deadline = NextDeadline();
         if (deadline == kNever || deadline > end)
             break;
@@ -115,6 +117,8 @@ bool Clock::RunUntil(const std::function<bool()>& holds, Moment limit)
 bool Clock::LetOneWork()
 {
     AwaitStarted();
+    while (AcceptOne()) {
+    }
     DeliverPackets();
     Place each = next;
     for (std::size_t left = participants.size(); left > 0; --left) {
@@ -164,23 +168,27 @@ void Clock::AwaitStarted()
     }
 }
 
-void Clock::AcceptOne()
+// False when nobody has come.
+bool Clock::AcceptOne()
 {
     const int made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (made < 0)
+        return false;
     ucred peer = {};
     socklen_t size = sizeof(peer);
     getsockopt(made, SOL_SOCKET, SO_PEERCRED, &peer, &size);
-    const Place found =
-        std::find_if(participants.begin(), participants.end(), [&](const Participant& each) {
-            return each.socket < 0 && each.process == peer.pid;
-        });
+    const auto isExpected = [&](const Participant& each) {
+        return each.socket < 0 && each.process == peer.pid;
+    };
+    Place found = std::find_if(participants.begin(), participants.end(), isExpected);
     if (found == participants.end()) {
-        close(made);
-        return;
+        Expect(peer.pid);
+        found = std::prev(participants.end());
     }
     found->socket = made;
     if (!Receive(*found, found->wait))
         Remove(found);
+    return true;
 }
 
 bool Clock::Send(const Participant& to, Word word) const

@@ -25,11 +25,12 @@ public:
     // The owner has used TCP itself: its packets arrive before anything else happens.
     void NoteTcp() { usesTcp = true; }
 
-    // Lets time pass until the condition holds at a quiet point. False when `limit` nanoseconds of
-    // virtual time have passed, or at once when everyone waits without a deadline: then Report()
-    // says who waits for what. Throws std::runtime_error when a participant works for a minute of
-    // real time without an end.
-    bool RunUntil(const std::function<bool()>& holds, virtualtime::Moment limit);
+    // Lets time pass until the condition holds at a quiet point; it isn't looked at before jumps
+    // that are shorter than `step`. False when `limit` nanoseconds of virtual time have passed, or
+    // at once when everyone waits without a deadline: then Report() says who waits for what. Throws
+    // std::runtime_error when a participant works for a minute of real time without an end.
+    bool RunUntil(const std::function<bool()>& holds, virtualtime::Moment limit,
+                  virtualtime::Moment step = 0);
 
     // Who waits for what, a line each, as it was when the last RunUntil failed.
     const std::string& Report() const { return report; }
@@ -46,7 +47,7 @@ private:
     bool LetOneWork();
     bool LetWork(Place each);
     void AwaitStarted();
-    void AcceptOne();
+    bool AcceptOne();
     bool Send(const Participant& to, virtualtime::Word word) const;
     bool Receive(Participant& from, virtualtime::Message& message);
     void Remove(Place each);
