@@ -1,26 +1,271 @@
-#include <cstdio>
-#include <cstring>
+// Texts and the numbers and paths in them. 0x83 0x5C is one character of Shift-JIS whose second
+// byte has the value of a backslash, 0x83 0x41 one whose second byte is that of an "A".
+#include <climits>
+#include <initializer_list>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "Hex.h"
+#include "Number.h"
+#include "Path.h"
+#include "TSString.h"
 #include "Text.h"
-#include "TextRows.h"
 
-using Line = std::string;  // which lets a helper change its bytes
+namespace {
 
-TEST(Text, IsCutInPlace)
+using Line = std::string;  // whose bytes an operation may change
+
+struct TextRow {
+    const char* name;
+    TSString result;
+    const char* expected;
+};
+
+struct NumberRow {
+    const char* name;
+    long long result, expected;
+};
+
+void ExpectTexts(std::initializer_list<TextRow> rows)
 {
+    for (const TextRow& row : rows)
+        EXPECT_STREQ(row.result.c_str(), row.expected) << row.name;
+}
+
+void ExpectNumbers(std::initializer_list<NumberRow> rows)
+{
+    for (const NumberRow& row : rows)
+        EXPECT_EQ(row.result, row.expected) << row.name;
+}
+
+}  // namespace
+
+TEST(Hex, WritesUpperCaseDigits)
+{
+    char byte[] = "xxx";
+    CharToHex(0xAF, byte);
+    ExpectTexts({
+        {"byte without NUL", byte, "AFx"},
+        {"filled", UIntToSHex(255, 4), "00FF"},
+        {"cut", UIntToSHex(0x1A2B, 3), "A2B"},
+        {"all 32 bits", UIntToSHex(0x90040400, 8), "90040400"},
+        {"more than 8 digits", UIntToSHex(UINT_MAX, 10), "00FFFFFFFF"},
+        {"width 0", UIntToSHex(255, 0), ""},
+        {"width below 0", UIntToSHex(255, -1), ""},
+    });
+    EXPECT_TRUE(UIntToHex(1, byte, 2));
+}
+
+TEST(Hex, ReadsABadDigitOfAByteAloneAndOfAFieldAsAWholeAsZero)
+{
+    ExpectNumbers({
+        {"byte", HexToChar("A0"), 0xA0},
+        {"first digit in lower case", HexToChar("a9"), 9},
+        {"bad second digit", HexToChar("Fx"), 0xF0},
+        {"neighbours of the letters", HexToChar("@G"), 0},
+        {"neighbours of the digits", HexToChar("/:"), 0},
+        {"whole text", SHexToUInt("aF", 0), 0xAF},
+        {"one digit", SHexToUInt("12", 1), 1},
+        {"field longer than the text", SHexToUInt("1", 2), 0},
+        {"bad digit past the field", SHexToUInt("9004040g", 7), 0x9004040},
+        {"bad digit in the field", SHexToUInt("0G", 2), 0},
+        {"9 digits", SHexToUInt("123456789", 9), 0x23456789},
+    });
+}
+
+TEST(Compare, LooksFromTheFirstToTheLastIndex)
+{
+    EXPECT_FALSE(strcompare("Start REAL", "Start READ", 0, 9));
+    EXPECT_TRUE(strcompare("xbcx", "abcd", 1, 2));
+    EXPECT_TRUE(strcompare("a", "b", 1, 0)) << "no index at all";
+    EXPECT_FALSE(strcompare("a\0b", "a\0c", 0, 2)) << "a NUL is a byte like others";
+}
+
+TEST(Number, WritesDecimalDigits)
+{
+    char text[kIntTextSize];
+    EXPECT_EQ(UIntToStr(-10LL, text), 2);
+    EXPECT_STREQ(text, "10");
+    EXPECT_EQ(IntToStr(0, text), 1);
+    EXPECT_STREQ(text, "0");
+    EXPECT_EQ(IntToStr(9999999999, text), 10);
+    EXPECT_STREQ(text, "9999999999");
+    EXPECT_EQ(IntToStr(LLONG_MIN, text), 11);
+    EXPECT_STREQ(text, "-6854775808");
+    EXPECT_TRUE(UIntToStr(123U, text, -1));
+    EXPECT_STREQ(text, "");
+}
+
+TEST(Path, IsTakenApart)
+{
+    ExpectTexts({
+        {"new extension", ChangeFileExtSX("a.hex", ".bin"), "a.bin"},
+        {"dot in a directory", ChangeFileExtSX("rel.old/img", ".bin"), "rel.bin"},
+        {"no dot", ChangeFileExtSX("i", ".bin"), "i.bin"},
+        {"dot in first place", ChangeFileExtSX(".hex", ".bin"), ".hex.bin"},
+        {"extension", ExtractFileExtSX("/x.y/a.b.hex"), ".hex"},
+        {"no extension", ExtractFileExtSX("img"), ""},
+        {"name", ExtractFileNameSX("/mnt/usb/a.hex"), "a.hex"},
+        {"empty name", ExtractFileNameSX("/mnt/usb/"), ""},
+        {"name with a pair", ExtractFileNameSX("x/\x83\x5C.hex"), "\x83\x5C.hex"},
+        {"past a pair", ExtractFileNameSX("\x83\x5C\\a"), "a"},
+        {"pair from 0x80", ExtractFileNameSX("x/\x80\\a"), "\x80\\a"},
+        {"pair to 0x9F", ExtractFileNameSX("x/\x9F\\a"), "\x9F\\a"},
+        {"no pair from 0xA0", ExtractFileNameSX("x/\xA0\\a"), "a"},
+        {"pair from 0xE0", ExtractFileNameSX("x/\xE0\\a"), "\xE0\\a"},
+        {"pair to 0xEF", ExtractFileNameSX("x/\xEF\\a"), "\xEF\\a"},
+        {"no pair from 0xF0", ExtractFileNameSX("x/\xF0\\a"), "a"},
+        {"under the root", ExtractFileDirSX("/a.hex"), ""},
+        {"trailing separator", ExtractFileDirSX("/mnt/usb\\"), "/mnt/usb"},
+        {"drive keeps its colon", ExtractFileDirSX("c:a.hex"), "c:"},
+        {"no directory", ExtractFileDirSX("a\x83\x5C"), "a\x83\x5C"},
+    });
+}
+
+TEST(Path, LeavesTheOutputAloneWhereItHasNoSuchPart)
+{
+    for (const char* path : {"", "a.d/", "a.d\\", "a.d:"}) {
+        char output[16] = "untouched";
+        EXPECT_FALSE(ChangeFileExtX(path, ".bin", output)) << path;
+        EXPECT_FALSE(ExtractFileExtX(path, output)) << path;
+        EXPECT_FALSE(ExtractFileNameX(path, output)) << path;
+        EXPECT_STREQ(output, "untouched");
+    }
+    char output[16] = "overwritten";
+    EXPECT_TRUE(ExtractFileDirX("a/b", output));
+    EXPECT_STREQ(output, "a");
+}
+
+TEST(String, IsMadeFromNumbersAndTexts)
+{
+    const char unterminated[] = {'a', 'b'};
+    ExpectTexts({
+        {"null", TSString(nullptr), ""},
+        {"unsigned", TSString(4294967295U), "4294967295"},
+        {"lowest int", TSString(INT_MIN), "-2147483648"},
+        {"width fills with zeros", TSString(5, 3), "005"},
+        {"width drops high digits", TSString(123, 2), "23"},
+        {"width reads the bits as unsigned", TSString(-1, 2), "95"},
+        {"negative width", TSString(-5, -1), "-5"},
+        {"limit", TSString(unterminated, 2), "ab"},
+    });
+    TSString buffer(nullptr, 3);
+    EXPECT_STREQ(buffer.c_str(), "");
+    EXPECT_EQ(buffer.Length(), 3) << "at once";
+    EXPECT_EQ(TSString(buffer).Length(), 0) << "a copy is that of the text";
+    EXPECT_EQ(TSString(nullptr, -1).Length(), 0);
+}
+
+TEST(String, AssignsAndJoinsAlsoWithPartsOfItself)
+{
+    TSString text("abc");
+    const TSString& same = text;
+    text = same;
+    EXPECT_STREQ(text.c_str(), "abc");
+    text = text.c_str() + 1;
+    text += text;
+    EXPECT_STREQ(text.c_str(), "bcbc");
+    EXPECT_STREQ(text.Insert(text, 2).c_str(), "bbcbccbc");
+    EXPECT_STREQ((TSString("") + "" + "x" + TSString(1)).c_str(), "x1");
+    TSString copy(text);
+    copy[0] = 'X';
+    EXPECT_EQ(text[0], 'b');
+    EXPECT_TRUE(copy == "Xbcbccbc");
+    EXPECT_FALSE(copy == "xbcbccbc");
+    EXPECT_TRUE(copy != "Xbcbccb");
+    EXPECT_FALSE(copy != "Xbcbccbc");
+    testing::internal::CaptureStdout();
+    TSString("100%s").Print(false);
+    TSString("line\n").Print(true);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "100%sline\n\n");
+}
+
+TEST(String, EditsByPositionsFromOne)
+{
+    const TSString five("abcde");
+    ExpectTexts({
+        {"delete to the end", TSString(five).Delete(2, INT_MAX), "a"},
+        {"delete one too many", TSString(five).Delete(4, 3), "abc"},
+        {"delete at the lowest position", TSString(five).Delete(INT_MIN, 1), "bcde"},
+        {"delete past the text", TSString(five).Delete(100, 1), "abcde"},
+        {"delete a negative count", TSString(five).Delete(2, INT_MIN), "abcde"},
+        {"insert in the middle", TSString(five).Insert("XY", 3), "abXYcde"},
+        {"insert at a negative position", TSString(five).Insert("X", -5), "Xabcde"},
+        {"can't grow", TSString(five).SetLength(100), "abcde"},
+        {"length below 0", TSString(five).SetLength(-1), ""},
+        {"part from the first", five.SubString(1, 3), "abc"},
+        {"more than there is", five.SubString(4, INT_MAX), "de"},
+        {"position below 1", five.SubString(INT_MIN, 2), "ab"},
+        {"the last byte can't be had", five.SubString(5), ""},
+        {"trim both ends", TSString("\t\x01 !a b\r\n").Trim(), "!a b"},
+        {"trim all", TSString(" \n").Trim(), ""},
+        {"strip a set", TSString("-1:2:-3").Strip(":-"), "123"},
+        {"lower", TSString("@AZ[\x83\x41").LowerCase(), "@az[\x83\x61"},
+        {"double all", TSString("'a\\\x83\x5C\"").SQLString(1), "''a\\\\\x83\x5C\x5C\""},
+        {"double outside pairs", TSString("\x83\x5C'\\").SQLString(0), "\x83\x5C''\\\\"},
+    });
+    TSString text(" Some:Text ");
+    text.Trim().Strip(":").Delete(1, 1).Insert("AB", 3).LowerCase().SQLString(1) += "!";
+    EXPECT_STREQ(text.c_str(), "omabetext!");
+    EXPECT_EQ(text.Length(), 10);
+    EXPECT_EQ(text.Strip("o!").Length(), 8);
+    EXPECT_EQ(text.SetLength(4).Length(), 4);
+}
+
+TEST(String, ChangesCaseOutsideShiftJisPairs)
+{
+    TSString text("\x80Z\x81Z\x9FZ\xA0Z\xDFZ\xE0Z\xFCZ\xFDZ\x81\x81Z");
+    EXPECT_STREQ(text.LowerCaseSJIS().c_str(), "\x80z\x81Z\x9FZ\xA0z\xDFz\xE0Z\xFCZ\xFDz\x81\x81z");
+    EXPECT_STREQ(TSString("\x81z`az{").UpperCaseSJIS().c_str(), "\x81z`AZ{");
+}
+
+TEST(String, FindsTheFirstOccurrence)
+{
+    ExpectNumbers({
+        {"any byte", TSString("a\x83\x5C\x5C").AnsiPos("\\"), 3},
+        {"no occurrence", TSString("abc").AnsiPos("abcd"), 0},
+        {"outside pairs", TSString("\x83\x5C\x5C\x5C").AnsiPosSJIS("\\"), 3},
+        {"a pair", TSString("a\x83\x41").AnsiPosSJIS("\x83\x41"), 2},
+        {"no occurrence outside pairs", TSString("\x83\x41").AnsiPosSJIS("A"), 0},
+        {"nothing sought", TSString("").AnsiPosSJIS(""), 1},
+    });
+}
+
+TEST(String, ReadsANumberThatIsAllDigits)
+{
+    EXPECT_EQ(TSString("-007").ToInt(), -7);
+    EXPECT_EQ(TSString("9223372036854775807").ToLongLongInt(), LLONG_MAX);
+    for (const char* text : {"12a", "-a1", " 12", "12\n", "+1", "-", "--1", ""})
+        EXPECT_EQ(TSString(text).ToInt(), 0) << text;
+    EXPECT_EQ(TSString("-12").ToLongLongInt(), 0);
+    EXPECT_EQ(StrToInt(" -12x"), -12);
+}
+
+TEST(Text, IsCutAndChangedInPlace)
+{
+    Line mixed("aB1\xB1");
+    char target[8];
     ExpectTexts({
         {"chop at CR", chop(Line("ab\rc\nd").data()), "ab"},
         {"chop at LF", chop(Line("ab\nc\rd").data()), "ab"},
         {"skip all white space", skipspace(Line(" \t\v\f\r\nab ").data()), "ab "},
         {"skip no high byte", skipspace(Line("\xA0 a").data()), "\xA0 a"},
         {"comment alone", uncomment(Line("#c").data()), ""},
+        {"lower into a target", mystrtolower(mixed.data(), target), "ab1\xB1"},
+        {"any mode is lower", str_up_low(mixed.data(), target, 0), "ab1\xB1"},
+        {"source of a target", mixed.data(), "aB1\xB1"},
+        {"upper in place", mystrtoupper(mixed.data(), nullptr), "AB1\xB1"},
+        {"changed in place", mixed.data(), "AB1\xB1"},
     });
     EXPECT_EQ(chop(nullptr), nullptr);
     EXPECT_EQ(skipspace(nullptr), nullptr);
     EXPECT_EQ(uncomment(nullptr), nullptr);
+    char blanks[] = " a!b\x80 c ";
+    trimleft(blanks, 6);
+    EXPECT_EQ(std::string(blanks, 8), std::string("\0a!b\x80\0c ", 8));
+    trimleft(blanks, -1);
+    EXPECT_EQ(blanks[7], ' ');
 }
 
 TEST(Text, SplitsOffItsFirstWord)
@@ -31,106 +276,56 @@ TEST(Text, SplitsOffItsFirstWord)
         char* rest = line.data();
         EXPECT_STREQ(car(&rest), "a");
         EXPECT_STREQ(rest, " c");
+        EXPECT_EQ(cdr(line.data()), nullptr) << "one word";
     }
-    Line line("word");
-    char* rest = line.data();
-    EXPECT_STREQ(car(&rest), "word");
-    EXPECT_EQ(rest, nullptr);
-    EXPECT_EQ(cdr(line.data()), nullptr);
 }
 
-TEST(Text, ChangesCaseIntoATargetOrInPlace)
+TEST(Text, AppendsWhatFits)
 {
-    char target[8];
-    Line mixed("aB1\xB1");
-    EXPECT_STREQ(mystrtolower(mixed.data(), target), "ab1\xB1");
-    EXPECT_EQ(mixed, "aB1\xB1");
-    EXPECT_STREQ(str_up_low(mixed.data(), target, 0), "ab1\xB1");
-    EXPECT_EQ(mystrtoupper(mixed.data(), nullptr), mixed.data());
-    EXPECT_EQ(mixed, "AB1\xB1");
-}
-
-TEST(Text, AppendsOnlyWhatFits)
-{
-    const struct {
-        const char *target, *source;
-        int size;
-        const char* expected;
-    } rows[] = {{"ab", "cd", 8, "abcd"}, {"ab", "cdef", 5, "abcd"}, {"abcd", "e", 5, "abcd"},
-                {"ab", "cd", 2, "ab"},   {"ab", "cd", 0, "ab"},     {"ab", "cd", -1, "ab"},
-                {"", "", 1, ""}};
-    for (const auto& row : rows) {
-        char target[8] = "";
-        std::snprintf(target, sizeof target, "%s", row.target);
-        EXPECT_EQ(mystrcat(target, row.source, row.size), target);
-        EXPECT_STREQ(target, row.expected) << row.size;
-    }
+    char text[8] = "ab";
+    EXPECT_EQ(mystrcat(text, "cd", 8), text);
+    EXPECT_STREQ(text, "abcd");
+    EXPECT_STREQ(mystrcat(text, "efgh", 7), "abcdef") << "source cut";
+    EXPECT_STREQ(mystrcat(text, "x", 7), "abcdef") << "no room";
+    EXPECT_STREQ(mystrcat(text, "x", -1), "abcdef") << "size below 0";
 }
 
 TEST(Text, EscapesQuotesWithinALimit)
 {
-    const struct {
-        const char* source;
-        int limit;
-        const char* expected;
-    } rows[] = {{"abcdef", 3, "abc"}, {"a'b\"c", 99, "a\\'b\\\"c"},
-                {"'x", 3, "\\'x"},    {"a'b", 3, "a"},
-                {"''", 5, "\\'\\'"},  {"''", 4, "\\'"},
-                {"ab", 0, ""},        {"", 5, ""}};
-    for (const auto& row : rows) {
-        char target[16] = "untouched";
-        EXPECT_EQ(mystr_escquote(row.source, target, row.limit),
-                  static_cast<int>(std::strlen(row.expected)));
-        EXPECT_STREQ(target, row.expected);
-    }
-    char target[] = "untouched";
+    char target[16] = "untouched";
     EXPECT_EQ(mystr_escquote("ab", target, -1), 0);
     EXPECT_STREQ(target, "untouched");
+    EXPECT_EQ(mystr_escquote("a'b\"", target, 7), 6);
+    EXPECT_STREQ(target, "a\\'b\\\"");
+    EXPECT_EQ(mystr_escquote("a'b", target, 3), 1) << "2 bytes of room for a quote";
+    EXPECT_STREQ(target, "a");
+    EXPECT_EQ(mystr_escquote("'x", target, 3), 3);
+    EXPECT_STREQ(target, "\\'x");
+    EXPECT_EQ(mystr_escquote("ab", target, 0), 0);
+    EXPECT_STREQ(target, "");
 }
 
-TEST(Text, LosesItsBlanksAnywhereToNuls)
+TEST(Text, IsFormattedAndQuoted)
 {
-    char text[] = " a\tb\x80 c ";
-    trimleft(text, 7);
-    EXPECT_EQ(std::string(text, 8), std::string("\0a\0b\x80\0c ", 8));
-    trimleft(text, -1);
-    EXPECT_EQ(text[7], ' ');
-}
-
-TEST(Text, TurnsIntoNumbersAndBack)
-{
-    EXPECT_EQ(StrToInt(" -12x"), -12);
-    EXPECT_EQ(StrToInt("x"), 0);
+    for (const char* format : {"5", ".2", "5.", "5.2s%", "*.2", "99999999999.2"})
+        EXPECT_STREQ(FormatFloat(format, 1.0F).c_str(), "") << format;
     ExpectTexts({
         {"width and places", FormatFloat("5.2", 3.14159F), " 3.14"},
+        {"flag", FormatFloat("+.1", 1.0F), "+1.0"},
         {"any width", FormatFloat("300.1", 1.0F), (std::string(297, ' ') + "1.0").c_str()},
-        {"no dot", FormatFloat("5", 1.0F), ""},
-        {"dot first", FormatFloat(".2", 1.0F), ""},
-        {"dot last", FormatFloat("5.", 1.0F), ""},
-        {"another conversion", FormatFloat("5.2s%", 1.0F), ""},
-        {"argument of its own", FormatFloat("*.2", 1.0F), ""},
-        {"width over any int", FormatFloat("99999999999.2", 1.0F), ""},
+        {"plain", DoubleQuoteString("a;b\x81\x83"), "a;b\x81\x83"},
+        {"blank", DoubleQuoteString("a b"), "\"a b\""},
+        {"single quote", DoubleQuoteString("'"), "\"'\""},
+        {"double quotes", DoubleQuoteString("\"a\"b"), "\"\"\"a\"\"b\""},
     });
 }
 
 TEST(Text, IsCheckedForShiftJisPairs)
 {
     for (const char* text :
-         {"", "a\x7F", "\xA1\xDF", "\x81\x40", "\xFC\xFC", "\x9F\x80z", "a\xE0", "\x81\x81\x3F"})
+         {"", "\x01\x7F", "\xA1\xDF", "\x81\x40", "\xFC\xFC", "\x9F\x80z", "a\xE0", "\x81\x81\x3F"})
         EXPECT_TRUE(is_SJIS(text)) << testing::PrintToString(text);
     for (const char* text :
          {"\x80", "\xA0", "\xFD", "\x81\x3F", "\x81\x7F", "\x81\xFD", "\x81\x81\x81\x3F"})
         EXPECT_FALSE(is_SJIS(text)) << testing::PrintToString(text);
-}
-
-TEST(Text, IsQuotedAsAValueOfAListWhereItMustBe)
-{
-    ExpectTexts({
-        {"plain", DoubleQuoteString("a;b\x81\x83"), "a;b\x81\x83"},
-        {"empty", DoubleQuoteString(""), ""},
-        {"blank", DoubleQuoteString("a b"), "\"a b\""},
-        {"single quote", DoubleQuoteString("'"), "\"'\""},
-        {"double quote", DoubleQuoteString("\""), "\"\"\"\""},
-        {"double quote late", DoubleQuoteString("a\"b"), "\"a\"\"b\""},
-    });
 }

@@ -1,0 +1,72 @@
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "FileBytes.h"
+#include "TempDir.h"
+#include "UniqueFd.h"
+
+namespace {
+
+std::size_t readLimit = SIZE_MAX;  // the most bytes that one read returns
+
+}  // namespace
+
+// Takes the place of libc's in this program.
+extern "C" ssize_t read(int descriptor, void* target, std::size_t size)
+{
+    return syscall(SYS_read, descriptor, target, std::min(size, readLimit));
+}
+
+TEST(FileBytes, ReadsFromTheFirstByteHoweverTheReadsAreCut)
+{
+    const TempDir dir;
+    for (const std::string& content : {std::string(), std::string("x"), std::string("abcdefg")}) {
+        for (const std::size_t limit : {1U, 3U, 100U}) {
+            readLimit = limit;
+            const UniqueFd file(open(dir.Write("file", content).c_str(), O_RDONLY));
+            lseek(file.Get(), 2, SEEK_SET);
+            FileBytes bytes;
+            EXPECT_TRUE(ReadWholeFile(file.Get(), bytes));
+            EXPECT_EQ(std::string(bytes.data.get(), bytes.data.get() + bytes.size), content);
+        }
+    }
+    readLimit = SIZE_MAX;
+}
+
+TEST(FileBytes, RefusesWhatItCannotReadInFull)
+{
+    const TempDir dir;
+    const UniqueFd file(open(dir.Write("file", "text").c_str(), O_RDWR));
+    int pipeEnds[2];
+    ASSERT_EQ(pipe(pipeEnds), 0);
+    const UniqueFd pipeEnd(pipeEnds[0]);
+    const UniqueFd otherEnd(pipeEnds[1]);
+    FileBytes bytes;
+    readLimit = 0;
+    EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "fewer bytes than the size";
+    readLimit = SIZE_MAX;
+    EXPECT_FALSE(ReadWholeFile(pipeEnd.Get(), bytes)) << "no size";
+    EXPECT_EQ(truncate64(dir.Path("file").c_str(), 0x80000000), 0);
+    EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "2 GiB";
+    EXPECT_EQ(bytes.size, 0U);
+}
+
+TEST(UniqueFd, OwnsAlsoDescriptor0)
+{
+    UniqueFd input(0);
+    EXPECT_TRUE(static_cast<bool>(input));
+    EXPECT_EQ(input.Release(), 0);
+    EXPECT_FALSE(static_cast<bool>(input));
+    {
+        const UniqueFd closed(0);
+    }
+    EXPECT_EQ(open("/dev/null", O_RDONLY), 0) << "free again";
+}
