@@ -67,31 +67,11 @@ TEST(Groups, GoToThePianoUnlessTheyAreCommands)
     }
 }
 
-TEST(Groups, OfALongReadAllComeThroughAndItsLastByteIsDropped)
-{
-    HandPlayed bridge;
-    bridge.Open();
-    const std::size_t count = kLargestRead / 4;
-    std::string bytes;
-    std::string carried;
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::string number{static_cast<char>(i & 0x7FU), static_cast<char>(i >> 7U)};
-        bytes += "\x90" + number + "\x01";
-        carried += "C0 01 90 " + ToHex(number) + " 00\n";
-    }
-
-    EXPECT_TRUE(bridge.controller->Send(bytes + "\x90" + Bytes("90 3C 40 02")));
-
-    EXPECT_TRUE(WaitUntil([&] { return bridge.patcher.Received().size() > count * 12; }));
-    EXPECT_TRUE(bridge.Carried() == carried + "C0 02 90 3C 40 00\n");
-}
-
 // ---- from the piano to the controller
 
 TEST(Messages, GoToTheControllerLineByLineOrAsTheyAre)
 {
     const std::string line = Frames({"abc"});
-    const std::string raw = "\x60\x01\xFE\xFF\xFE%s\xE2\x07" + Bytes("00 0D 0A 00 01");
     const std::string whole = "\x61" + std::string(kLargestRead - 7, 'x') + "\x37" + "12345";
     const std::string bad = Bytes("E2 E3 06 37 00 00 00 00 00");
     const std::string badMark = line + Bytes("E2 E1 07 37 00 00 00 00 00");
@@ -109,23 +89,13 @@ TEST(Messages, GoToTheControllerLineByLineOrAsTheyAre)
     for (const Row& row :
          {Row{"a line", {line}, "abc\r\n"},
           {"lines of the other peer", {Frames({"de", "f"}, "\xE2\xE5\x06")}, "de\r\nf\r\n"},
-          {"no text", {Frames({""})}, "\r\n"},
           {"several lines", {Frames({"a", "", "100%s%n", "%"})}, "a\r\n\r\n100%s%n\r\n%\r\n"},
-          {"every byte",
-           {Frames({"\xFE\xFF\xFE\x83\x5C\x01\x7F"})},
-           "\xFE\xFF\xFE\x83\x5C\x01\x7F\r\n"},
-          {"a frame of another kind", {Bytes("E2 E1 06 C0 31 32 33 34 35") + line}, "abc\r\n"},
-          {"a line over two messages", {Part("Hello "), Frames({"there"})}, "Hello there\r\n"},
           {"lines over three",
            {Frames({"one"}) + Part("t"), Part("w"), Frames({"o", "three"})},
            "one\r\ntwo\r\nthree\r\n"},
-          {"a line longer than is kept",
-           {Part(std::string(1000, 'a')), Frames({std::string(30, 'b'), "c"})},
-           std::string(1000, 'a') + std::string(21, 'b') + "\r\nc\r\n"},
           {"as many lines as fit", {Frames(std::vector<std::string>(kMostLines, ""))}, most},
           {"a bad frame", {line + bad, line}, "abc\r\n"},
           {"a bad mark", {badMark, line}, "abc\r\n"},
-          {"for the controller", {raw}, raw},
           {"for the controller, with frames", {marked}, marked},
           {"not for the controller",
            {Frames({"abc"}, "\x70\xE1\x06"), line + Frames({"x"}, "\x60\xE1\x06")},
@@ -162,57 +132,7 @@ TEST(Messages, ThatDontEndAreDroppedAfterFiveSeconds)
     EXPECT_EQ(bridge.Told(), std::string(kServiceText) + "\r\n");
 }
 
-// A part of a pair at the end of a read is taken as it is, so these cuts cost the message. No other
-// does, and none costs a later one.
-TEST(Messages, ComeThroughWhereverTheyAreCutBetweenPairs)
-{
-    HandPlayed bridge;
-    bridge.Open();
-    const std::string line = "St\xFE"
-                             "atus";
-    std::string bytes;
-    for (const std::string& frame : Patcher::ConsoleFrames(line, Patcher::kHead))
-        bytes += Patcher::Stuffed(frame);
-    bool inPair = false;
-    for (std::size_t cut = 1; cut < bytes.size(); ++cut) {
-        SCOPED_TRACE(cut);
-        inPair = !inPair && bytes[cut - 1] == '\xFE';
-
-        bridge.SayBytes(bytes.substr(0, cut));
-        bridge.SayBytes(bytes.substr(cut));
-        bridge.Send(kVersion);
-        EXPECT_TRUE(
-            WaitUntil([&] { return Count(bridge.controller->Received(), kServiceText) == cut; }));
-
-        EXPECT_EQ(bridge.Told(), (inPair ? "" : line + "\r\n") + kServiceText);
-        // Takes along what may be left of a spoiled line.
-        bridge.SayLines({""});
-        bridge.Told();
-    }
-}
-
 // ---- the link to the piano
-
-TEST(PianoLink, IsTakenUpAgainWhereverItBreaks)
-{
-    HandPlayed bridge;
-    bridge.Open();
-    std::string bytes;
-    for (const std::string& frame : Patcher::ConsoleFrames("abc", Patcher::kHead))
-        bytes += Patcher::Stuffed(frame);
-    const std::size_t complete = bytes.size() - 2;  // the last frame, without the end of its block
-    for (std::size_t sent = 0; sent <= bytes.size(); ++sent) {
-        SCOPED_TRACE(sent);
-
-        bridge.patcher.Send(bytes.substr(0, sent));
-        bridge.patcher.Close();
-
-        ASSERT_TRUE(bridge.patcher.Accept());
-        const bool comes = sent == complete || sent == bytes.size();
-        EXPECT_EQ(bridge.Told(), comes ? "abc\r\n" : "");
-    }
-    EXPECT_EQ(Count(bridge.Logged(), "Connected to MIDI Patcher\n"), bytes.size() + 1);
-}
 
 TEST(PianoLink, IsTriedAtEachTimeoutUntilThePatcherIsBack)
 {
@@ -415,26 +335,6 @@ TEST(Controllers, MayChangeWhileTheServerIsBusy)
 
     bridge.Send(kVersion);
     EXPECT_EQ(bridge.Told(), kServiceText);
-}
-
-TEST(Controllers, ThatFloodAndBreakOffLeaveTheServerToTheNext)
-{
-    HandPlayed bridge;
-    bridge.Open();
-    const std::string flood(8192, '\x90');
-    constexpr std::size_t kMost = 8UL * 2000 * 12;  // bytes of frames
-
-    for (int i = 0; i < 8; ++i)
-        EXPECT_TRUE(bridge.controller->Send(flood));
-    EXPECT_TRUE(WaitUntil([&] { return bridge.patcher.Received().size() > kMost; }));
-    EXPECT_TRUE(bridge.controller->Send(flood));
-    bridge.controller->Reset();
-
-    bridge.Connect();
-    bridge.Carried();
-    bridge.Send("DF DF DF DF 91 3C 40 01");
-    EXPECT_EQ(bridge.Told(), kServiceText);
-    EXPECT_EQ(bridge.Carried(), "C0 01 91 3C 40 00\n");
 }
 
 // ---- the gate

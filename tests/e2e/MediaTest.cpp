@@ -1,7 +1,5 @@
 // Parameter files on their way to a removable medium and back.
 
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "HexText.h"
@@ -10,6 +8,7 @@
 namespace {
 
 constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
+constexpr char kNone[] = "mnt/none";
 constexpr char kMediumFile[] = "medium/csp_param.rlg";
 
 constexpr char kCopied[] = "Copy Success.\n";
@@ -27,6 +26,11 @@ constexpr char kNoMedium[] = "Floppy in not inserted.\n";
 #define TO_USB ON_USB MOUNT("usb", "0xc0ed000a", "0")
 #define FROM_USB ON_USB MOUNT("usb", "0xc0ed000b", "0")
 #define ROOM "statfs(/mnt/usb/)\n"
+#define TO_FLOPPY                                                                                  \
+    UMOUNT("floppy", "0")                                                                          \
+    MOUNT("floppy", "0xc0ed000a", "0") "statfs(/mnt/floppy/)\nsync()\n"
+#define FROM_FLOPPY UMOUNT("floppy", "0") MOUNT("floppy", "0xc0ed000b", "0")
+#define NO_MEDIUM(error) UMOUNT("floppy", "-1 " error) UMOUNT("usb", "-1 " error)
 
 // 600 bytes, some of them in runs, and what the medium must hold for them.
 const std::string kData = std::string(300, 'a') + "\xDD" + std::string(299, '\xFF');
@@ -36,12 +40,26 @@ const std::string kPacked = "\x04\x90\xDD"
 constexpr std::uint64_t kPackedSize = 17;
 constexpr char kOld[] = "an old copy that is longer than what replaces it";
 
-using Arrange = void (*)(Unit& unit);
+// What a row changes in the unit.
+struct Medium {
+    const char* point;            // where it is; null without one
+    const char* removed = kNone;  // a file
+    void (Unit::*limit)(std::uint64_t bytes) const = nullptr;
+    std::uint64_t bytes = 0;
+    void (Unit::*fail)(const std::string& error) const = nullptr;
+    const char* error = "";
 
-void Stick(Unit& unit)
-{
-    unit.Mount("usb");
-}
+    void Arrange(Unit& unit) const
+    {
+        if (point != nullptr)
+            unit.Mount(point);
+        unit.Remove(removed);
+        if (limit != nullptr)
+            (unit.*limit)(bytes);
+        if (fail != nullptr)
+            (unit.*fail)(error);
+    }
+};
 
 // Asks for the copy and looks at the texts, the log and the calls for the medium.
 void Copy(OpenServer& server, const char* command, const std::string& text,
@@ -59,126 +77,94 @@ void Copy(OpenServer& server, const char* command, const std::string& text,
 
 struct BackupRow {
     const char* name;
-    Arrange arrange;
+    Medium medium;
     const char* text;
     const char* calls;
-    std::string medium;  // what csp_param.rlg holds at the end
+    std::string copy;  // csp_param.rlg at the end
 };
 class Backup : public testing::TestWithParam<BackupRow> {};
 
 struct RestoreRow {
     const char* name;
-    Arrange arrange;
+    Medium medium;
     const char* text;
     const char* calls;
-    std::string medium;  // what csp_param.rlg holds
-    std::string data;    // what the parameter file holds at the end
+    std::string copy;  // csp_param.rlg
+    std::string data;  // of the parameter file at the end
 };
 class Restore : public testing::TestWithParam<RestoreRow> {};
 
 }  // namespace
 
-TEST_P(Backup, TellsItsResultAndLeavesTheOldCopyUntilThereIsRoom)
+TEST_P(Backup, ReportsResultAndKeepsOldCopyUntilThereIsRoom)
 {
     const BackupRow& row = GetParam();
     OpenServer server;
     server.unit.Write(kMediumFile, kOld);
     server.PutParameters(kData);
-    row.arrange(server.unit);
+    row.medium.Arrange(server.unit);
 
     Copy(server, kBackup, row.text, row.calls);
 
-    EXPECT_EQ(ToHex(server.unit.Read(kMediumFile)), ToHex(row.medium));
+    EXPECT_EQ(ToHex(server.unit.Read(kMediumFile)), ToHex(row.copy));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     With, Backup,
-    testing::Values(BackupRow{"AStick", Stick, kCopied, TO_USB ROOM "sync()\n", kPacked},
-                    BackupRow{"AFloppy", [](Unit& unit) { unit.Mount("floppy"); }, kCopied,
-                              UMOUNT("floppy", "0") MOUNT("floppy", "0xc0ed000a",
-                                                          "0") "statfs(/mnt/floppy/)\nsync()\n",
-                              kPacked},
-                    BackupRow{"Both",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.Mount("floppy");
-                              },
-                              kCopied,
-                              UMOUNT("floppy", "0") MOUNT("floppy", "0xc0ed000a",
-                                                          "0") "statfs(/mnt/floppy/)\nsync()\n",
-                              kPacked},
-                    BackupRow{"NoOldCopy",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.Remove(kMediumFile);
-                              },
-                              kCopied, TO_USB ROOM "sync()\n", kPacked},
-                    BackupRow{"NoMedium", [](Unit&) {}, kNoMedium,
-                              UMOUNT("floppy", "-1 EINVAL") UMOUNT("usb", "-1 EINVAL"), kOld},
-                    BackupRow{"AMediumInUse",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.UmountErrno("EBUSY");
-                              },
-                              kNoMedium, UMOUNT("floppy", "-1 EBUSY") UMOUNT("usb", "-1 EBUSY"),
-                              kOld},
-                    BackupRow{"AProtectedMedium",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.MountErrno("EROFS");
-                              },
-                              kError, ON_USB MOUNT("usb", "0xc0ed000a", "-1 EROFS"), kOld},
-                    BackupRow{"NoParameterFile",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.Remove(kParameterFile);
-                              },
-                              kMissing, TO_USB, kOld},
-                    BackupRow{"ADamagedFile",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.Write(kParameterFile, ":00000001FF\r\n");
-                              },
-                              kDamaged, TO_USB, kOld},
-                    BackupRow{"AnEmptyFile",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.Write(kParameterFile, "");
-                              },
-                              kDamaged, TO_USB, kOld},
-                    BackupRow{"AByteTooLittleRoom",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.Free(kPackedSize);
-                              },
-                              kNoRoom, TO_USB ROOM, kOld},
-                    BackupRow{"JustEnoughRoom",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.Free(kPackedSize + 1);
-                              },
-                              kCopied, TO_USB ROOM "sync()\n", kPacked},
-                    BackupRow{"AMediumThatFillsUp",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.FullAfter(kPackedSize - 1);
-                              },
-                              kError, TO_USB ROOM, kPacked.substr(0, kPackedSize - 1)},
-                    BackupRow{"AMediumThatIsPulledOut",
-                              [](Unit& unit) {
-                                  unit.Mount("usb");
-                                  unit.PullAfter(5);
-                              },
-                              kError, TO_USB ROOM "medium pulled\n", kPacked.substr(0, 5)}),
+    testing::Values(
+        BackupRow{"Stick", {"usb"}, kCopied, TO_USB ROOM "sync()\n", kPacked},
+        BackupRow{"Floppy", {"floppy"}, kCopied, TO_FLOPPY, kPacked},
+        BackupRow{"NoOldCopy", {"usb", kMediumFile}, kCopied, TO_USB ROOM "sync()\n", kPacked},
+        BackupRow{"NoMedium", {nullptr}, kNoMedium, NO_MEDIUM("EINVAL"), kOld},
+        BackupRow{"MediumInUse",
+                  {"usb", kNone, nullptr, 0, &Unit::UmountErrno, "EBUSY"},
+                  kNoMedium,
+                  NO_MEDIUM("EBUSY"),
+                  kOld},
+        BackupRow{"ProtectedMedium",
+                  {"usb", kNone, nullptr, 0, &Unit::MountErrno, "EROFS"},
+                  kError,
+                  ON_USB MOUNT("usb", "0xc0ed000a", "-1 EROFS"),
+                  kOld},
+        BackupRow{"NoParameterFile", {"usb", kParameterFile}, kMissing, TO_USB, kOld},
+        BackupRow{"ByteTooLittleRoom",
+                  {"usb", kNone, &Unit::Free, kPackedSize},
+                  kNoRoom,
+                  TO_USB ROOM,
+                  kOld},
+        BackupRow{"JustEnoughRoom",
+                  {"usb", kNone, &Unit::Free, kPackedSize + 1},
+                  kCopied,
+                  TO_USB ROOM "sync()\n",
+                  kPacked},
+        BackupRow{"MediumThatFillsUp",
+                  {"usb", kNone, &Unit::FullAfter, kPackedSize - 1},
+                  kError,
+                  TO_USB ROOM,
+                  kPacked.substr(0, kPackedSize - 1)},
+        BackupRow{"MediumThatIsPulledOut",
+                  {"usb", kNone, &Unit::PullAfter, 5},
+                  kError,
+                  TO_USB ROOM "medium pulled\n",
+                  kPacked.substr(0, 5)}),
     [](const auto& row) { return row.param.name; });
 
-TEST_P(Restore, TellsItsResultAndTouchesTheFileOnlyWithAWholeCopy)
+TEST(BackupCommand, RefusesDamagedParameterFile)
+{
+    OpenServer server;
+    server.unit.Write(kParameterFile, ":00000001FF\r\n");
+    server.unit.Mount("usb");
+
+    Copy(server, kBackup, kDamaged, TO_USB);
+}
+
+TEST_P(Restore, ReportsResultAndReplacesFileOnlyByCompleteCopy)
 {
     const RestoreRow& row = GetParam();
     OpenServer server;
-    server.unit.Write(kMediumFile, row.medium);
+    server.unit.Write(kMediumFile, row.copy);
     server.PutParameters(kOld);
-    row.arrange(server.unit);
+    row.medium.Arrange(server.unit);
 
     Copy(server, kRestore, row.text, row.calls);
 
@@ -188,82 +174,22 @@ TEST_P(Restore, TellsItsResultAndTouchesTheFileOnlyWithAWholeCopy)
 INSTANTIATE_TEST_SUITE_P(
     With, Restore,
     testing::Values(
-        RestoreRow{"AStick", Stick, kCopied, FROM_USB, kPacked, kData},
-        RestoreRow{"AFloppy", [](Unit& unit) { unit.Mount("floppy"); }, kCopied,
-                   UMOUNT("floppy", "0") MOUNT("floppy", "0xc0ed000b", "0"), kPacked, kData},
-        RestoreRow{"NoMedium", [](Unit&) {}, kNoMedium,
-                   UMOUNT("floppy", "-1 EINVAL") UMOUNT("usb", "-1 EINVAL"), kPacked, kOld},
-        RestoreRow{"AnUnreadableMedium",
-                   [](Unit& unit) {
-                       unit.Mount("usb");
-                       unit.MountErrno("EIO");
-                   },
-                   kError, ON_USB MOUNT("usb", "0xc0ed000b", "-1 EIO"), kPacked, kOld},
-        RestoreRow{"NoFile",
-                   [](Unit& unit) {
-                       unit.Mount("usb");
-                       unit.Remove(kMediumFile);
-                   },
-                   kMissing, FROM_USB, "", kOld},
-        RestoreRow{"AFileCutInAnItem", Stick, kError, FROM_USB, kPacked + "\xDD", kOld},
-        RestoreRow{"AFileCutBetweenItems", Stick, kCopied, FROM_USB, kPacked.substr(0, 5),
-                   std::string(255, 'a')},
-        RestoreRow{"AnAddressAlone", Stick, kCopied, FROM_USB, "\x04\x90", ""},
-        RestoreRow{"AByte", Stick, kError, FROM_USB, "\x04", kOld},
-        RestoreRow{"AnEmptyFile", Stick, kError, FROM_USB, "", kOld},
-        RestoreRow{"AHugeFile",
-                   [](Unit& unit) {
-                       unit.Mount("usb");
-                       std::filesystem::resize_file(unit.Path(kMediumFile), 3000000000U);
-                   },
-                   kError, FROM_USB, kPacked, kOld},
-        RestoreRow{"AMediumThatIsPulledOut",
-                   [](Unit& unit) {
-                       unit.Mount("usb");
-                       unit.PullAfter(5);
-                   },
-                   kError, FROM_USB "medium pulled\n", kPacked, kOld}),
+        RestoreRow{"Stick", {"usb"}, kCopied, FROM_USB, kPacked, kData},
+        RestoreRow{"Floppy", {"floppy"}, kCopied, FROM_FLOPPY, kPacked, kData},
+        RestoreRow{"NoMedium", {nullptr}, kNoMedium, NO_MEDIUM("EINVAL"), kPacked, kOld},
+        RestoreRow{"UnreadableMedium",
+                   {"usb", kNone, nullptr, 0, &Unit::MountErrno, "EIO"},
+                   kError,
+                   ON_USB MOUNT("usb", "0xc0ed000b", "-1 EIO"),
+                   kPacked,
+                   kOld},
+        RestoreRow{"NoFile", {"usb", kMediumFile}, kMissing, FROM_USB, "", kOld},
+        RestoreRow{"FileCutInAnItem", {"usb"}, kError, FROM_USB, kPacked + "\xDD", kOld},
+        RestoreRow{"EmptyFile", {"usb"}, kError, FROM_USB, "", kOld},
+        RestoreRow{"MediumThatIsPulledOut",
+                   {"usb", kNone, &Unit::PullAfter, 5},
+                   kError,
+                   FROM_USB "medium pulled\n",
+                   kPacked,
+                   kOld}),
     [](const auto& row) { return row.param.name; });
-
-TEST(Media, StayMountedFromOneCopyToTheNext)
-{
-    OpenServer server;
-    server.PutParameters(kData);
-    Stick(server.unit);
-
-    for (int i = 0; i < 2; ++i) {
-        Copy(server, kBackup, kCopied, TO_USB ROOM "sync()\n");
-        Copy(server, kRestore, kCopied, FROM_USB);
-        Copy(server, kRestore, kCopied, FROM_USB);
-    }
-    server.unit.Remove(kMediumFile);
-    Copy(server, kBackup, kCopied, TO_USB ROOM "sync()\n");
-
-    EXPECT_EQ(server.unit.Read(kParameterFile), HexText(kData, 32, "\r\n"));
-    EXPECT_EQ(server.unit.Read(kMediumFile), kPacked);
-    EXPECT_TRUE(server.unit.IsMounted("usb"));
-}
-
-TEST(Media, BringTheParametersOfOneUnitToAnother)
-{
-    const TempDir files;
-    const std::string flash = Firmware(kParameterSize);
-    OpenServer first({"--load", files.Write("flash", flash) + "@90040000"});
-    first.SetFaults("--join");
-    first.Ask(kReadParameters, "CSP Read Success.\n");
-    EXPECT_TRUE(EndedClean(first.unit, *first.server));
-    first.Open();
-    first.unit.Mount("usb");
-    first.Ask(kBackup, kCopied);
-
-    OpenServer second;
-    second.unit.Write(kMediumFile, first.unit.Read(kMediumFile));
-    second.unit.Mount("floppy");
-    second.Ask(kRestore, kCopied);
-    second.Ask(kFindParameters, "CSP Parameter : ");
-    EXPECT_NE(second.AskAndReboot(kUpdateParameters).find("CSP Update Success.\n"),
-              std::string::npos);
-
-    EXPECT_TRUE(second.HasLogged("Start CSP Parameter Update.\nCSP Update Success.\n"));
-    EXPECT_TRUE(second.unit.Flash(kImageStart, kParameterSize) == flash);
-}

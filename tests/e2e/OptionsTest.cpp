@@ -9,6 +9,7 @@ namespace {
 
 constexpr char kUsage[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
 constexpr char kTooLong[] = "diag_server: file name is too long\n";
+constexpr char kUpdateFinished[] = "APE Update Finished\n";
 constexpr std::size_t kLongestName = 255;
 
 std::string SmallFile(const std::string& version)
@@ -205,105 +206,62 @@ TEST(ServerStart, EndsWhenThePatcherDoesntTakeTheConnectSequence)
 
 struct UpdateStartRow {
     const char* name;
-    void (*arrange)(Unit& unit);
+    Presence patcher;
+    const char* removed;  // a file
+    const char* dspError;
+    const char* fault;   // of the program
     const char* log;     // from the version to the update
     const char* output;  // the end of it
-    bool updates;
 };
 
 class UpdateStart : public testing::TestWithParam<UpdateStartRow> {};
 
-TEST_P(UpdateStart, LogsItsNeighboursAndUpdatesOnlyWithThePatcher)
+TEST_P(UpdateStart, LogsNeighboursAndUpdatesOnlyWithPatcher)
 {
     const UpdateStartRow& row = GetParam();
+    const bool updates = row.output == kUpdateFinished;
     Unit unit;
     const std::string firmware = FirmwareOf("V3", 0x2000);
     unit.Write("cwd/prog.hex", HexText(firmware, 32, "\n"));
+    unit.Remove(row.removed);
+    if (*row.dspError != '\0')
+        unit.DspErrno(row.dspError);
+    if (row.patcher == Presence::There)
+        unit.StartPiano();
+    unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
 
-    Process& program = [&]() -> Process& {
-        row.arrange(unit);
-        Process& started = unit.Start("diag_server", {"-f", "prog.hex"});
-        if (std::string(row.name).find("LatePatcher") == 0) {
-            EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
-            unit.StartPiano();
-        }
-        return started;
-    }();
+    Process& program = unit.Start("diag_server", {"-f", "prog.hex"});
+    if (row.patcher == Presence::Late) {
+        EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
+        unit.StartPiano();
+    }
 
     EXPECT_TRUE(EndedClean(unit, program));
-    const std::string log = LogTexts(unit, kUpdateLog);
-    const char* updated = "Start CSP Update\nCSP Update Finished\nRebooting CSP...5sec\n";
-    EXPECT_EQ(log, std::string("CSP Updater Start Now.\nCSP File Version: V3\n") + row.log +
-                       (row.updates ? updated : ""));
+    const char* updated = "CSP Updater Initialize - OK\nStart CSP Update\nCSP Update Finished\n"
+                          "Rebooting CSP...5sec\n";
+    EXPECT_EQ(LogTexts(unit, kUpdateLog),
+              std::string("CSP Updater Start Now.\nCSP File Version: V3\n") + row.log +
+                  (updates ? updated : "Update Error No.-3\n"));
     EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
-    EXPECT_EQ(unit.Flash(kImageStart, firmware.size()), row.updates ? firmware : "");
+    EXPECT_EQ(unit.Flash(kImageStart, firmware.size()), updates ? firmware : "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
     With, UpdateStart,
     testing::Values(
-        UpdateStartRow{"AllThere", [](Unit& unit) { unit.StartPiano(); },
-                       "Open MIDI Patcher - OK1\nOpen PciDsp - OK\nCSP Updater Initialize - OK\n",
-                       "APE Update Finished\n", true},
-        UpdateStartRow{"NoDsp",
-                       [](Unit& unit) {
-                           unit.StartPiano();
-                           unit.Remove("dev/PciDsp");
-                       },
-                       "Open MIDI Patcher - OK1\nOpen PciDsp - NG\nCSP Updater Initialize - OK\n",
-                       "APE Update Finished\n", true},
-        UpdateStartRow{"FailingDsp",
-                       [](Unit& unit) {
-                           unit.StartPiano();
-                           unit.DspErrno("EIO");
-                       },
-                       "Open MIDI Patcher - OK1\nOpen PciDsp - NG\nCSP Updater Initialize - OK\n",
-                       "APE Update Finished\n", true},
-        UpdateStartRow{"LatePatcher", [](Unit&) {},
-                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n"
-                       "CSP Updater Initialize - OK\n",
-                       "APE Update Finished\n", true},
-        UpdateStartRow{"NoPatcher", [](Unit&) {},
-                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - OK\n"
-                       "Update Error No.-3\n",
-                       "Open i2c error\nError:-3\n", false},
-        UpdateStartRow{"LatePatcherAndFailingDsp", [](Unit& unit) { unit.DspErrno("EIO"); },
-                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - NG\n"
-                       "CSP Updater Initialize - OK\n",
-                       "APE Update Finished\n", true},
-        UpdateStartRow{"NoPatcherAndNoDsp", [](Unit& unit) { unit.Remove("dev/PciDsp"); },
-                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - NG\n"
-                       "Update Error No.-3\n",
-                       "Open i2c error\nError:-3\n", false},
-        UpdateStartRow{"PatcherThatTakesNothing",
-                       [](Unit& unit) {
-                           unit.StartPiano();
-                           unit.Set("SIMUNIT_FAULT=write:1:EPIPE");
-                       },
-                       "Open MIDI Patcher - NG1\nOpen PciDsp - OK\nUpdate Error No.-3\n",
-                       "Connect i2c error2\nError:-3\n", false}),
+        UpdateStartRow{"AllThere", Presence::There, "none", "", "",
+                       "Open MIDI Patcher - OK1\nOpen PciDsp - OK\n", kUpdateFinished},
+        UpdateStartRow{"NoDsp", Presence::There, "dev/PciDsp", "", "",
+                       "Open MIDI Patcher - OK1\nOpen PciDsp - NG\n", kUpdateFinished},
+        UpdateStartRow{"FailingDsp", Presence::There, "none", "EIO", "",
+                       "Open MIDI Patcher - OK1\nOpen PciDsp - NG\n", kUpdateFinished},
+        UpdateStartRow{"LatePatcher", Presence::Late, "none", "", "",
+                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n",
+                       kUpdateFinished},
+        UpdateStartRow{"NoPatcher", Presence::Absent, "none", "", "",
+                       "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - OK\n",
+                       "Open i2c error\nError:-3\n"},
+        UpdateStartRow{"PatcherThatTakesNothing", Presence::There, "none", "", "write:1:EPIPE",
+                       "Open MIDI Patcher - NG1\nOpen PciDsp - OK\n",
+                       "Connect i2c error2\nError:-3\n"}),
     [](const auto& row) { return row.param.name; });
-
-TEST(UpdateStart, CutsTheLogToItsNewestLinesAndDoesWithoutItsDirectory)
-{
-    Unit unit;
-    unit.Write("cwd/prog.hex", SmallFile("V3"));
-    unit.StartPiano();
-    std::string old;
-    for (int i = 1; i <= 60; ++i)
-        old += "06/03/14/09:05:07 - " + std::to_string(i) + "\n";
-    unit.Write("usr/local/lib/diag/cspupdate.log", old);
-
-    EXPECT_EQ(unit.Run({"-f", "prog.hex"}).Wait(), 0);
-
-    const std::string log = LogTexts(unit, kUpdateLog);
-    EXPECT_EQ(log.substr(0, 6), "11\n12\n");
-    EXPECT_NE(log.find("60\nCSP Updater Start Now.\n"), std::string::npos);
-
-    unit.Remove("usr/local/lib/diag");
-    unit.Remove("flash.bin");
-
-    EXPECT_EQ(unit.Run({"-f", "prog.hex"}).Wait(), 0);
-
-    EXPECT_EQ(unit.Flash(kImageStart, 0x800), FirmwareOf("V3", 0x800));
-}

@@ -92,4 +92,3 @@ public:
 private:
     static constexpr char kRefused[] = "--bad-checksum-at 90040000";
 };
-

@@ -1,6 +1,5 @@
 // Updates that the controller asks the server for: the search for a file, the start, the end.
 
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <sstream>
@@ -9,12 +8,10 @@
 
 #include <gtest/gtest.h>
 
-#include "HandPlayed.h"
 #include "HexText.h"
+#include "Scene.h"
 
 namespace {
-
-using Strings = std::vector<std::string>;
 
 constexpr char kNoFile[] = "Update File is not exsit.\n";
 constexpr char kNoParameters[] = "Parameter File is not exsit.\n";
@@ -268,122 +265,10 @@ INSTANTIATE_TEST_SUITE_P(
     With, ServerUpdateOf,
     testing::Values(FaultRow{"NoFault", "", kSuccess},
                     FaultRow{"ARefusedBlock", "--ng-at 90042100", kSuccess},
-                    FaultRow{"ABlockRefusedForGood", "--ng-at 90042100 --ng-every", kFailure},
                     FaultRow{"AFailure", "--fail 1", kFailure},
-                    FaultRow{"NoStatus", "--no-status", kSuccess},
                     FaultRow{"SilenceFromTheStart", "--silent", kNoAnswer},
                     FaultRow{"SilenceInTheTransfer", "--silent-after 700", kFailure},
-                    FaultRow{"SilenceBehindTheEnd", "--no-finish", kFailure},
                     FaultRow{"SomeChatter", "--chatter 900", kSuccess},
-                    FaultRow{"AFloodOfChatter", "--chatter 3000", kFailure},
-                    FaultRow{"UnwantedLines", "--garbage 20", kSuccess},
                     FaultRow{"UnwantedLinesWithoutEnd", "--garbage-endless", kFailure},
                     FaultRow{"ALinkThatBreaks", "--cut-link-every 3000", kFailure}),
     [](const auto& row) { return row.param.name; });
-
-TEST(ServerUpdate, SendsWhatEachAnswerAsksFor)
-{
-    struct Row {
-        const char* answer;
-        std::ptrdiff_t rows;  // of 32 bytes, 256 in a block
-        const char* told;
-    };
-    HandPlayed csp(
-        [](Unit& unit) { unit.Write(kUsbFile, HexText(FirmwareOf("V1", 0x4800), 32, "\n")); });
-    const auto sent = [&csp] {
-        const Strings lines = csp.patcher.Lines();
-        return std::count_if(lines.begin(), lines.end(),
-                             [](const std::string& line) { return line[0] == ':'; });
-    };
-    csp.Open();
-    csp.Send(std::string(kFindUpdate) + " " + kUpdate);
-    csp.WaitForLine("STATUS");
-    csp.SayLines({"Status:Flash Idle"});
-    csp.WaitForLine("WRITE  :");
-    csp.Told();
-    for (const Row& row : {Row{"Start WRITE ?", 257, ""},  // with the base record
-                           {"OK", 0, ""},
-                           {"OK 90041FE0", 0, ""},
-                           {"OK 90042000", 256, "Sending Data 44%\n"},
-                           {"OK 90042000", 0, ""},
-                           {"NG 9004201F", 256, ""},
-                           {"NG 9004201F", 0, ""},
-                           {"NG 90042020", 255, ""},
-                           {"OK 90044000", 65, "Sending Data 88%\n"},  // with the end
-                           {"OK 90044800", 0, ""},
-                           {"NG 90044000", 65, ""},
-                           {"END", 0, ""},
-                           {"Finished", 0, "CSP Update Success.\nRebooting CSP...\n"}}) {
-        SCOPED_TRACE(row.answer);
-        const std::ptrdiff_t before = sent();
-
-        csp.SayLines({row.answer});
-
-        EXPECT_EQ(csp.Told(), row.told);
-        EXPECT_EQ(sent() - before, row.rows);
-    }
-}
-
-// Each wait ends with the fourth timeout, at 40 seconds: 30 are not over the limit.
-TEST(ServerUpdate, WaitsFortySecondsInEachStateAndForAThousandUnwantedAnswers)
-{
-    struct Row {
-        const char* name;
-        std::vector<Turn> turns;
-        const char* end;
-        std::size_t waits;     // that were waited to their ends
-        std::ptrdiff_t asked;  // how often for a write, if that is certain
-    };
-    constexpr char kLast[] = ":00000001FF";
-    constexpr int kMostLines = 910;  // in a message
-    const Turn first{"STATUS", {"Status:Flash Idle"}};
-    const Turn second{"WRITE  :", {"Start WRITE ?"}};
-    const Strings most(kMostLines, "");
-    const Strings over(1025 - kMostLines, "WR:");
-    Strings limit(1024 - kMostLines, "WR:");
-    HandPlayed csp([](Unit& unit) { unit.Write(kUsbFile, Hex("V1")); });
-    csp.Open();
-    std::size_t waits = 0;
-    std::size_t ends = 1;  // of the read-back
-    for (const Row& row : {Row{"silence from the start", {}, kNoAnswer, 2, 4},
-                           {"silence behind the request", {first}, kNoAnswer, 1, 5},
-                           {"silence in the transfer", {first, second}, kFailure, 1, 0},
-                           {"unwanted answers up to the limit",
-                            {first, second, {kLast, most}, {kLast, limit}, {kLast, {"Finished"}}},
-                            kSuccess,
-                            0,
-                            0},
-                           {"unwanted answers over the limit",
-                            {first, second, {kLast, most}, {kLast, over}},
-                            kFailure,
-                            0,
-                            0}}) {
-        SCOPED_TRACE(row.name);
-        const Strings before = csp.patcher.Lines();
-        csp.Send(std::string(kFindUpdate) + " " + kUpdate);
-
-        for (const Turn& turn : row.turns) {
-            csp.WaitForLine(turn.until);
-            csp.SayLines(turn.said);
-        }
-
-        const std::string end = row.end;
-        ++ends;
-        EXPECT_TRUE(WaitUntil([&] {
-            csp.patcher.Received();  // the server may be waiting for that
-            return Count(csp.controller->Received(), "Rebooting CSP...\n") == ends;
-        }));
-        EXPECT_EQ(WithoutProgress(csp.Told()), kHeader + ("V1\n" + end) + "Rebooting CSP...\n");
-        waits += row.waits;
-        EXPECT_EQ(Count(csp.server->Output(), "Inc 10+ 40\n"), waits);
-        EXPECT_EQ(Count(csp.server->Output(), "Inc 10+ 50\n"), 0U);
-        if (row.asked > 0) {
-            const Strings lines = csp.patcher.Lines();
-            EXPECT_EQ(std::count(lines.begin() + static_cast<std::ptrdiff_t>(before.size()),
-                                 lines.end(), "WRITE  :"),
-                      row.asked);
-        }
-        csp.Lines();
-    }
-    EXPECT_GE(Count(csp.unit.Log(), "CSP Update status Inc.\n"), 4 * waits);
-}
