@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include <sys/mman.h>
 #include <sys/types.h>
@@ -19,57 +20,50 @@ inline void Require(bool holds)
 // A file in memory with a path, for operations that take one.
 class MemoryFile {
 public:
-    MemoryFile() : descriptor(memfd_create("input", 0)) { Require(descriptor >= 0); }
-    MemoryFile(const std::uint8_t* data, std::size_t size) : MemoryFile()
+    explicit MemoryFile(const std::string& bytes = "")
+        : descriptor(memfd_create("input", 0)), path("/proc/self/fd/" + std::to_string(descriptor))
     {
-        Require(write(descriptor, data, size) == static_cast<ssize_t>(size));
+        Require(write(descriptor, bytes.data(), bytes.size()) ==
+                static_cast<ssize_t>(bytes.size()));
     }
     ~MemoryFile() { close(descriptor); }
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
 
-    std::string Path() const { return "/proc/self/fd/" + std::to_string(descriptor); }
-
+    const char* Path() const { return path.c_str(); }
     std::string Bytes() const
     {
         std::string bytes(static_cast<std::size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
-        Require(pread(descriptor, bytes.data(), bytes.size(), 0) ==
-                static_cast<ssize_t>(bytes.size()));
+        Require(pread(descriptor, bytes.data(), bytes.size(), 0) >= 0);
         return bytes;
     }
 
 private:
     int descriptor;
+    std::string path;
 };
 
 // Takes an input apart from its front.
 class Feed {
 public:
-    Feed(const std::uint8_t* bytes, std::size_t count) : data(bytes), left(count) {}
+    explicit Feed(std::string input) : text(std::move(input)) {}
 
-    bool IsEmpty() const { return left == 0; }
-    std::uint8_t Byte() { return left == 0 ? std::uint8_t{0} : (--left, *data++); }
+    bool IsEmpty() const { return text.empty(); }
+    std::uint8_t Byte() { return static_cast<std::uint8_t>(Text(1)[0]); }
     std::string Text(std::size_t most)
     {
-        std::string text;
-        while (text.size() < most && left > 0)
-            text.push_back(static_cast<char>(Byte()));
-        return text;
+        std::string taken = text.substr(0, most);
+        text.erase(0, most);
+        return taken;
     }
     // Up to a line feed, which is taken and dropped.
     std::string Line()
     {
-        std::string line;
-        while (left > 0) {
-            const char c = static_cast<char>(Byte());
-            if (c == '\n')
-                break;
-            line.push_back(c);
-        }
+        std::string line = Text(text.find('\n'));
+        text.erase(0, 1);
         return line;
     }
 
 private:
-    const std::uint8_t* data;
-    std::size_t left;
+    std::string text;
 };

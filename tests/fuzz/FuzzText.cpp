@@ -1,19 +1,16 @@
-// Paths and texts of any content through every helper that takes one.
+// Paths, texts and messages of any content through every helper that takes one.
 
-#include <cctype>
 #include <cstring>
-#include <vector>
 
 #include "FuzzInput.h"
 #include "Hex.h"
 #include "Path.h"
+#include "TMidiCom.h"
 #include "TSString.h"
 #include "Text.h"
 
-static void Strings(const std::string& source, const std::string& other, int number)
+static void Strings(const TSString& text, const TSString& piece, int number)
 {
-    const TSString text(source.c_str());
-    const TSString piece(other.c_str());
     const int length = text.Length();
     TSString work(text);
     work.Delete(number, number / 2);
@@ -28,49 +25,55 @@ static void Strings(const std::string& source, const std::string& other, int num
     Require(text.SubString(number).Length() <= length);
     Require(text.SubString(number, number / 3).Length() <= length);
     const int found = text.AnsiPos(piece);
-    Require(found == 0 ||
-            std::strncmp(text.c_str() + found - 1, piece.c_str(), std::strlen(piece.c_str())) == 0);
+    Require(found == 0 || std::strstr(text.c_str() + found - 1, piece.c_str()) != nullptr);
     text.AnsiPosSJIS(piece);
     text.ToLongLongInt();
     is_SJIS(text);
     Require(DoubleQuoteString(text).Length() <= 2 * length + 2);
     SHexToUInt(text, 0);
+    ExtractFileExtSX(text);
+    Require(ExtractFileNameSX(text).Length() <= length &&
+            ExtractFileDirSX(text).Length() <= length);
+    if (length < 1000)
+        ChangeFileExtSX(text, ".bin");
 }
 
-static void Paths(const std::string& source)
+static void Lines(std::string text, int limit)
 {
-    const TSString path(source.c_str());
-    ExtractFileExtSX(path);
-    Require(ExtractFileNameSX(path).Length() <= path.Length());
-    Require(ExtractFileDirSX(path).Length() <= path.Length());
-    if (path.Length() < 1000)
-        ChangeFileExtSX(path, ".bin");
-}
-
-static void Lines(const std::string& source, int limit)
-{
-    std::vector<char> text(source.c_str(), source.c_str() + std::strlen(source.c_str()) + 1);
-    Require(*skipspace(text.data()) == '\0' ||
-            std::isspace(static_cast<unsigned char>(*skipspace(text.data()))) == 0);
-    std::vector<char> quoted(static_cast<std::size_t>(limit) + 1);
+    std::string quoted(static_cast<std::size_t>(limit), '\0');
     Require(mystr_escquote(text.data(), quoted.data(), limit) <= limit);
     mystrtoupper(text.data(), nullptr);
     mystrtolower(text.data(), nullptr);
-    uncomment(chop(text.data()));
+    uncomment(chop(skipspace(text.data())));
     char* rest = text.data();
     while (rest != nullptr)
         car(&rest);
-    trimleft(text.data(), static_cast<int>(text.size()) - 1);
+    trimleft(text.data(), static_cast<int>(text.size()));
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+static void Messages(const std::string& bytes, int capacity)
 {
-    Feed feed(data, size);
+    TMidiCom link;
+    const int length = static_cast<int>(bytes.size());
+    std::string stuffed(2 * bytes.size() + 2, '\0');
+    stuffed.resize(
+        static_cast<std::size_t>(link.Change_bin2i2c(bytes.data(), stuffed.data(), length)));
+    std::string back(stuffed.size(), '\0');
+    back.resize(static_cast<std::size_t>(
+        link.Change_i2c2bin(stuffed.data(), back.data(), static_cast<int>(stuffed.size()))));
+    Require(back == bytes);
+    char* lines[8];
+    Require(link.ToConsole2(back.data(), length, lines, capacity) <= capacity);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
+{
+    Feed feed(std::string(data, size));
     const int number = feed.Byte() - 16;
     const std::string other = feed.Text(feed.Byte() % 16);
     const std::string source = feed.Text(size);
-    Strings(source, other, number);
-    Paths(source);
-    Lines(source, number < 0 ? 0 : number);
+    Strings(source.c_str(), other.c_str(), number);
+    Lines(source.substr(0, source.find('\0')), number < 0 ? 0 : number);
+    Messages(source, number & 7);
     return 0;
 }

@@ -1,0 +1,52 @@
+// Any bytes as a firmware file and as a stream of records: rows and addresses are bounded, and what
+// is accepted is kept byte for byte.
+
+#include <cstring>
+
+#include "FuzzInput.h"
+#include "THexFile.h"
+#include "TSStringList.h"
+
+static void Load(const char* path)
+{
+    THexFile file;
+    Require(file.LoadFromFile(path) || (file.lineCount == 0 && file.maxLineLength == 0));
+    Require(file.maxLineLength <= 80);
+    Require(std::memchr(file.versionText, 0, sizeof(file.versionText)) != nullptr);
+    unsigned long upper = 0;
+    unsigned long sended = 0;
+    for (int i = 0; i < file.lineCount; ++i) {
+        Require(std::strlen(file.lines[i]) < 80);
+        const bool isBase = file.GetSendedAddress(file.lines[i], &upper, &sended);
+        Require(upper % 0x10000 == 0 && sended <= 0xFFFFFFFFUL && (!isBase || sended == upper));
+    }
+    file.LoadFromFile(path);
+}
+
+static void Receive(Feed feed)
+{
+    THexFile file;
+    std::string accepted;
+    while (!feed.IsEmpty()) {
+        const std::string line = feed.Line() + "\r\n";
+        const std::uint32_t before = file.GetNextAddress();
+        const int result = file.CheckIntelHex(line.c_str());
+        const std::uint32_t moved = file.GetNextAddress() - before;
+        if (result <= 0)
+            accepted += line.substr(0, line.find('\0'));
+        // An accepted base record moves to a 64 KiB border, data by its count.
+        Require(result == 0 ? moved <= 0xFF || file.GetNextAddress() % 0x10000 == 0
+                            : moved == 0 || result < 0);
+    }
+    const MemoryFile saved;
+    Require(file.SaveToFile(saved.Path()));
+    Require(saved.Bytes() == accepted);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
+{
+    const std::string input(data, size);
+    Load(MemoryFile(input).Path());
+    Receive(Feed(input));
+    return 0;
+}
