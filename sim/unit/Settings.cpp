@@ -45,7 +45,9 @@ struct ControlLine {
 
 const char* Root()
 {
-    static const char* root = std::getenv("SIMUNIT_ROOT");
+    static const char* root = nullptr;
+    if (root == nullptr)  // a test program sets its own root after the library has begun
+        root = std::getenv("SIMUNIT_ROOT");
     return root;
 }
 

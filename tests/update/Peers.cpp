@@ -1,63 +1,35 @@
 #include "Peers.h"
 
-#include <algorithm>
 #include <utility>
-
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "Bytes.h"
-#include "Log.h"
 
-std::string logged;
-
-static Peers* present = nullptr;
-
-bool AddLogFile(const char* /*path*/, const char* text)
+Lines Peers::Sent()
 {
-    logged += text;
-    return true;
+    const std::string& bytes = patcher.Received();
+    for (; bytesTaken < bytes.size(); ++bytesTaken) {
+        const char byte = bytes[bytesTaken];
+        if (byte != '\xFE') {
+            block += byte;
+            continue;
+        }
+        const char next = bytes[++bytesTaken];  // both bytes of a pair came in one write
+        if (next == '\xFE')
+            block += next;
+        else if (next == '\xFF')
+            TakeFrame(std::exchange(block, ""));
+    }
+    return std::exchange(sent, {});
 }
 
-bool ResetLogFile(const char* /*path*/, int /*linesToKeep*/)
-{
-    return true;
-}
-
-extern "C" int usleep(useconds_t microseconds)
-{
-    present->NoteWait(microseconds);
-    return 0;
-}
-
-Peers::Peers()
-{
-    present = this;
-    logged.clear();
-    midi.Set_connecttype(225);
-    EXPECT_GE(midi.SetMidiDescriptor(dir.Path("patcher").c_str()), 0);
-    EXPECT_TRUE(patcher.Accept());
-    zaurus.SetZaurusId(controller.Other());
-}
-
-Peers::~Peers()
-{
-    present = nullptr;
-}
-
-std::string Peers::Got()
-{
-    TakeFrames();
-    return std::exchange(got, "");
-}
-
-std::string Peers::After(const std::string& answer)
+Lines Peers::After(const std::string& answer)
 {
     const std::string message = answer + "\r\n";
-    Got();
+    Sent();
     Hear(message.c_str(), static_cast<int>(message.size()));
-    return Got();
+    return Sent();
 }
 
 std::string Peers::Told()
@@ -67,26 +39,24 @@ std::string Peers::Told()
     return told;
 }
 
-void Peers::NoteWait(unsigned microseconds)
+void Peers::OpenMidi()
 {
-    TakeFrames();
-    got += "usleep " + std::to_string(microseconds) + ";";
+    midi.Set_connecttype(TMidiCom::kPiano);
+    EXPECT_GE(midi.SetMidiDescriptor(kMidiPatcherSocket), 0);
+    EXPECT_TRUE(patcher.Accept());
 }
 
-void Peers::TakeFrames()
+// E2 E0 type 06 kind data[5]; kind 3n is text of n bytes, 37 the end of the line.
+void Peers::TakeFrame(const std::string& frame)
 {
-    const std::vector<std::string> frames = patcher.Frames();
-    for (; framesTaken < frames.size(); ++framesTaken) {
-        const std::string& frame = frames[framesTaken];
-        const std::string data = frame.substr(5);
-        if (frame[4] == '\xC0') {
-            got += ToHex(data.substr(1, 3) + data[0]) + ";";
-        } else if (frame[4] != '\x37') {
-            line += data.substr(0, frame[4] & 7U);
-        } else {
-            const auto row = std::find(rows.begin(), rows.end(), line);
-            got += (row == rows.end() ? line : std::to_string(row - rows.begin())) + ";";
-            line.clear();
-        }
+    const std::string data = frame.substr(5);
+    if (frame[4] == '\xC0') {
+        sent.push_back(ToHex(data.substr(1, 3) + data[0]));
+    } else if (frame[4] != '\x37') {
+        line += data.substr(0, frame[4] & 7U);
+    } else {
+        const auto named = names.find(line);
+        sent.push_back(named == names.end() ? line : named->second);
+        line.clear();
     }
 }

@@ -1,50 +1,60 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <string>
 #include <vector>
 
+#include "OwnUnit.h"
 #include "Patcher.h"
 #include "Peer.h"
 #include "TMidiCom.h"
 #include "TZaurusCom.h"
 #include "TempDir.h"
 
-// What the update's log has got. It lies at a fixed path of the unit, so here it ends in memory.
-extern std::string logged;
+using Lines = std::vector<std::string>;
 
-// The links of a machine with the CSP and the controller at their other ends. One at a time: waits
-// of the machine cost no time and show up among what the CSP has got.
+// The links of a machine with the CSP and the controller at their other ends. One at a time.
 class Peers {
 public:
-    Peers();
-    virtual ~Peers();
+    virtual ~Peers() = default;
     Peers(const Peers&) = delete;
     Peers& operator=(const Peers&) = delete;
 
-    // What the CSP has got since the last look, each entry with a ";" behind it: a console line, a
-    // MIDI group such as "BF 66 01 00", or the number of one of `rows`.
-    std::string Got();
+    // What the CSP has got since the last look: console lines, those in `names` by their names, and
+    // MIDI groups such as "BF 66 01 00".
+    Lines Sent();
     // What an answer of the CSP, without its line end, makes the machine send.
-    std::string After(const std::string& answer);
-    // What the controller has been told since the last look.
+    Lines After(const std::string& answer);
+    // What the controller has got since the last look.
     std::string Told();
-
-    void NoteWait(unsigned microseconds);
 
     TempDir dir;
     TMidiCom midi;
     TZaurusCom zaurus;
-    std::vector<std::string> rows;
+
+protected:
+    Peers() { zaurus.SetZaurusId(controller.Other()); }
+    // Connects `midi`.
+    void OpenMidi();
+
+    Patcher patcher{ownUnit.Path("home/i2c_server_sock")};
+    std::map<std::string, std::string> names;
 
 private:
     virtual void Hear(const char* message, int length) = 0;
-    void TakeFrames();
+    void TakeFrame(const std::string& frame);
 
-    Patcher patcher{dir.Path("patcher")};
     Peer controller;
-    std::size_t framesTaken = 0;
+    std::size_t bytesTaken = 0;
     std::size_t bytesTold = 0;
+    std::string block;
     std::string line;
-    std::string got;
+    Lines sent;
 };
+
+inline Lines operator+(Lines lines, const Lines& more)
+{
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
