@@ -42,7 +42,7 @@ TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
         std::vector<std::string> groups;  // bytes 1 and on of each MIDI group
         std::vector<std::string> lines;
         std::string text;
-        int mode = O_RDONLY;
+        bool isReadable = true;
     } rows[] = {
         {"v\n", {"00 7F 00", "51 00 00"}, {"STATUS"}, "v"},
         {"f\n", {"00 7F 00", "66 01 00"}, {}, "f"},
@@ -53,7 +53,7 @@ TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
         {"V\n", {}, {}, "V"},
         {"\nv\n", {}, {}, ""},
         {"", {}, {}, ""},
-        {"v\n", {}, {}, "", O_WRONLY},
+        {"v\n", {}, {}, "", false},
         {tooLong, {}, {}, tooLong.substr(1)},
     };
     const UniqueFd keyboard(dup(STDIN_FILENO));
@@ -61,7 +61,8 @@ TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
     std::size_t lines = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.typed.substr(0, 10));
-        const UniqueFd typed(open(files.Write("typed", row.typed).c_str(), row.mode | O_CLOEXEC));
+        const std::string path = row.isReadable ? files.Write("typed", row.typed) : "/dev/null";
+        const UniqueFd typed(open(path.c_str(), row.isReadable ? O_RDONLY : O_WRONLY));
         dup2(typed.Get(), STDIN_FILENO);
         testing::internal::CaptureStdout();
         char buffer[kBufferSize];
