@@ -1,6 +1,7 @@
 // Paths, texts and messages of any content through every helper that takes one.
 
 #include <cstring>
+#include <vector>
 
 #include "FuzzInput.h"
 #include "Hex.h"
@@ -25,7 +26,8 @@ static void Strings(const TSString& text, const TSString& piece, int number)
     Require(text.SubString(number).Length() <= length);
     Require(text.SubString(number, number / 3).Length() <= length);
     const int found = text.AnsiPos(piece);
-    Require(found == 0 || std::strstr(text.c_str() + found - 1, piece.c_str()) != nullptr);
+    Require(found == 0 ||
+            std::strncmp(text.c_str() + found - 1, piece.c_str(), std::strlen(piece.c_str())) == 0);
     text.AnsiPosSJIS(piece);
     text.ToLongLongInt();
     is_SJIS(text);
@@ -38,9 +40,11 @@ static void Strings(const TSString& text, const TSString& piece, int number)
         ChangeFileExtSX(text, ".bin");
 }
 
-static void Lines(std::string text, int limit)
+// Buffers are vectors of exact size, so that the sanitizer sees each byte past their ends.
+static void Lines(const std::string& source, int limit)
 {
-    std::string quoted(static_cast<std::size_t>(limit), '\0');
+    std::vector<char> text(source.c_str(), source.c_str() + source.size() + 1);
+    std::vector<char> quoted(static_cast<std::size_t>(limit) + 1);
     Require(mystr_escquote(text.data(), quoted.data(), limit) <= limit);
     mystrtoupper(text.data(), nullptr);
     mystrtolower(text.data(), nullptr);
@@ -48,20 +52,20 @@ static void Lines(std::string text, int limit)
     char* rest = text.data();
     while (rest != nullptr)
         car(&rest);
-    trimleft(text.data(), static_cast<int>(text.size()));
+    trimleft(text.data(), static_cast<int>(source.size()));
 }
 
 static void Messages(const std::string& bytes, int capacity)
 {
     TMidiCom link;
     const int length = static_cast<int>(bytes.size());
-    std::string stuffed(2 * bytes.size() + 2, '\0');
-    stuffed.resize(
-        static_cast<std::size_t>(link.Change_bin2i2c(bytes.data(), stuffed.data(), length)));
-    std::string back(stuffed.size(), '\0');
-    back.resize(static_cast<std::size_t>(
-        link.Change_i2c2bin(stuffed.data(), back.data(), static_cast<int>(stuffed.size()))));
-    Require(back == bytes);
+    std::vector<char> stuffed(2 * bytes.size() + 2);
+    const int wire = link.Change_bin2i2c(bytes.data(), stuffed.data(), length);
+    std::vector<char> sent(stuffed.begin(), stuffed.begin() + wire);
+    std::vector<char> back(sent.size());
+    back.resize(static_cast<std::size_t>(link.Change_i2c2bin(sent.data(), back.data(), wire)));
+    Require(bytes == std::string(back.begin(), back.end()));
+    back.shrink_to_fit();
     char* lines[8];
     Require(link.ToConsole2(back.data(), length, lines, capacity) <= capacity);
 }
