@@ -1,15 +1,15 @@
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "Descriptors.h"
-#include "ImageText.h"
+#include "HexText.h"
 #include "THexFile.h"
 #include "TempDir.h"
 
@@ -35,24 +35,10 @@ Rows RowsOf(const THexFile& file)
 void ExpectNothingLoaded(const THexFile& file)
 {
     EXPECT_EQ(file.maxLineLength, 0);
-    EXPECT_EQ(file.lineCount, 0);
+    EXPECT_EQ(RowsOf(file), Rows());
     EXPECT_EQ(file.lines, nullptr);
-    EXPECT_EQ(file.startAddress, 0U);
-    EXPECT_EQ(file.endAddress, 0U);
+    EXPECT_EQ(file.startAddress + file.endAddress, 0U);
     EXPECT_STREQ(file.versionText, "");
-}
-
-// Ends the process, with 0 when the file was refused.
-[[noreturn]] void LoadInLittleMemory(const std::string& path)
-{
-    constexpr rlim_t kRoom = 128 << 20;
-    rlimit limit = {kRoom, kRoom};
-    setrlimit(RLIMIT_AS, &limit);
-    getrlimit(RLIMIT_AS, &limit);
-    if (limit.rlim_cur != kRoom)
-        std::_Exit(0);  // an emulator sets its guest no limit, so there is nothing to see
-    THexFile file;
-    std::_Exit(!file.LoadFromFile(path.c_str()) && file.lines == nullptr ? 0 : 1);
 }
 
 }  // namespace
@@ -65,15 +51,12 @@ TEST(LoadedFile, BreaksTheFileIntoRows)
         int longest;
         Rows rows;
     } cases[] = {
-        {"LF", "abc\nd\n", 4, {"abc", "d"}},
         {"CR LF", "abc\r\nd\r\n", 5, {"abc", "d"}},
-        {"bytes behind the last LF are no line", "a\nbcdef", 2, {"a"}},
-        {"... and take no row that is left over", "a\n\nb\nc", 2, {"a", "b", ""}},
+        {"bytes past the last LF are no line", "a\nbcdef", 2, {"a"}},
         {"an empty LF line moves the rows up", "a\n\n\nb\nc\n", 2, {"a", "", "b", "c", ""}},
         {"an empty first LF line swallows one", "\n\na\n", 2, {"", "a", ""}},
         {"an empty CR LF line has a row", "a\r\n\r\nb\r\n", 3, {"a", "", "b"}},
         {"a CR in a line pushes the last row out", "ab\rcd\ne\nf\n", 6, {"ab", "cd", "e"}},
-        {"a NUL ends the text of its row", "a\0b\nc\n"s, 4, {"a", "c"}},
         {"an empty file", "", 0, {}},
     };
     const TempDir dir;
@@ -86,53 +69,51 @@ TEST(LoadedFile, BreaksTheFileIntoRows)
     }
 }
 
-TEST(LoadedFile, TakesLinesOf80BytesAndNoLongerOnes)
+TEST(LoadedFile, TakesLinesOf80BytesAndNothingThatCannotBeRead)
 {
     const TempDir dir;
     const std::string longest(78, 'x');
-    THexFile file;
-
-    EXPECT_TRUE(file.LoadFromFile(dir.Write("80.hex", "a\n" + longest + "\r\nb\n").c_str()));
-    EXPECT_EQ(RowsOf(file), (Rows{"a", longest, "b"}));
-    EXPECT_EQ(file.lines[1][file.maxLineLength], '\0');
-
-    EXPECT_FALSE(file.LoadFromFile(dir.Write("81.hex", "a\n" + longest + "x\r\nb\n").c_str()));
-    ExpectNothingLoaded(file);
-}
-
-TEST(LoadedFile, StartsAnewWithEachFile)
-{
-    const TempDir dir;
     const std::string image = dir.Write("image.hex", kUpper + Data(0x400, "1.23"));
-    const std::string other = dir.Write("other.hex", "x\n");
-    const auto descriptors = OpenDescriptors();
-    THexFile file;
-
-    EXPECT_TRUE(file.LoadFromFile(image.c_str()));
-    EXPECT_TRUE(file.LoadFromFile(other.c_str()));
-    EXPECT_EQ(RowsOf(file), Rows{"x"});
-    EXPECT_STREQ(file.versionText, "");
-
+    const std::string tooLong = dir.Write("81.hex", longest + "x\r\n");
     const std::string pipe = dir.Path("pipe.hex");
     EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const std::string& unreadable : {dir.Path("missing.hex"), dir.Path(), pipe}) {
+    const auto descriptors = OpenDescriptors();
+    THexFile file;
+    for (const std::string& refused : {tooLong, dir.Path("missing.hex"), dir.Path(), pipe}) {
         EXPECT_TRUE(file.LoadFromFile(image.c_str()));
-        EXPECT_FALSE(file.LoadFromFile(unreadable.c_str()));
+        EXPECT_FALSE(file.LoadFromFile(refused.c_str())) << refused;
         ExpectNothingLoaded(file);
     }
+    EXPECT_TRUE(file.LoadFromFile(image.c_str()));
+    EXPECT_TRUE(file.LoadFromFile(dir.Write("80.hex", "a\n" + longest + "\r\nb\n").c_str()));
+    EXPECT_EQ(RowsOf(file), (Rows{"a", longest, "b"}));
+    EXPECT_EQ(file.lines[1][80], '\0');
+    EXPECT_STREQ(file.versionText, "");
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST(LoadedFile, IsRefusedWhenItsRowsNeedMoreMemoryThanThereIs)
+TEST(LoadedFile, IsRefusedWhenItNeedsMoreMemoryThanThereIs)
 {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the sanitizer needs the address space for itself";
 #endif
     const TempDir dir;
-    const std::string text = std::string(79, 'x') + std::string(4 << 20, '\n');
-    const std::string path = dir.Write("huge.hex", text);
-
-    EXPECT_EXIT(LoadInLittleMemory(path), testing::ExitedWithCode(0), "");
+    const std::string rows = dir.Write("rows", std::string(79, 'x') + std::string(4 << 20, '\n'));
+    const std::string bytes = dir.Write("bytes", "");
+    EXPECT_EQ(truncate(bytes.c_str(), 1 << 30), 0);
+    rlimit saved{};
+    getrlimit(RLIMIT_AS, &saved);
+    const rlimit little = {128 << 20, saved.rlim_max};
+    setrlimit(RLIMIT_AS, &little);
+    rlimit now{};
+    getrlimit(RLIMIT_AS, &now);
+    THexFile file;
+    const bool isLoaded = file.LoadFromFile(rows.c_str()) || file.LoadFromFile(bytes.c_str());
+    setrlimit(RLIMIT_AS, &saved);
+    if (now.rlim_cur != little.rlim_cur)
+        GTEST_SKIP() << "an emulator sets its guest no limit";
+    EXPECT_FALSE(isLoaded);
+    ExpectNothingLoaded(file);
 }
 
 TEST(LoadedFile, IsScannedForItsAddressesAndItsVersion)
@@ -140,30 +121,25 @@ TEST(LoadedFile, IsScannedForItsAddressesAndItsVersion)
     const struct {
         const char* name;
         std::string text;
-        std::uint32_t start;
-        std::uint32_t end;
+        std::uint32_t start, end;
         const char* version = "";
     } cases[] = {
         {"last address, not highest", kUpper + Data(0x20, "a") + Data(8, "b"), kStart, kStart + 9},
         {"first upper address but 0", ":020000040000FA\n" + kUpper, kStart, kStart},
         {"no upper address", Data(0x30, "ab"), 0, 0x32},
         {"address wraps", ":02000004FFFFFC\n" + Data(0xFFFE, "abc"), 0xFFFF0000, 1},
-        {"behind the end", kUpper + ":00000001FF\n" + Data(0x10, "a"), kStart, kStart + 0x11},
-        {"another type", kUpper + Record(5, 0x70, "abcd") + "\n", kStart, kStart},
+        {"past the end", kUpper + ":00000001FF\n" + Data(0x10, "a"), kStart, kStart + 0x11},
         {"bad checksum, no colon", "x02000004900400\nx0100100041FF\n", kStart, kStart + 0x11},
         {"lower case reads as 0", ":02000004900a5C\n", 0x90000000, 0x90000000},
         {"first byte above 7F is text", "\xFF" + kUpper.substr(1), kStart, kStart},
         {"control character isn't", "\t" + kUpper.substr(1), 0, 0},
         {"upper address, count 0", ":000000049004\n", kStart, kStart},
         {"upper address, count 0, cut", ":00000004900\n", 0, 0},
-        {"cut upper address", kUpper + ":0200000490056\n", kStart, kStart},
         {"cut data", kUpper + ":04040000414243\n:0104000041B\n:0\n", kStart, kStart},
         {"version", kUpper + Data(0x400, "V1.2") + Data(0x404, "x"), kStart, kStart + 0x405,
          "V1.2"},
-        {"version with NUL", kUpper + Data(0x400, "V1\0.2"s), kStart, kStart + 0x405, "V1"},
         {"second version", kUpper + Data(0x400, "V1.2") + Data(0x400, "V3"), kStart, kStart + 0x402,
          "V3"},
-        {"inside a record", kUpper + Data(0x3FF, " V1"), kStart, kStart + 0x402},
         {"version elsewhere", ":02000004900565\n" + Data(0x400, "V1"), 0x90050000, 0x90050402},
     };
     const TempDir dir;
@@ -182,18 +158,15 @@ TEST(SentRecord, MovesTheAddressesOfTheSender)
     constexpr unsigned long kSent = 0x90040123;
     const struct {
         const char* record;
-        unsigned long upper;
-        unsigned long sent;
+        unsigned long upper, sent;
         bool isUpper = false;
         unsigned long upperBefore = kStart;
     } cases[] = {
         {":0310000041424327", kStart, 0x90041003},
         {":02FFFF0041427D", 0xFFFF0000, 1, false, 0xFFFF0000},  // 32 bits on every machine
-        {":02000004900565", 0x90050000, 0x90050000, true},
         {":02000004900565\r\n", 0x90050000, 0x90050000, true},
         {":020000049005\r\n", kStart, kSent},  // the line end is no checksum
         {":00000001FF", kStart, kSent},
-        {":020000021000EC", kStart, kSent},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.record);
