@@ -70,6 +70,7 @@ TEST(ConsoleLines, AreMadeOfTheTextThatEachFrameAnnounces)
          Bytes("E2 E1 06 C5 41 42 43 44 45 E2 E1 06 87 41 42 43 44 45") + Frames({"x"}),
          {"x\r\n"}},
         {"a frame that is cut", Frames({"x"}) + Bytes("E2 E1 06 35 41"), {"x\r\n"}},
+        {"a frame's first two bytes", Frames({"x"}) + Bytes("E2 E1"), {"x\r\n"}},
         {"nothing", "", {}},
     };
     for (const auto& c : cases)

@@ -52,6 +52,15 @@ TEST(MidiLink, SendsAConnectSequenceAndGroupsInStuffedFrames)
     }
 }
 
+TEST(MidiLink, PrintsItsBeginItsOpeningAndItsEnd)
+{
+    testing::internal::CaptureStdout();
+    {
+        const MidiLink link;
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Init Midicom\nMIDI Alive\nDelete Midicom\n");
+}
+
 TEST(MidiLink, SendsTextInFramesOfFiveAndAnEndFrame)
 {
     const std::string end = "E2 E0 E1 06 37 00 00 00 00 00 FE FF";

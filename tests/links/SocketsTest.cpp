@@ -112,6 +112,7 @@ TEST_F(Sockets, CarryTextToTheRcServerUntilItGoes)
     EXPECT_EQ(link.GetRCSDescriptor(), descriptor);
     ASSERT_TRUE(server.Accept());
     EXPECT_TRUE(link.WriteMessage("<message_box>\nmore", 14));
+    EXPECT_TRUE(link.WriteMessage("", 0));
     EXPECT_FALSE(link.WriteMessage("text", -1));
     EXPECT_EQ(server.Received(), "<message_box>\n");
 

@@ -8,9 +8,66 @@
 #include <gtest/gtest.h>
 
 #include "HexText.h"
-#include "ReadBack.h"
+#include "Peers.h"
+#include "TCspReader.h"
 
 namespace {
+
+const std::string kBase = ":02000004900466";
+const std::string kEndOfFile = ":00000001FF";
+
+std::string Base(unsigned upper)
+{
+    return Record(4, 0, {static_cast<char>(upper >> 8U), static_cast<char>(upper)});
+}
+
+// A read-back to param.hex.
+class ReadBack : public Peers {
+public:
+    ReadBack()
+    {
+        OpenMidi();
+        reader.SetReaderParameter(0, 0, dir.Path("param.hex").c_str());
+        reader.SetReaderStatus(Connect);
+    }
+
+    int Step() { return reader.UpdateStatus(&midi, &zaurus); }
+    // So many times ten seconds without an answer.
+    void Wait(int timeouts)
+    {
+        for (int i = 0; i < timeouts; ++i)
+            reader.IncReaderCounter();
+    }
+
+    // To a status, by the answers that lead there.
+    void GoTo(int status)
+    {
+        Step();
+        if (status == Idle)
+            reader.ClearReaderStatus();
+        if (status >= Request)
+            After("Status:Flash Idle");
+        if (status >= StartData) {
+            Step();
+            After("Start READ");
+        }
+        if (status >= Transfer)
+            Step();
+        if (status >= Finished)
+            After(status == Finished ? kEndOfFile : "");
+        EXPECT_EQ(reader.GetReaderStatus(), status);
+        Sent();
+        Told();
+    }
+
+    TCspReader reader;
+
+private:
+    void Hear(const char* message, int length) override
+    {
+        reader.GetCSPMessage(&midi, &zaurus, message, length);
+    }
+};
 
 const Lines kConnect = {"BF 00 00 7F", "BF 66 01 00", "STATUS"};
 const Lines kRequest = {"READ   :90040000:900A0000:0C"};
@@ -87,8 +144,10 @@ TEST(CspReader, AsksForEachBlockOnceAndSavesTheFileAtItsEnd)
 
 TEST(CspReader, BreaksOffAtALineThatIsNotTheNextRecord)
 {
-    for (const char* line : {"Status:Flash Idle", "", ":0400000001020304F3", ":04000000010203",
-                             ":020000021000EC", ":0400080001020304EA", "02000004900466"}) {
+    const std::string longest(1021, 'x');  // of the link, without its line end
+    for (const char* line :
+         {longest.c_str(), "Status:Flash Idle", "", ":0400000001020304F3", ":04000000010203",
+          ":020000021000EC", ":0400080001020304EA", "02000004900466"}) {
         SCOPED_TRACE(line);
         ReadBack read;
         read.GoTo(Transfer);

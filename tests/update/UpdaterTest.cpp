@@ -1,16 +1,113 @@
 // The update's machine in both of its modes, seen from the CSP and the controller.
 
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "HexText.h"
-#include "Update.h"
+#include "Peers.h"
+#include "TUpdater.h"
 
 namespace {
 
+enum Mode { Alone, InServer };
+
+// The words of an image's rows: "9004:" is a base record with that upper address, "41FF4" a record
+// of 12 bytes at the low 16 bits, "end" the end-of-file record, "-" an empty row, "other" a record
+// without an address. Blocks of this one end after a record, at a 64 KiB boundary and at the end.
+constexpr char kImage[] = "9004: 40000 41FF4 42000 43FF4 44000 4FFF4 9005: 50000 51FF4 end";
+
+// An update of the image that the words stand for.
+class Update : public Peers {
+public:
+    explicit Update(Mode chosen, const std::string& image = kImage) : mode(chosen)
+    {
+        std::istringstream words(image);
+        std::string file;
+        for (std::string word; words >> word;) {
+            const std::string row = Row(word);
+            names[row] = word;
+            file += row + "\r\n";
+        }
+        path = dir.Write("image.hex", file);
+        if (mode == InServer) {
+            OpenMidi();
+            Restart();
+        } else {
+            EXPECT_EQ(updater.Initialize(false, 0, path.c_str(), TMidiCom::kPiano), 0);
+            EXPECT_TRUE(patcher.Accept());
+        }
+    }
+
+    // To the begin of an update, which in the server comes after a search.
+    void Restart()
+    {
+        if (mode == InServer) {
+            EXPECT_EQ(updater.LoadIntelHex(path.c_str(), nullptr), 0);
+        }
+        EXPECT_TRUE(updater.SetUpdateStatus(Connect));
+    }
+
+    int Step()
+    {
+        return mode == InServer ? updater.UpdateStatusDiag(&midi, &zaurus) : updater.UpdateStatus();
+    }
+    // So many times ten seconds without an answer.
+    void Wait(int timeouts)
+    {
+        for (int i = 0; i < timeouts; ++i)
+            updater.IncUpdateCounter();
+    }
+    // So many unwanted answers.
+    void Refuse(int answers)
+    {
+        for (int i = 0; i < answers; ++i)
+            EXPECT_EQ(After("?"), Lines{});
+    }
+    // From the request to the first block, which it returns.
+    Lines Begin()
+    {
+        updater.SetUpdateStatus(Request);
+        After("Start WRITE ?");
+        EXPECT_EQ(Step(), 1);
+        EXPECT_EQ(updater.GetUpdateStatus(), Transfer);
+        return Sent();
+    }
+
+    TUpdater updater;
+
+private:
+    static std::string Row(const std::string& word)
+    {
+        if (word == "end" || word == "-" || word == "other")
+            return word == "end" ? ":00000001FF" : word == "-" ? "" : Record(5, 0, "abcd");
+        constexpr int kHex = 16;
+        const auto number = std::stoul(word, nullptr, kHex);
+        if (word.back() == ':')
+            return Record(4, 0, {static_cast<char>(number >> 8U), static_cast<char>(number)});
+        return Record(0, number % 0x10000, std::string(12, static_cast<char>(number >> 16U)));
+    }
+    void Hear(const char* message, int length) override
+    {
+        if (mode == InServer)
+            updater.GetCSPMessageDiag(&midi, &zaurus, message, length);
+        else
+            updater.GetCSPMessage(message, length);
+    }
+
+    Mode mode;
+    std::string path;
+};
+
 const std::vector<Mode> kBoth = {Alone, InServer};
+
+const Lines kFirst = {"9004:", "40000", "41FF4"};  // the blocks of kImage
+const Lines kSecond = {"42000", "43FF4"};
+const Lines kRetried = {"41FF4"};
+const Lines kThird = {"44000", "4FFF4"};
+const Lines kFourth = {"9005:", "50000", "51FF4"};
 
 enum Count { Counts, Keeps, Forgets };
 enum Silence { Ends, Lasts };
@@ -35,44 +132,23 @@ TEST(Updater, ActsOnTheAnswersOfEachStatus)
         {kBoth, "Start WRITE ?", Connect, Connect, Counts, Lasts},
         {kBoth, "Start WRITE ?", Request, StartData, Forgets, Ends},
         {kBoth, "Start WRITE", Request, Request, Counts, Lasts},
-        {{Alone},
-         "OK 90042000",
-         Transfer,
-         Transfer,
-         Forgets,
-         Ends,
-         {"42000", "43FF4"},
-         "OK 90042000\r\n"},
-        {{InServer}, "OK 90042000", Transfer, Transfer, Forgets, Ends, {"42000", "43FF4"}},
-        {{InServer}, "OK:90042000", Transfer, Transfer, Forgets, Ends, {"42000", "43FF4"}},
-        {{Alone},
-         "OK 90044000",
-         Transfer,
-         Transfer,
-         Forgets,
-         Ends,
-         {"42000", "43FF4"},
-         "OK 90044000\r\n"},
+        {{Alone}, "OK 90042000", Transfer, Transfer, Forgets, Ends, kSecond, "OK 90042000\r\n"},
+        {{InServer}, "OK 90042000", Transfer, Transfer, Forgets, Ends, kSecond},
+        {{InServer}, "OK:90042000", Transfer, Transfer, Forgets, Ends, kSecond},
+        {{Alone}, "OK 90044000", Transfer, Transfer, Forgets, Ends, kSecond, "OK 90044000\r\n"},
         {{InServer}, "OK 90044000", Transfer, Transfer, Forgets, Ends},
-        {{Alone},
-         "OK 9004200%s",
-         Transfer,
-         Transfer,
-         Forgets,
-         Ends,
-         {"42000", "43FF4"},
-         "OK 9004200%s\r\n"},
+        {{Alone}, "OK 9004200%s", Transfer, Transfer, Forgets, Ends, kSecond, "OK 9004200%s\r\n"},
         {{InServer}, "OK 9004200%s", Transfer, Transfer, Forgets, Ends},
         {{InServer}, "OK 900420", Transfer, Transfer, Forgets, Ends},
         {kBoth, "OK 90042", Transfer, Transfer, Counts, Lasts},
-        {{Alone}, "NG 90040010", Transfer, Transfer, Counts, Ends, {"41FF4"}},
+        {{Alone}, "NG 90040010", Transfer, Transfer, Counts, Ends, kRetried},
         {{InServer},
          "NG 90040010",
          Transfer,
          Transfer,
          Counts,
          Lasts,
-         {"41FF4"},
+         kRetried,
          "NG Recive NG 90040010\r\n\n"},
         {{Alone}, "NG %s", Transfer, Transfer, Counts, Ends},
         {{InServer}, "NG %s", Transfer, Transfer, Counts, Lasts, {}, "NG Recive NG %s\r\n\n"},
@@ -131,19 +207,12 @@ TEST(Updater, SendsTheImageInBlocksThatEndOnMultiplesOf0x2000)
         const char* image;
         std::vector<Lines> blocks;
     } rows[] = {
-        {"at records and bases",
-         kImage,
-         {{"9004:", "40000", "41FF4"},
-          {"42000", "43FF4"},
-          {"44000", "4FFF4"},
-          {"9005:", "50000", "51FF4"},
-          {"end"},
-          {}}},
+        {"at records and bases", kImage, {kFirst, kSecond, kThird, kFourth, {"end"}, {}}},
         {"records that step over",
          "9004: 41FF8 43FFC 45FF4 46000",
          {{"9004:", "41FF8", "43FFC", "45FF4"}, {"46000"}}},
         {"an empty row on an end", "9004: 41FF4 - 43FF4", {{"9004:", "41FF4"}, {}, {"43FF4"}}},
-        {"empty rows elsewhere", "- 9004: 40000 - 41FF4 -", {{}, {"9004:", "40000", "41FF4"}, {}}},
+        {"empty rows elsewhere", "- 9004: 40000 - 41FF4 -", {{}, kFirst, {}}},
         {"an empty row after a base", "9004: - 40000", {{"9004:"}, {"40000"}}},
         {"two bases", "9004: 9005: 50000", {{"9004:", "9005:"}, {"50000"}}},
         {"a base at the end", "41FF4 9005:", {{"41FF4"}, {"9005:"}}},
@@ -169,14 +238,14 @@ TEST(Updater, GoesOnFromARefusedAddress)
         Lines sent;
         Lines next;
     } rows[] = {
-        {"the start", "NG 90040000", {"9004:", "40000", "41FF4"}, {"42000", "43FF4"}},
-        {"inside a record", "NG 90040008", {"40000", "41FF4"}, {"42000", "43FF4"}},
-        {"after a record", "NG 9004000C", {"41FF4"}, {"42000", "43FF4"}},
-        {"where sending has got", "NG 90042000", {"42000", "43FF4"}, {"44000", "4FFF4"}},
-        {"lower case", "NG 9004fff8", {"4FFF4"}, {"9005:", "50000", "51FF4"}},
-        {"a base", "NG 90050000", {"9005:", "50000", "51FF4"}, {"end"}},
+        {"the start", "NG 90040000", kFirst, kSecond},
+        {"inside a record", "NG 90040008", {"40000", "41FF4"}, kSecond},
+        {"after a record", "NG 9004000C", {"41FF4"}, kSecond},
+        {"where sending has got", "NG 90042000", kSecond, kThird},
+        {"lower case", "NG 9004fff8", {"4FFF4"}, kFourth},
+        {"a base", "NG 90050000", kFourth, {"end"}},
         {"after the last row", "NG 90052000", {}, {}},
-        {"before the first", "NG 12345678", {"9004:", "40000", "41FF4"}, {"42000", "43FF4"}},
+        {"before the first", "NG 12345678", kFirst, kSecond},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.where);
@@ -234,7 +303,7 @@ TEST(Updater, ReportsEvenPercentagesWhileDataRemain)
         update.After(row.answer);
         EXPECT_EQ(update.Told(), row.told) << row.answer;
     }
-    EXPECT_EQ(update.After("NG 90050000"), (Lines{"9005:", "50000", "51FF4"}));
+    EXPECT_EQ(update.After("NG 90050000"), kFourth);
     EXPECT_EQ(update.After("OK 90052000"), Lines{}) << "rows after that block stay unsent";
 
     Update ended(InServer);
@@ -334,7 +403,7 @@ TEST(Updater, StartsAgainOnceAfterAFailure)
         EXPECT_EQ(update.Step(), 1);
         EXPECT_EQ(update.Sent(), Lines{"WRITE  :"});
     }
-    EXPECT_EQ(update.Begin(), (Lines{"9004:", "40000", "41FF4"}));
+    EXPECT_EQ(update.Begin(), kFirst);
     update.After("Failed");
     EXPECT_EQ(update.Step(), -1);
 }
