@@ -17,16 +17,6 @@ std::string UtcNow()
     return text;
 }
 
-std::string Lines(int first, int last)
-{
-    std::string lines;
-    for (int line = first; line <= last; ++line)
-        lines += "line " + std::to_string(line) + "\n";
-    return lines;
-}
-
-constexpr std::size_t kStampSize = 17;
-
 }  // namespace
 
 TEST(Log, StampsEntriesWithUtcAndAddsNoLineEnd)
@@ -43,20 +33,18 @@ TEST(Log, StampsEntriesWithUtcAndAddsNoLineEnd)
     const std::string after = UtcNow();
 
     const std::string log = dir.Read("log");
-    ASSERT_EQ(log.size(), 3 * (kStampSize + 3) + 6);
-    EXPECT_GE(log.substr(0, kStampSize), before);
-    EXPECT_LE(log.substr(0, kStampSize), after);
-    EXPECT_EQ(log.substr(kStampSize, 9), " - 100%s\n");
-    EXPECT_EQ(log.substr(2 * kStampSize + 9, 3), " - ");
-    EXPECT_EQ(log.substr(log.size() - 3), " - ");
+    EXPECT_GE(log.substr(0, 17), before);
+    EXPECT_LE(log.substr(0, 17), after);
+    EXPECT_EQ(log.substr(17, 9), " - 100%s\n");
+    EXPECT_EQ(log.substr(43, 3), " - ");
+    EXPECT_EQ(log.substr(63), " - ");
 }
 
-TEST(Log, IsNoMatterWhereThereIsNoDirectory)
+TEST(Log, FailsWhereItCannotBeOpenedOrWritten)
 {
     const TempDir dir;
-    const std::string path = dir.Path("no/log");
-    EXPECT_FALSE(AddLogFile(path.c_str(), "text\n"));
-    EXPECT_FALSE(ResetLogFile(path.c_str(), 50));
+    EXPECT_FALSE(AddLogFile(dir.Path("no/log").c_str(), "text\n"));
+    EXPECT_FALSE(AddLogFile("/dev/full", std::string(100000, 'x').c_str()));
     EXPECT_FALSE(ResetLogFile(dir.Path("missing").c_str(), 50));
     EXPECT_FALSE(dir.Exists("missing"));
 }
@@ -66,16 +54,13 @@ TEST(Log, IsCutToItsNewestLines)
     const std::string longLine = std::string(1500, 'x') + "\n";
     const struct {
         const char* name;
-        std::string content;
         int kept;
-        std::string expected;
-    } rows[] = {{"one too many", Lines(1, 51), 50, Lines(2, 51)},
-                {"just enough", Lines(1, 50), 50, Lines(1, 50)},
-                {"no line end", "a\nb\nc", 2, "b\nc"},
-                {"empty", "", 50, ""},
-                {"none to keep", Lines(1, 3), 0, ""},
-                {"less than none", Lines(1, 3), -1, ""},
-                {"a long line is two", longLine + "a\n", 2, std::string(477, 'x') + "\na\n"}};
+        std::string content, expected;
+    } rows[] = {{"two too many", 2, "a\nb\nc\nd", "c\nd"},
+                {"just enough", 3, "a\nb\nc\n", "a\nb\nc\n"},
+                {"empty", 50, "", ""},
+                {"less than none", -1, "a\nb\n", ""},
+                {"a long line is two", 2, longLine + "a\n", std::string(477, 'x') + "\na\n"}};
     for (const auto& row : rows) {
         const TempDir dir;
         const std::string path = dir.Write("log", row.content);
