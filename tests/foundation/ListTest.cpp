@@ -101,6 +101,7 @@ TEST(StringList, ReplacesItsCopiesByAFileAndSavesTheSameBytes)
     list.Add(text).Add("b\n");
     text[0] = 'x';
     EXPECT_FALSE(list.LoadFromFile(dir.Path("missing").c_str()));
+    EXPECT_TRUE(list.GetNextString() == "old");
     testing::internal::CaptureStdout();
     list.Print();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "old\nb\n\n");

@@ -47,14 +47,14 @@ TEST(Hex, WritesUpperCaseDigits)
     CharToHex(0xAF, byte);
     ExpectTexts({
         {"byte without NUL", byte, "AFx"},
-        {"filled", UIntToSHex(255, 4), "00FF"},
         {"cut", UIntToSHex(0x1A2B, 3), "A2B"},
         {"all 32 bits", UIntToSHex(0x90040400, 8), "90040400"},
         {"more than 8 digits", UIntToSHex(UINT_MAX, 10), "00FFFFFFFF"},
         {"width 0", UIntToSHex(255, 0), ""},
         {"width below 0", UIntToSHex(255, -1), ""},
     });
-    EXPECT_TRUE(UIntToHex(1, byte, 2));
+    EXPECT_TRUE(UIntToHex(0x1A2, byte, 2));
+    EXPECT_STREQ(byte, "A2");
 }
 
 TEST(Hex, ReadsABadDigitOfAByteAloneAndOfAFieldAsAWholeAsZero)
@@ -147,6 +147,7 @@ TEST(String, IsMadeFromNumbersAndTexts)
         {"width fills with zeros", TSString(5, 3), "005"},
         {"width drops high digits", TSString(123, 2), "23"},
         {"width reads the bits as unsigned", TSString(-1, 2), "95"},
+        {"width 0", TSString(123, 0), ""},
         {"negative width", TSString(-5, -1), "-5"},
         {"limit", TSString(unterminated, 2), "ab"},
     });
@@ -191,6 +192,7 @@ TEST(String, EditsByPositionsFromOne)
         {"delete past the text", TSString(five).Delete(100, 1), "abcde"},
         {"delete a negative count", TSString(five).Delete(2, INT_MIN), "abcde"},
         {"insert in the middle", TSString(five).Insert("XY", 3), "abXYcde"},
+        {"insert far past the text", TSString(five).Insert("X", 100), "abcdeX"},
         {"insert at a negative position", TSString(five).Insert("X", -5), "Xabcde"},
         {"can't grow", TSString(five).SetLength(100), "abcde"},
         {"length below 0", TSString(five).SetLength(-1), ""},
@@ -202,6 +204,7 @@ TEST(String, EditsByPositionsFromOne)
         {"trim all", TSString(" \n").Trim(), ""},
         {"strip a set", TSString("-1:2:-3").Strip(":-"), "123"},
         {"lower", TSString("@AZ[\x83\x41").LowerCase(), "@az[\x83\x61"},
+        {"upper", TSString("`az{\x83\x61").UpperCase(), "`AZ{\x83\x41"},
         {"double all", TSString("'a\\\x83\x5C\"").SQLString(1), "''a\\\\\x83\x5C\x5C\""},
         {"double outside pairs", TSString("\x83\x5C'\\").SQLString(0), "\x83\x5C''\\\\"},
     });
