@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -64,8 +65,10 @@ TEST(Log, IsCutToItsNewestLines)
     for (const auto& row : rows) {
         const TempDir dir;
         const std::string path = dir.Write("log", row.content);
+        std::filesystem::create_hard_link(path, dir.Path("old"));
         EXPECT_TRUE(ResetLogFile(path.c_str(), row.kept)) << row.name;
         EXPECT_TRUE(dir.Exists("log")) << row.name;
+        EXPECT_EQ(dir.Read("old"), row.content) << "the log is a new file";
         EXPECT_EQ(dir.Read("log"), row.expected) << row.name;
     }
 }
