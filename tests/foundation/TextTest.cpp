@@ -22,21 +22,10 @@ struct TextRow {
     const char* expected;
 };
 
-struct NumberRow {
-    const char* name;
-    long long result, expected;
-};
-
 void ExpectTexts(std::initializer_list<TextRow> rows)
 {
     for (const TextRow& row : rows)
         EXPECT_STREQ(row.result.c_str(), row.expected) << row.name;
-}
-
-void ExpectNumbers(std::initializer_list<NumberRow> rows)
-{
-    for (const NumberRow& row : rows)
-        EXPECT_EQ(row.result, row.expected) << row.name;
 }
 
 }  // namespace
@@ -59,19 +48,17 @@ TEST(Hex, WritesUpperCaseDigits)
 
 TEST(Hex, ReadsABadDigitOfAByteAloneAndOfAFieldAsAWholeAsZero)
 {
-    ExpectNumbers({
-        {"byte", HexToChar("A0"), 0xA0},
-        {"first digit in lower case", HexToChar("a9"), 9},
-        {"bad second digit", HexToChar("Fx"), 0xF0},
-        {"neighbours of the letters", HexToChar("@G"), 0},
-        {"neighbours of the digits", HexToChar("/:"), 0},
-        {"whole text", SHexToUInt("aF", 0), 0xAF},
-        {"one digit", SHexToUInt("12", 1), 1},
-        {"field longer than the text", SHexToUInt("1", 2), 0},
-        {"bad digit past the field", SHexToUInt("9004040g", 7), 0x9004040},
-        {"bad digit in the field", SHexToUInt("0G", 2), 0},
-        {"9 digits", SHexToUInt("123456789", 9), 0x23456789},
-    });
+    EXPECT_EQ(HexToChar("A0"), 0xA0) << "byte";
+    EXPECT_EQ(HexToChar("a9"), 9) << "first digit in lower case";
+    EXPECT_EQ(HexToChar("Fx"), 0xF0) << "bad second digit";
+    EXPECT_EQ(HexToChar("@G"), 0) << "neighbours of the letters";
+    EXPECT_EQ(HexToChar("/:"), 0) << "neighbours of the digits";
+    EXPECT_EQ(SHexToUInt("aF", 0), 0xAFU) << "whole text";
+    EXPECT_EQ(SHexToUInt("12", 1), 1U) << "one digit";
+    EXPECT_EQ(SHexToUInt("1", 2), 0U) << "field longer than the text";
+    EXPECT_EQ(SHexToUInt("9004040g", 7), 0x9004040U) << "bad digit past the field";
+    EXPECT_EQ(SHexToUInt("0G", 2), 0U) << "bad digit in the field";
+    EXPECT_EQ(SHexToUInt("123456789", 9), 0x23456789U) << "9 digits";
 }
 
 TEST(Compare, LooksFromTheFirstToTheLastIndex)
@@ -225,14 +212,12 @@ TEST(String, ChangesCaseOutsideShiftJisPairs)
 
 TEST(String, FindsTheFirstOccurrence)
 {
-    ExpectNumbers({
-        {"any byte", TSString("a\x83\x5C\x5C").AnsiPos("\\"), 3},
-        {"no occurrence", TSString("abc").AnsiPos("abcd"), 0},
-        {"outside pairs", TSString("\x83\x5C\x5C\x5C").AnsiPosSJIS("\\"), 3},
-        {"a pair", TSString("a\x83\x41").AnsiPosSJIS("\x83\x41"), 2},
-        {"no occurrence outside pairs", TSString("\x83\x41").AnsiPosSJIS("A"), 0},
-        {"nothing sought", TSString("").AnsiPosSJIS(""), 1},
-    });
+    EXPECT_EQ(TSString("a\x83\x5C\x5C").AnsiPos("\\"), 3) << "any byte";
+    EXPECT_EQ(TSString("abc").AnsiPos("abcd"), 0) << "no occurrence";
+    EXPECT_EQ(TSString("\x83\x5C\x5C\x5C").AnsiPosSJIS("\\"), 3) << "outside pairs";
+    EXPECT_EQ(TSString("a\x83\x41").AnsiPosSJIS("\x83\x41"), 2) << "a pair";
+    EXPECT_EQ(TSString("\x83\x41").AnsiPosSJIS("A"), 0) << "no occurrence outside pairs";
+    EXPECT_EQ(TSString("").AnsiPosSJIS(""), 1) << "nothing sought";
 }
 
 TEST(String, ReadsANumberThatIsAllDigits)
