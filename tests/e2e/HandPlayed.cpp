@@ -39,17 +39,17 @@ void HandPlayed::Open()
 {
     FailReadBack(patcher);
     EXPECT_TRUE(unit.WaitForJournal("ioctl(/dev/PciDsp, 33, 0xc01)"));
-    Told();
-    Carried();
-    Lines();
-    Logged();
+    TakeReplies();
+    TakeFrames();
+    TakeLines();
+    TakeLog();
 }
 
 std::unique_ptr<Controller> HandPlayed::Connect()
 {
     auto last = std::make_unique<Controller>(unit.Port());
     last.swap(controller);
-    toldSize = 0;
+    replySize = 0;
     EXPECT_TRUE(WaitUntil([this] {
         SayMark();
         return controller->Received().find(kMarkHead) != std::string::npos;
@@ -103,16 +103,16 @@ void HandPlayed::Settle()
         EXPECT_TRUE(controller->WaitFor(SayMark()));
 }
 
-std::string HandPlayed::Told()
+std::string HandPlayed::TakeReplies()
 {
     Settle();
     const std::string all = WithoutMarks(controller->Received());
-    std::string fresh = all.substr(toldSize);
-    toldSize = all.size();
+    std::string fresh = all.substr(replySize);
+    replySize = all.size();
     return fresh;
 }
 
-std::string HandPlayed::Carried()
+std::string HandPlayed::TakeFrames()
 {
     Settle();
     const std::vector<std::string> all = patcher.Frames();
@@ -127,7 +127,7 @@ std::string HandPlayed::Carried()
     return fresh;
 }
 
-std::string HandPlayed::Lines()
+std::string HandPlayed::TakeLines()
 {
     Settle();
     const std::vector<std::string> all = patcher.Lines();
@@ -144,7 +144,7 @@ std::string HandPlayed::Lines()
     return fresh;
 }
 
-std::string HandPlayed::Logged()
+std::string HandPlayed::TakeLog()
 {
     Settle();
     std::string fresh = LogTexts(unit).substr(logSize);

@@ -28,7 +28,7 @@ public:
     void SayBytes(const std::string& bytes);
     void SayLines(const std::vector<std::string>& lines);
 
-    // Waits for a console line among those that Lines hasn't told yet.
+    // Waits for a console line among those that TakeLines hasn't returned yet.
     void WaitForLine(const std::string& line);
 
     // Waits until the server is done with everything that was sent to it before.
@@ -37,10 +37,10 @@ public:
     // What the server has done since the last call, once it is settled: texts and messages to the
     // controller; MIDI frames, "C0 00 90 3C 40 00\n" each (kind and data); console lines, "STATUS,
     // CANCEL : x2", where "READ" stands once however often it was repeated; entries of the log.
-    std::string Told();
-    std::string Carried();
-    std::string Lines();
-    std::string Logged();
+    std::string TakeReplies();
+    std::string TakeFrames();
+    std::string TakeLines();
+    std::string TakeLog();
 
     Unit unit;
     Patcher patcher;
@@ -51,7 +51,7 @@ public:
 private:
     std::string SayMark();
 
-    std::size_t toldSize = 0;
+    std::size_t replySize = 0;
     std::size_t frameCount = 0;
     std::size_t lineCount = 0;
     std::size_t logSize = 0;

@@ -38,7 +38,7 @@ TEST(CommandLine, EndsWithATextAndRunsNothing)
 
         Process& program = unit.Run(row.words);
 
-        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_TRUE(EndsClean(unit, program));
         EXPECT_EQ(program.Error(), row.error);
         EXPECT_EQ(program.Output(), row.output);
         EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
@@ -67,7 +67,7 @@ TEST(CommandLine, PrintsTheVersionOfAFileAndTouchesNoLink)
 
         Process& program = unit.Run(row.words);
 
-        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_TRUE(EndsClean(unit, program));
         EXPECT_EQ(program.Output(), std::string("Diag Server Ver.0.26\n") + row.version);
         EXPECT_NE(program.Error().find(row.error), std::string::npos) << program.Error();
         EXPECT_EQ(program.Error().empty(), *row.error == '\0') << program.Error();
@@ -152,7 +152,7 @@ TEST_P(ServerStart, LogsItsNeighboursInOrderAndGoesOnWithoutThem)
         EXPECT_TRUE(server.IsRunning());
         EXPECT_EQ(server.Kill(SIGTERM), 128 + SIGTERM);
     } else {
-        EXPECT_TRUE(EndedClean(unit, server));
+        EXPECT_TRUE(EndsClean(unit, server));
         EXPECT_NE(server.Output().find("MIDI Patcher is not active.\n"), std::string::npos);
     }
     EXPECT_EQ(LinesOf(unit.Journal(), "sleep"), std::string("sleep(2)\n") +
@@ -196,7 +196,7 @@ TEST(ServerStart, EndsWhenThePatcherDoesntTakeTheConnectSequence)
 
     Process& server = unit.StartServer();
 
-    EXPECT_TRUE(EndedClean(unit, server));
+    EXPECT_TRUE(EndsClean(unit, server));
     EXPECT_NE(server.Output().find("MIDI Patcher is not connected\n"), std::string::npos);
     EXPECT_EQ(LogTexts(unit), "Diag Server Start Now.\nMIDI Patcher is not active.\n"
                               "RC Server is active.\n");
@@ -236,7 +236,7 @@ TEST_P(UpdateStart, LogsNeighboursAndUpdatesOnlyWithPatcher)
         unit.StartPiano();
     }
 
-    EXPECT_TRUE(EndedClean(unit, program));
+    EXPECT_TRUE(EndsClean(unit, program));
     const char* updated = "CSP Updater Initialize - OK\nStart CSP Update\nCSP Update Finished\n"
                           "Rebooting CSP...5sec\n";
     EXPECT_EQ(LogTexts(unit, kUpdateLog),

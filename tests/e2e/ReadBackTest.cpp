@@ -21,19 +21,8 @@ constexpr std::size_t kFileLines = 96 * 342 + 6 + 1;
 
 // ---- a good one
 
-struct ReadRow {
-    const char* name;
-    const char* cut;     // records end at each multiple of this
-    std::size_t asked;   // how often the CSP is asked for more
-    std::size_t lines;   // of the file
-    const char* shares;  // of the whole, in percent, as the controller is told
-};
-
-class ReadBack : public testing::TestWithParam<ReadRow> {};
-
-TEST_P(ReadBack, SavesTheFlashTellsTheWayAndEndsTheServer)
+TEST(ReadBack, SavesFlashReportsProgressAndEndsServer)
 {
-    const ReadRow& row = GetParam();
     Unit unit;
     const std::string flash = Firmware(kParameterSize);
     unit.Write("sim/flash", flash);
@@ -42,21 +31,23 @@ TEST_P(ReadBack, SavesTheFlashTellsTheWayAndEndsTheServer)
     Controller controller(unit.Port());
     EXPECT_TRUE(unit.WaitFor("sim/midi.log", "> console STATUS"));
     // Breaks the CSP's silence once somebody listens.
-    EXPECT_TRUE(TellPiano(unit, std::string("@faults --join --read-cut ") + row.cut));
+    EXPECT_TRUE(TellPiano(unit, "@faults --join --read-cut 1000"));
     EXPECT_TRUE(TellPiano(unit, "awake"));
 
-    EXPECT_TRUE(EndedClean(unit, server));
+    EXPECT_TRUE(EndsClean(unit, server));
 
     EXPECT_TRUE(controller.WaitForClose());
-    std::string told = "Connecting to CSP\n";
-    std::istringstream shares(row.shares);
+    std::string texts = "Connecting to CSP\n";
+    std::istringstream shares(
+        "2 4 6 8 10 12 14 18 20 22 25 27 29 31 35 37 39 41 43 45 47 52 54 56 58 "
+        "60 62 64 68 70 72 75 77 79 81 85 87 89 91 93 95 97 100");
     for (std::string share; shares >> share;)
-        told += "Reading CSP " + share + "%\n";
-    EXPECT_EQ(controller.Received(), told + "CSP Read Success.\nRebooting CSP...\n");
+        texts += "Reading CSP " + share + "%\n";
+    EXPECT_EQ(controller.Received(), texts + "CSP Read Success.\nRebooting CSP...\n");
     EXPECT_TRUE(BytesOf(unit, "cwd/csp_param.hex") == flash);
-    EXPECT_EQ(Count(unit.Read("cwd/csp_param.hex"), "\r\n"), row.lines);
+    EXPECT_EQ(Count(unit.Read("cwd/csp_param.hex"), "\r\n"), kFileLines);
     EXPECT_FALSE(unit.Exists(kParameterFile));
-    EXPECT_EQ(Events(unit, "> console NEXT").size(), row.asked);
+    EXPECT_EQ(Events(unit, "> console NEXT").size(), 96U);
     EXPECT_EQ(Events(unit, "> console READ")[0], std::string("> console ") + kRange);
     EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
     const std::string log = LogTexts(unit);
@@ -67,23 +58,13 @@ TEST_P(ReadBack, SavesTheFlashTellsTheWayAndEndsTheServer)
               "exit descriptors=0\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Of, ReadBack,
-    testing::Values(
-        ReadRow{"RecordsThatEndWithEachBlock", "1000", 96, kFileLines,
-                "2 4 6 8 10 12 14 18 20 22 25 27 29 31 35 37 39 41 43 45 47 52 54 56 58 "
-                "60 62 64 68 70 72 75 77 79 81 85 87 89 91 93 95 97 100"},
-        ReadRow{"RecordsThatRunOn", "10000", 36, 6 * 5462 + 6 + 1,
-                "6 12 22 29 39 45 56 62 72 79 89 95 100"}),
-    [](const auto& row) { return row.param.name; });
-
-TEST(ReadBack, OfTheControllerGoesToItsOwnFileAlsoBehindOneThatFailed)
+TEST(ReadBack, OfControllerGoesToItsOwnFileEvenAfterFailedOne)
 {
     OpenServer server;
     server.PutParameters("old");
     const std::string old = server.unit.Read(kParameterFile);
 
-    // Breaks off right behind a request for more, which must not keep the next one from asking.
+    // Breaks off right after a request for more, which must not keep the next one from asking.
     server.SetFaults("--bad-checksum-at 90041000");
     EXPECT_EQ(server.AskAndReboot(kReadParameters), std::string("Connecting to CSP\n") + kFailed);
     EXPECT_EQ(server.unit.Read(kParameterFile), old);
@@ -91,7 +72,7 @@ TEST(ReadBack, OfTheControllerGoesToItsOwnFileAlsoBehindOneThatFailed)
     server.SetFaults("--join");
     EXPECT_NE(server.Ask(kReadParameters, "Rebooting").find("100%\nCSP Read Success.\n"),
               std::string::npos);
-    EXPECT_TRUE(EndedClean(server.unit, *server.server));
+    EXPECT_TRUE(EndsClean(server.unit, *server.server));
     EXPECT_TRUE(BytesOf(server.unit, kParameterFile) == std::string(kParameterSize, '\xFF'));
     // Nothing of the first one is left in it.
     EXPECT_EQ(Count(server.unit.Read(kParameterFile), "\r\n"), kFileLines);
@@ -102,13 +83,13 @@ TEST(ReadBack, OfTheControllerGoesToItsOwnFileAlsoBehindOneThatFailed)
 
 // ---- one that fails
 
-TEST(ReadBack, FailsByWhatTheCspSaysAndLeavesTheOldFile)
+TEST(ReadBack, FailsByCspAnswersAndKeepsOldFile)
 {
     struct Row {
         const char* name;
         std::vector<Turn> turns;
         const char* lines;
-        const char* told;
+        const char* replies;
     };
     constexpr char kIdle[] = "Status:Flash Idle, and more";
     constexpr char kStart[] = "Start READ";
@@ -147,10 +128,10 @@ TEST(ReadBack, FailsByWhatTheCspSaysAndLeavesTheOldFile)
             csp.SayLines(turn.said);
         }
 
-        EXPECT_EQ(csp.Told(), std::string(row.told) + kFailed);
-        EXPECT_EQ(csp.Lines(), row.lines);
+        EXPECT_EQ(csp.TakeReplies(), std::string(row.replies) + kFailed);
+        EXPECT_EQ(csp.TakeLines(), row.lines);
         EXPECT_EQ(csp.unit.Read(kParameterFile), "old");
         csp.Send(kVersion);
-        EXPECT_EQ(csp.Told(), kServiceText);
+        EXPECT_EQ(csp.TakeReplies(), kServiceText);
     }
 }

@@ -15,6 +15,13 @@ constexpr std::size_t kStampSize = 20;  // "06/03/14/09:05:07 - "
 constexpr char kRebooting[] = "Rebooting CSP...\n";
 constexpr char kPianoOn[] = "ioctl(/dev/PciDsp, 33, 0xc01)";
 
+// Runs a shell command. False when it fails or isn't there.
+bool Shell(const std::string& command)
+{
+    // NOLINTNEXTLINE(cert-env33-c): the test's own words
+    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+}
+
 }  // namespace
 
 std::string FirmwareOf(const std::string& version, std::size_t size)
@@ -30,12 +37,6 @@ std::string PackedText(const std::string& data)
     for (const char byte : data)
         packed += byte == '\xDD' ? std::string("\xDD\xDD\x01") : std::string(1, byte);
     return packed;
-}
-
-bool Shell(const std::string& command)
-{
-    // NOLINTNEXTLINE(cert-env33-c): the test's own words
-    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
 std::string BytesOf(const Unit& unit, const std::string& name)
@@ -85,7 +86,7 @@ std::size_t Count(const std::string& text, const std::string& part)
     return count;
 }
 
-bool EndedClean(const Unit& unit, Process& program)
+bool EndsClean(const Unit& unit, Process& program)
 {
     const int status = program.Wait();
     const std::string journal = unit.Journal();

@@ -34,9 +34,6 @@ std::string FirmwareOf(const std::string& version, std::size_t size);
 // An image from 0x90040000 on in the compressed form, without any run in it.
 std::string PackedText(const std::string& data);
 
-// Runs a shell command. False when it fails or isn't there.
-bool Shell(const std::string& command);
-
 // The flash's bytes from 0x90040000 on out of a hex file of the unit, by somebody else's tool.
 std::string BytesOf(const Unit& unit, const std::string& name);
 
@@ -52,7 +49,7 @@ std::string LinesOf(const std::string& text, const std::string& start);
 std::size_t Count(const std::string& text, const std::string& part);
 
 // True when the program has ended with status 0 and has left no descriptor open.
-bool EndedClean(const Unit& unit, Process& program);
+bool EndsClean(const Unit& unit, Process& program);
 
 // Writes lines for the piano to say, or orders for it, and waits until it has taken them.
 bool TellPiano(const Unit& unit, const std::string& text);

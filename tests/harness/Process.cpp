@@ -1,7 +1,5 @@
 #include "Process.h"
 
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -10,6 +8,7 @@
 #include <unistd.h>
 
 #include "Clock.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -121,10 +120,4 @@ std::string Process::Output() const
 std::string Process::Error() const
 {
     return ReadFile(setup.error);
-}
-
-std::string ReadFile(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }

@@ -44,6 +44,3 @@ private:
     int status = -1;
     bool ended = false;
 };
-
-// All bytes of the file; empty when it isn't there.
-std::string ReadFile(const std::string& path);

@@ -3,10 +3,20 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+
+// All bytes of the file; empty when it isn't there. In one read, since whole flash images and
+// transcripts are read again and again.
+inline std::string ReadFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << file.rdbuf();
+    return bytes.str();
+}
 
 // A directory of the test's own, gone with all that is in it at the end of the scope. Names are
 // relative to it.
@@ -43,12 +53,7 @@ public:
         return Path(name);
     }
 
-    // All bytes of the file; empty when it isn't there.
-    std::string Read(const std::string& name) const
-    {
-        std::ifstream file(Path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    }
+    std::string Read(const std::string& name) const { return ReadFile(Path(name)); }
 
     bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
 

@@ -11,7 +11,7 @@
 
 using std::chrono::seconds;
 
-TEST(Clock, ReportsWhoWaitsForWhatWhenNothingMoreHappens)
+TEST(Clock, ReportsWaitersWhenNothingMoreHappens)
 {
     Unit unit;
     unit.StartPiano({"--late", "3"});
@@ -24,7 +24,7 @@ TEST(Clock, ReportsWhoWaitsForWhatWhenNothingMoreHappens)
     EXPECT_EQ(UnitTime(), seconds(3));
 }
 
-TEST(Clock, EndsAWaitAtItsLimit)
+TEST(Clock, EndsWaitAtLimit)
 {
     Unit unit;
     unit.StartPiano({"--late", "100"});
@@ -37,7 +37,7 @@ TEST(Clock, EndsAWaitAtItsLimit)
     EXPECT_EQ(UnitTime(), seconds(5));
 }
 
-TEST(Clock, GoesOnWithoutAProcessThatWasKilled)
+TEST(Clock, GoesOnWithoutKilledProcess)
 {
     Unit unit;
     Process& killed = unit.Start("probe_plain", {"sleep 1000"});
@@ -50,7 +50,7 @@ TEST(Clock, GoesOnWithoutAProcessThatWasKilled)
     EXPECT_EQ(UnitTime(), seconds(10));
 }
 
-TEST(Clock, StampsTheFilesThatTheProgramWrites)
+TEST(Clock, StampsWrittenFiles)
 {
     Unit unit;
 
@@ -64,7 +64,7 @@ TEST(Clock, StampsTheFilesThatTheProgramWrites)
     EXPECT_EQ(late.st_mtime - early.st_mtime, 10);
 }
 
-TEST(Clock, MakesEachRunTheSameToTheMicrosecond)
+TEST(Clock, MakesRunsIdentical)
 {
     std::string first;
     for (int i = 0; i < 2; ++i) {
@@ -79,7 +79,7 @@ TEST(Clock, MakesEachRunTheSameToTheMicrosecond)
     }
 }
 
-TEST(UnitDeathTest, FailsATestWhoseProgramWritesToTheMachineItself)
+TEST(UnitDeathTest, FailsTestWhoseProgramWritesOutsideUnit)
 {
     EXPECT_DEATH(
         {

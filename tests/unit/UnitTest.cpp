@@ -25,7 +25,7 @@ protected:
     Unit unit;
 };
 
-TEST_P(UnitTest, FindsThePathsOfTheUnitBelowItsRoot)
+TEST_P(UnitTest, MapsUnitPathsBelowRoot)
 {
     unit.Write("etc/KVT-release", "abc");
     unit.Write("tmp/csp_prog.hex", "12345");
@@ -44,7 +44,7 @@ TEST_P(UnitTest, FindsThePathsOfTheUnitBelowItsRoot)
     EXPECT_FALSE(unit.Exists("tmp/csp_prog.hex"));
 }
 
-TEST_P(UnitTest, ReachesTheUnitsSocketsUnlessTheRootIsTooLongForThem)
+TEST_P(UnitTest, MapsSocketPathsUnlessTooLong)
 {
     Neighbour patcher(unit.Path("home/i2c_server_sock"));
 
@@ -58,7 +58,7 @@ TEST_P(UnitTest, ReachesTheUnitsSocketsUnlessTheRootIsTooLongForThem)
     EXPECT_EQ(Call({"connect /home/i2c_server_sock"}), "connect -1 ENAMETOOLONG\n");
 }
 
-TEST_P(UnitTest, PlaysTheDspDevice)
+TEST_P(UnitTest, SimulatesDspDevice)
 {
     EXPECT_EQ(Call({"device /dev/PciDsp", "ioctl 3073", "close"}), "device 0\nioctl 0\nclose 0\n");
     EXPECT_EQ(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nexit descriptors=0\n");
@@ -71,7 +71,7 @@ TEST_P(UnitTest, PlaysTheDspDevice)
     EXPECT_EQ(Call({"device /dev/PciDsp"}), "device -1 ENOENT\n");
 }
 
-TEST_P(UnitTest, MountsTheMediumAtOnePointAndTellsEveryCall)
+TEST_P(UnitTest, MountsMediumAtOnePointAndLogsCalls)
 {
     unit.Write("medium/file", "12345");
 
@@ -94,7 +94,7 @@ TEST_P(UnitTest, MountsTheMediumAtOnePointAndTellsEveryCall)
     EXPECT_FALSE(unit.IsMounted("floppy"));
 }
 
-TEST_P(UnitTest, ChangesNothingOnAReadOnlyMedium)
+TEST_P(UnitTest, RefusesChangesOnReadOnlyMedium)
 {
     unit.Write("medium/file", "12345");
 
@@ -106,7 +106,7 @@ TEST_P(UnitTest, ChangesNothingOnAReadOnlyMedium)
     EXPECT_EQ(unit.Read("medium/file"), "12345");
 }
 
-TEST_P(UnitTest, FillsTheMediumAndTellsItsRoom)
+TEST_P(UnitTest, FillsMediumAndReportsRoom)
 {
     unit.Mount("usb");
     unit.FullAfter(150);
@@ -119,7 +119,7 @@ TEST_P(UnitTest, FillsTheMediumAndTellsItsRoom)
     EXPECT_TRUE(Journalled("statfs(/mnt/usb/)\n"));
 }
 
-TEST_P(UnitTest, PullsTheMediumOutUnderAnOpenFile)
+TEST_P(UnitTest, PullsMediumOutUnderOpenFile)
 {
     unit.Write("medium/file", std::string(1000, 'x'));
     unit.Mount("usb");
@@ -132,7 +132,7 @@ TEST_P(UnitTest, PullsTheMediumOutUnderAnOpenFile)
     EXPECT_FALSE(unit.IsMounted("usb"));
 }
 
-TEST_P(UnitTest, CarriesStreamsToTheSameFilesAndLimits)
+TEST_P(UnitTest, AppliesPathsAndLimitsToStreams)
 {
     unit.Write("usr/local/lib/diag/log", "old\n");
     unit.Write("medium/file", std::string(9000, 'x'));
@@ -164,7 +164,7 @@ TEST_P(UnitTest, WaitsInVirtualTime)
     EXPECT_EQ(unit.Journal(), "sleep(10)\nusleep(900000)\nexit descriptors=0\n");
 }
 
-TEST_P(UnitTest, FailsTheNthCallOfAKind)
+TEST_P(UnitTest, FailsNthCallOfKind)
 {
     const Unit::Words calls{
         "fopen /etc/passwd",      "open /etc/KVT-release", "read",  "read",  "select 0",
