@@ -120,8 +120,8 @@ std::string FaultyServer::FileOutcome() const
     const std::string file = unit.Read("usr/local/lib/diag/csp_param.hex");
     if (file == HexText(Firmware(0x30), 8, "\r\n"))
         return "";
-    if (unit.IsHit("open", "csp_param.hex"))
+    if (unit.IsHit({"csp_param.hex"}, "open"))
         return ", last read-back not saved";
-    Check(unit.IsHit("fwrite", "csp_param.hex"), "the last read-back's file is wrong");
+    Check(unit.IsHit({"csp_param.hex"}, "fwrite"), "the last read-back's file is wrong");
     return ", last read-back's file cut by a full disk";
 }

@@ -40,9 +40,11 @@ std::string FaultyUnit::SeenFault() const
                                    : journal.substr(at + 1, journal.find('\n', at + 1) - at - 1);
 }
 
-bool FaultyUnit::IsHit(std::initializer_list<const char*> subjects) const
+bool FaultyUnit::IsHit(std::initializer_list<const char*> subjects, const std::string& kind) const
 {
     const std::string line = SeenFault();
+    if (!kind.empty() && !Contains(line, "fault " + kind + " "))
+        return false;
     for (const std::string subject : subjects) {
         // A socket that isn't connected yet may be either neighbor's.
         const bool isLink = subject == kMidiLink || subject == kRcLink;
@@ -50,12 +52,6 @@ bool FaultyUnit::IsHit(std::initializer_list<const char*> subjects) const
             return true;
     }
     return false;
-}
-
-bool FaultyUnit::IsHit(const std::string& kind, const std::string& subject) const
-{
-    const std::string line = SeenFault();
-    return line.rfind("fault " + kind + " ", 0) == 0 && Contains(line, subject);
 }
 
 void FaultyUnit::CheckEnd(Process& program) const

@@ -29,14 +29,14 @@ public:
 
     // True once the fault has come.
     bool HasFault() const { return !SeenFault().empty(); }
-    // True when the fault has hit one of these; a line of the journal begins "fault write #3 EIO".
-    bool IsHit(std::initializer_list<const char*> subjects) const;
-    bool IsHit(const std::string& kind, const std::string& subject) const;
+    // True when the fault has hit one of these, by a call of that kind if one is named.
+    bool IsHit(std::initializer_list<const char*> subjects, const std::string& kind = "") const;
 
     // Waits for the end of a program and checks what every program must leave.
     void CheckEnd(Process& program) const;
 
 private:
+    // Such as "fault write #3 EIO on tcp"; empty until it comes.
     std::string SeenFault() const;
 
     std::string fault;
