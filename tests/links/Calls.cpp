@@ -5,8 +5,6 @@
 #include <netinet/in.h>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -25,14 +23,6 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* fai
     }
     const timespec atOnce = {};
     return pselect(count, readable, writable, failed, &atOnce, nullptr);
-}
-
-extern "C" int listen(int descriptor, int backlog) noexcept
-{
-    if (!calls.listenFails)
-        return static_cast<int>(syscall(SYS_listen, descriptor, backlog));
-    errno = EADDRINUSE;
-    return -1;
 }
 
 MidiLink::MidiLink(int connecttype)

@@ -12,7 +12,6 @@
 // runs out at once when nothing has come.
 struct Calls {
     bool selectFails = false;
-    bool listenFails = false;
     std::int64_t waited = 0;           // seconds that the last wait would have lasted at most
     const Connection* peer = nullptr;  // sends one piece with each wait
     std::deque<std::string> pieces;
