@@ -84,8 +84,9 @@ TEST(List, InsertsAndDeletesAtEveryPlace)
 TEST(List, MovesItsCursorOffARemovedLink)
 {
     TSList list;
-    Fill(list, 3);
-    list.First();
+    list.Insert(0, &items[0]);
+    EXPECT_EQ(list.GetNext(), &items[0]) << "added under the cursor";
+    list.Add(&items[1]).First();
     list.Delete(0);
     EXPECT_EQ(list.GetNext(), &items[1]);
     list.Clear();

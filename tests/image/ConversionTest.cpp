@@ -180,7 +180,7 @@ TEST(RunLength, WritesCountsInGroupsOf7Bits)
 TEST(CompressedImage, ComesBackAsTheSameHexFile)
 {
     const TempDir dir;
-    for (const std::size_t size : {1U, 32U, 0xFFFFU, 0x10000U, 0x2A123U}) {
+    for (const std::size_t size : {1U, 32U, 0x10000U, 0x1A123U}) {
         SCOPED_TRACE(size);
         const std::string data = Firmware(size);
         const std::string from = dir.Write("from.hex", HexText(data, 16, "\n"));

@@ -79,6 +79,7 @@ TEST(LoadedFile, TakesLinesOf80BytesAndNothingThatCannotBeRead)
     EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const auto descriptors = OpenDescriptors();
     THexFile file;
+    ExpectNothingLoaded(file);
     for (const std::string& refused : {tooLong, dir.Path("missing.hex"), dir.Path(), pipe}) {
         EXPECT_TRUE(file.LoadFromFile(image.c_str()));
         EXPECT_FALSE(file.LoadFromFile(refused.c_str())) << refused;
