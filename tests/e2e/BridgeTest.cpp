@@ -164,7 +164,7 @@ TEST(PianoLink, ReconnectsAtTimeoutOncePatcherIsBack)
     EXPECT_EQ(log.substr(0, tried.size()), tried);
 }
 
-TEST(PianoLink, IsTakenUpAgainWithNothingElseToServe)
+TEST(PianoLink, ReconnectsWithNothingElseToServe)
 {
     Unit unit;
     const Port taken;

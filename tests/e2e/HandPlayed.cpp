@@ -1,7 +1,5 @@
 #include "HandPlayed.h"
 
-#include <algorithm>
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -41,7 +39,6 @@ void HandPlayed::Open()
     EXPECT_TRUE(unit.WaitForJournal("ioctl(/dev/PciDsp, 33, 0xc01)"));
     TakeReplies();
     TakeFrames();
-    TakeLines();
     TakeLog();
 }
 
@@ -79,15 +76,6 @@ void HandPlayed::SayLines(const std::vector<std::string>& said)
     Say(Frames(said));
 }
 
-void HandPlayed::WaitForLine(const std::string& line)
-{
-    EXPECT_TRUE(WaitUntil([&] {
-        const std::vector<std::string> all = patcher.Lines();
-        return std::find(all.begin() + static_cast<std::ptrdiff_t>(lineCount), all.end(), line) !=
-               all.end();
-    })) << line;
-}
-
 std::string HandPlayed::SayMark()
 {
     std::string mark = kMarkHead + std::to_string(++marks);
@@ -123,23 +111,6 @@ std::string HandPlayed::TakeFrames()
         EXPECT_EQ(frame.size(), kFrameSize) << ToHex(frame);
         if (!isConsole)
             fresh += ToHex(frame.substr(kKindAt)) + "\n";
-    }
-    return fresh;
-}
-
-std::string HandPlayed::TakeLines()
-{
-    Settle();
-    const std::vector<std::string> all = patcher.Lines();
-    std::string fresh;
-    while (lineCount < all.size()) {
-        const std::string& line = all[lineCount];
-        std::size_t count = 0;
-        for (; lineCount < all.size() && all[lineCount] == line; ++lineCount)
-            ++count;
-        const bool once = count == 1 || line.compare(0, 4, "READ") == 0;
-        fresh += (fresh.empty() ? "" : ", ") + line;
-        fresh += once ? "" : " x" + std::to_string(count);
     }
     return fresh;
 }

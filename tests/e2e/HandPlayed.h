@@ -8,8 +8,9 @@
 
 #include "Scene.h"
 
-// A server between peers that are all played by the test, so that each byte and each moment is the
-// test's own. It begins where the server asks for the CSP's state, its first read-back under way.
+// A server between peers that are all simulated by the test, so that each byte and each moment is
+// the test's own. It begins where the server asks for the CSP's state, its first read-back under
+// way.
 class HandPlayed {
 public:
     // `arrange` changes the unit before the server starts in it.
@@ -28,18 +29,13 @@ public:
     void SayBytes(const std::string& bytes);
     void SayLines(const std::vector<std::string>& lines);
 
-    // Waits for a console line among those that TakeLines hasn't returned yet.
-    void WaitForLine(const std::string& line);
-
     // Waits until the server is done with everything that was sent to it before.
     void Settle();
 
     // What the server has done since the last call, once it is settled: texts and messages to the
-    // controller; MIDI frames, "C0 00 90 3C 40 00\n" each (kind and data); console lines, "STATUS,
-    // CANCEL : x2", where "READ" stands once however often it was repeated; entries of the log.
+    // controller; MIDI frames, "C0 00 90 3C 40 00\n" each (kind and data); entries of the log.
     std::string TakeReplies();
     std::string TakeFrames();
-    std::string TakeLines();
     std::string TakeLog();
 
     Unit unit;
@@ -53,16 +49,9 @@ private:
 
     std::size_t replySize = 0;
     std::size_t frameCount = 0;
-    std::size_t lineCount = 0;
     std::size_t logSize = 0;
     int marks = 10000;
 };
 
-// What the piano says once the server has sent a line.
-struct Turn {
-    const char* until;
-    std::vector<std::string> said;
-};
-
-// The frames of console lines, one behind the other.
+// The frames of console lines, one after the other.
 std::string Frames(const std::vector<std::string>& lines, const std::string& head = Patcher::kHead);

@@ -2,24 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include "HandPlayed.h"
 #include "HexText.h"
+#include "Scene.h"
 
 namespace {
-
-using Strings = std::vector<std::string>;
 
 constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
 constexpr char kFailed[] = "CSP Read Failed.\nRebooting CSP...\n";
 constexpr char kRange[] = "READ   :90040000:900A0000:0C";
-constexpr char kBase[] = ":02000004900466";
-constexpr int kMostLines = 910;  // in a message
 // Of 96 blocks in 342 records each, with 6 base records and the end.
 constexpr std::size_t kFileLines = 96 * 342 + 6 + 1;
 
 }  // namespace
-
-// ---- a good one
 
 TEST(ReadBack, SavesFlashReportsProgressAndEndsServer)
 {
@@ -79,59 +73,4 @@ TEST(ReadBack, OfControllerGoesToItsOwnFileEvenAfterFailedOne)
     EXPECT_FALSE(server.unit.Exists("cwd/csp_param.hex"));
     EXPECT_TRUE(server.HasLogged(
         "Start Reading CSP Parameters\nCSP Read Success.\nRebooting CSP...5sec\n"));
-}
-
-// ---- one that fails
-
-TEST(ReadBack, FailsByCspAnswersAndKeepsOldFile)
-{
-    struct Row {
-        const char* name;
-        std::vector<Turn> turns;
-        const char* lines;
-        const char* replies;
-    };
-    constexpr char kIdle[] = "Status:Flash Idle, and more";
-    constexpr char kStart[] = "Start READ";
-    constexpr char kRefused[] = "STATUS, READ   :90040000:900A0000:0C, NEXT   :, CANCEL : x2";
-    constexpr char kOnce[] = "Connecting to CSP\n";
-    constexpr char kThrice[] = "Connecting to CSP\nConnecting to CSP\nConnecting to CSP\n";
-    const Turn first{"STATUS", {kIdle}};
-    const Turn second{kRange, {"Start READy"}};
-    const std::string good = Record(0, 0, "twelve bytes");
-    const Strings most(kMostLines, "");
-    const Strings over(1025 - kMostLines, "");
-    HandPlayed csp;
-    csp.Open();
-    csp.unit.Write(kParameterFile, "old");
-    for (const Row& row :
-         {Row{"no record", {first, second, {"NEXT   :", {"Unwanted %s%n"}}}, kRefused, kOnce},
-          {"a wrong address", {first, second, {"NEXT   :", {kBase, good, good}}}, kRefused, kOnce},
-          {"a CSP that is busy at first",
-           {{"STATUS", {"Busy"}}, {"CANCEL :", {kIdle}}, {kRange, {kStart}}, {"NEXT   :", {"x"}}},
-           "STATUS, CANCEL :, STATUS, READ   :90040000:900A0000:0C, NEXT   :, CANCEL : x2",
-           "Connecting to CSP\nConnecting to CSP\n"},
-          {"a CSP that is busy for good",
-           {{"STATUS", most}, {"STATUS", over}, {kRange, {kStart}}, {"NEXT   :", {"x"}}},
-           "STATUS, CANCEL : x910, STATUS, CANCEL : x115, STATUS, READ   :90040000:900A0000:0C, "
-           "NEXT   :, CANCEL : x2",
-           kThrice},
-          {"unwanted lines over the limit",
-           {first, {kRange, most}, {kRange, over}},
-           "STATUS, READ   :90040000:900A0000:0C, CANCEL :",
-           kOnce}}) {
-        SCOPED_TRACE(row.name);
-        csp.Send(kReadParameters);
-
-        for (const Turn& turn : row.turns) {
-            csp.WaitForLine(turn.until);
-            csp.SayLines(turn.said);
-        }
-
-        EXPECT_EQ(csp.TakeReplies(), std::string(row.replies) + kFailed);
-        EXPECT_EQ(csp.TakeLines(), row.lines);
-        EXPECT_EQ(csp.unit.Read(kParameterFile), "old");
-        csp.Send(kVersion);
-        EXPECT_EQ(csp.TakeReplies(), kServiceText);
-    }
 }

@@ -68,7 +68,6 @@ INSTANTIATE_TEST_SUITE_P(
     Of, UpdateRun,
     testing::Values(
         UpdateRow{"AGoodPiano", {}, kFinished},
-        UpdateRow{"ATalkativePiano", {"--chatter", "20", "--garbage", "3"}, kFinished},
         UpdateRow{"APianoThatNeverSaysThatItIsIdle", {"--no-status"}, kFinished},
         UpdateRow{"SeveralRefusedBlocks",
                   {"--ng-at", "90040000", "--ng-at", "90042000", "--ng-at", "90050000", "--ng-at",
@@ -85,9 +84,6 @@ INSTANTIATE_TEST_SUITE_P(
         UpdateRow{"ASilentPiano", {"--silent"}, "Piano is not connected 2\n"},
         UpdateRow{"SilenceInTheTransfer",
                   {"--silent-after", "300"},
-                  "Start CSP Update\nPiano is no reply\n"},
-        UpdateRow{"SilenceAfterARefusal",
-                  {"--ng-at", "90042020", "--silent-after", "258"},
                   "Start CSP Update\nPiano is no reply\n"},
         UpdateRow{"UnwantedLinesWithoutEnd", {"--garbage-endless"}, "Piano Comunication Error !\n"},
         UpdateRow{"APatcherThatDiesAtOnce", {"--die-after", "1"}, "Piano is not connected 2\n"},
@@ -129,8 +125,6 @@ TEST(UpdateFile, EndsWithTextForNonImageAndWritesNothingElse)
     constexpr char kNoReply[] = "Piano is no reply\n";
     const std::string firmware = FirmwareOf("V1", 0x3000);
     const std::string image = HexText(firmware, 16, "\n");
-    std::string lying = image;
-    lying.replace(lying.find('\n') + 2, 2, "FF");
     struct Row {
         const char* name;
         std::string bytes;
@@ -140,12 +134,9 @@ TEST(UpdateFile, EndsWithTextForNonImageAndWritesNothingElse)
     for (const Row& row :
          {Row{"missing", "", kNoFile},
           {"binary", Firmware(0x4000), kNoFile},
-          {"a huge line", image + std::string(1000000, ':') + "\n", kNoFile},
           {"an overlong line", image + std::string(80, '0') + "\n", kNoFile},
           {"empty", "", kNoReply},
-          {"without a line end", std::string(5000, '0'), kNoReply},
           {"truncated", image.substr(0, image.find(":10200000")), kNoReply, 0x2000},
-          {"a count that lies", lying, kNoReply},
           {"text", std::string(3000, '\n') + "no record %s%n\n", kNoReply}}) {
         SCOPED_TRACE(row.name);
         Unit unit;
