@@ -212,8 +212,7 @@ bool Clock::Receive(Participant& from, Message& message)
         if ((watched[0].revents & POLLHUP) != 0)
             watched[0].fd = -1;
     }
-    throw std::runtime_error(NameOf(from.process) + " works without an end, after a wait in " +
-                             from.wait.call);
+    throw std::runtime_error(std::string("a turn has no end after: ") + from.wait.call);
 }
 
 void Clock::DeliverPackets()
@@ -267,7 +266,7 @@ std::string Clock::Describe() const
 {
     std::string lines = "nothing more happens at " + Seconds(now - virtualtime::kBegin) + " s\n";
     for (const Participant& each : participants) {
-        lines += NameOf(each.process) + " waits in " + each.wait.call;
+        lines += each.wait.call;
         lines += each.wait.deadline == kNever
                      ? " without a deadline\n"
                      : " until " + Seconds(each.wait.deadline - virtualtime::kBegin) + " s\n";

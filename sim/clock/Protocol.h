@@ -48,7 +48,7 @@ struct Message {
     Moment deadline = kNever;  // of a Wait
     Word word = Word::Idle;
     bool usesTcp = false;  // of a Wait: since the last one
-    char call[59] = "";    // of a Wait, for the report of who waits for what
+    char call[75] = "";    // of a Wait: "simpiano waits in poll", for the report
 };
 
 }  // namespace virtualtime

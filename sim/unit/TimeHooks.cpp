@@ -341,6 +341,15 @@ std::int64_t __time64(std::int64_t* result)
     return seconds;
 }
 
+int __ppoll64(pollfd* polled, nfds_t count, const WideTimespec* timeout, const sigset_t* signals)
+{
+    static Real<int(pollfd*, nfds_t, const WideTimespec*, const sigset_t*)> real("__ppoll64");
+    if (HasClock() && signals == nullptr)
+        return PollInTurn(realPoll, polled, count,
+                          DeadlineOf(timeout, &WideTimespec::tv_nsec, kNanos));
+    return real(polled, count, timeout, signals);
+}
+
 int __nanosleep64(const WideTimespec* wanted, WideTimespec* left)
 {
     static Real<int(const WideTimespec*, WideTimespec*)> real("__nanosleep64");

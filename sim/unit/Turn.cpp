@@ -112,7 +112,9 @@ void SendWait(const Text& call, Moment deadline)
     message.deadline = deadline;
     message.usesTcp = usesTcp;
     usesTcp = false;
-    std::memcpy(message.call, call.Get(), std::min(call.Length(), sizeof(message.call) - 1));
+    Text text;
+    text.Add(program_invocation_short_name).Add(" waits in ").Add(call.Get());
+    std::memcpy(message.call, text.Get(), std::min(text.Length(), sizeof(message.call) - 1));
     Send(message);
 }
 
