@@ -104,31 +104,39 @@ TEST(CommandLine, ChoosesModeAndPeer)
 
 enum class Presence { There, Late, Absent };
 
-class ServerStart : public testing::TestWithParam<std::tuple<Presence, bool, bool, bool>> {};
+struct ServerStartRow {
+    const char* name;
+    Presence rcServer;
+    bool hasPatcher;
+    bool hasPort;
+    bool hasLog;  // its directory
+    const char* sleeps;
+    const char* log;
+};
+
+class ServerStart : public testing::TestWithParam<ServerStartRow> {};
 
 TEST_P(ServerStart, LogsNeighboursInOrderAndGoesOnWithoutThem)
 {
-    const auto [rcPresence, patcherIsThere, portIsFree, logIsThere] = GetParam();
-    const bool slow = rcPresence != Presence::There;
+    const ServerStartRow& row = GetParam();
     Unit unit;
     const Port taken;
     std::unique_ptr<Patcher> patcher;
     std::unique_ptr<Neighbour> rcServer;
-    if (patcherIsThere)
+    if (row.hasPatcher)
         patcher = std::make_unique<Patcher>(unit.Path("home/i2c_server_sock"));
-    if (rcPresence == Presence::There)
+    if (row.rcServer == Presence::There)
         rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
-    if (!logIsThere)
+    if (!row.hasLog)
         unit.Remove("usr/local/lib/diag");
-    const bool rcComes = rcPresence != Presence::Absent;
 
-    Process& server = unit.StartServer({"-P", portIsFree ? "0" : std::to_string(taken.Number())});
-    if (rcPresence == Presence::Late) {
+    Process& server = unit.StartServer({"-P", row.hasPort ? "0" : std::to_string(taken.Number())});
+    if (row.rcServer == Presence::Late) {
         EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
         rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
     }
 
-    if (patcherIsThere) {
+    if (row.hasPatcher) {
         EXPECT_TRUE(patcher->Accept() && patcher->WaitForLine("STATUS"));
         EXPECT_TRUE(server.IsRunning());
         EXPECT_EQ(server.Kill(SIGTERM), 128 + SIGTERM);
@@ -136,37 +144,36 @@ TEST_P(ServerStart, LogsNeighboursInOrderAndGoesOnWithoutThem)
         EXPECT_TRUE(EndsClean(unit, server));
         EXPECT_NE(server.Output().find("MIDI Patcher is not active.\n"), std::string::npos);
     }
-    EXPECT_EQ(LinesOf(unit.Journal(), "sleep"), std::string("sleep(2)\n") +
-                                                    (slow ? "sleep(5)\n" : "") +
-                                                    (portIsFree ? "" : "sleep(5)\n"));
-    const std::string log =
-        std::string("Diag Server Start Now.\n") +
-        (patcherIsThere ? "MIDI Patcher is active.\n" : "MIDI Patcher is not active.\n") +
-        (rcComes ? "RC Server is active.\n" : "RC Server is not active.\n") +
-        (portIsFree ? "" : "Zaurus Socket Port Open Error\n") +
-        (patcherIsThere ? "Diag Server Initialize OK\n" : "");
-    EXPECT_EQ(LogTexts(unit), logIsThere ? log : "");
-    EXPECT_EQ(rcComes && rcServer->Accept(), rcComes);
+    EXPECT_EQ(LinesOf(unit.Journal(), "sleep"), row.sleeps);
+    EXPECT_EQ(LogTexts(unit), row.log);
+    EXPECT_TRUE(rcServer == nullptr || rcServer->Accept());
 }
 
-std::string NameOfStart(const testing::TestParamInfo<ServerStart::ParamType>& row)
-{
-    const auto [rcPresence, patcherIsThere, portIsFree, logIsThere] = row.param;
-    const char* rcServer[] = {"RcServer", "LateRcServer", "NoRcServer"};
-    return std::string(patcherIsThere ? "Patcher" : "NoPatcher") +
-           rcServer[static_cast<int>(rcPresence)] + (portIsFree ? "Port" : "PortInUse") +
-           (logIsThere ? "Log" : "NoLogDirectory");
-}
-
-INSTANTIATE_TEST_SUITE_P(With, ServerStart,
-                         testing::Combine(testing::Values(Presence::There, Presence::Late,
-                                                          Presence::Absent),
-                                          testing::Bool(), testing::Bool(), testing::Values(true)),
-                         NameOfStart);
-INSTANTIATE_TEST_SUITE_P(Without, ServerStart,
-                         testing::Combine(testing::Values(Presence::There), testing::Bool(),
-                                          testing::Values(true), testing::Values(false)),
-                         NameOfStart);
+INSTANTIATE_TEST_SUITE_P(
+    With, ServerStart,
+    testing::Values(
+        ServerStartRow{"AllThere", Presence::There, true, true, true, "sleep(2)\n",
+                       "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is active.\n"
+                       "Diag Server Initialize OK\n"},
+        ServerStartRow{"LateRcServer", Presence::Late, true, true, true, "sleep(2)\nsleep(5)\n",
+                       "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is active.\n"
+                       "Diag Server Initialize OK\n"},
+        ServerStartRow{"PortInUse", Presence::There, true, false, true, "sleep(2)\nsleep(5)\n",
+                       "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is active.\n"
+                       "Zaurus Socket Port Open Error\nDiag Server Initialize OK\n"},
+        ServerStartRow{"PatcherOnly", Presence::Absent, true, false, true,
+                       "sleep(2)\nsleep(5)\nsleep(5)\n",
+                       "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is not active.\n"
+                       "Zaurus Socket Port Open Error\nDiag Server Initialize OK\n"},
+        ServerStartRow{"NoPatcher", Presence::There, false, true, true, "sleep(2)\n",
+                       "Diag Server Start Now.\nMIDI Patcher is not active.\n"
+                       "RC Server is active.\n"},
+        ServerStartRow{"Nobody", Presence::Absent, false, false, true,
+                       "sleep(2)\nsleep(5)\nsleep(5)\n",
+                       "Diag Server Start Now.\nMIDI Patcher is not active.\n"
+                       "RC Server is not active.\nZaurus Socket Port Open Error\n"},
+        ServerStartRow{"NoLogDirectory", Presence::There, true, true, false, "sleep(2)\n", ""}),
+    [](const auto& row) { return row.param.name; });
 
 TEST(ServerStart, EndsWhenPatcherRefusesConnectSequence)
 {

@@ -161,16 +161,22 @@ TEST(UpdateFile, EndsWithTextForNonImageAndWritesNothingElse)
 TEST(UpdateFile, IsRenamedByItsVersion)
 {
     constexpr char kRenamed[] = "Start CSP Update\nCSP Update Finished\nUpdate File Renamed\n";
+    constexpr char kNotRenamed[] =
+        "Start CSP Update\nCSP Update Finished\nUpdate File Rename Error\n";
     struct Row {
         Unit::Words words;
         const char* version;
-        const char* name;  // the file's new one
+        const char* name;  // the file's last one
+        const char* log;
+        const char* fault = "";
     };
-    for (const Row& row : {Row{{"-b", "-f", "prog.hex"}, "V1.02 a", "cwd/V102a.hex"},
-                           {{"-a", "prog.hex", "-c"}, "../../x/y\\z", "cwd/xyz.hex"},
-                           {{"-c", "-f", "./prog.hex"}, "", "cwd/.hex"},
-                           {{"-b", "-f", "../mnt/usb/prog.hex"}, "V9", "mnt/usb/V9.hex"},
-                           {{"-f", "prog.hex"}, "V9", "cwd/prog.hex"}}) {
+    for (const Row& row :
+         {Row{{"-b", "-f", "prog.hex"}, "V1.02 a", "cwd/V102a.hex", kRenamed},
+          {{"-a", "prog.hex", "-c"}, "../../x/y\\z", "cwd/xyz.hex", kRenamed},
+          {{"-c", "-f", "./prog.hex"}, "", "cwd/.hex", kRenamed},
+          {{"-b", "-f", "../mnt/usb/prog.hex"}, "V9", "mnt/usb/V9.hex", kRenamed},
+          {{"-f", "prog.hex"}, "V9", "cwd/prog.hex", kFinished},
+          {{"-b", "-f", "prog.hex"}, "V1", "cwd/prog.hex", kNotRenamed, "rename:1:EACCES"}}) {
         SCOPED_TRACE(testing::PrintToString(row.words));
         Unit unit;
         const std::string firmware = FirmwareOf(row.version, 0x800);
@@ -178,37 +184,14 @@ TEST(UpdateFile, IsRenamedByItsVersion)
         unit.Write("cwd/prog.hex", file);
         unit.Write("mnt/usb/prog.hex", file);
         unit.Write("mnt/usb/V9.hex", "older");
+        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
         unit.StartPiano();
 
         Process& program = unit.Run(row.words);
 
         EXPECT_TRUE(EndsClean(unit, program));
-        EXPECT_EQ(MainLog(unit), row.words.size() > 2 ? kRenamed : kFinished);
+        EXPECT_EQ(MainLog(unit), row.log);
         EXPECT_TRUE(unit.Read(row.name) == file);
         EXPECT_EQ(unit.Flash(kImageStart, firmware.size()), firmware);
-    }
-}
-
-TEST(UpdateFile, KeepsItsNameWhenRenamingFails)
-{
-    struct Row {
-        const char* fault;
-        const char* path;
-    };
-    for (const Row& row : {Row{"rename:1:EACCES", "prog.hex"},
-                           {"", "../mnt/usb/prog:"}}) {  // the colon ends a directory's name
-        SCOPED_TRACE(row.path);
-        Unit unit;
-        const std::string file = HexText(FirmwareOf("V1", 0x800), 16, "\n");
-        const std::string place = std::string("cwd/") + row.path;
-        unit.Write(place, file);
-        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
-        unit.StartPiano();
-
-        Process& program = unit.Run({"-b", "-f", row.path});
-
-        EXPECT_TRUE(EndsClean(unit, program));
-        EXPECT_EQ(MainLog(unit), std::string(kFinished) + "Update File Rename Error\n");
-        EXPECT_EQ(unit.Read(place), file);
     }
 }
