@@ -15,6 +15,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <sys/wait.h>
@@ -30,6 +31,8 @@ using Words = std::vector<std::string>;
 // last kEdge and at as many evenly between.
 constexpr std::size_t kMostCalls = 10000;
 constexpr std::size_t kEdge = 100;
+
+constexpr char kViolation[] = "violation";
 
 const std::map<std::string, Words> kErrors = {
     {"socket read", {"ECONNRESET", "EIO", "EINTR", "short"}},
@@ -129,27 +132,23 @@ Faults FaultsOf(const Scenario& scenario)
     return faults;
 }
 
-// One line: the outcome, a tab, the violation or nothing.
-std::string Try(const Scenario& scenario, const std::string& fault, bool keep = false)
+// The class of the outcome, in a line. A violation is reported on standard error.
+std::string Try(const Scenario& scenario, const std::string& fault)
 {
-    std::string line;
     try {
         FaultyUnit unit(fault);
-        if (keep) {
-            unit.Keep();
-            std::cout << unit.Path() << "\n";
-        }
         const std::string outcome = scenario.run(unit);
-        line = (unit.HasFault() ? outcome : "the fault didn't come") + "\t";
+        return (unit.HasFault() ? outcome : "the fault didn't come") + "\n";
     } catch (const std::exception& violation) {
-        line = "\t" + fault + ": " + violation.what();
+        std::cerr << scenario.name << ", " + fault + ": " + violation.what() + "\n";
+        return std::string(kViolation) + "\n";
     }
-    std::replace(line.begin(), line.end(), '\n', ' ');
-    return line + "\n";
 }
 
+using Outcomes = std::map<std::string, int>;
+
 // Each job is a process, since a unit starts others. Lines are short enough to be written whole.
-std::string TryAll(const Scenario& scenario, const Words& faults, std::size_t jobs)
+Outcomes TryAll(const Scenario& scenario, const Words& faults, std::size_t jobs)
 {
     int ends[2];
     if (pipe(ends) < 0)
@@ -157,7 +156,6 @@ std::string TryAll(const Scenario& scenario, const Words& faults, std::size_t jo
     for (std::size_t job = 0; job < jobs; ++job) {
         if (fork() != 0)
             continue;
-        close(ends[0]);
         for (std::size_t i = job; i < faults.size(); i += jobs) {
             const std::string line = Try(scenario, faults[i]);
             if (write(ends[1], line.data(), line.size()) < 0)
@@ -166,78 +164,24 @@ std::string TryAll(const Scenario& scenario, const Words& faults, std::size_t jo
         _exit(0);
     }
     close(ends[1]);
-    std::string lines;
-    char bytes[4096];
-    for (ssize_t count = 0; (count = read(ends[0], bytes, sizeof(bytes))) > 0;)
-        lines.append(bytes, static_cast<std::size_t>(count));
+    Outcomes outcomes;
+    std::string line;
+    for (char byte = 0; read(ends[0], &byte, 1) == 1;) {
+        if (byte != '\n')
+            line += byte;
+        else
+            ++outcomes[std::exchange(line, "")];
+    }
     close(ends[0]);
     while (wait(nullptr) > 0) {
     }
-    return lines;
+    return outcomes;
 }
 
-// Prints a row of the table. The number of faults that were tried without a violation.
-std::size_t Report(const Scenario& scenario, const Faults& faults, const std::string& reports)
+// Prints a row of the table. False when anything is violated or not tried.
+bool Sweep(const Scenario& scenario, std::size_t every, std::size_t jobs)
 {
-    std::map<std::string, std::size_t> outcomes;
-    std::string violations;
-    std::size_t failed = 0;
-    std::size_t passed = 0;
-    std::istringstream lines(reports);
-    for (std::string line; std::getline(lines, line);) {
-        const std::size_t tab = line.find('\t');
-        const bool isViolation = tab + 1 < line.size();
-        if (isViolation)
-            violations += "  " + line.substr(tab + 1) + "\n";
-        else
-            ++outcomes[line.substr(0, tab)];
-        ++(isViolation ? failed : passed);
-    }
-    std::cout << "| " << scenario.name << " | " << faults.calls << faults.sampled << " | "
-              << faults.frames << " | " << passed + failed << " | ";
-    const char* separator = "";
-    for (const auto& [outcome, count] : outcomes) {
-        std::cout << separator << outcome << " " << count;
-        separator = "; ";
-    }
-    std::cout << " | " << failed << " |" << std::endl;
-    std::cerr << violations;
-    return passed;
-}
-
-struct Options {
-    std::size_t every = 1;
-    std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
-    std::string scenario;
-    std::string fault;
-};
-
-// False when they name what there isn't.
-bool Parse(int argc, char** argv, Options& options)
-{
-    for (int i = 1; i + 1 < argc; i += 2) {
-        const std::string name = argv[i];
-        std::istringstream value(argv[i + 1]);
-        if (name == "--scenario")
-            options.scenario = value.str();
-        else if (name == "--fault")
-            options.fault = value.str();
-        else if (name == "--every" ? !(value >> options.every)
-                                   : name != "--jobs" || !(value >> options.jobs))
-            return false;
-    }
-    return argc % 2 == 1 && options.every > 0 && options.jobs > 0;
-}
-
-// True when nothing is violated. `number` counts the faults of all scenarios.
-bool Sweep(const Scenario& scenario, const Options& options, std::size_t& number)
-{
-    if (!options.fault.empty()) {
-        const std::string line = Try(scenario, options.fault, true);
-        ++number;
-        std::cout << line;
-        return line[0] != '\t';
-    }
+    static std::size_t number = 0;  // of the fault, over all scenarios
     Faults faults;
     try {
         faults = FaultsOf(scenario);
@@ -247,28 +191,62 @@ bool Sweep(const Scenario& scenario, const Options& options, std::size_t& number
     }
     Words taken;
     for (const std::string& fault : faults.all)
-        if (number++ % options.every == 0)
+        if (number++ % every == 0)
             taken.push_back(fault);
-    const std::string reports = TryAll(scenario, taken, options.jobs);
-    return Report(scenario, faults, reports) == taken.size();
+    Outcomes outcomes = TryAll(scenario, taken, jobs);
+    const int violated = std::exchange(outcomes[kViolation], 0);
+    std::cout << "| " << scenario.name << " | " << faults.calls << faults.sampled << " | "
+              << faults.frames << " | " << taken.size() << " | ";
+    std::size_t passed = 0;
+    for (const auto& [outcome, count] : outcomes) {
+        if (count > 0)
+            std::cout << (passed > 0 ? "; " : "") << outcome << " " << count;
+        passed += static_cast<std::size_t>(count);
+    }
+    std::cout << " | " << violated << " |" << std::endl;
+    return passed == taken.size();
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    Options options;
-    if (!Parse(argc, argv, options)) {
+    std::map<std::string, std::string> options = {
+        {"--every", "1"},
+        {"--jobs", std::to_string(std::max(1U, std::thread::hardware_concurrency()))},
+        {"--scenario", ""},
+        {"--fault", ""}};
+    bool isGood = argc % 2 == 1;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        isGood = isGood && options.count(argv[i]) > 0;
+        options[argv[i]] = argv[i + 1];
+    }
+    const std::size_t every = std::strtoul(options["--every"].c_str(), nullptr, 10);
+    const std::size_t jobs = std::strtoul(options["--jobs"].c_str(), nullptr, 10);
+    if (!isGood || every == 0 || jobs == 0) {
         std::cerr << "sweep [--every N] [--jobs N] [--scenario NAME [--fault FAULT]]\n";
         return 2;
     }
-    std::cout << "| scenario | calls | frames | faults | outcomes | violations |\n"
-                 "|---|---|---|---|---|---|"
-              << std::endl;
+    const bool isOne = !options["--fault"].empty();
+    if (isOne)
+        setenv("DIAG_KEEP", "1", 1);
+    else
+        std::cout << "| scenario | calls | frames | faults | outcomes | violations |\n"
+                     "|---|---|---|---|---|---|"
+                  << std::endl;
+    int tried = 0;
     int failed = 0;
-    std::size_t number = 0;
-    for (const Scenario& scenario : kScenarios)
-        if (options.scenario.empty() || options.scenario == scenario.name)
-            failed += Sweep(scenario, options, number) ? 0 : 1;
-    return number == 0 || failed > 0 ? 1 : 0;
+    for (const Scenario& scenario : kScenarios) {
+        if (!options["--scenario"].empty() && options["--scenario"] != scenario.name)
+            continue;
+        ++tried;
+        if (!isOne) {
+            failed += Sweep(scenario, every, jobs) ? 0 : 1;
+            continue;
+        }
+        const std::string outcome = Try(scenario, options["--fault"]);
+        std::cout << outcome;
+        failed += outcome.rfind(kViolation, 0) == 0 ? 1 : 0;
+    }
+    return tried > 0 && failed == 0 ? 0 : 1;
 }
