@@ -8,7 +8,7 @@
 
 #include "Unit.h"
 
-// What the end-to-end tests share beside the unit itself.
+// What the end-to-end tests share, in addition to the unit itself.
 
 constexpr std::uint32_t kImageStart = 0x90040000;
 constexpr std::size_t kParameterSize = 0x60000;  // bytes that a read-back covers
@@ -28,7 +28,7 @@ constexpr char kRepliesOn[] = "DF DF DF E0";
 constexpr char kRepliesOff[] = "DF DF DF E1";
 constexpr char kServiceText[] = "KVT : Update the Service Center.\n";
 
-// Firmware that carries the version at its place, 0x400 bytes behind its start.
+// Firmware that carries the version at its place, 0x400 bytes after its start.
 std::string FirmwareOf(const std::string& version, std::size_t size);
 
 // An image from 0x90040000 on in the compressed form, without any run in it.
@@ -68,7 +68,7 @@ public:
 
     // Sends the groups in one write and waits for the text. What has come since then.
     std::string Ask(const std::string& groups, const std::string& until);
-    // As above, to the end of a restart of the CSP.
+    // As above, until the end of a restart of the CSP.
     std::string AskAndReboot(const std::string& groups);
 
     // The piano misbehaves so from here on; without options not at all.
@@ -76,8 +76,7 @@ public:
 
     // A new controller in place of the last.
     void Connect() { controller = std::make_unique<Controller>(unit.Port()); }
-    // Waits for entries of the log, which come behind the texts for the controller. Passes over
-    // timeouts, which a busy machine puts between other entries.
+    // Waits for entries of the log, which come after the texts for the controller.
     bool HasLogged(const std::string& text) const;
     void PutParameters(const std::string& data) const;
 

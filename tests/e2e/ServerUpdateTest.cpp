@@ -205,7 +205,7 @@ TEST(ServerUpdate, SucceedsWhileControllerInterferes)
                      "CSP Update Success.\n");
     EXPECT_TRUE(server.HasLogged("Start CSP Update.\nCSP Update Success.\nRebooting CSP...5sec\n"));
     EXPECT_TRUE(server.unit.Flash(kImageStart, firmware.size()) == firmware);
-    // What came too late for the gate is carried out behind the update, nothing in the middle of
+    // What came too late for the gate is carried out after the update, nothing in the middle of
     // it.
     const std::string wire = server.unit.MidiLog();
     const std::size_t start = wire.find("> console WRITE");

@@ -120,7 +120,7 @@ Controller::Controller(int port)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     Attach(made);
-    // Bytes go out with the call that sends them, also behind others that aren't confirmed yet.
+    // Bytes go out with the call that sends them, also after others that aren't confirmed yet.
     const int on = 1;
     setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     if (connect(made, General(address), sizeof(address)) < 0)

@@ -9,7 +9,7 @@
 
 #include "Wait.h"
 
-// A program that runs beside the test and ends with it, at the latest with this object.
+// A program that runs in parallel with the test and ends with it, at the latest with this object.
 class Process {
 public:
     struct Setup {

@@ -225,14 +225,3 @@ INSTANTIATE_TEST_SUITE_P(Builds, UnitTest,
                          [](const auto& tested) { return std::string(tested.param).substr(6); });
 
 }  // namespace
-
-TEST(Piano, OpensItsNeighboursLateOrNotAtAll)
-{
-    Unit unit;
-
-    unit.StartPiano({"--late", "2", "--no-rc"});
-
-    EXPECT_FALSE(unit.Exists("home/i2c_server_sock"));
-    EXPECT_TRUE(WaitUntil([&] { return unit.Exists("home/i2c_server_sock"); }));
-    EXPECT_FALSE(unit.Exists("tmp/rcseq_socket"));
-}
