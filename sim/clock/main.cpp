@@ -67,11 +67,18 @@ std::string ReceiveText(int socket)
     return {text, static_cast<std::size_t>(count > 0 ? count : 0)};
 }
 
+// 0 for what is no number.
+pid_t ProcessId(const std::string& text)
+{
+    constexpr int kDecimal = 10;
+    return static_cast<pid_t>(std::strtol(text.c_str(), nullptr, kDecimal));
+}
+
 // What is asked for: "ok", or the report.
 std::string Answer(Clock& clock, int asker, const std::string& asked)
 {
     if (asked != "until") {
-        clock.Expect(static_cast<pid_t>(std::atoi(asked.c_str())));
+        clock.Expect(ProcessId(asked));
         return "ok";
     }
     const auto holds = [&] {
@@ -128,7 +135,7 @@ int Ask(const Words& words)
     const bool waits = words[0] == "until";
     const bool forExit = waits && words[2] == "exit";
     const int pidfd =
-        forExit ? static_cast<int>(syscall(SYS_pidfd_open, std::atoi(words[3].c_str()), 0)) : -1;
+        forExit ? static_cast<int>(syscall(SYS_pidfd_open, ProcessId(words[3]), 0)) : -1;
     SendText(clock, waits ? "until" : words[2]);
     std::string text;
     while ((text = ReceiveText(clock)) == "look") {

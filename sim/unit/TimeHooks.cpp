@@ -119,8 +119,7 @@ int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* wr
 {
     if (FailsNow(Call::Select, kNoSubject))
         return -1;
-    if ((timeout == nullptr && !HasClock()) ||
-        (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_usec < 0)))
+    if (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_usec < 0))
         return real(count, readable, writable, special, timeout);
     if (HasClock()) {
         const virtualtime::Moment deadline = DeadlineOf(timeout, &Time::tv_usec, kMicros);
@@ -133,6 +132,8 @@ int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* wr
                 TimeOf(std::max<std::int64_t>(deadline - ClockNow(), 0), &Time::tv_usec, kMicros);
         return result;
     }
+    if (timeout == nullptr)
+        return real(count, readable, writable, special, timeout);
     Time divided = DividedTime(*timeout, &Time::tv_usec, kMicros);
     const int result = real(count, readable, writable, special, &divided);
     MultiplyTime(divided, &Time::tv_usec, kMicros);
@@ -146,8 +147,7 @@ int PselectWith(Real<Pselect<Time>>& real, int count, fd_set* readable, fd_set* 
 {
     if (FailsNow(Call::Select, kNoSubject))
         return -1;
-    if ((timeout == nullptr && !HasClock()) ||
-        (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_nsec < 0)))
+    if (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_nsec < 0))
         return real(count, readable, writable, special, timeout, signals);
     if (HasClock()) {
         const virtualtime::Moment deadline = DeadlineOf(timeout, &Time::tv_nsec, kNanos);
@@ -156,6 +156,8 @@ int PselectWith(Real<Pselect<Time>>& real, int count, fd_set* readable, fd_set* 
             return real(count, readable, writable, special, &none, signals);
         });
     }
+    if (timeout == nullptr)
+        return real(count, readable, writable, special, timeout, signals);
     const Time divided = DividedTime(*timeout, &Time::tv_nsec, kNanos);
     return real(count, readable, writable, special, &divided, signals);
 }

@@ -74,8 +74,9 @@ struct UpdateImage {
 
     UpdateImage()
     {
-        for (const std::size_t at :
-             {0x0000, 0x0400, 0x1FF0, 0x3FF0, 0xFFF0, 0x10000, 0x11FF0, 0x12000}) {
+        constexpr std::size_t kRows[] = {0x0000, 0x0400,  0x1FF0,  0x3FF0,
+                                         0xFFF0, 0x10000, 0x11FF0, 0x12000};
+        for (const std::size_t at : kRows) {
             std::string row = at == 0x0400 ? std::string("1.2\0", 4) : "";
             row += Firmware(64 + at / 0x400).substr(at / 0x400, 16 - row.size());
             if (at % 0x10000 == 0)

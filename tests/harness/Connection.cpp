@@ -42,8 +42,9 @@ std::pair<int, int> BindFreePort()
     socklen_t size = sizeof(address);
     address.sin_family = AF_INET;
     const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    bind(made, General(address), size);
-    getsockname(made, reinterpret_cast<sockaddr*>(&address), &size);
+    if (bind(made, General(address), size) < 0 ||
+        getsockname(made, reinterpret_cast<sockaddr*>(&address), &size) < 0)
+        throw std::runtime_error("no free port");
     return {made, ntohs(address.sin_port)};
 }
 

@@ -53,7 +53,7 @@ void Peers::TakeFrame(const std::string& frame)
     if (frame[4] == '\xC0') {
         sent.push_back(ToHex(data.substr(1, 3) + data[0]));
     } else if (frame[4] != '\x37') {
-        line += data.substr(0, frame[4] & 7U);
+        line += data.substr(0, static_cast<unsigned char>(frame[4]) & 7U);
     } else {
         const auto named = names.find(line);
         sent.push_back(named == names.end() ? line : named->second);

@@ -105,7 +105,9 @@ long Size(const char* path)
 long Free(const char* path)
 {
     struct statfs found = {};
-    return statfs(path, &found) < 0 ? -1 : static_cast<long>(found.f_bavail * found.f_bsize);
+    return statfs(path, &found) < 0
+               ? -1
+               : static_cast<long>(found.f_bavail) * static_cast<long>(found.f_bsize);
 }
 
 long Connect(const char* path)
