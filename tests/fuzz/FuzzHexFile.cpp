@@ -5,13 +5,11 @@
 
 #include "FuzzInput.h"
 #include "THexFile.h"
-#include "TSStringList.h"
 
 static void Load(const char* path)
 {
     THexFile file;
     Require(file.LoadFromFile(path) || (file.lineCount == 0 && file.maxLineLength == 0));
-    Require(file.maxLineLength <= 80);
     Require(std::memchr(file.versionText, 0, sizeof(file.versionText)) != nullptr);
     unsigned long upper = 0;
     unsigned long sended = 0;
@@ -20,33 +18,31 @@ static void Load(const char* path)
         const bool isBase = file.GetSendedAddress(file.lines[i], &upper, &sended);
         Require(upper % 0x10000 == 0 && sended <= 0xFFFFFFFFUL && (!isBase || sended == upper));
     }
-    file.LoadFromFile(path);
 }
 
-static void Receive(Feed feed)
+static void Receive(std::string records)
 {
     THexFile file;
     std::string accepted;
-    while (!feed.IsEmpty()) {
-        const std::string line = feed.Line() + "\r\n";
+    while (!records.empty()) {
+        const std::string line = TakeLine(records) + "\r\n";
         const std::uint32_t before = file.GetNextAddress();
         const int result = file.CheckIntelHex(line.c_str());
         const std::uint32_t moved = file.GetNextAddress() - before;
         if (result <= 0)
             accepted += line.substr(0, line.find('\0'));
         // An accepted base record moves to a 64 KiB border, data by its count.
-        Require(result == 0 ? moved <= 0xFF || file.GetNextAddress() % 0x10000 == 0
-                            : moved == 0 || result < 0);
+        Require(moved == 0 ||
+                (result == 0 && (moved <= 0xFF || file.GetNextAddress() % 0x10000 == 0)));
     }
     const MemoryFile saved;
-    Require(file.SaveToFile(saved.Path()));
-    Require(saved.Bytes() == accepted);
+    Require(file.SaveToFile(saved.Path()) && saved.Bytes() == accepted);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
 {
     const std::string input(data, size);
     Load(MemoryFile(input).Path());
-    Receive(Feed(input));
+    Receive(input);
     return 0;
 }

@@ -1,14 +1,13 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <string>
-#include <utility>
 
 #include <sys/mman.h>
-#include <sys/types.h>
-#include <unistd.h>
+
+#include "OutputFile.h"
+#include "TempDir.h"
+#include "UniqueFd.h"
 
 // Ends the target with a report when something that must hold doesn't.
 inline void Require(bool holds)
@@ -21,49 +20,36 @@ inline void Require(bool holds)
 class MemoryFile {
 public:
     explicit MemoryFile(const std::string& bytes = "")
-        : descriptor(memfd_create("input", 0)), path("/proc/self/fd/" + std::to_string(descriptor))
     {
-        Require(write(descriptor, bytes.data(), bytes.size()) ==
-                static_cast<ssize_t>(bytes.size()));
+        Require(WriteWhole(file.Get(), bytes.data(), bytes.size()));
     }
-    ~MemoryFile() { close(descriptor); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
     const char* Path() const { return path.c_str(); }
-    std::string Bytes() const
-    {
-        std::string bytes(static_cast<std::size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
-        Require(pread(descriptor, bytes.data(), bytes.size(), 0) >= 0);
-        return bytes;
-    }
+    std::string Bytes() const { return ReadFile(path); }
 
 private:
-    int descriptor;
-    std::string path;
+    UniqueFd file{memfd_create("input", MFD_CLOEXEC)};
+    std::string path = "/proc/self/fd/" + std::to_string(file.Get());
 };
 
-// Takes an input apart from its front.
-class Feed {
-public:
-    explicit Feed(std::string input) : text(std::move(input)) {}
+// These three take an input apart from its front.
 
-    bool IsEmpty() const { return text.empty(); }
-    std::uint8_t Byte() { return static_cast<std::uint8_t>(Text(1)[0]); }
-    std::string Text(std::size_t most)
-    {
-        std::string taken = text.substr(0, most);
-        text.erase(0, most);
-        return taken;
-    }
-    // Up to a line feed, which is taken and dropped.
-    std::string Line()
-    {
-        std::string line = Text(text.find('\n'));
-        text.erase(0, 1);
-        return line;
-    }
+inline std::string TakeText(std::string& input, std::size_t most)
+{
+    std::string text = input.substr(0, most);
+    input.erase(0, most);
+    return text;
+}
 
-private:
-    std::string text;
-};
+// 0 at the end of the input.
+inline unsigned char TakeByte(std::string& input)
+{
+    return static_cast<unsigned char>(TakeText(input, 1)[0]);
+}
+
+// Up to a line feed, which is taken and dropped.
+inline std::string TakeLine(std::string& input)
+{
+    std::string line = TakeText(input, input.find('\n'));
+    input.erase(0, 1);
+    return line;
+}

@@ -1,61 +1,26 @@
-// Paths, texts and messages of any content through every helper that takes one.
+// Paths, texts and messages of any content through the helpers that take one. Buffers are vectors
+// of exact size, so that the sanitizer sees each byte past their ends.
 
-#include <cstring>
 #include <vector>
 
 #include "FuzzInput.h"
-#include "Hex.h"
 #include "Path.h"
 #include "TMidiCom.h"
-#include "TSString.h"
-#include "Text.h"
 
-static void Strings(const TSString& text, const TSString& piece, int number)
+static void TakeTexts(const TSString& text, const TSString& piece, int number)
 {
     const int length = text.Length();
-    TSString work(text);
-    work.Delete(number, number / 2);
-    Require(work.Length() <= length);
-    work.Insert(piece, number);
-    work.SetLength(number);
-    work = text;
-    Require(work.Trim().Length() <= length);
-    work.Strip(piece);
-    work.LowerCase().UpperCase().LowerCaseSJIS().UpperCaseSJIS();
-    Require(work.SQLString(number % 2).Length() <= 2 * length);
-    Require(text.SubString(number).Length() <= length);
+    TSString(text).Delete(number, number / 2).Insert(piece, number).SetLength(number);
+    Require(TSString(text).Strip(piece).Trim().LowerCaseSJIS().UpperCaseSJIS().Length() <= length);
+    Require(TSString(text).SQLString(number % 2).Length() <= 2 * length);
     Require(text.SubString(number, number / 3).Length() <= length);
-    const int found = text.AnsiPos(piece);
-    Require(found == 0 ||
-            std::strncmp(text.c_str() + found - 1, piece.c_str(), std::strlen(piece.c_str())) == 0);
-    text.AnsiPosSJIS(piece);
-    text.ToLongLongInt();
-    is_SJIS(text);
-    Require(DoubleQuoteString(text).Length() <= 2 * length + 2);
-    SHexToUInt(text, 0);
-    ExtractFileExtSX(text);
-    Require(ExtractFileNameSX(text).Length() <= length &&
-            ExtractFileDirSX(text).Length() <= length);
-    if (length < 1000)
-        ChangeFileExtSX(text, ".bin");
+    Require(text.AnsiPos(piece) <= length + 1 && text.AnsiPosSJIS(piece) <= length + 1);
+    for (const auto extract : {ExtractFileExtSX, ExtractFileNameSX, ExtractFileDirSX})
+        Require(extract(text).Length() <= length);
+    Require(ChangeFileExtSX(text, piece).Length() <= length + piece.Length());
 }
 
-// Buffers are vectors of exact size, so that the sanitizer sees each byte past their ends.
-static void Lines(const std::string& source, int limit)
-{
-    std::vector<char> text(source.c_str(), source.c_str() + source.size() + 1);
-    std::vector<char> quoted(static_cast<std::size_t>(limit) + 1);
-    Require(mystr_escquote(text.data(), quoted.data(), limit) <= limit);
-    mystrtoupper(text.data(), nullptr);
-    mystrtolower(text.data(), nullptr);
-    uncomment(chop(skipspace(text.data())));
-    char* rest = text.data();
-    while (rest != nullptr)
-        car(&rest);
-    trimleft(text.data(), static_cast<int>(source.size()));
-}
-
-static void Messages(const std::string& bytes, int capacity)
+static void TakeMessage(const std::string& bytes, int capacity)
 {
     TMidiCom link;
     const int length = static_cast<int>(bytes.size());
@@ -72,12 +37,10 @@ static void Messages(const std::string& bytes, int capacity)
 
 extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
 {
-    Feed feed(std::string(data, size));
-    const int number = feed.Byte() - 16;
-    const std::string other = feed.Text(feed.Byte() % 16);
-    const std::string source = feed.Text(size);
-    Strings(source.c_str(), other.c_str(), number);
-    Lines(source.substr(0, source.find('\0')), number < 0 ? 0 : number);
-    Messages(source, number & 7);
+    std::string input(data, size);
+    const int number = TakeByte(input) - 16;
+    const std::string other = TakeText(input, TakeByte(input) % 16);
+    TakeTexts(input.c_str(), other.c_str(), number);
+    TakeMessage(input, number & 7);
     return 0;
 }

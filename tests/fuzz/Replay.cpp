@@ -1,21 +1,16 @@
-// Runs a fuzz target over the files of the folders that it is given.
+// Runs a fuzz target over the files of the folders that its arguments name. One may be missing.
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <vector>
+#include "FuzzInput.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size);
 
 int main(int argc, char** argv)
 {
     int inputs = 0;
+    std::error_code ignored;
     for (int i = 1; i < argc; ++i) {
-        if (!std::filesystem::is_directory(argv[i]))
-            continue;
-        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-            std::ifstream file(entry.path(), std::ios::binary);
-            const std::vector<char> input{std::istreambuf_iterator<char>(file), {}};
+        for (const auto& entry : std::filesystem::directory_iterator(argv[i], ignored)) {
+            const std::string input = ReadFile(entry.path());
             LLVMFuzzerTestOneInput(input.data(), input.size());
             ++inputs;
         }
