@@ -28,15 +28,13 @@ extern "C" ssize_t read(int descriptor, void* target, std::size_t size)
 TEST(FileBytes, ReadsFromTheFirstByteHoweverTheReadsAreCut)
 {
     const TempDir dir;
-    for (const std::string& content : {std::string(), std::string("x"), std::string("abcdefg")}) {
-        for (const std::size_t limit : {1U, 3U, 100U}) {
-            readLimit = limit;
-            const UniqueFd file(open(dir.Write("file", content).c_str(), O_RDONLY));
-            lseek(file.Get(), 2, SEEK_SET);
-            FileBytes bytes;
-            EXPECT_TRUE(ReadWholeFile(file.Get(), bytes));
-            EXPECT_EQ(std::string(bytes.data.get(), bytes.data.get() + bytes.size), content);
-        }
+    readLimit = 3;
+    for (const char* content : {"", "x", "abcdefg"}) {
+        const UniqueFd file(open(dir.Write("file", content).c_str(), O_RDONLY));
+        lseek(file.Get(), 2, SEEK_SET);
+        FileBytes bytes;
+        EXPECT_TRUE(ReadWholeFile(file.Get(), bytes));
+        EXPECT_EQ(std::string(bytes.data.get(), bytes.data.get() + bytes.size), content);
     }
     readLimit = SIZE_MAX;
 }
@@ -45,15 +43,11 @@ TEST(FileBytes, RefusesWhatItCannotReadInFull)
 {
     const TempDir dir;
     const UniqueFd file(open(dir.Write("file", "text").c_str(), O_RDWR));
-    int pipeEnds[2];
-    ASSERT_EQ(pipe(pipeEnds), 0);
-    const UniqueFd pipeEnd(pipeEnds[0]);
-    const UniqueFd otherEnd(pipeEnds[1]);
     FileBytes bytes;
+    EXPECT_FALSE(ReadWholeFile(-1, bytes)) << "no size";
     readLimit = 0;
     EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "fewer bytes than the size";
     readLimit = SIZE_MAX;
-    EXPECT_FALSE(ReadWholeFile(pipeEnd.Get(), bytes)) << "no size";
     EXPECT_EQ(truncate64(dir.Path("file").c_str(), 0x80000000), 0);
     EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "2 GiB";
     EXPECT_EQ(bytes.size, 0U);

@@ -37,9 +37,7 @@ TEST(Hex, WritesUpperCaseDigits)
     ExpectTexts({
         {"byte without NUL", byte, "AFx"},
         {"cut", UIntToSHex(0x1A2B, 3), "A2B"},
-        {"all 32 bits", UIntToSHex(0x90040400, 8), "90040400"},
         {"more than 8 digits", UIntToSHex(UINT_MAX, 10), "00FFFFFFFF"},
-        {"width 0", UIntToSHex(255, 0), ""},
         {"width below 0", UIntToSHex(255, -1), ""},
     });
     EXPECT_TRUE(UIntToHex(0x1A2, byte, 2));
@@ -48,40 +46,22 @@ TEST(Hex, WritesUpperCaseDigits)
 
 TEST(Hex, ReadsABadDigitOfAByteAloneAndOfAFieldAsAWholeAsZero)
 {
-    EXPECT_EQ(HexToChar("A0"), 0xA0) << "byte";
     EXPECT_EQ(HexToChar("a9"), 9) << "first digit in lower case";
     EXPECT_EQ(HexToChar("Fx"), 0xF0) << "bad second digit";
     EXPECT_EQ(HexToChar("@G"), 0) << "neighbours of the letters";
     EXPECT_EQ(HexToChar("/:"), 0) << "neighbours of the digits";
     EXPECT_EQ(SHexToUInt("aF", 0), 0xAFU) << "whole text";
-    EXPECT_EQ(SHexToUInt("12", 1), 1U) << "one digit";
+    EXPECT_EQ(SHexToUInt("1g", 1), 1U) << "bad digit past the field";
     EXPECT_EQ(SHexToUInt("1", 2), 0U) << "field longer than the text";
-    EXPECT_EQ(SHexToUInt("9004040g", 7), 0x9004040U) << "bad digit past the field";
     EXPECT_EQ(SHexToUInt("0G", 2), 0U) << "bad digit in the field";
     EXPECT_EQ(SHexToUInt("123456789", 9), 0x23456789U) << "9 digits";
 }
 
 TEST(Compare, LooksFromTheFirstToTheLastIndex)
 {
-    EXPECT_FALSE(strcompare("Start REAL", "Start READ", 0, 9));
     EXPECT_TRUE(strcompare("xbcx", "abcd", 1, 2));
     EXPECT_TRUE(strcompare("a", "b", 1, 0)) << "no index at all";
     EXPECT_FALSE(strcompare("a\0b", "a\0c", 0, 2)) << "a NUL is a byte like others";
-}
-
-TEST(Number, WritesDecimalDigits)
-{
-    char text[kIntTextSize];
-    EXPECT_EQ(UIntToStr(-10LL, text), 2);
-    EXPECT_STREQ(text, "10");
-    EXPECT_EQ(IntToStr(0, text), 1);
-    EXPECT_STREQ(text, "0");
-    EXPECT_EQ(IntToStr(9999999999, text), 10);
-    EXPECT_STREQ(text, "9999999999");
-    EXPECT_EQ(IntToStr(LLONG_MIN, text), 11);
-    EXPECT_STREQ(text, "-6854775808");
-    EXPECT_TRUE(UIntToStr(123U, text, -1));
-    EXPECT_STREQ(text, "");
 }
 
 TEST(Path, IsTakenApart)
@@ -94,8 +74,6 @@ TEST(Path, IsTakenApart)
         {"extension", ExtractFileExtSX("/x.y/a.b.hex"), ".hex"},
         {"no extension", ExtractFileExtSX("img"), ""},
         {"name", ExtractFileNameSX("/mnt/usb/a.hex"), "a.hex"},
-        {"empty name", ExtractFileNameSX("/mnt/usb/"), ""},
-        {"name with a pair", ExtractFileNameSX("x/\x83\x5C.hex"), "\x83\x5C.hex"},
         {"past a pair", ExtractFileNameSX("\x83\x5C\\a"), "a"},
         {"pair from 0x80", ExtractFileNameSX("x/\x80\\a"), "\x80\\a"},
         {"pair to 0x9F", ExtractFileNameSX("x/\x9F\\a"), "\x9F\\a"},
@@ -104,22 +82,16 @@ TEST(Path, IsTakenApart)
         {"pair to 0xEF", ExtractFileNameSX("x/\xEF\\a"), "\xEF\\a"},
         {"no pair from 0xF0", ExtractFileNameSX("x/\xF0\\a"), "a"},
         {"under the root", ExtractFileDirSX("/a.hex"), ""},
-        {"trailing separator", ExtractFileDirSX("/mnt/usb\\"), "/mnt/usb"},
         {"drive keeps its colon", ExtractFileDirSX("c:a.hex"), "c:"},
         {"no directory", ExtractFileDirSX("a\x83\x5C"), "a\x83\x5C"},
     });
-}
-
-TEST(Path, LeavesTheOutputAloneWhereItHasNoSuchPart)
-{
+    char output[16] = "untouched";
     for (const char* path : {"", "a.d/", "a.d\\", "a.d:"}) {
-        char output[16] = "untouched";
         EXPECT_FALSE(ChangeFileExtX(path, ".bin", output)) << path;
         EXPECT_FALSE(ExtractFileExtX(path, output)) << path;
         EXPECT_FALSE(ExtractFileNameX(path, output)) << path;
-        EXPECT_STREQ(output, "untouched");
+        EXPECT_STREQ(output, "untouched") << path;
     }
-    char output[16] = "overwritten";
     EXPECT_TRUE(ExtractFileDirX("a/b", output));
     EXPECT_STREQ(output, "a");
 }
@@ -127,17 +99,24 @@ TEST(Path, LeavesTheOutputAloneWhereItHasNoSuchPart)
 TEST(String, IsMadeFromNumbersAndTexts)
 {
     const char unterminated[] = {'a', 'b'};
+    char digits[kIntTextSize];
+    EXPECT_EQ(UIntToStr(-10LL, digits), 2);
     ExpectTexts({
+        {"digits without a sign", digits, "10"},
         {"null", TSString(nullptr), ""},
+        {"zero", TSString(0), "0"},
         {"unsigned", TSString(4294967295U), "4294967295"},
         {"lowest int", TSString(INT_MIN), "-2147483648"},
         {"width fills with zeros", TSString(5, 3), "005"},
-        {"width drops high digits", TSString(123, 2), "23"},
         {"width reads the bits as unsigned", TSString(-1, 2), "95"},
         {"width 0", TSString(123, 0), ""},
         {"negative width", TSString(-5, -1), "-5"},
         {"limit", TSString(unterminated, 2), "ab"},
     });
+    EXPECT_EQ(IntToStr(LLONG_MIN, digits), 11);
+    EXPECT_STREQ(digits, "-6854775808") << "10 digits";
+    EXPECT_TRUE(UIntToStr(123U, digits, -1));
+    EXPECT_STREQ(digits, "");
     TSString buffer(nullptr, 3);
     EXPECT_STREQ(buffer.c_str(), "");
     EXPECT_EQ(buffer.Length(), 3) << "at once";
@@ -162,19 +141,17 @@ TEST(String, AssignsAndJoinsAlsoWithPartsOfItself)
     EXPECT_TRUE(copy == "Xbcbccbc");
     EXPECT_FALSE(copy == "xbcbccbc");
     EXPECT_TRUE(copy != "Xbcbccb");
-    EXPECT_FALSE(copy != "Xbcbccbc");
     testing::internal::CaptureStdout();
     TSString("100%s").Print(false);
     TSString("line\n").Print(true);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "100%sline\n\n");
 }
 
-TEST(String, EditsByPositionsFromOne)
+TEST(String, IsEditedAndSearchedByPositionsFromOne)
 {
     const TSString five("abcde");
     ExpectTexts({
         {"delete to the end", TSString(five).Delete(2, INT_MAX), "a"},
-        {"delete one too many", TSString(five).Delete(4, 3), "abc"},
         {"delete at the lowest position", TSString(five).Delete(INT_MIN, 1), "bcde"},
         {"delete past the text", TSString(five).Delete(100, 1), "abcde"},
         {"delete a negative count", TSString(five).Delete(2, INT_MIN), "abcde"},
@@ -183,7 +160,6 @@ TEST(String, EditsByPositionsFromOne)
         {"insert at a negative position", TSString(five).Insert("X", -5), "Xabcde"},
         {"can't grow", TSString(five).SetLength(100), "abcde"},
         {"length below 0", TSString(five).SetLength(-1), ""},
-        {"part from the first", five.SubString(1, 3), "abc"},
         {"more than there is", five.SubString(4, INT_MAX), "de"},
         {"position below 1", five.SubString(INT_MIN, 2), "ab"},
         {"the last byte can't be had", five.SubString(5), ""},
@@ -192,26 +168,15 @@ TEST(String, EditsByPositionsFromOne)
         {"strip a set", TSString("-1:2:-3").Strip(":-"), "123"},
         {"lower", TSString("@AZ[\x83\x41").LowerCase(), "@az[\x83\x61"},
         {"upper", TSString("`az{\x83\x61").UpperCase(), "`AZ{\x83\x41"},
+        {"lower, no pair at 0x80", TSString("\x80Z\x81Z\x9FZ").LowerCaseSJIS(), "\x80z\x81Z\x9FZ"},
+        {"lower, none at 0xA0", TSString("\xA0Z\xDFZ\xE0Z").LowerCaseSJIS(), "\xA0z\xDFz\xE0Z"},
+        {"lower, none at 0xFD", TSString("\xFCZ\xFDZ\x81\x81Z").LowerCaseSJIS(),
+         "\xFCZ\xFDz\x81\x81z"},
+        {"upper outside pairs", TSString("\x81z`az{").UpperCaseSJIS(), "\x81z`AZ{"},
         {"double all", TSString("'a\\\x83\x5C\"").SQLString(1), "''a\\\\\x83\x5C\x5C\""},
         {"double outside pairs", TSString("\x83\x5C'\\").SQLString(0), "\x83\x5C''\\\\"},
     });
-    TSString text(" Some:Text ");
-    text.Trim().Strip(":").Delete(1, 1).Insert("AB", 3).LowerCase().SQLString(1) += "!";
-    EXPECT_STREQ(text.c_str(), "omabetext!");
-    EXPECT_EQ(text.Length(), 10);
-    EXPECT_EQ(text.Strip("o!").Length(), 8);
-    EXPECT_EQ(text.SetLength(4).Length(), 4);
-}
-
-TEST(String, ChangesCaseOutsideShiftJisPairs)
-{
-    TSString text("\x80Z\x81Z\x9FZ\xA0Z\xDFZ\xE0Z\xFCZ\xFDZ\x81\x81Z");
-    EXPECT_STREQ(text.LowerCaseSJIS().c_str(), "\x80z\x81Z\x9FZ\xA0z\xDFz\xE0Z\xFCZ\xFDz\x81\x81z");
-    EXPECT_STREQ(TSString("\x81z`az{").UpperCaseSJIS().c_str(), "\x81z`AZ{");
-}
-
-TEST(String, FindsTheFirstOccurrence)
-{
+    EXPECT_EQ(TSString("a:b").Strip(":").Length(), 2);
     EXPECT_EQ(TSString("a\x83\x5C\x5C").AnsiPos("\\"), 3) << "any byte";
     EXPECT_EQ(TSString("abc").AnsiPos("abcd"), 0) << "no occurrence";
     EXPECT_EQ(TSString("\x83\x5C\x5C\x5C").AnsiPosSJIS("\\"), 3) << "outside pairs";
@@ -242,18 +207,14 @@ TEST(Text, IsCutAndChangedInPlace)
         {"comment alone", uncomment(Line("#c").data()), ""},
         {"lower into a target", mystrtolower(mixed.data(), target), "ab1\xB1"},
         {"any mode is lower", str_up_low(mixed.data(), target, 0), "ab1\xB1"},
-        {"source of a target", mixed.data(), "aB1\xB1"},
         {"upper in place", mystrtoupper(mixed.data(), nullptr), "AB1\xB1"},
         {"changed in place", mixed.data(), "AB1\xB1"},
     });
     EXPECT_EQ(chop(nullptr), nullptr);
     EXPECT_EQ(skipspace(nullptr), nullptr);
-    EXPECT_EQ(uncomment(nullptr), nullptr);
     char blanks[] = " a!b\x80 c ";
     trimleft(blanks, 6);
     EXPECT_EQ(std::string(blanks, 8), std::string("\0a!b\x80\0c ", 8));
-    trimleft(blanks, -1);
-    EXPECT_EQ(blanks[7], ' ');
 }
 
 TEST(Text, SplitsOffItsFirstWord)
@@ -268,7 +229,7 @@ TEST(Text, SplitsOffItsFirstWord)
     }
 }
 
-TEST(Text, AppendsWhatFits)
+TEST(Text, IsAppendedAndEscapedWithinALimit)
 {
     char text[8] = "ab";
     EXPECT_EQ(mystrcat(text, "cd", 8), text);
@@ -276,21 +237,16 @@ TEST(Text, AppendsWhatFits)
     EXPECT_STREQ(mystrcat(text, "efgh", 7), "abcdef") << "source cut";
     EXPECT_STREQ(mystrcat(text, "x", 7), "abcdef") << "no room";
     EXPECT_STREQ(mystrcat(text, "x", -1), "abcdef") << "size below 0";
-}
-
-TEST(Text, EscapesQuotesWithinALimit)
-{
-    char target[16] = "untouched";
-    EXPECT_EQ(mystr_escquote("ab", target, -1), 0);
-    EXPECT_STREQ(target, "untouched");
-    EXPECT_EQ(mystr_escquote("a'b\"", target, 7), 6);
-    EXPECT_STREQ(target, "a\\'b\\\"");
-    EXPECT_EQ(mystr_escquote("a'b", target, 3), 1) << "2 bytes of room for a quote";
-    EXPECT_STREQ(target, "a");
-    EXPECT_EQ(mystr_escquote("'x", target, 3), 3);
-    EXPECT_STREQ(target, "\\'x");
-    EXPECT_EQ(mystr_escquote("ab", target, 0), 0);
-    EXPECT_STREQ(target, "");
+    EXPECT_EQ(mystr_escquote("ab", text, -1), 0);
+    EXPECT_STREQ(text, "abcdef") << "limit below 0";
+    EXPECT_EQ(mystr_escquote("a'b\"", text, 7), 6);
+    EXPECT_STREQ(text, "a\\'b\\\"");
+    EXPECT_EQ(mystr_escquote("a'b", text, 3), 1) << "2 bytes of room for a quote";
+    EXPECT_STREQ(text, "a");
+    EXPECT_EQ(mystr_escquote("'x", text, 3), 3);
+    EXPECT_STREQ(text, "\\'x");
+    EXPECT_EQ(mystr_escquote("ab", text, 0), 0);
+    EXPECT_STREQ(text, "");
 }
 
 TEST(Text, IsFormattedAndQuoted)
@@ -303,7 +259,6 @@ TEST(Text, IsFormattedAndQuoted)
         {"any width", FormatFloat("300.1", 1.0F), (std::string(297, ' ') + "1.0").c_str()},
         {"plain", DoubleQuoteString("a;b\x81\x83"), "a;b\x81\x83"},
         {"blank", DoubleQuoteString("a b"), "\"a b\""},
-        {"single quote", DoubleQuoteString("'"), "\"'\""},
         {"double quotes", DoubleQuoteString("\"a\"b"), "\"\"\"a\"\"b\""},
     });
 }
