@@ -6,7 +6,7 @@
 // Virtual time in a simulated unit: it stands still while anyone works, and jumps to the next
 // deadline when everyone waits.
 //
-// The participants are the processes of the unit: the program, simpiano, simcontroller. The preload
+// The participants are the processes of the unit: the program, simpiano, diagctl. The preload
 // library makes a process one when SIMUNIT_CLOCK is in its environment, the path at which the clock
 // listens. Whoever owns the clock, a test or a script's clock process, is the one that lets time
 // pass: only while it waits do the participants get turns, one at a time, in the order of their

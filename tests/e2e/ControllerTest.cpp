@@ -19,7 +19,7 @@ TEST(Controller, GetsWhatItAsksForWithEachCommandOfTheTool)
     const auto ask = [&](Unit::Words words) -> Process& {
         const std::string port = std::to_string(unit.Port());
         words.insert(words.begin(), {"--port", port});
-        Process& tool = unit.Start("simcontroller", words);
+        Process& tool = unit.Start("diagctl", words);
         tool.Wait();
         return tool;
     };

@@ -68,7 +68,7 @@ void Output::ShowResult(Status status, const std::string& reason)
                     Json(reason).c_str());
     std::fflush(stdout);
     if (!reason.empty())
-        std::fprintf(stderr, "simcontroller: %s\n", Readable(reason).c_str());
+        std::fprintf(stderr, "diagctl: %s\n", Readable(reason).c_str());
 }
 
 void Output::ShowBar(std::string_view label, int percent)

@@ -1,4 +1,4 @@
-#include "Protocol.h"
+#include "Exchange.h"
 
 #include <algorithm>
 #include <charconv>

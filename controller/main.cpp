@@ -9,9 +9,9 @@
 #include <getopt.h>
 #include <unistd.h>
 
+#include "Exchange.h"
 #include "Link.h"
 #include "Output.h"
-#include "Protocol.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ Clock::duration Seconds(double seconds)
 
 void PrintHelp()
 {
-    std::printf("simcontroller [--host H] [--port P] [--json] [--timeout S] COMMAND...\n\n");
+    std::printf("diagctl [--host H] [--port P] [--json] [--timeout S] COMMAND...\n\n");
     for (const Command& command : Commands())
         std::printf("  %-18s %s\n", std::string(command.name).c_str(),
                     std::string(command.help).c_str());
@@ -61,7 +61,7 @@ void PrintHelp()
 
 Status WrongUsage(const std::string& reason)
 {
-    std::fprintf(stderr, "simcontroller: %s\nTry: simcontroller help\n", reason.c_str());
+    std::fprintf(stderr, "diagctl: %s\nTry: diagctl help\n", reason.c_str());
     return Status::Usage;
 }
 
@@ -94,7 +94,7 @@ Status ParseCommand(const std::string& words, Options& options)
         if (!ParseBytes(words.substr(first.size()), options.bytes))
             return WrongUsage("send takes up to 8192 bytes, two hex digits each");
         if (options.bytes.size() % kGroupSize != 0)
-            std::fprintf(stderr, "simcontroller: the unit drops the bytes behind the last whole "
+            std::fprintf(stderr, "diagctl: the unit drops the bytes behind the last whole "
                                  "group of 4\n");
         options.command = FindCommand(first);
         return Status::Success;

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Protocol.h"
+#include "Exchange.h"
 
 // What the user, or the program that reads this one's output, gets to see. The unit's text is not
 // trusted: bytes outside printable ASCII are escaped.
