@@ -28,6 +28,7 @@ constexpr std::size_t kAddressLowAt = 5;
 constexpr std::size_t kTypeAt = 7;
 constexpr std::size_t kDataAt = 9;
 
+constexpr std::size_t kChecksumBytes = 1;
 constexpr std::size_t kUpperAddressBytes = 2;
 constexpr std::size_t kUpperAddressEnd = kDataAt + 2 * kUpperAddressBytes;
 
@@ -56,19 +57,21 @@ std::size_t LengthOf(const char* record)
     return std::strcspn(record, "\r\n");
 }
 
-// True when a record of so many characters holds every one that its count promises, and what its
-// type needs at fixed places.
-bool IsComplete(const char* record, std::size_t length)
+// True when a record of so many characters has those that its address is made of. Data may be
+// missing: whoever sends a row that the CSP will refuse must still find it again.
+bool HasAddress(const char* record, std::size_t length)
 {
     if (length < kDataAt)
         return false;
-    if (TypeOf(record) == kUpperAddressType && length < kUpperAddressEnd)
-        return false;
-    const std::size_t checksumAt = kDataAt + std::size_t{2} * CountOf(record);
-    return length >= checksumAt + 2;
+    return TypeOf(record) != kUpperAddressType || length >= kUpperAddressEnd;
 }
 
-// The functions below take complete records only.
+// True when it has the data that its count promises and its checksum, too.
+bool IsComplete(const char* record, std::size_t length)
+{
+    return HasAddress(record, length) &&
+           length >= kDataAt + 2 * (std::size_t{CountOf(record)} + kChecksumBytes);
+}
 
 std::uint32_t AddressOf(const char* record, std::uint32_t upper)
 {
@@ -168,7 +171,7 @@ void THexFile::GetStartEndAddress()
         const char* row = lines[i];
         const bool isText = static_cast<unsigned char>(row[0]) > kCr;
         // No row has a line end, and its plain length is the one that is found faster.
-        if (!isText || !IsComplete(row, std::strlen(row)))
+        if (!isText || !HasAddress(row, std::strlen(row)))
             continue;
         switch (TypeOf(row)) {
         case kDataType: ScanData(row, upper); break;
@@ -186,7 +189,7 @@ void THexFile::GetStartEndAddress()
 bool THexFile::GetSendedAddress(const char* record, unsigned long* upperAddress,
                                 unsigned long* sendedAddress) const
 {
-    if (!IsComplete(record, LengthOf(record)))
+    if (!HasAddress(record, LengthOf(record)))
         return false;
     switch (TypeOf(record)) {
     case kDataType:
@@ -281,14 +284,20 @@ void THexFile::FillRows(const char* text, const char* end)
 
 void THexFile::ScanData(const char* record, std::uint32_t upper)
 {
-    const unsigned char count = CountOf(record);
     endAddress = AddressOf(record, upper);
-    if (endAddress == kVersionAddress) {
-        for (std::size_t i = 0; i < count; ++i)
-            versionText[i] = static_cast<char>(DataByte(record, i));
-        versionText[count] = '\0';
-    }
-    endAddress += count;
+    if (endAddress == kVersionAddress)
+        TakeVersion(record);
+    endAddress += CountOf(record);
+}
+
+// Takes the data as text, as far as the row has it.
+void THexFile::TakeVersion(const char* record)
+{
+    const std::size_t present = (std::strlen(record) - kDataAt) / 2;
+    const std::size_t count = std::min(present, std::size_t{CountOf(record)});
+    for (std::size_t i = 0; i < count; ++i)
+        versionText[i] = static_cast<char>(DataByte(record, i));
+    versionText[count] = '\0';
 }
 
 // The address is tested before the checksum: a record that isn't the next one is no damaged one.

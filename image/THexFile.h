@@ -48,8 +48,9 @@ public:
     void GetStartEndAddress();
 
     // Follows the addresses of records that are sent one after the other. Data set `sendedAddress`
-    // to the address behind them; an upper address sets both. True for an upper address. Any other
-    // record, and one that is cut short, changes nothing.
+    // to the address that follows them; an upper address sets both. True for an upper address. Data
+    // or a checksum may be missing. Any other record, and one that ends before its type or before
+    // the two bytes of an upper address, changes nothing.
     bool GetSendedAddress(const char* record, unsigned long* upperAddress,
                           unsigned long* sendedAddress) const;
 
@@ -83,6 +84,7 @@ private:
     bool MakeRows(std::int32_t count, std::ptrdiff_t longest);
     void FillRows(const char* text, const char* end);
     void ScanData(const char* record, std::uint32_t upper);
+    void TakeVersion(const char* record);
     int CheckData(const char* record);
     int CheckUpperAddress(const char* record);
     int Accept(const char* record, RecordResult result);

@@ -136,7 +136,8 @@ TEST(LoadedFile, IsScannedForItsAddressesAndItsVersion)
         {"control character isn't", "\t" + kUpper.substr(1), 0, 0},
         {"upper address, count 0", ":000000049004\n", kStart, kStart},
         {"upper address, count 0, cut", ":00000004900\n", 0, 0},
-        {"cut data", kUpper + ":04040000414243\n:0104000041B\n:0\n", kStart, kStart},
+        {"data without data", kUpper + ":04001000\n:0100200\n", kStart, kStart + 0x14},
+        {"cut version", kUpper + ":0404000041424\n", kStart, kStart + 0x404, "AB"},
         {"version", kUpper + Data(0x400, "V1.2") + Data(0x404, "x"), kStart, kStart + 0x405,
          "V1.2"},
         {"second version", kUpper + Data(0x400, "V1.2") + Data(0x400, "V3"), kStart, kStart + 0x402,
@@ -166,7 +167,10 @@ TEST(SentRecord, MovesTheAddressesOfTheSender)
         {":0310000041424327", kStart, 0x90041003},
         {":02FFFF0041427D", 0xFFFF0000, 1, false, 0xFFFF0000},  // 32 bits on every machine
         {":02000004900565\r\n", 0x90050000, 0x90050000, true},
-        {":020000049005\r\n", kStart, kSent},  // the line end is no checksum
+        {":03100000\r\n", kStart, 0x90041003},
+        {":0310000\r\n", kStart, kSent},  // the line end is no digit
+        {":020000049005\r\n", 0x90050000, 0x90050000, true},
+        {":02000004900\r\n", kStart, kSent},
         {":00000001FF", kStart, kSent},
     };
     for (const auto& c : cases) {

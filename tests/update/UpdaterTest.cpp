@@ -15,8 +15,8 @@ namespace {
 enum Mode { Alone, InServer };
 
 // The words of an image's rows: "9004:" is a base record with that upper address, "41FF4" a record
-// of 12 bytes at the low 16 bits, "end" the end-of-file record, "-" an empty row, "other" a record
-// without an address. Blocks of this one end after a record, at a 64 KiB boundary and at the end.
+// of 12 bytes at the low 16 bits, "41FF4!" the same without its checksum, "end" the end-of-file
+// record, "-" an empty row, "other" a record without an address. Blocks of this one end after a record, at a 64 KiB boundary and at the end.
 constexpr char kImage[] = "9004: 40000 41FF4 42000 43FF4 44000 4FFF4 9005: 50000 51FF4 end";
 
 // An update of the image that the words stand for.
@@ -87,7 +87,9 @@ private:
         const auto number = std::stoul(word, nullptr, kHex);
         if (word.back() == ':')
             return Record(4, 0, {static_cast<char>(number >> 8U), static_cast<char>(number)});
-        return Record(0, number % 0x10000, std::string(12, static_cast<char>(number >> 16U)));
+        const auto record =
+            Record(0, number % 0x10000, std::string(12, static_cast<char>(number >> 16U)));
+        return record.substr(0, record.size() - (word.back() == '!' ? 2 : 0));
     }
     void Hear(const char* message, int length) override
     {
@@ -216,6 +218,7 @@ TEST(Updater, SendsTheImageInBlocksThatEndOnMultiplesOf0x2000)
         {"an empty row after a base", "9004: - 40000", {{"9004:"}, {"40000"}}},
         {"two bases", "9004: 9005: 50000", {{"9004:", "9005:"}, {"50000"}}},
         {"a base at the end", "41FF4 9005:", {{"41FF4"}, {"9005:"}}},
+        {"a record short of its checksum", "40000 41FF4! 42000", {{"40000", "41FF4!"}, {"42000"}}},
         {"a record without address",
          "40000 other 41FF4 end",
          {{"40000", "other", "41FF4"}, {"end"}}},
