@@ -14,6 +14,7 @@
 #include "Console.h"
 #include "ReadSet.h"
 #include "TMidiCom.h"
+#include "UnitPaths.h"
 
 namespace {
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -10,6 +9,7 @@
 
 #include "DoubleByte.h"
 #include "Number.h"
+#include "Trace.h"
 
 namespace {
 
@@ -140,7 +140,7 @@ bool operator!=(const TSString& left, const char* right)
 
 void TSString::Print(bool newline) const
 {
-    std::printf(newline ? "%s\n" : "%s", text.get());
+    Trace(newline ? (*this + "\n").c_str() : c_str());
 }
 
 TSString& TSString::Delete(int position, int count)

@@ -5,15 +5,15 @@
 #include <unistd.h>
 
 #include "UniqueFd.h"
+#include "UnitPaths.h"
 
-static constexpr char kDevice[] = "/dev/PciDsp";
 static constexpr unsigned long kSetParameter = 33;  // the driver's one request, a plain number
 static constexpr unsigned long kPianoPower = 12;
 static constexpr unsigned kOffTime = 5;  // seconds
 
 int set_qmparam(unsigned long parameter, int value)
 {
-    const UniqueFd device(open(kDevice, O_RDWR | O_CLOEXEC));
+    const UniqueFd device(open(kPianoPowerDevice, O_RDWR | O_CLOEXEC));
     if (!device)
         return device.Get();
     // The driver takes the number itself, not a pointer to it.

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include <arpa/inet.h>
@@ -12,6 +11,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "Trace.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -65,7 +65,7 @@ int mkservsocINET(int port)
     if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
         return kNotAttached;
     if (listen(made.Get(), kBacklog) < 0) {
-        std::fputs("listen client error\n", stdout);
+        Trace("listen client error\n");
         return kNotListening;
     }
     return made.Release();
@@ -86,7 +86,7 @@ int mkservsocUNIX(const char* path)
     if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
         return kNotAttached;
     if (listen(made.Get(), kBacklog) < 0) {
-        std::fputs("listen server error\n", stdout);
+        Trace("listen server error\n");
         return kNotListening;
     }
     return made.Release();

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 
 #include <unistd.h>
 
 #include "ReadSet.h"
 #include "Sockets.h"
+#include "Trace.h"
 
 namespace {
 
@@ -73,12 +73,12 @@ bool IsMessageComplete(const char* gathered, int count)
 TMidiCom::TMidiCom()
     : midiDescriptor(-1), consoleText(), consoleLength(0), connecttype(0), carriedLine()
 {
-    std::fputs("Init Midicom\n", stdout);
+    Trace("Init Midicom\n");
 }
 
 TMidiCom::~TMidiCom()
 {
-    std::fputs("Delete Midicom\n", stdout);
+    Trace("Delete Midicom\n");
     if (midiDescriptor >= 0)
         close(midiDescriptor);
 }
@@ -93,7 +93,7 @@ int TMidiCom::SetMidiDescriptor(const char* path)
     midiDescriptor = mkclisocUNIX(path);
     if (midiDescriptor < 0)
         return -1;
-    std::fputs("MIDI Alive\n", stdout);
+    Trace("MIDI Alive\n");
     return midiDescriptor;
 }
 
@@ -220,7 +220,7 @@ int TMidiCom::ToConsole2(char* message, int length, char** lines, int capacity)
 
 int TMidiCom::ReadConsoleMessage2(char* message, char** lines, int capacity)
 {
-    std::fputs("Rcv message\n", stdout);
+    Trace("Rcv message\n");
     const int count = ReadMessage(message);
     if (count <= 0)
         return count;

@@ -1,7 +1,5 @@
 #pragma once
 
-constexpr char kMidiPatcherSocket[] = "/home/i2c_server_sock";
-
 // The unit's side of the link to the MIDI Patcher, the process behind a UNIX stream socket through
 // which everything reaches the piano.
 //

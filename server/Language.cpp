@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "TSString.h"
+#include "UnitPaths.h"
 
-static constexpr char kLanguageFile[] = "/etc/KVT-lang";
 static constexpr int kLineSize = 1024;
 
 int GetIOCLanguage()

@@ -13,12 +13,10 @@
 #include "Log.h"
 #include "PciDsp.h"
 #include "TXmlMan.h"
+#include "Trace.h"
+#include "UnitPaths.h"
 
 namespace {
-
-constexpr char kLog[] = "/usr/local/lib/diag/diagserver.log";
-constexpr char kRCServerSocket[] = "/tmp/rcseq_socket";
-constexpr char kReleaseFile[] = "/etc/KVT-release";
 
 constexpr int kNoPatcher = -3;
 constexpr unsigned kPatcherWait = 2;  // seconds that the MIDI Patcher gets behind its opening
@@ -46,10 +44,6 @@ enum Command : std::uint32_t {
 constexpr unsigned long kReadStart = 0x90170000;
 constexpr unsigned long kReadEnd = 0x90200000;
 
-constexpr char kParameterFile[] = "/usr/local/lib/diag/csp_param.hex";
-constexpr char kCompressedFile[] = "/usr/local/lib/diag/csp_param.rlg";
-constexpr char kMediaFile[] = "csp_param.rlg";
-constexpr char kDevice[] = "/dev/sda";
 constexpr char kFileSystem[] = "vfat";
 constexpr char kMountOptions[] = "iocharset=sjis,codepage=932";
 constexpr unsigned long kWriteFlags = MS_MGC_VAL | MS_NOSUID | MS_NOEXEC;
@@ -75,7 +69,7 @@ constexpr Key kKeys[] = {
 
 void LogText(const char* text)
 {
-    AddLogFile(kLog, text);
+    AddLogFile(kServerLog, text);
 }
 
 std::uint32_t CommandWord(const unsigned char* group)
@@ -170,7 +164,7 @@ int TDiagServer::Run()
         set.Add(midi->GetMidiDescriptor());
         set.Add(zaurus->GetPortDescriptor());
         set.Add(zaurus->GetZaurusId());
-        std::fputs("Diag Update Status()\n", stdout);
+        Trace("Diag Update Status()\n");
 
         // The set was built before these steps, so a descriptor that one of them lost makes the
         // wait fail once.
@@ -205,7 +199,7 @@ bool TDiagServer::OpenMidi(int connecttype)
 
     LogText(failure == nullptr ? "MIDI Patcher is active.\n" : "MIDI Patcher is not active.\n");
     if (failure != nullptr)
-        std::fputs(failure, stdout);
+        Trace(failure);
     return failure == nullptr;
 }
 
@@ -353,7 +347,7 @@ void TDiagServer::ProcessKeyboard(char* buffer)
         if (key.line != nullptr)
             SendLine(midi, key.line);
     }
-    std::printf("KEYBOARD: %s\n", buffer);
+    Trace((TSString("KEYBOARD: ") + buffer + "\n").c_str());
     Tell(buffer);
 }
 
@@ -468,30 +462,31 @@ void TDiagServer::CopyParameters(bool toMedia)
 int TDiagServer::CopyParameterFile(bool toMedia)
 {
     // What can be unmounted tells where the medium stands.
-    TSString mountPoint("/mnt/floppy/");
-    if (umount("/mnt/floppy") < 0) {
-        if (umount("/mnt/usb") < 0)
+    const char* mountPoint = kFloppy;
+    if (umount(kFloppy) < 0) {
+        if (umount(kUsb) < 0)
             return NoMedium;
-        mountPoint = "/mnt/usb/";
+        mountPoint = kUsb;
     }
-    return toMedia ? CopyToMedium(mountPoint) : CopyFromMedium(mountPoint);
+    const TSString directory = TSString(mountPoint) + "/";
+    return toMedia ? CopyToMedium(directory) : CopyFromMedium(directory);
 }
 
 int TDiagServer::CopyToMedium(const TSString& mountPoint)
 {
-    if (mount(kDevice, mountPoint.c_str(), kFileSystem, kWriteFlags, kMountOptions) < 0)
+    if (mount(kMediumDevice, mountPoint.c_str(), kFileSystem, kWriteFlags, kMountOptions) < 0)
         return NotCopied;
     if (!FileExists(kParameterFile))
         return NoParameterFile;
-    if (!Compress(kParameterFile, kCompressedFile))
+    if (!Compress(kParameterFile, kCompressedParameterFile))
         return NotCompressed;
-    if (!CheckDiskFree(mountPoint.c_str(), kCompressedFile))
+    if (!CheckDiskFree(mountPoint.c_str(), kCompressedParameterFile))
         return NoRoom;
 
-    const TSString target = mountPoint + kMediaFile;
+    const TSString target = mountPoint + kMediumParameterFile;
     if (FileExists(target.c_str()))
         DeleteFile(target.c_str());
-    if (CopyFile(kCompressedFile, target.c_str()) != 0)
+    if (CopyFile(kCompressedParameterFile, target.c_str()) != 0)
         return NotCopied;
     sync();
     return Copied;
@@ -499,9 +494,9 @@ int TDiagServer::CopyToMedium(const TSString& mountPoint)
 
 int TDiagServer::CopyFromMedium(const TSString& mountPoint)
 {
-    if (mount(kDevice, mountPoint.c_str(), kFileSystem, kReadFlags, kMountOptions) < 0)
+    if (mount(kMediumDevice, mountPoint.c_str(), kFileSystem, kReadFlags, kMountOptions) < 0)
         return NotCopied;
-    const TSString source = mountPoint + kMediaFile;
+    const TSString source = mountPoint + kMediumParameterFile;
     if (!FileExists(source.c_str()))
         return NoParameterFile;
     return Decompress(source.c_str(), kParameterFile) ? Copied : NotCopied;

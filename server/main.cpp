@@ -17,6 +17,7 @@
 #include "TMidiCom.h"
 #include "TSString.h"
 #include "TUpdater.h"
+#include "Trace.h"
 
 // The mode's main object. Only main sets and reads them.
 TDiagServer* diag = nullptr;
@@ -95,7 +96,7 @@ void RunMode(const Options& options)
         RunServer(options.port);
         return;
     }
-    std::fputs(kProgramVersion, stdout);
+    Trace(kProgramVersion);
     if (options.versionOnly)
         PrintVersion(options.filename);
     else
@@ -139,8 +140,7 @@ static bool ParseOptions(int argc, char** argv, Options& options)
 int main(int argc, char** argv)
 {
     FillStandardStreams();
-    // Each text leaves in one write. What needs no format is printed with fputs for that: compilers
-    // make puts of a printf of a fixed line, and puts writes the line end by itself.
+    // Each text leaves in one write.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     // A closed standard output must not end an update half way.
     std::signal(SIGPIPE, SIG_IGN);

@@ -1,13 +1,14 @@
 #include "TCspReader.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 
 #include <unistd.h>
 
 #include "Hex.h"
 #include "TSString.h"
+#include "Trace.h"
+#include "UnitPaths.h"
 
 namespace {
 
@@ -15,8 +16,6 @@ namespace {
 constexpr std::uint32_t kParameterStart = 0x90040000;
 constexpr std::uint32_t kParameterEnd = 0x900A0000;
 constexpr int kAddressDigits = 8;
-
-constexpr char kDefaultFile[] = "csp_param.hex";
 
 constexpr std::uint32_t kBlockSize = 0x1000;     // bytes that the CSP sends for one request
 constexpr std::uint32_t kProgressStep = 0x2000;  // bytes between two progress texts
@@ -83,7 +82,7 @@ void TCspReader::IncReaderCounter()
 
 int TCspReader::UpdateStatus(TMidiCom* midi, TZaurusCom* zaurus)
 {
-    std::fputs("Update Status CSP\n", stdout);
+    Trace("Update Status CSP\n");
     switch (readerStatus) {
     case Connect: StepConnect(midi, zaurus); break;
     case Request:
@@ -129,7 +128,7 @@ void TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
     if (readerCounter > kSilenceLimit)
         EnterStatus(Request);
     if (flashModeCounter % kFlashModeEvery == 0) {
-        std::fputs("Send Flash Mode TCspReader Update\n", stdout);
+        Trace("Send Flash Mode TCspReader Update\n");
         SendFlashMode(midi, kFlashModeGroup);
         usleep(kFlashModeWait);
         SendLine(midi, "STATUS");
@@ -173,8 +172,8 @@ bool TCspReader::StepTransfer(TMidiCom* midi)
 
 void TCspReader::StepFinished()
 {
-    std::fputs("CSP Update Finished\n", stdout);
-    hexFile->SaveToFile(fileName[0] == '\0' ? kDefaultFile : fileName);
+    Trace("CSP Update Finished\n");
+    hexFile->SaveToFile(fileName[0] == '\0' ? kUnnamedParameterFile : fileName);
 }
 
 // Goes on to a status with the counters of silence and of unwanted answers at 0.
@@ -198,14 +197,14 @@ void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
     if (line.BeginsWith("Status:Flash Idle")) {
         readerStatus = Request;
         ResetCounters();
-        std::fputs("Status:Flash Idle\n", stdout);
+        Trace("Status:Flash Idle\n");
         return;
     }
     // The CSP is in the middle of something: break it off, and ask again with the next step.
     ++errorCounter;
     Cancel(midi);
     flashModeCounter = 0;
-    std::fputs("Canceled\n", stdout);
+    Trace("Canceled\n");
 }
 
 void TCspReader::OnRequestAnswer(const ConsoleLine& line)
@@ -220,7 +219,7 @@ void TCspReader::OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine&
 {
     const int result = hexFile->CheckIntelHex(line.Text());
     if (result > 0) {
-        std::printf("Recive %s\n", line.Text());
+        Trace((TSString("Recive ") + line.Text() + "\n").c_str());
         Cancel(midi);
         readerStatus = Failed;
         return;
@@ -236,7 +235,7 @@ void TCspReader::OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine&
     }
     AskForMore(midi, address);
     if (address != lastAddress) {
-        std::printf("NEXT   :%08X\n", address);
+        Trace((TSString("NEXT   :") + UIntToSHex(address, kAddressDigits) + "\n").c_str());
         lastAddress = address;
     }
     TellProgress(zaurus, address);

@@ -15,14 +15,12 @@
 #include "PciDsp.h"
 #include "ReadSet.h"
 #include "TSString.h"
+#include "Trace.h"
+#include "UnitPaths.h"
 
 namespace {
 
-constexpr char kLog[] = "/usr/local/lib/diag/cspupdate.log";
 constexpr int kLogLinesKept = 50;
-
-constexpr char kParameterFile[] = "/usr/local/lib/diag/csp_param.hex";
-constexpr char kExpandedFile[] = "/tmp/csp_prog.hex";
 
 constexpr int kYearBase = 1900;  // what a tm's year counts from
 
@@ -44,19 +42,18 @@ struct UpdateSource {
     bool compressed;
 };
 constexpr UpdateSource kUpdateSources[] = {
-    {"/mnt/usb/csp_prog.hex", false},   {"/mnt/usb/csp_prog.rlg", true},
-    {"/mnt/cdrom/csp_prog.hex", false}, {"/mnt/cdrom/csp_prog.rlg", true},
-    {"/mnt/floppy/csp_prog.rlg", true},
+    {kUsbFirmware, false},         {kUsbCompressedFirmware, true},    {kCdFirmware, false},
+    {kCdCompressedFirmware, true}, {kFloppyCompressedFirmware, true},
 };
 
 void LogText(const char* text)
 {
-    AddLogFile(kLog, text);
+    AddLogFile(kUpdateLog, text);
 }
 
 void PrintAndLog(const char* text)
 {
-    std::fputs(text, stdout);
+    Trace(text);
     LogText(text);
 }
 
@@ -96,10 +93,10 @@ int TUpdater::Initialize(bool rename, int port, const char* fileName, int connec
     zaurus->SetPortNo(port);
     const bool nameFits = StoreFileName(fileName);
 
-    ResetLogFile(kLog, kLogLinesKept);
+    ResetLogFile(kUpdateLog, kLogLinesKept);
     LogText("CSP Updater Start Now.\n");
     if (!nameFits || !hexFile->LoadFromFile(hexFileName)) {
-        std::fputs("No Update File!\n", stdout);
+        Trace("No Update File!\n");
         return kNoFile;
     }
     const TSString version = TSString("CSP File Version: ") + hexFile->versionText + "\n";
@@ -113,7 +110,7 @@ int TUpdater::Initialize(bool rename, int port, const char* fileName, int connec
     retryCount = 0;
 
     if (result < 0) {
-        std::printf("Error:%d\n", result);
+        Trace((TSString("Error:") + TSString(result) + "\n").c_str());
         LogText((TSString("Update Error No.") + TSString(result) + "\n").c_str());
         sleep(kRetryWait);
         return result;
@@ -137,7 +134,7 @@ int TUpdater::Run()
         const int ready = set.Wait(kPassWait);
         if (ready == 0) {
             ++updateCounter;
-            std::printf("Update Counter Inc 1+ %d\n", updateCounter);
+            Trace((TSString("Update Counter Inc 1+ ") + TSString(updateCounter) + "\n").c_str());
         }
         if (ready > 0 && set.Has(midi->GetMidiDescriptor()))
             ReadAnswers(buffer);
@@ -167,7 +164,7 @@ void TUpdater::ClearUpdateStatus()
 void TUpdater::IncUpdateCounter()
 {
     updateCounter += kServerTimeout;
-    std::printf("Update Counter Inc 10+ %d\n", updateCounter);
+    Trace((TSString("Update Counter Inc 10+ ") + TSString(updateCounter) + "\n").c_str());
 }
 
 int TUpdater::UpdateStatus()
@@ -196,7 +193,7 @@ int TUpdater::UpdateStatus()
 
 int TUpdater::UpdateStatusDiag(TMidiCom* link, TZaurusCom* controller)
 {
-    std::fputs("Update Status APE\n", stdout);
+    Trace("Update Status APE\n");
     const bool silent = updateCounter > kSilenceLimit;
     switch (updateStatus) {
     case Connect:
@@ -309,7 +306,7 @@ bool TUpdater::OpenMidi()
             return true;
         }
         LogText("Open MIDI Patcher - NG1\n");
-        std::fputs("Connect i2c error2\n", stdout);
+        Trace("Connect i2c error2\n");
         return false;
     }
 
@@ -317,7 +314,7 @@ bool TUpdater::OpenMidi()
     sleep(kRetryWait);
     if (midi->SetMidiDescriptor(kMidiPatcherSocket) < 0) {
         LogText("Open MIDI Patcher - NG2\n");
-        std::fputs("Open i2c error\n", stdout);
+        Trace("Open i2c error\n");
         return false;
     }
     if (midi->Connect_i2cserver()) {
@@ -325,7 +322,7 @@ bool TUpdater::OpenMidi()
         return true;
     }
     LogText("Open MIDI Patcher - NG2\n");
-    std::fputs("Connect i2c error\n", stdout);
+    Trace("Connect i2c error\n");
     return false;
 }
 
@@ -346,11 +343,11 @@ void TUpdater::DropImage()
 int TUpdater::ExpandAndLoad(const char* source, char* version)
 {
     // What can't be expanded leaves no older copy behind.
-    if (FileExists(kExpandedFile))
-        DeleteFile(kExpandedFile);
-    if (!Decompress(source, kExpandedFile))
+    if (FileExists(kExpandedFirmware))
+        DeleteFile(kExpandedFirmware);
+    if (!Decompress(source, kExpandedFirmware))
         return -1;
-    return LoadIntelHex(kExpandedFile, version);
+    return LoadIntelHex(kExpandedFirmware, version);
 }
 
 void TUpdater::StepConnect()
@@ -362,7 +359,7 @@ void TUpdater::StepConnect()
         SendFlashMode(midi, kFlashModeGroup);
         usleep(kFlashModeWait);
         SendLine(midi, "STATUS");
-        std::fputs("Send Flash Mode TUpdater Update\n", stdout);
+        Trace("Send Flash Mode TUpdater Update\n");
     }
     CountFlashMode(flashModeCounter);
 }
@@ -370,7 +367,7 @@ void TUpdater::StepConnect()
 bool TUpdater::StepRequest()
 {
     AskForWrite(midi);
-    std::fputs("Send WriteCommand\n", stdout);
+    Trace("Send WriteCommand\n");
     if (updateCounter <= kSilenceLimit)
         return true;
     PrintAndLog("Piano is not connected 2\n");
@@ -381,7 +378,7 @@ void TUpdater::StepStartData()
 {
     LogText("Start CSP Update\n");
     BeginData(midi);
-    std::fputs("Start APE Update\n", stdout);
+    Trace("Start APE Update\n");
 }
 
 bool TUpdater::StepTransfer()
@@ -391,7 +388,7 @@ bool TUpdater::StepTransfer()
     if (ngAddress == 0) {
         constexpr char kNoReply[] = "Piano is no reply\n";
         LogText(kNoReply);  // before it is printed, unlike PrintAndLog
-        std::fputs(kNoReply, stdout);
+        Trace(kNoReply);
         return false;
     }
     // The block may have been lost on its way, so it goes out once more before the update ends.
@@ -403,7 +400,7 @@ bool TUpdater::StepTransfer()
 
 void TUpdater::StepFinished()
 {
-    std::fputs("APE Update Finished\n", stdout);
+    Trace("APE Update Finished\n");
     LogText("CSP Update Finished\n");
     if (renameFile)
         RenameImage();
@@ -431,10 +428,10 @@ void TUpdater::RenameImage()
     const bool noDirectory = directory == "" || (directory == hexFileName && !endsInColon);
     const TSString newName = noDirectory ? version + ".hex" : directory + "/" + version + ".hex";
     if (rename(hexFileName, newName.c_str()) == 0) {
-        std::fputs("Rename OK\n", stdout);
+        Trace("Rename OK\n");
         LogText("Update File Renamed\n");
     } else {
-        std::fputs("Rename NG\n", stdout);
+        Trace("Rename NG\n");
         LogText("Update File Rename Error\n");
     }
 }
@@ -547,7 +544,7 @@ void TUpdater::OnTransferAnswer(const Setting& setting, const ConsoleLine& line,
     } else if (!setting.inServer && (line.BeginsWith("Erasing") || line.BeginsWith("WR:"))) {
         errorCounter = 0;
         updateCounter = 0;
-        std::fputs(line.Text(), stdout);
+        Trace(line.Text());
     } else if (line.BeginsWith("END")) {
         sending = false;
         OnClosing(setting, "End Recive\n");
@@ -567,7 +564,7 @@ void TUpdater::OnOk(const Setting& setting, const ConsoleLine& line)
     errorCounter = 0;
     updateCounter = 0;
     if (!setting.inServer) {
-        std::fputs(line.Text(), stdout);
+        Trace(line.Text());
         SendIntelHex(setting.midi, sendedAddress, kBlockSize);
         return;
     }
@@ -581,7 +578,7 @@ void TUpdater::OnOk(const Setting& setting, const ConsoleLine& line)
 void TUpdater::OnRefused(const Setting& setting, const ConsoleLine& line)
 {
     if (setting.inServer)
-        std::printf("NG Recive %s\n", line.Text());
+        Trace((TSString("NG Recive ") + line.Text() + "\n").c_str());
     else
         updateCounter = 0;
     ++errorCounter;
@@ -595,7 +592,7 @@ void TUpdater::OnRefused(const Setting& setting, const ConsoleLine& line)
 void TUpdater::OnClosing(const Setting& setting, const char* trace)
 {
     if (setting.inServer)
-        std::fputs(trace, stdout);
+        Trace(trace);
     else
         updateCounter = 0;
 }

@@ -12,6 +12,7 @@
 
 #include "FuzzInput.h"
 #include "TDiagServer.h"
+#include "UnitPaths.h"
 
 namespace {
 

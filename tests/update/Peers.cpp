@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "Bytes.h"
+#include "UnitPaths.h"
 
 Lines Peers::Sent()
 {

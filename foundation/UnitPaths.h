@@ -1,0 +1,63 @@
+#pragma once
+
+// Where everything of the unit lies that the program opens: each of its paths, once.
+
+// What the server has done.
+inline constexpr const char* kServerLog = "/usr/local/lib/diag/diagserver.log";
+
+// What the stand-alone updates have done.
+inline constexpr const char* kUpdateLog = "/usr/local/lib/diag/cspupdate.log";
+
+// The CSP's parameters, as the controller has them read, copied and written.
+inline constexpr const char* kParameterFile = "/usr/local/lib/diag/csp_param.hex";
+
+// The parameters on their way to a medium.
+inline constexpr const char* kCompressedParameterFile = "/usr/local/lib/diag/csp_param.rlg";
+
+// The parameters that the read-back at the start saves, in the working directory.
+inline constexpr const char* kUnnamedParameterFile = "csp_param.hex";
+
+// A compressed firmware file is expanded to here.
+inline constexpr const char* kExpandedFirmware = "/tmp/csp_prog.hex";
+
+// The address of the MIDI Patcher, through which everything reaches the piano.
+inline constexpr const char* kMidiPatcherSocket = "/home/i2c_server_sock";
+
+// The address of the RC Server, which shows message boxes.
+inline constexpr const char* kRCServerSocket = "/tmp/rcseq_socket";
+
+// The character device that switches the piano side off and on.
+inline constexpr const char* kPianoPowerDevice = "/dev/PciDsp";
+
+// Its first line is the unit's language, "ja" for Japanese.
+inline constexpr const char* kLanguageFile = "/etc/KVT-lang";
+
+// Its first line is the version of the unit's software.
+inline constexpr const char* kReleaseFile = "/etc/KVT-release";
+
+// The block device of a medium for parameters.
+inline constexpr const char* kMediumDevice = "/dev/sda";
+
+// Where that medium is mounted, if it is a floppy disk.
+inline constexpr const char* kFloppy = "/mnt/floppy";
+
+// Where it is mounted, if it is a USB stick.
+inline constexpr const char* kUsb = "/mnt/usb";
+
+// The parameters' name on a medium.
+inline constexpr const char* kMediumParameterFile = "csp_param.rlg";
+
+// Firmware on a USB stick, plain.
+inline constexpr const char* kUsbFirmware = "/mnt/usb/csp_prog.hex";
+
+// Firmware on a USB stick, compressed.
+inline constexpr const char* kUsbCompressedFirmware = "/mnt/usb/csp_prog.rlg";
+
+// Firmware on a CD, plain.
+inline constexpr const char* kCdFirmware = "/mnt/cdrom/csp_prog.hex";
+
+// Firmware on a CD, compressed.
+inline constexpr const char* kCdCompressedFirmware = "/mnt/cdrom/csp_prog.rlg";
+
+// Firmware on a floppy disk, always compressed.
+inline constexpr const char* kFloppyCompressedFirmware = "/mnt/floppy/csp_prog.rlg";
