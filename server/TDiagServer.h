@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "Console.h"
 #include "ReadSet.h"
 #include "TCspReader.h"
@@ -19,8 +21,8 @@
 // CSP's console lines go to it and what the controller sends is dropped.
 class TDiagServer {
 public:
-    TDiagServer();
-    ~TDiagServer();
+    TDiagServer() = default;
+    ~TDiagServer() = default;
     TDiagServer(const TDiagServer&) = delete;
     TDiagServer& operator=(const TDiagServer&) = delete;
 
@@ -41,24 +43,28 @@ public:
     // Takes one command from standard input. No step of the loop calls it.
     void ProcessKeyboard(char* buffer);
 
-    // Takes what the controller has sent, in groups of four bytes. The commands that search, read
-    // and update need the state machines that Run makes.
+    // Takes what the controller has sent, in groups of four bytes. Before Run has made the state
+    // machines, the commands that need one have no effect.
     void ProcessZaurus(char* buffer);
 
     // Logs the first line of the file and sends it to the controller. True when the file could be
-    // opened, also when there is nothing in it to send.
+    // opened, even when it is empty and nothing is sent.
     bool SendIOVersion(const char* path);
 
-    // Copies the parameter file to the medium, or from it. Blocks until the copy has ended and
-    // leaves the medium mounted. 0: copied; -1: no file to copy; -2: not compressed; -3: no room;
-    // -4: mount or copy failed; -5: no medium.
+    // Copies the parameter file to the medium, or from it. The result is one of
+    // ParameterBackup::Result, 0 when the file was copied.
     int CopyParameterFile(bool toMedia);
 
 private:
-    void StartFirstRead();
+    // A row of the controller's commands.
+    struct Command;
+    static const Command kCommands[];
+
     bool OpenMidi(int connecttype);
+    const char* ConnectMidi(int connecttype);
     void OpenRCServer();
     void OpenPort();
+    void MakeMachines();
 
     bool StepReader();
     void StepUpdater();
@@ -66,28 +72,40 @@ private:
     void OnTimeout();
     void Dispatch(const ReadSet& set, char* buffer);
     void ReconnectMidi();
+    bool HasMachines() const;
     bool IsUpdating() const;
     bool IsReading() const;
 
-    void PassConsoleLines(char* const* lines, int count);
+    void TakeConsoleLine(const char* line);
     bool DoCommand(const unsigned char* group);
     void ReplyVersion();
+    void ReplyWithReleaseLine();
+    void ReplyWithServiceText();
     void ShowUpdateFile();
     void ShowParameterFile();
+    void StartCspUpdate();
+    void StartParameterUpdate();
     void StartUpdate(const char* started, const char* refused);
     void StartReading();
-    void CopyParameters(bool toMedia);
-    int CopyToMedium(const TSString& mountPoint);
-    int CopyFromMedium(const TSString& mountPoint);
+    void BackUpParameters();
+    void RestoreParameters();
+    void CopyParameters(const char* started, bool toMedia);
 
-    void Tell(const char* text);
-    void TellAndLog(const char* text);
+    static void Log(const char* text);
+    void Send(const char* text);
+    void SendAndLog(const char* text);
 
-    int language;
-    bool versionReply;
-    TZaurusCom* zaurus;
-    TMidiCom* midi;
-    TRCServerCom* rcserver;
-    TUpdater* updater;
-    TCspReader* reader;
+    int language = 0;           // 1 when the unit's language file says Japanese, else 0
+    bool versionReply = false;  // a version request is answered with the release line; outlives
+                                // the connection that switched it on
+
+    // The links, null before Initialize. They go in the reverse of this order.
+    std::unique_ptr<TZaurusCom> zaurus;
+    std::unique_ptr<TMidiCom> midi;
+    std::unique_ptr<TRCServerCom> rcserver;
+
+    // The state machines, null before Run. The server never frees them: they live until the process
+    // ends.
+    TUpdater* updater = nullptr;
+    TCspReader* reader = nullptr;
 };

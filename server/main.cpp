@@ -2,11 +2,11 @@
 // update or the print of the file's version. The exit status is 0 in every mode and after every
 // failure; failures show as text on the standard streams and in the logs.
 
+#include <algorithm>
 #include <csignal>
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <getopt.h>
@@ -41,34 +41,33 @@ void FillStandardStreams()
     }
 }
 
-// What the command line asks for.
+// What the command line asks for, by default the server.
 struct Options {
-    int port = kDefaultPort;
-    int connecttype = TMidiCom::kPiano;
-    bool renameFile = false;
-    bool versionOnly = false;
-    char filename[TUpdater::kTextSize] = {};
+    int port = kDefaultPort;                  // TCP port of the controller
+    int connecttype = TMidiCom::kPiano;       // kPiano or kOther; the last option decides
+    bool renameFile = false;                  // to its version, after a finished update
+    bool versionOnly = false;                 // counts with a file name only
+    char filename[TUpdater::kTextSize] = {};  // empty: run the server
 };
 
-// An empty name counts as none. False when it doesn't fit: a cut name would be another file.
-bool StoreFileName(Options& options, const char* name)
+// An empty name counts as none and leaves an earlier one. False when it doesn't fit: a cut name
+// would be another file.
+bool StoreFileName(Options& options, std::string_view name)
 {
-    const std::size_t length = std::strlen(name);
-    if (length >= sizeof(options.filename))
+    if (name.size() >= sizeof(options.filename))
         return false;
-    if (length > 0)
-        std::memcpy(options.filename, name, length + 1);
+    if (!name.empty())
+        *std::copy(name.begin(), name.end(), options.filename) = '\0';
     return true;
 }
 
 void PrintVersion(const char* filename)
 {
-    auto* file = new THexFile;
-    if (file->LoadFromFile(filename)) {
-        const TSString line = TSString("CSP File Version: ") + file->versionText + "\n";
-        line.Print(false);
-    }
-    delete file;
+    THexFile file;
+    if (!file.LoadFromFile(filename))
+        return;
+    const TSString line = TSString("CSP File Version: ") + file.versionText + "\n";
+    line.Print(false);
 }
 
 void RunServer(int port)
@@ -131,7 +130,7 @@ static bool ParseOptions(int argc, char** argv, Options& options)
             std::fputs(kNameTooLong, stderr);
             return false;
         case 'P': options.port = static_cast<int>(std::strtol(optarg, nullptr, kDecimal)); break;
-        default: break;  // getopt has told it
+        default: break;  // getopt has printed what is wrong, and the rest counts
         }
     }
     return true;

@@ -1,0 +1,28 @@
+#pragma once
+
+// The backup of the CSP's parameters: copies between the Intel HEX file on the unit's disk and the
+// compressed file in the root of a removable medium.
+//
+//    disk    csp_param.hex --Compress--> csp_param.rlg --CopyFile--> csp_param.rlg    medium
+//            csp_param.hex <--------------Decompress---------------- csp_param.rlg
+//
+// A copy blocks until it has ended and leaves the medium mounted, read-only after a copy from it.
+// Nothing is sent or logged, and a failure leaves behind what was written before it.
+namespace ParameterBackup {
+
+enum Result {
+    Copied = 0,
+    NoParameterFile = -1,  // there is no file to copy
+    NotCompressed = -2,
+    NoRoom = -3,     // the old copy stays, though deleting it might have made room
+    NotCopied = -4,  // the mount, the copy or the expansion failed
+    NoMedium = -5,   // neither mount point could be unmounted; nothing has changed
+};
+
+Result CopyToMedium();
+Result CopyFromMedium();
+
+// The line for the controller and the log.
+const char* Text(int result);
+
+}  // namespace ParameterBackup

@@ -1,0 +1,171 @@
+// The controller's commands: which there are, and what each of them does.
+
+#include <algorithm>
+#include <iterator>
+
+#include "ParameterBackup.h"
+#include "TDiagServer.h"
+#include "TextFile.h"
+#include "UnitPaths.h"
+
+namespace {
+
+// The range of a read-back. It never reaches the CSP: the reader asks for all of its flash.
+constexpr unsigned long kReadStart = 0x90170000;
+constexpr unsigned long kReadEnd = 0x90200000;
+
+constexpr int kGroupSize = 4;
+constexpr unsigned char kAlternateGroup = 'l';
+
+}  // namespace
+
+struct TDiagServer::Command {
+    unsigned char group[kGroupSize];  // in the order of the wire
+    bool needsMachine;                // without effect before Run
+    void (TDiagServer::*carryOut)();
+};
+
+const TDiagServer::Command TDiagServer::kCommands[] = {
+    {{0xDF, 0xDF, 0x00, 0xAA}, true, &TDiagServer::ShowUpdateFile},
+    {{0xDF, 0xDF, 0x00, 0xBB}, true, &TDiagServer::StartCspUpdate},
+    {{0xDF, 0xDF, 0x00, 0xC0}, true, &TDiagServer::StartReading},
+    {{0xDF, 0xDF, 0x00, 0xC1}, true, &TDiagServer::ShowParameterFile},
+    {{0xDF, 0xDF, 0x00, 0xC2}, true, &TDiagServer::StartParameterUpdate},
+    {{0xDF, 0xDF, 0x00, 0xC3}, false, &TDiagServer::BackUpParameters},
+    {{0xDF, 0xDF, 0x00, 0xC4}, false, &TDiagServer::RestoreParameters},
+    {{0xDF, 0xDF, 0xDF, 0xDF}, false, &TDiagServer::ReplyVersion},
+    {{0xDF, 0xDF, 0xDF, 0xE0}, false, &TDiagServer::ReplyWithReleaseLine},
+    {{0xDF, 0xDF, 0xDF, 0xE1}, false, &TDiagServer::ReplyWithServiceText},
+};
+
+void TDiagServer::ProcessZaurus(char* buffer)
+{
+    const int count = zaurus->ReadMessage(buffer);
+    for (int at = 0; at + kGroupSize <= count; at += kGroupSize) {
+        // Asked before each group: a command that starts a state machine shuts out what follows it.
+        if (IsUpdating() || IsReading())
+            continue;
+        unsigned char group[kGroupSize];
+        std::copy_n(buffer + at, kGroupSize, group);
+        if (group[0] == kAlternateGroup)
+            midi->WriteMidi(1, group);
+        else if (!DoCommand(group))
+            midi->WriteMidi(0, group);
+    }
+}
+
+// False when the group is no command and belongs to the piano.
+bool TDiagServer::DoCommand(const unsigned char* group)
+{
+    for (const Command& command : kCommands) {
+        if (!std::equal(std::begin(command.group), std::end(command.group), group))
+            continue;
+        if (HasMachines() || !command.needsMachine)
+            (this->*command.carryOut)();
+        return true;
+    }
+    return false;
+}
+
+// A reply goes out before it is logged; only the release line, in SendIOVersion, is logged first.
+void TDiagServer::ReplyVersion()
+{
+    if (versionReply) {
+        SendIOVersion(kReleaseFile);
+        return;
+    }
+    Send("KVT : Update the Service Center.\n");
+    Log("Update the Service Center.\n");
+}
+
+bool TDiagServer::SendIOVersion(const char* path)
+{
+    PieceReader file(path);
+    if (!file)
+        return false;
+    if (const char* line = file.Next()) {
+        Log(line);
+        Send(line);
+    }
+    return true;
+}
+
+void TDiagServer::ReplyWithReleaseLine()
+{
+    versionReply = true;
+}
+
+void TDiagServer::ReplyWithServiceText()
+{
+    versionReply = false;
+}
+
+void TDiagServer::ShowUpdateFile()
+{
+    char version[TUpdater::kTextSize] = {};
+    if (updater->SearchUpdateHex(version) < 0) {
+        SendAndLog("Update File is not exsit.\n");
+        return;
+    }
+    Send(" \n");
+    Send("[ System version: Update File ]\n");
+    SendAndLog((TSString(version) + "\n").c_str());
+}
+
+void TDiagServer::ShowParameterFile()
+{
+    char stamp[TUpdater::kTextSize] = {};
+    if (updater->SearchParameterHex(stamp) < 0) {
+        SendAndLog("Parameter File is not exsit.\n");
+        return;
+    }
+    Send("[ Parameter Back Up File ]\n");
+    SendAndLog((TSString("CSP Parameter : ") + stamp + "\n").c_str());
+}
+
+void TDiagServer::StartCspUpdate()
+{
+    StartUpdate("Start CSP Update.\n", "Cannot Execute CSP Update.\n");
+}
+
+void TDiagServer::StartParameterUpdate()
+{
+    StartUpdate("Start CSP Parameter Update.\n", "Cannot execute Parameter Update.\n");
+}
+
+// The two starts differ only in their texts: either writes the file that the last search loaded.
+void TDiagServer::StartUpdate(const char* started, const char* refused)
+{
+    if (updater->SetUpdateStatus(Connect))
+        Log(started);
+    else
+        SendAndLog(refused);
+}
+
+void TDiagServer::StartReading()
+{
+    reader->SetReaderParameter(kReadStart, kReadEnd, kParameterFile);
+    reader->SetReaderStatus(Connect);
+    Log("Start Reading CSP Parameters\n");
+}
+
+void TDiagServer::BackUpParameters()
+{
+    CopyParameters("Copying CSP Parameters...HD -> FD\n", true);
+}
+
+void TDiagServer::RestoreParameters()
+{
+    CopyParameters("Copying CSP Parameters...FD -> HD\n", false);
+}
+
+void TDiagServer::CopyParameters(const char* started, bool toMedia)
+{
+    SendAndLog(started);
+    SendAndLog(ParameterBackup::Text(CopyParameterFile(toMedia)));
+}
+
+int TDiagServer::CopyParameterFile(bool toMedia)
+{
+    return toMedia ? ParameterBackup::CopyToMedium() : ParameterBackup::CopyFromMedium();
+}
