@@ -2,12 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
+#include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "Hex.h"
+#include "HexRecord.h"
 #include "OutputFile.h"
 #include "TSString.h"
 #include "TSStringList.h"
@@ -15,58 +16,46 @@
 
 namespace {
 
-constexpr char kUpperAddressHead[] = ":02000004";
-constexpr char kDataType[] = "00";
+constexpr std::string_view kUpperAddressHead = ":02000004";
+constexpr std::string_view kDataType = "00";
 
-// Where the fields of a record stand in its text.
-constexpr int kCountAt = 1;
-constexpr int kTypeAt = 7;
-constexpr int kDataAt = 9;
-
-constexpr std::size_t kLargestCount = 255;
-constexpr std::size_t kBinaryHeadSize = 2;
-
-constexpr std::size_t kRecordSize = 32;  // data bytes of a record that is written
+constexpr unsigned kBinaryHeadSize = 2;
+constexpr unsigned kRecordSize = 32;  // data bytes of a record that is written
 constexpr std::uint32_t kPageMask = 0xFFFF;
 
-enum RecordType : unsigned char { Data = 0, EndOfFile = 1, UpperAddress = 4 };
-
-bool BeginsWith(const char* text, const char* head)
+unsigned char LowByte(std::uint32_t value)
 {
-    return std::strncmp(text, head, std::strlen(head)) == 0;
+    return value & 0xFFU;
+}
+
+// True when the line has `text` at `position`.
+bool Has(const TSString& line, int position, std::string_view text)
+{
+    return position < line.Length() &&
+           std::string_view(line.c_str() + position).substr(0, text.size()) == text;
 }
 
 // The field of `digits` hex digits that begins at `position`; 0 where the line has ended before.
+// Digits of either case count, unlike in an image, so the reader of HexRecord.h won't do.
 unsigned Field(const TSString& line, int position, int digits)
 {
     return position < line.Length() ? HexToUInt(line.c_str() + position, digits) : 0;
 }
 
-unsigned char ByteField(const TSString& line, int position)
-{
-    return static_cast<unsigned char>(Field(line, position, 2));
-}
-
 bool WriteBinaryHead(int output, const TSString& line)
 {
-    const unsigned upper = Field(line, kDataAt, 4);
-    const unsigned char head[kBinaryHeadSize] = {static_cast<unsigned char>(upper),
-                                                 static_cast<unsigned char>(upper >> 8U)};
+    const unsigned upper = Field(line, HexRecord::kDataAt, 2 * kBinaryHeadSize);
+    const unsigned char head[kBinaryHeadSize] = {LowByte(upper), LowByte(upper >> 8U)};
     return WriteWhole(output, head, sizeof(head));
-}
-
-bool IsData(const TSString& line)
-{
-    return line.Length() > kTypeAt && BeginsWith(line.c_str() + kTypeAt, kDataType);
 }
 
 bool WriteBinaryData(int output, const TSString& line)
 {
-    unsigned char data[kLargestCount];
-    const std::size_t count = ByteField(line, kCountAt);
-    int position = kDataAt;
-    for (std::size_t i = 0; i < count; ++i) {
-        data[i] = ByteField(line, position);
+    unsigned char data[HexRecord::kLargestCount];
+    const unsigned count = Field(line, HexRecord::kCountAt, 2);
+    int position = HexRecord::kDataAt;
+    for (unsigned i = 0; i < count; ++i) {
+        data[i] = LowByte(Field(line, position, 2));
         position += 2;
     }
     return WriteWhole(output, data, count);
@@ -75,12 +64,11 @@ bool WriteBinaryData(int output, const TSString& line)
 // Builds the text of one record, with its checksum as it grows.
 class RecordText {
 public:
-    void Add(unsigned byte)
+    void Add(std::uint32_t byte)
     {
-        const auto value = static_cast<unsigned char>(byte);
-        CharToHex(value, text + length);
+        CharToHex(LowByte(byte), text + length);
         length += 2;
-        sum += value;
+        sum += byte;
     }
     void End()
     {
@@ -91,50 +79,53 @@ public:
     bool Write(int output) const { return WriteWhole(output, text, length); }
 
 private:
-    static constexpr std::size_t kBytesAround = 5;  // count, address, type and checksum
+    static constexpr unsigned kBytesAround = 5;  // count, address, type and checksum
     char text[1 + 2 * (kBytesAround + kRecordSize) + 2] = ":";
     std::size_t length = 1;
-    unsigned sum = 0;
+    std::uint32_t sum = 0;  // of which the low 8 bits count
 };
 
 // `count` is at most 32.
-bool WriteRecord(int output, RecordType type, std::uint32_t address, const unsigned char* data,
-                 std::size_t count)
+bool WriteRecord(int output, unsigned char type, std::uint32_t address, const unsigned char* data,
+                 unsigned count)
 {
     RecordText record;
-    record.Add(static_cast<unsigned>(count));
+    record.Add(count);
     record.Add(address >> 8U);
     record.Add(address);
     record.Add(type);
-    for (std::size_t i = 0; i < count; ++i)
+    for (unsigned i = 0; i < count; ++i)
         record.Add(data[i]);
     record.End();
     return record.Write(output);
 }
 
-// Fills the buffer, or gives what is left of the file; -1 when a read fails. A read may bring less
-// than there is, and a shorter record in the middle would move all behind it off the 64 KiB
-// boundaries at which upper addresses are written.
-ssize_t ReadFully(int input, unsigned char* data, std::size_t size)
-{
-    std::size_t taken = 0;
-    while (taken < size) {
-        const ssize_t count = read(input, data + taken, size - taken);
-        if (count < 0)
-            return -1;
-        if (count == 0)
-            break;
-        taken += static_cast<std::size_t>(count);
-    }
-    return static_cast<ssize_t>(taken);
-}
-
 bool WriteUpperAddress(int output, std::uint32_t address)
 {
-    const unsigned char data[] = {static_cast<unsigned char>(address >> 24U),
-                                  static_cast<unsigned char>(address >> 16U)};
-    return WriteRecord(output, UpperAddress, 0, data, sizeof(data));
+    const unsigned char data[] = {LowByte(address >> 24U), LowByte(address >> 16U)};
+    return WriteRecord(output, HexRecord::kUpperAddress, 0, data, sizeof(data));
 }
+
+// Data of a binary file that goes into one record.
+struct Piece {
+    unsigned char data[kRecordSize] = {};
+    unsigned count = 0;
+
+    // Takes `size` bytes, or what is left of the file; false when a read fails. A read may bring
+    // less than there is, and a shorter record in the middle would move all that follows off the
+    // 64 KiB boundaries at which upper addresses are written.
+    bool Read(int input, unsigned size)
+    {
+        count = 0;
+        ssize_t taken = 1;
+        while (count < size && taken > 0) {
+            taken = read(input, data + count, size - count);
+            if (taken > 0)
+                count += static_cast<unsigned>(taken);
+        }
+        return taken >= 0;
+    }
+};
 
 }  // namespace
 
@@ -149,13 +140,13 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
 
     list.First();
     const auto* first = static_cast<const TSString*>(list.GetNext());
-    if (first == nullptr || !BeginsWith(first->c_str(), kUpperAddressHead))
+    if (first == nullptr || !Has(*first, 0, kUpperAddressHead))
         return false;
     if (!WriteBinaryHead(output.Get(), *first))
         return false;
     while (list.HasNext()) {
         const auto* line = static_cast<const TSString*>(list.GetNext());
-        if (IsData(*line) && !WriteBinaryData(output.Get(), *line))
+        if (Has(*line, HexRecord::kTypeAt, kDataType) && !WriteBinaryData(output.Get(), *line))
             return false;
     }
     return true;
@@ -164,27 +155,23 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
 bool Bin2Intel(const char* binaryPath, const char* hexPath)
 {
     const UniqueFd input(open(binaryPath, O_RDONLY | O_CLOEXEC));
-    unsigned char head[kBinaryHeadSize];
-    if (!input || ReadFully(input.Get(), head, sizeof(head)) != static_cast<ssize_t>(sizeof(head)))
+    Piece piece;
+    if (!input || !piece.Read(input.Get(), kBinaryHeadSize) || piece.count < kBinaryHeadSize)
         return false;
     const UniqueFd output(CreateOutputFile(hexPath));
     if (!output)
         return false;
 
-    std::uint32_t address = std::uint32_t{head[1]} << 24U | std::uint32_t{head[0]} << 16U;
-    for (;;) {
-        unsigned char data[kRecordSize];
-        const ssize_t got = ReadFully(input.Get(), data, sizeof(data));
-        if (got < 0)
-            return false;
-        if (got == 0)
-            return WriteRecord(output.Get(), EndOfFile, 0, nullptr, 0);
-
-        const auto count = static_cast<std::size_t>(got);
+    std::uint32_t address = (piece.data[1] * 0x100U + piece.data[0]) << 16U;
+    while (piece.Read(input.Get(), kRecordSize)) {
+        if (piece.count == 0)
+            return WriteRecord(output.Get(), HexRecord::kEndOfFile, 0, nullptr, 0);
         if ((address & kPageMask) == 0 && !WriteUpperAddress(output.Get(), address))
             return false;
-        if (!WriteRecord(output.Get(), Data, address & kPageMask, data, count))
+        if (!WriteRecord(output.Get(), HexRecord::kData, address & kPageMask, piece.data,
+                         piece.count))
             return false;
-        address += static_cast<std::uint32_t>(count);
+        address += piece.count;
     }
+    return false;
 }

@@ -8,7 +8,7 @@
 #include <fcntl.h>
 
 #include "FileBytes.h"
-#include "Hex.h"
+#include "HexRecord.h"
 #include "TSString.h"
 #include "TSStringList.h"
 #include "UniqueFd.h"
@@ -20,79 +20,7 @@ constexpr char kLf = '\n';
 constexpr std::int32_t kLongestLine = 80;  // bytes, the line end included
 
 constexpr std::uint32_t kVersionAddress = 0x90040400;
-
-// Where the fields of a record stand.
-constexpr std::size_t kCountAt = 1;
-constexpr std::size_t kAddressHighAt = 3;
-constexpr std::size_t kAddressLowAt = 5;
-constexpr std::size_t kTypeAt = 7;
-constexpr std::size_t kDataAt = 9;
-
-constexpr std::size_t kChecksumBytes = 1;
-constexpr std::size_t kUpperAddressBytes = 2;
-constexpr std::size_t kUpperAddressEnd = kDataAt + 2 * kUpperAddressBytes;
-
-constexpr unsigned char kDataType = 0;
-constexpr unsigned char kEndType = 1;
-constexpr unsigned char kUpperAddressType = 4;
-
-unsigned char CountOf(const char* record)
-{
-    return HexToChar(record + kCountAt);
-}
-
-unsigned char TypeOf(const char* record)
-{
-    return HexToChar(record + kTypeAt);
-}
-
-unsigned char DataByte(const char* record, std::size_t index)
-{
-    return HexToChar(record + kDataAt + 2 * index);
-}
-
-// Without the line end that may stand behind it.
-std::size_t LengthOf(const char* record)
-{
-    return std::strcspn(record, "\r\n");
-}
-
-// True when a record of so many characters has those that its address is made of. Data may be
-// missing: whoever sends a row that the CSP will refuse must still find it again.
-bool HasAddress(const char* record, std::size_t length)
-{
-    if (length < kDataAt)
-        return false;
-    return TypeOf(record) != kUpperAddressType || length >= kUpperAddressEnd;
-}
-
-// True when it has the data that its count promises and its checksum, too.
-bool IsComplete(const char* record, std::size_t length)
-{
-    return HasAddress(record, length) &&
-           length >= kDataAt + 2 * (std::size_t{CountOf(record)} + kChecksumBytes);
-}
-
-std::uint32_t AddressOf(const char* record, std::uint32_t upper)
-{
-    return upper | std::uint32_t{HexToChar(record + kAddressHighAt)} << 8U |
-           HexToChar(record + kAddressLowAt);
-}
-
-std::uint32_t UpperAddressOf(const char* record)
-{
-    return std::uint32_t{DataByte(record, 0)} << 24U | std::uint32_t{DataByte(record, 1)} << 16U;
-}
-
-bool IsChecksumGood(const char* record, std::size_t summedData)
-{
-    unsigned sum = DataByte(record, CountOf(record));
-    for (std::size_t at = kCountAt; at < kDataAt; at += 2)
-        sum += HexToChar(record + at);
-    for (std::size_t i = 0; i < summedData; ++i)
-        sum += DataByte(record, i);
-    return sum % 0x100 == 0;
-}
+constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // an address where a long has 64 bits, too
 
 // The first `sought` from `text` on, or `end`.
 const char* Find(const char* text, const char* end, char sought)
@@ -168,15 +96,14 @@ void THexFile::GetStartEndAddress()
     startAddress = 0;
     std::uint32_t upper = 0;
     for (std::int32_t i = 0; i < lineCount; ++i) {
-        const char* row = lines[i];
-        const bool isText = static_cast<unsigned char>(row[0]) > kCr;
-        // No row has a line end, and its plain length is the one that is found faster.
-        if (!isText || !HasAddress(row, std::strlen(row)))
+        const bool isText = static_cast<unsigned char>(lines[i][0]) > kCr;
+        const HexRecord record(lines[i]);
+        if (!isText || !record.HasAddress())
             continue;
-        switch (TypeOf(row)) {
-        case kDataType: ScanData(row, upper); break;
-        case kUpperAddressType:
-            upper = UpperAddressOf(row);
+        switch (record.Type()) {
+        case HexRecord::kData: ScanData(record, upper); break;
+        case HexRecord::kUpperAddress:
+            upper = record.UpperAddress();
             if (startAddress == 0)
                 startAddress = upper;
             endAddress = upper;
@@ -186,34 +113,35 @@ void THexFile::GetStartEndAddress()
     }
 }
 
-bool THexFile::GetSendedAddress(const char* record, unsigned long* upperAddress,
+bool THexFile::GetSendedAddress(const char* text, unsigned long* upperAddress,
                                 unsigned long* sendedAddress) const
 {
-    if (!HasAddress(record, LengthOf(record)))
+    const HexRecord record(text);
+    if (!record.HasAddress())
         return false;
-    switch (TypeOf(record)) {
-    case kDataType:
-        *sendedAddress =
-            AddressOf(record, static_cast<std::uint32_t>(*upperAddress)) + CountOf(record);
+    switch (record.Type()) {
+    case HexRecord::kData:
+        *sendedAddress = record.Address(*upperAddress & kAddressMask) + record.Count();
         return false;
-    case kUpperAddressType:
-        *upperAddress = UpperAddressOf(record);
+    case HexRecord::kUpperAddress:
+        *upperAddress = record.UpperAddress();
         *sendedAddress = *upperAddress;
         return true;
     default: return false;
     }
 }
 
-int THexFile::CheckIntelHex(const char* record)
+int THexFile::CheckIntelHex(const char* text)
 {
-    if (record[0] != ':')
+    if (text[0] != ':')
         return NotARecord;
-    if (!IsComplete(record, LengthOf(record)))
+    const HexRecord record(text);
+    if (!record.IsComplete())
         return CutShort;
-    switch (TypeOf(record)) {
-    case kDataType: return CheckData(record);
-    case kEndType: return Accept(record, LastAccepted);  // whatever its checksum
-    case kUpperAddressType: return CheckUpperAddress(record);
+    switch (record.Type()) {
+    case HexRecord::kData: return CheckData(text);
+    case HexRecord::kEndOfFile: return Accept(text, LastAccepted);  // whatever its checksum
+    case HexRecord::kUpperAddress: return CheckUpperAddress(text);
     default: return UnknownType;
     }
 }
@@ -282,46 +210,47 @@ void THexFile::FillRows(const char* text, const char* end)
     }
 }
 
-void THexFile::ScanData(const char* record, std::uint32_t upper)
+void THexFile::ScanData(const HexRecord& record, std::uint32_t upper)
 {
-    endAddress = AddressOf(record, upper);
+    endAddress = record.Address(upper);
     if (endAddress == kVersionAddress)
         TakeVersion(record);
-    endAddress += CountOf(record);
+    endAddress += record.Count();
 }
 
 // Takes the data as text, as far as the row has it.
-void THexFile::TakeVersion(const char* record)
+void THexFile::TakeVersion(const HexRecord& record)
 {
-    const std::size_t present = (std::strlen(record) - kDataAt) / 2;
-    const std::size_t count = std::min(present, std::size_t{CountOf(record)});
-    for (std::size_t i = 0; i < count; ++i)
-        versionText[i] = static_cast<char>(DataByte(record, i));
+    const int count = record.CountPresent();
+    for (int i = 0; i < count; ++i)
+        versionText[i] = static_cast<char>(record.Data(i));
     versionText[count] = '\0';
 }
 
 // The address is tested before the checksum: a record that isn't the next one is no damaged one.
-int THexFile::CheckData(const char* record)
+int THexFile::CheckData(const char* text)
 {
-    if (AddressOf(record, baseAddress) != nextAddress)
+    const HexRecord record(text);
+    if (record.Address(baseAddress) != nextAddress)
         return WrongAddress;
-    if (!IsChecksumGood(record, CountOf(record)))
+    if (!record.IsChecksumGood(record.Count()))
         return BadChecksum;
-    nextAddress += CountOf(record);
-    return Accept(record, Accepted);
+    nextAddress += record.Count();
+    return Accept(text, Accepted);
 }
 
-int THexFile::CheckUpperAddress(const char* record)
+int THexFile::CheckUpperAddress(const char* text)
 {
-    baseAddress = UpperAddressOf(record);
-    if (!IsChecksumGood(record, kUpperAddressBytes))
+    const HexRecord record(text);
+    baseAddress = record.UpperAddress();
+    if (!record.IsChecksumGood(HexRecord::kUpperAddressCount))
         return BadChecksum;
     nextAddress = baseAddress;
-    return Accept(record, Accepted);
+    return Accept(text, Accepted);
 }
 
-int THexFile::Accept(const char* record, RecordResult result)
+int THexFile::Accept(const char* text, RecordResult result)
 {
-    checkedLines->Add(record);
+    checkedLines->Add(text);
     return result;
 }

@@ -3,22 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 
+class HexRecord;
 class TSStringList;
 
-// A firmware or parameter image as Intel HEX text, the form in which it lives from file to wire.
+// A firmware or parameter image as Intel HEX text, the form in which it lives from file to wire: a
+// record of HexRecord.h in each line.
 // Two halves share an object and nothing else: the loaded half holds a file that is to be sent, the
 // checked half gathers records that are being received.
-//
-// A record, in upper-case digits (a lower-case one reads as 0):
-//
-//    0   1       3         5        7      9              9 + 2 * count
-//   +---+-------+---------+--------+------+--------------+----------+
-//   | : | count | address | address| type | data         | checksum |
-//   |   |       | high    | low    |      | [count]      |          |
-//   +---+-------+---------+--------+------+--------------+----------+
-//
-// Type 0 is data, 1 the end of the file, 4 the upper 16 bits of the addresses that follow. The
-// checksum makes the 8-bit sum of all the record's bytes 0. The line end is no part of the record.
 class THexFile {
 public:
     // The results of CheckIntelHex.
@@ -83,9 +74,9 @@ private:
     void DropRows();
     bool MakeRows(std::int32_t count, std::ptrdiff_t longest);
     void FillRows(const char* text, const char* end);
-    void ScanData(const char* record, std::uint32_t upper);
-    void TakeVersion(const char* record);
-    int CheckData(const char* record);
-    int CheckUpperAddress(const char* record);
-    int Accept(const char* record, RecordResult result);
+    void ScanData(const HexRecord& record, std::uint32_t upper);
+    void TakeVersion(const HexRecord& record);
+    int CheckData(const char* text);
+    int CheckUpperAddress(const char* text);
+    int Accept(const char* text, RecordResult result);
 };

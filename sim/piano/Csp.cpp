@@ -148,21 +148,21 @@ void Csp::OnRestart(const std::string&)
 void Csp::TakeRecord(const std::string& line)
 {
     state = State::Writing;
-    const auto record = HexRecord::FromText(line);
+    const auto record = PianoRecord::FromText(line);
     if (!record) {
         if (!wanted)
             Refuse(expected.value_or(upperAddress));
         return;
     }
     switch (record->type) {
-    case HexRecord::kData: TakeData(*record); break;
-    case HexRecord::kLinearAddress: TakeLinearAddress(*record); break;
-    case HexRecord::kEndOfFile: TakeEndOfFile(); break;
+    case PianoRecord::kData: TakeData(*record); break;
+    case PianoRecord::kLinearAddress: TakeLinearAddress(*record); break;
+    case PianoRecord::kEndOfFile: TakeEndOfFile(); break;
     default: break;  // start addresses of programs mean nothing to a flash
     }
 }
 
-void Csp::TakeLinearAddress(const HexRecord& record)
+void Csp::TakeLinearAddress(const PianoRecord& record)
 {
     const uint32_t upper = (static_cast<uint32_t>(record.data[0]) << 24) |
                            (static_cast<uint32_t>(record.data[1]) << 16);
@@ -174,7 +174,7 @@ void Csp::TakeLinearAddress(const HexRecord& record)
     expected.reset();
 }
 
-void Csp::TakeData(const HexRecord& record)
+void Csp::TakeData(const PianoRecord& record)
 {
     const uint32_t address = upperAddress | record.address;
     const auto count = static_cast<uint32_t>(record.data.size());
@@ -284,17 +284,17 @@ std::optional<std::string> Csp::NextLine()
 
 std::string Csp::NextRecord()
 {
-    HexRecord record;
+    PianoRecord record;
     if (readAddress >= readEnd) {
         sending = false;
         state = State::Idle;
-        record.type = HexRecord::kEndOfFile;
+        record.type = PianoRecord::kEndOfFile;
         return record.ToText();
     }
     const uint32_t upper = readAddress & kUpperBits;
     if (announced != upper) {
         announced = upper;
-        record.type = HexRecord::kLinearAddress;
+        record.type = PianoRecord::kLinearAddress;
         record.data = {static_cast<unsigned char>(upper >> 24),
                        static_cast<unsigned char>((upper >> 16) & 0xFFU)};
         return record.ToText();
@@ -319,9 +319,9 @@ std::string Csp::NextRecord()
     return text;
 }
 
-HexRecord Csp::DataRecordAt(uint32_t address, uint32_t count) const
+PianoRecord Csp::DataRecordAt(uint32_t address, uint32_t count) const
 {
-    HexRecord record;
+    PianoRecord record;
     record.address = static_cast<uint16_t>(address & 0xFFFFU);
     for (uint32_t i = 0; i < count; ++i)
         record.data.push_back(flash.Read(address + i));

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Flash.h"
-#include "HexRecord.h"
+#include "PianoRecord.h"
 
 #include <cstdint>
 #include <deque>
@@ -85,8 +85,8 @@ private:
     void OnRestart(const std::string& line);
 
     void TakeRecord(const std::string& line);
-    void TakeLinearAddress(const HexRecord& record);
-    void TakeData(const HexRecord& record);
+    void TakeLinearAddress(const PianoRecord& record);
+    void TakeData(const PianoRecord& record);
     void TakeEndOfFile();
     bool IsRefusedByFault(uint32_t address, uint32_t end);
     void Refuse(uint32_t address);
@@ -94,7 +94,7 @@ private:
     void CountRecord();
 
     std::string NextRecord();
-    HexRecord DataRecordAt(uint32_t address, uint32_t count) const;
+    PianoRecord DataRecordAt(uint32_t address, uint32_t count) const;
 
     void Forget();
     void Answer(const std::string& line);

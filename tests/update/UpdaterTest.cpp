@@ -16,7 +16,8 @@ enum Mode { Alone, InServer };
 
 // The words of an image's rows: "9004:" is a base record with that upper address, "41FF4" a record
 // of 12 bytes at the low 16 bits, "41FF4!" the same without its checksum, "end" the end-of-file
-// record, "-" an empty row, "other" a record without an address. Blocks of this one end after a record, at a 64 KiB boundary and at the end.
+// record, "-" an empty row, "other" a record without an address. Blocks of this one end after a
+// record, at a 64 KiB boundary and at the end.
 constexpr char kImage[] = "9004: 40000 41FF4 42000 43FF4 44000 4FFF4 9005: 50000 51FF4 end";
 
 // An update of the image that the words stand for.

@@ -1,4 +1,4 @@
-#include "HexRecord.h"
+#include "PianoRecord.h"
 
 static int Digit(char c)
 {
@@ -38,7 +38,7 @@ std::string EightDigits(uint32_t value)
     return text;
 }
 
-std::optional<HexRecord> HexRecord::FromText(const std::string& text)
+std::optional<PianoRecord> PianoRecord::FromText(const std::string& text)
 {
     if (text.size() < 11 || text.size() % 2 == 0 || text[0] != ':')
         return std::nullopt;
@@ -55,7 +55,7 @@ std::optional<HexRecord> HexRecord::FromText(const std::string& text)
     if (bytes.size() != bytes[0] + 5U || (sum & 0xFFU) != 0)
         return std::nullopt;
 
-    HexRecord record;
+    PianoRecord record;
     record.type = bytes[3];
     record.address = static_cast<uint16_t>((bytes[1] << 8) | bytes[2]);
     record.data.assign(bytes.begin() + 4, bytes.end() - 1);
@@ -64,7 +64,7 @@ std::optional<HexRecord> HexRecord::FromText(const std::string& text)
     return record;
 }
 
-std::string HexRecord::ToText() const
+std::string PianoRecord::ToText() const
 {
     std::string text = ":";
     unsigned sum = 0;

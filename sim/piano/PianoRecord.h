@@ -7,7 +7,7 @@
 
 // One Intel HEX record as it stands on the console: ":" count address type data checksum, all in
 // upper-case digits.
-struct HexRecord {
+struct PianoRecord {
     static constexpr unsigned char kData = 0;
     static constexpr unsigned char kEndOfFile = 1;
     static constexpr unsigned char kLinearAddress = 4;  // the upper 16 bits of what follows
@@ -17,7 +17,7 @@ struct HexRecord {
     std::vector<unsigned char> data;
 
     // Nothing when the text isn't one whole record with a right checksum.
-    static std::optional<HexRecord> FromText(const std::string& text);
+    static std::optional<PianoRecord> FromText(const std::string& text);
     std::string ToText() const;
 };
 
