@@ -1,5 +1,7 @@
 #include "ParameterBackup.h"
 
+#include <initializer_list>
+
 #include <sys/mount.h>
 #include <unistd.h>
 
