@@ -38,6 +38,8 @@ const TDiagServer::Command TDiagServer::kCommands[] = {
     {{0xDF, 0xDF, 0xDF, 0xE1}, false, &TDiagServer::ReplyWithServiceText},
 };
 
+// Nothing is kept from one read to the next. A group that was split over two reads can't be put
+// together again, for nothing in the stream marks where a group begins.
 void TDiagServer::ProcessZaurus(char* buffer)
 {
     const int count = zaurus->ReadMessage(buffer);
@@ -78,6 +80,7 @@ void TDiagServer::ReplyVersion()
     Log("Update the Service Center.\n");
 }
 
+// Without a release line there is no reply at all, not even the service text.
 bool TDiagServer::SendIOVersion(const char* path)
 {
     PieceReader file(path);
@@ -100,6 +103,7 @@ void TDiagServer::ReplyWithServiceText()
     versionReply = false;
 }
 
+// A search loads what it finds, so that a later start needs no medium any more.
 void TDiagServer::ShowUpdateFile()
 {
     char version[TUpdater::kTextSize] = {};

@@ -2,6 +2,7 @@
 
 #include "TSString.h"
 
+// All that is looked at: the RC Server judges the rest of the line.
 static constexpr char kMessageBox[] = "<message_box";
 static constexpr int kMessageBoxLength = sizeof(kMessageBox) - 1;
 
@@ -10,6 +11,7 @@ bool TXmlMan::ParceXML(TRCServerCom* rcserver, const char* line, int /*language*
     TSString text(line);
     if (text.SubString(1, kMessageBoxLength) != kMessageBox)
         return false;
+    // The RC Server reads lines.
     if (text[text.Length() - 1] != '\n')
         text += "\n";
     return rcserver->WriteMessage(text.c_str(), text.Length());

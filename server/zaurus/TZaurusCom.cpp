@@ -8,8 +8,6 @@
 
 #include "Sockets.h"
 
-TZaurusCom::TZaurusCom() : portNo(0), portDescriptor(-1), zaurusId(-1) {}
-
 TZaurusCom::~TZaurusCom()
 {
     CloseConnection();
@@ -44,6 +42,8 @@ int TZaurusCom::SetZaurusId(int id)
     return zaurusId;
 }
 
+// The old connection ends even if the accept fails: the client that is waiting has the better
+// claim, for the old one may have lost its power without a word.
 int TZaurusCom::AcceptZaurus()
 {
     CloseConnection();
@@ -55,6 +55,7 @@ int TZaurusCom::ReadMessage(char* buf)
 {
     if (zaurusId < 0)
         return 0;
+    // A failed read leaves the connection to the next write, which notices a peer that has gone.
     const ssize_t count = read(zaurusId, buf, kMaxMessage);
     if (count == 0)
         CloseConnection();
@@ -65,6 +66,7 @@ int TZaurusCom::WriteMessage(const char* buf, int len)
 {
     if (zaurusId < 0 || len < 0)
         return 0;
+    // A short write counts as sent: nothing is queued for a controller that is slow.
     if (WriteSocket(zaurusId, buf, static_cast<std::size_t>(len)) >= 0)
         return 1;
     CloseConnection();

@@ -8,7 +8,7 @@ public:
     // The most bytes that one read delivers.
     static constexpr int kMaxMessage = 8193;
 
-    TZaurusCom();
+    TZaurusCom() = default;
     ~TZaurusCom();
     TZaurusCom(const TZaurusCom&) = delete;
     TZaurusCom& operator=(const TZaurusCom&) = delete;
@@ -40,9 +40,9 @@ public:
 private:
     void CloseConnection();
 
-    int portNo;
-    int portDescriptor;
-    int zaurusId;
+    int portNo = 0;           // the low 16 bits count; 0: any free port
+    int portDescriptor = -1;  // the listening socket; -1 to -3 after a failed opening
+    int zaurusId = -1;        // the connected controller; negative: none
 };
 
 // Sends a NUL-terminated text at its exact length. A text that nobody hears is no failure.

@@ -3,6 +3,10 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -64,6 +68,36 @@ TEST(Groups, AreForwardedToPianoUnlessCommands)
 
         EXPECT_EQ(bridge.TakeFrames(), row.frames);
         EXPECT_EQ(bridge.TakeReplies(), row.replies);
+    }
+}
+
+TEST(Commands, AreThoseThatTheDocumentsList)
+{
+    HandPlayed bridge;
+    bridge.Open();
+    // What doesn't reach the piano is a command. The one that shuts out what follows it comes last.
+    std::set<std::string> commands{kReadParameters};
+    std::string groups;
+    for (const std::string third : {"00", "DF"})
+        for (int fourth = 0; fourth < 256; ++fourth)
+            commands.insert("DF DF " + third + " " +
+                            ToHex(std::string(1, static_cast<char>(fourth))));
+    for (const std::string& group : commands)
+        groups += group == kReadParameters ? "" : group + " ";
+    bridge.Send(groups);
+    std::string frames = bridge.TakeFrames();
+    bridge.Send(kReadParameters);
+    frames += bridge.TakeFrames();
+    for (std::size_t at = 0; (at = frames.find("C0 ", at)) != std::string::npos; at += 3)
+        commands.erase(frames.substr(at + 6, 9) + frames.substr(at + 3, 2));
+
+    const std::regex group("DF DF (00|DF) [0-9A-F]{2}");
+    for (const std::string name : {"README.md", "docs/protocol.md", "packaging/diag_server.8"}) {
+        std::ifstream file(std::string(DIAG_SOURCE) + "/" + name);
+        const std::string text(std::istreambuf_iterator<char>(file), {});
+        const std::set<std::string> listed(
+            std::sregex_token_iterator(text.begin(), text.end(), group), {});
+        EXPECT_EQ(listed, commands) << name;
     }
 }
 
