@@ -4,8 +4,22 @@
 #include <new>
 #include <utility>
 
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
+
+#include "UniqueFd.h"
+
+int OpenToRead(const char* path)
+{
+    // The test follows the opening, since the path may lead elsewhere a moment later.
+    UniqueFd file(open(path, O_RDONLY | kOpenFlags));
+    struct stat state {};
+    if (!file || fstat(file.Get(), &state) != 0)
+        return -1;
+    const bool hasBytes = S_ISREG(state.st_mode) || S_ISCHR(state.st_mode);
+    return hasBytes ? file.Release() : -1;
+}
 
 bool ReadWholeFile(int descriptor, FileBytes& bytes)
 {
@@ -24,8 +38,9 @@ bool ReadWholeFile(int descriptor, FileBytes& bytes)
         const ssize_t count = read(descriptor, data.get() + taken, size - taken);
         if (count <= 0)
             return false;
-        taken += static_cast<std::size_t>(count);
+        taken += count;
     }
+    // Only a file that is complete replaces what the caller had.
     bytes.data = std::move(data);
     bytes.size = size;
     return true;

@@ -3,13 +3,18 @@
 #include <cstddef>
 #include <memory>
 
-// The whole of a file in one buffer.
+// All bytes of a file in one buffer.
 struct FileBytes {
-    std::unique_ptr<unsigned char[]> data;
-    std::size_t size = 0;
+    std::unique_ptr<unsigned char[]> data;  // null before a file has been read
+    std::size_t size = 0;                   // bytes
 };
 
-// Reads everything that the open file `descriptor` holds, from its first byte. False when the size
-// can't be told, is over 2 GiB - 1 (the counts of an image are signed 32 bits), when there is no
-// memory for it, or when fewer bytes than the size come.
+// Opens `path` for reading. The descriptor, which the caller owns, or -1: also for what is neither
+// a regular file nor a character device. A directory has no bytes, and a pipe would let its reader
+// wait for as long as nobody writes to it, or look empty.
+int OpenToRead(const char* path);
+
+// Reads all of the open file `descriptor`, from its first byte. False when it has no size or one
+// over 2 GiB - 1 (the counts of an image are signed 32 bits), when there is no memory for it, or
+// when fewer bytes than the size come.
 bool ReadWholeFile(int descriptor, FileBytes& bytes);

@@ -1,7 +1,5 @@
 #include "TSStringList.h"
 
-#include <cstdio>
-
 #include "TextFile.h"
 
 TSStringList::~TSStringList()
@@ -20,23 +18,36 @@ TSStringList& TSStringList::Add(const char* text)
     return *this;
 }
 
+// Only this class adds items to its list, so each of them is a string.
+TSString* TSStringList::NextString()
+{
+    return static_cast<TSString*>(GetNext());
+}
+
 TSString TSStringList::GetNextString()
 {
-    const auto* text = static_cast<const TSString*>(GetNext());
+    const TSString* const text = NextString();
     return text == nullptr ? TSString() : *text;
+}
+
+void TSStringList::RemoveFirst()
+{
+    First();
+    delete NextString();
+    Delete(0);
 }
 
 TSStringList& TSStringList::Clear()
 {
-    First();
-    while (HasNext())
-        delete static_cast<TSString*>(GetNext());
+    while (count > 0)
+        RemoveFirst();
     TSList::Clear();
     return *this;
 }
 
 bool TSStringList::LoadFromFile(const TSString& path)
 {
+    // The old entries go only when there is something to take their place.
     PieceReader reader(path.c_str());
     if (!reader)
         return false;
@@ -48,14 +59,13 @@ bool TSStringList::LoadFromFile(const TSString& path)
 
 bool TSStringList::SaveToFile(const TSString& path)
 {
-    const UniqueFile file(std::fopen(path.c_str(), "wt"));
+    const TextWriter file(path.c_str(), "wt");
     if (!file)
         return false;
-    First();
-    while (HasNext()) {
-        if (std::fputs(static_cast<const TSString*>(GetNext())->c_str(), file.get()) < 0)
-            break;
-    }
+    // What follows a string that is lost would be taken for its end.
+    bool isWritten = true;
+    for (First(); isWritten && HasNext();)
+        isWritten = file.Write(NextString()->c_str());
     return true;
 }
 
@@ -63,5 +73,5 @@ void TSStringList::Print()
 {
     First();
     while (HasNext())
-        static_cast<const TSString*>(GetNext())->Print(true);
+        NextString()->Print(true);
 }

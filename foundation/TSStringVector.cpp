@@ -1,8 +1,11 @@
 #include "TSStringVector.h"
 
-#include <cstdio>
-
 #include "TextFile.h"
+
+int TSStringVector::Count() const
+{
+    return static_cast<int>(strings.size());
+}
 
 bool TSStringVector::LoadFromFile(const TSString& path)
 {
@@ -16,11 +19,12 @@ bool TSStringVector::LoadFromFile(const TSString& path)
 
 bool TSStringVector::SaveToFile(const TSString& path) const
 {
-    const UniqueFile file(std::fopen(path.c_str(), "wt"));
+    const TextWriter file(path.c_str(), "wt");
     if (!file)
         return false;
+    // Unlike a TSStringList, the vector goes on after a string that is lost.
     for (const TSString& text : strings)
-        std::fputs(text.c_str(), file.get());
+        file.Write(text.c_str());
     return true;
 }
 

@@ -1,26 +1,26 @@
 #pragma once
 
-#include <cstddef>
 #include <vector>
 
 #include "TSString.h"
 
-// Strings in an array, counted from 0.
+// Strings in an array, counted from 0. For the unit's other programs: nothing in this one uses it.
 class TSStringVector {
 public:
-    int Count() const { return static_cast<int>(strings.size()); }
+    int Count() const;
 
     // A copy. No bounds check.
-    TSString operator[](int index) const { return strings[static_cast<std::size_t>(index)]; }
+    TSString operator[](int index) const { return strings[index]; }
 
     void Add(const TSString& text) { strings.push_back(text); }
     void Clear() { strings.clear(); }
 
     // Appends the lines of the file with their line ends, in pieces of 1,023 bytes where a line is
-    // longer. False when the file can't be opened.
+    // longer. False when the file can't be opened, and for a path that is neither a file nor a
+    // character device.
     bool LoadFromFile(const TSString& path);
 
-    // Writes the strings one behind the other; one that can't be written doesn't stop the rest.
+    // Writes the strings one after the other; one that can't be written doesn't stop the rest.
     // False only when the file can't be opened.
     bool SaveToFile(const TSString& path) const;
 
@@ -28,5 +28,5 @@ public:
     void Print() const;
 
 private:
-    std::vector<TSString> strings;
+    std::vector<TSString> strings;  // in the order in which they were added
 };

@@ -3,24 +3,28 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// What a file that may lie on a medium is opened with: the descriptor stays this program's own, and
-// a pipe in the place of the file doesn't hold it up.
+// With these each file is opened: the descriptor stays this program's own, and a pipe in the place
+// of a file, as a medium may have one, doesn't block the program.
 constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK;
 
 // The one owner of a descriptor; closes it on every way out of a scope.
 class UniqueFd {
 public:
     explicit UniqueFd(int owned) : descriptor(owned) {}
-    ~UniqueFd()
-    {
-        if (descriptor >= 0)
-            close(descriptor);
-    }
+    ~UniqueFd() { Reset(-1); }
     UniqueFd(const UniqueFd&) = delete;
     UniqueFd& operator=(const UniqueFd&) = delete;
 
     explicit operator bool() const { return descriptor >= 0; }
     int Get() const { return descriptor; }
+
+    // Closes the descriptor and owns `next` in its place.
+    void Reset(int next)
+    {
+        if (descriptor >= 0)
+            close(descriptor);
+        descriptor = next;
+    }
 
     // Hands the descriptor to the caller, who closes it from here on.
     int Release()
@@ -31,5 +35,5 @@ public:
     }
 
 private:
-    int descriptor;
+    int descriptor;  // below 0 when there is none: the error that the opening returned
 };

@@ -118,6 +118,13 @@ std::FILE* fopen64(const char* path, const char* mode)
     return OpenedStream(real, path, mode);
 }
 
+// A stream on a descriptor that has come from one of the open calls.
+std::FILE* fdopen(int descriptor, const char* mode) noexcept
+{
+    static Real<std::FILE*(int, const char*)> real("fdopen");
+    return IsUnits(OwnerOf(descriptor)) ? StreamOf(descriptor, mode) : real(descriptor, mode);
+}
+
 int fclose(std::FILE* file)
 {
     static Real<int(std::FILE*)> real("fclose");

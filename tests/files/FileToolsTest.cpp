@@ -87,15 +87,17 @@ TEST_F(FileTools, ReportACopyThatFails)
     const std::string source = dir.Write("source", bytes);
     const std::string target = dir.Path("target");
     EXPECT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
-    EXPECT_FALSE(FileCopy(dir.Path("no").c_str(), target.c_str()));
-    EXPECT_FALSE(dir.Exists("target"));
     for (const std::string& refusing :
          {dir.Path("no/target"), dir.Path("pipe"), std::string("/dev/full")}) {
         EXPECT_EQ(CopyFile(source.c_str(), refusing.c_str()), -1) << refusing;
         EXPECT_FALSE(FileCopy(source.c_str(), refusing.c_str())) << refusing;
     }
-    for (const std::string& unreadable : {dir.Path("no"), dir.Path()})
+    for (const std::string& unreadable : {dir.Path("no"), dir.Path(), dir.Path("pipe")}) {
         EXPECT_EQ(CopyFile(unreadable.c_str(), target.c_str()), -1) << unreadable;
+        EXPECT_FALSE(FileCopy(unreadable.c_str(), target.c_str())) << unreadable;
+        EXPECT_FALSE(FileCompare(unreadable.c_str(), source.c_str())) << unreadable;
+    }
+    EXPECT_FALSE(dir.Exists("target"));
 
     medium.cutsWrite = true;
     EXPECT_EQ(CopyFile(source.c_str(), target.c_str()), -1);

@@ -1,5 +1,7 @@
 #include <string>
 
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
 #include "TSList.h"
@@ -86,7 +88,9 @@ TEST(StringList, ReplacesItsCopiesByAFileAndSavesTheSameBytes)
     TSString text("old");
     list.Add(text).Add("b\n");
     text[0] = 'x';
-    EXPECT_FALSE(list.LoadFromFile(dir.Path("missing").c_str()));
+    EXPECT_EQ(mkfifo(dir.Path("pipe").c_str(), 0600), 0);
+    for (const std::string& unreadable : {dir.Path("missing"), dir.Path("pipe"), dir.Path()})
+        EXPECT_FALSE(list.LoadFromFile(unreadable.c_str())) << unreadable;
     EXPECT_TRUE(list.GetNextString() == "old");
     testing::internal::CaptureStdout();
     list.Print();
@@ -101,6 +105,7 @@ TEST(StringList, ReplacesItsCopiesByAFileAndSavesTheSameBytes)
         EXPECT_TRUE(list.GetNextString() == "") << "past the last entry";
     }
     EXPECT_FALSE(list.SaveToFile(dir.Path("no/out").c_str()));
+    EXPECT_TRUE(list.LoadFromFile("/dev/null")) << "a character device";
 }
 
 TEST(StringVector, AppendsWhatItLoads)
