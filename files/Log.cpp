@@ -1,51 +1,40 @@
 #include "Log.h"
 
-#include <cstdio>
+#include <cstddef>
 #include <ctime>
 
 #include <sys/time.h>
 
 #include "FileTools.h"
-#include "TSString.h"
 #include "TSStringList.h"
 #include "TextFile.h"
 
 namespace {
 
-constexpr int kYearBase = 1900;  // what a tm's year counts from
+constexpr char kStampFormat[] = "%y/%m/%d/%H:%M:%S - ";
+constexpr std::size_t kStampSize = 64;  // no field of a time, however odd, makes it longer
 
-// Width 2 leaves the last two digits of the year.
-TSString TwoDigits(int value)
-{
-    return TSString(value, 2);
-}
-
-TSString TimeStamp()
+// The unit's clock runs on UTC, and so does the log, whatever zone the environment names.
+void PrintStamp(char (&stamp)[kStampSize])
 {
     timeval now{};
     gettimeofday(&now, nullptr);
     tm utc{};
     gmtime_r(&now.tv_sec, &utc);
-    return TwoDigits(utc.tm_year + kYearBase) + "/" + TwoDigits(utc.tm_mon + 1) + "/" +
-           TwoDigits(utc.tm_mday) + "/" + TwoDigits(utc.tm_hour) + ":" + TwoDigits(utc.tm_min) +
-           ":" + TwoDigits(utc.tm_sec);
-}
-
-void RemoveOldest(TSStringList& list)
-{
-    delete static_cast<TSString*>(list.GetItem(0));
-    list.Delete(0);
+    std::strftime(stamp, sizeof stamp, kStampFormat, &utc);
 }
 
 }  // namespace
 
 bool AddLogFile(const char* path, const char* text)
 {
-    const UniqueFile log(std::fopen(path, "a+t"));
+    const TextWriter log(path, "a+t");
     if (!log)
         return false;
-    const TSString entry = TimeStamp() + " - " + text;
-    return std::fputs(entry.c_str(), log.get()) >= 0;
+    char stamp[kStampSize] = {};
+    PrintStamp(stamp);
+    // The stream joins both in one write, unless the text is longer than its buffer.
+    return log.Write(stamp) && log.Write(text == nullptr ? "" : text);
 }
 
 bool ResetLogFile(const char* path, int linesToKeep)
@@ -53,9 +42,10 @@ bool ResetLogFile(const char* path, int linesToKeep)
     TSStringList list;
     if (!list.LoadFromFile(path))
         return false;
+    // A new file, so that one that is open elsewhere keeps what it has.
     DeleteFile(path);
     while (list.count > 0 && list.count > linesToKeep)
-        RemoveOldest(list);
+        list.RemoveFirst();
     list.SaveToFile(path);
     return true;
 }

@@ -9,6 +9,6 @@
 bool AddLogFile(const char* path, const char* text);
 
 // Cuts the log down to its newest `linesToKeep` lines; pieces of 1,023 bytes of a longer line count
-// as lines. False, and no change, when the log can't be read. The log is held in memory as a whole
-// on the way, and it is lost when it can't be created again.
+// as lines. False, and no change, when the log can't be read. All of the log is in memory on the
+// way, and it is lost when it can't be created again.
 bool ResetLogFile(const char* path, int linesToKeep);

@@ -1,7 +1,7 @@
 #include "Hex.h"
 
 #include <algorithm>
-#include <vector>
+#include <string>
 
 namespace {
 
@@ -18,17 +18,15 @@ struct DigitTable {
         for (signed char& each : value)
             each = kNoDigit;
         for (signed char digit = 0; digit < kRadix; ++digit) {
-            const auto character = static_cast<unsigned char>(kDigits[digit]);
+            const unsigned char character = kDigits[digit];
             value[character] = digit;
             if (lowerCase && digit >= 10)
                 value[character + ('a' - 'A')] = digit;
         }
     }
-    constexpr int operator[](char character) const
-    {
-        return value[static_cast<unsigned char>(character)];
-    }
-    signed char value[kCharacters];
+    constexpr int operator[](unsigned char character) const { return value[character]; }
+
+    signed char value[kCharacters];  // kNoDigit for every other character
 };
 
 constexpr DigitTable kUpperDigits(false);
@@ -44,6 +42,7 @@ void CharToHex(unsigned char value, char* target)
 
 unsigned char HexToChar(const char* text)
 {
+    // A bad digit doesn't spoil the other one, unlike in a field.
     const int high = std::max(kUpperDigits[text[0]], 0);
     const int low = std::max(kUpperDigits[text[1]], 0);
     return static_cast<unsigned char>(high * kRadix + low);
@@ -52,11 +51,12 @@ unsigned char HexToChar(const char* text)
 unsigned int HexToUInt(const char* text, int length)
 {
     unsigned int value = 0;
+    // The NUL is no digit, so a text shorter than its field ends the loop as well.
     for (int index = 0; length < 1 ? text[index] != '\0' : index < length; ++index) {
         const int digit = kAnyDigits[text[index]];
         if (digit == kNoDigit)
             return 0;
-        value = value << 4 | static_cast<unsigned int>(digit);
+        value = value << 4U | digit;
     }
     return value;
 }
@@ -65,6 +65,7 @@ bool UIntToHex(unsigned int value, char* target, int width)
 {
     const int digits = std::max(width, 0);
     target[digits] = '\0';
+    // From the right, so that what doesn't fit is lost on the left.
     for (int place = digits - 1; place >= 0; --place) {
         target[place] = kDigits[value & 15];
         value >>= 4;
@@ -79,11 +80,12 @@ unsigned int SHexToUInt(const TSString& text, int length)
 
 TSString UIntToSHex(unsigned int value, int width)
 {
-    std::vector<char> digits(static_cast<std::size_t>(std::max(width, 0)) + 1);
+    std::string digits(std::max(width, 0), '\0');
     UIntToHex(value, digits.data(), width);
-    return TSString(digits.data());
+    return TSString(digits.c_str());
 }
 
+// Byte by byte up to the first difference: a text may end there, and its buffer with it.
 bool strcompare(const char* left, const char* right, int first, int last)
 {
     for (int index = first; index <= last; ++index) {

@@ -2,8 +2,8 @@
 
 #include "TSString.h"
 
-// Hexadecimal fields and the comparison of answers. The output buffers are the caller's, who
-// provides the room that the comments tell.
+// Hexadecimal fields and the comparison of answers. The output buffers are the caller's, with as
+// much room as the comments say. SHexToUInt is for the unit's other programs.
 
 // Writes two upper-case digits and no NUL.
 void CharToHex(unsigned char value, char* target);
@@ -12,9 +12,9 @@ void CharToHex(unsigned char value, char* target);
 // counts as the digit 0 on its own.
 unsigned char HexToChar(const char* text);
 
-// The value of the first `length` characters, or of the whole text if `length` is below 1. Either
-// case counts. Any other character among them, the end of a shorter text included, makes the whole
-// result 0; of more than 8 digits the last 8 count.
+// The value of the first `length` characters, or of all if `length` is below 1. Either case counts.
+// Any other character among them, the end of a shorter text included, makes the result 0 as a
+// whole; of more than 8 digits the last 8 count.
 unsigned int HexToUInt(const char* text, int length);
 
 // Writes exactly `width` upper-case digits, zero-filled, high digits dropped, and a NUL. Always
@@ -26,5 +26,5 @@ unsigned int SHexToUInt(const TSString& text, int length);
 TSString UIntToSHex(unsigned int value, int width);
 
 // True when both texts agree at every index from the first to the last, both included. Looks at
-// nothing behind the first difference, but doesn't stop at a NUL that both have.
+// nothing past the first difference, but doesn't stop at a NUL that both have.
 bool strcompare(const char* left, const char* right, int first, int last);

@@ -4,13 +4,15 @@
 
 namespace {
 
+constexpr char kDigits[] = "0123456789";
 constexpr unsigned long long kTenDigits = 10'000'000'000;
 
+// From the right, so that what doesn't fit is lost on the left.
 void FillDigits(unsigned long long value, char* target, int width)
 {
     target[width] = '\0';
     for (int place = width - 1; place >= 0; --place) {
-        target[place] = static_cast<char>('0' + value % 10);
+        target[place] = kDigits[value % 10];
         value /= 10;
     }
 }
@@ -26,7 +28,7 @@ bool UIntToStr(unsigned int value, char* target, int width)
 int UIntToStr(long long value, char* target)
 {
     // The lowest value of all has no positive counterpart of its own type.
-    const auto bits = static_cast<unsigned long long>(value);
+    const unsigned long long bits = value;
     const unsigned long long magnitude = (value < 0 ? 0 - bits : bits) % kTenDigits;
     int width = 1;
     for (unsigned long long rest = magnitude / 10; rest != 0; rest /= 10)
@@ -41,4 +43,9 @@ int IntToStr(long long value, char* target)
         return UIntToStr(value, target);
     target[0] = '-';
     return 1 + UIntToStr(value, target + 1);
+}
+
+bool IsAllDigits(std::string_view text)
+{
+    return text.find_first_not_of(kDigits) == std::string_view::npos;
 }

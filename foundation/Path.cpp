@@ -1,21 +1,23 @@
 #include "Path.h"
 
 #include <cstring>
-#include <vector>
+#include <string>
+#include <string_view>
 
 #include "DoubleByte.h"
 
 namespace {
+
+constexpr std::size_t kNone = std::string_view::npos;
 
 bool IsSeparator(char character)
 {
     return character == '\\' || character == '/' || character == ':';
 }
 
-bool EndsInName(const char* path)
+bool EndsInName(std::string_view path)
 {
-    const std::size_t length = std::strlen(path);
-    return length > 0 && !IsSeparator(path[length - 1]);
+    return !path.empty() && !IsSeparator(path.back());
 }
 
 // The first bytes of pairs in file names: less at the top than elsewhere, and 0x80.
@@ -24,80 +26,82 @@ bool IsNameFirst(unsigned char byte)
     return (byte >= 0x80 && byte <= 0x9F) || (byte >= 0xE0 && byte <= 0xEF);
 }
 
-// Null when the path has no separator.
-const char* LastSeparator(const char* path)
+// A search from the end can't know whether a byte is the second of a pair, so this goes forward.
+std::size_t LastSeparator(std::string_view path)
 {
     DoubleByteScanner scanner(IsNameFirst);
-    const char* last = nullptr;
-    for (; *path != '\0'; ++path) {
-        if (scanner.Next(*path) == BytePlace::Single && IsSeparator(*path))
-            last = path;
+    std::size_t last = kNone;
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        if (scanner.Next(path[i]) == BytePlace::Single && IsSeparator(path[i]))
+            last = i;
     }
     return last;
 }
 
-void CopyPart(const char* part, std::size_t size, char* output)
+// Returns the place of the NUL.
+char* CopyPart(std::string_view part, char* output)
 {
-    std::memmove(output, part, size);  // a caller may change a path in its own buffer
-    output[size] = '\0';
+    std::memmove(output, part.data(), part.size());  // a caller may change a path in its own buffer
+    output[part.size()] = '\0';
+    return output + part.size();
 }
 
+// No part of a path is longer than the path.
 TSString Extracted(bool (*extract)(const char*, char*), const TSString& path)
 {
-    std::vector<char> buffer(static_cast<std::size_t>(path.Length()) + 1);
-    return extract(path.c_str(), buffer.data()) ? TSString(buffer.data()) : TSString();
+    std::string buffer(path.Length(), '\0');
+    return extract(path.c_str(), buffer.data()) ? TSString(buffer.c_str()) : TSString();
 }
 
 }  // namespace
 
 bool ChangeFileExtX(const char* path, const char* extension, char* output)
 {
-    if (!EndsInName(path))
+    const std::string_view name(path);
+    if (!EndsInName(name))
         return false;
-    const char* dot = std::strrchr(path, '.');
-    const bool hasExtension = dot != nullptr && dot != path;
-    const std::size_t kept =
-        hasExtension ? static_cast<std::size_t>(dot - path) : std::strlen(path);
-    CopyPart(path, kept, output);
-    CopyPart(extension, std::strlen(extension), output + kept);
+    const std::size_t dot = name.rfind('.');
+    const bool hasExtension = dot != kNone && dot != 0;
+    char* const end = CopyPart(hasExtension ? name.substr(0, dot) : name, output);
+    CopyPart(extension, end);
     return true;
 }
 
 bool ExtractFileExtX(const char* path, char* output)
 {
-    const char* dot = std::strrchr(path, '.');
-    if (dot == nullptr || !EndsInName(path))
+    const std::string_view name(path);
+    const std::size_t dot = name.rfind('.');
+    if (dot == kNone || !EndsInName(name))
         return false;
-    CopyPart(dot, std::strlen(dot), output);
+    CopyPart(name.substr(dot), output);
     return true;
 }
 
 bool ExtractFileNameX(const char* path, char* output)
 {
-    const char* separator = LastSeparator(path);
-    if (separator == nullptr || separator[1] == '\0')
+    const std::string_view name(path);
+    const std::size_t separator = LastSeparator(name);
+    if (separator == kNone || separator + 1 == name.size())
         return false;
-    CopyPart(separator + 1, std::strlen(separator + 1), output);
+    CopyPart(name.substr(separator + 1), output);
     return true;
 }
 
 bool ExtractFileDirX(const char* path, char* output)
 {
-    const char* separator = LastSeparator(path);
-    std::size_t kept = std::strlen(path);
-    if (separator != nullptr)
-        kept = static_cast<std::size_t>(separator - path) + (*separator == ':' ? 1 : 0);
-    CopyPart(path, kept, output);
+    const std::string_view name(path);
+    const std::size_t separator = LastSeparator(name);
+    const bool keepsColon = separator != kNone && name[separator] == ':';
+    CopyPart(name.substr(0, keepsColon ? separator + 1 : separator), output);
     return true;
 }
 
 // The buffer is as long as the new name needs: a cut name would be another file.
 TSString ChangeFileExtSX(const TSString& path, const TSString& extension)
 {
-    std::vector<char> buffer(static_cast<std::size_t>(path.Length()) +
-                             static_cast<std::size_t>(extension.Length()) + 1);
+    std::string buffer(path.Length() + extension.Length(), '\0');
     const bool changed = ChangeFileExtX(path.c_str(), extension.c_str(), buffer.data());
-    return changed ? TSString(buffer.data()) : TSString();
+    return changed ? TSString(buffer.c_str()) : TSString();
 }
 
 TSString ExtractFileExtSX(const TSString& path)

@@ -7,6 +7,6 @@ public:
     TSLink(const TSLink&) = delete;
     TSLink& operator=(const TSLink&) = delete;
 
-    TSLink* next = nullptr;
-    void* item;
+    TSLink* next = nullptr;  // null in the link at the tail; owned by the list
+    void* item;              // null in the link at the tail
 };

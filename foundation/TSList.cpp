@@ -10,6 +10,7 @@ TSList::~TSList()
 
 TSList& TSList::Add(void* item)
 {
+    // The empty link takes the item, and a new one takes its place: no case for an empty list.
     tail->item = item;
     tail->next = new TSLink(nullptr);
     tail = tail->next;
@@ -17,6 +18,7 @@ TSList& TSList::Add(void* item)
     return *this;
 }
 
+// With the field and not the link before it, the head needs no case of its own.
 TSLink** TSList::Place(int index)
 {
     TSLink** place = &head;
@@ -54,6 +56,7 @@ TSList& TSList::Delete(int index)
     TSLink** place = Place(index);
     const TSLink* removed = *place;
     *place = removed->next;
+    // A cursor left on the removed link would be used after it is gone.
     if (current == removed)
         current = removed->next;
     delete removed;
@@ -68,7 +71,7 @@ TSList& TSList::Clear()
         head = removed->next;
         delete removed;
     }
-    current = tail;
+    current = tail;  // the cursor may have been on a link that is gone
     count = 0;
     return *this;
 }

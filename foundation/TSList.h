@@ -12,7 +12,7 @@
 //   +------+    +------+        +------+
 //
 // The empty link at the tail is always there; in an empty list it is the head as well. Indexes
-// count from 0; a negative one is out of range.
+// count from 0; a negative one is out of range. Insert is for the unit's other programs.
 class TSList {
 public:
     TSList();
@@ -33,24 +33,25 @@ public:
     // removed link moves to the next one.
     TSList& Delete(int index);
 
-    // Removes all links and no item. A walk in progress ends.
+    // Removes all links and no item. The cursor is at the end then.
     TSList& Clear();
 
     void First();
     bool HasNext() const;
 
-    // The item under the cursor, which moves on by one link. Null at the end of the walk.
+    // The item under the cursor, which moves on by one link. Null at the end.
     void* GetNext();
 
 private:
-    TSLink* head;
-    TSLink* tail;
-    TSLink* current;
+    TSLink* head;     // owned, as is every link that follows it
+    TSLink* tail;     // the empty link
+    TSLink* current;  // the cursor; the tail at the end
 
     // The link field that leads to the entry; the index must be below `count`.
     TSLink** Place(int index);
 
 public:
-    // The last of the fields, whose order is part of the interface. For reading only.
+    // The number of items. The last of the fields, whose order is part of the interface. For
+    // reading only.
     std::int32_t count = 0;
 };

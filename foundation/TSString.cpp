@@ -5,30 +5,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "DoubleByte.h"
 #include "Number.h"
+#include "Text.h"
 #include "Trace.h"
 
 namespace {
-
-constexpr unsigned char kLastBlank = 32;  // it and all below it are white to Trim
 
 struct Decimal {
     explicit Decimal(long long value) { IntToStr(value, digits); }
     char digits[kIntTextSize];
 };
-
-bool IsBlank(char byte)
-{
-    return static_cast<unsigned char>(byte) <= kLastBlank;
-}
-
-bool IsAllDigits(const char* text)
-{
-    return text[std::strspn(text, "0123456789")] == '\0';
-}
 
 // For the operations that take each byte for a character of its own.
 bool NoFirstByte(unsigned char)
@@ -36,24 +26,36 @@ bool NoFirstByte(unsigned char)
     return false;
 }
 
+char Shifted(char letter, int distance)
+{
+    return static_cast<char>(letter + distance);
+}
+
 // These two don't ask the locale, so a byte from 0x80 up never changes.
 char ToLower(char byte)
 {
-    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
+    return byte >= 'A' && byte <= 'Z' ? Shifted(byte, 'a' - 'A') : byte;
 }
 
 char ToUpper(char byte)
 {
-    return byte >= 'a' && byte <= 'z' ? static_cast<char>(byte - 'a' + 'A') : byte;
+    return byte >= 'a' && byte <= 'z' ? Shifted(byte, 'A' - 'a') : byte;
 }
 
-void ChangeSingles(char* text, char (*change)(char), bool (*isFirst)(unsigned char))
+// The scanner must see the bytes in their order, which transform doesn't promise.
+void ChangeSingles(char* text, char (*change)(char))
 {
-    DoubleByteScanner scanner(isFirst);
+    DoubleByteScanner scanner(IsSjisFirst);
     for (; *text != '\0'; ++text) {
         if (scanner.Next(*text) == BytePlace::Single)
             *text = change(*text);
     }
+}
+
+// Positions count from 1, and 0 stands for none.
+int PositionAt(std::size_t index)
+{
+    return index == std::string_view::npos ? 0 : static_cast<int>(index) + 1;
 }
 
 }  // namespace
@@ -66,28 +68,26 @@ TSString::TSString(int value) : TSString(Decimal(value).digits) {}
 
 TSString::TSString(int value, int width) : TSString(nullptr, width)
 {
+    const unsigned int bits = value;
     if (width < 0)
         *this = Decimal(value).digits;
     else
-        UIntToStr(static_cast<unsigned int>(value), text.get(), width);
+        UIntToStr(bits, text.get(), width);
 }
 
 TSString::TSString(const char* source) : TSString(source == nullptr ? "" : source, INT_MAX) {}
 
-TSString::TSString(const char* source, int limit)
+TSString::TSString(const char* source, int limit) : length(std::max(limit, 0))
 {
-    const std::size_t room = limit < 0 ? 0 : static_cast<std::size_t>(limit);
-    const std::size_t size = source == nullptr ? room : strnlen(source, room);
-    text.reset(new char[size + 1]);
-    length = static_cast<std::int32_t>(size);
-    if (source == nullptr) {
-        text[0] = '\0';
-        return;
-    }
-    std::memcpy(text.get(), source, size);
-    text[size] = '\0';
+    if (source != nullptr)
+        length = static_cast<std::int32_t>(strnlen(source, length));
+    text.reset(new char[length + std::size_t{1}]);
+    // The buffer form gets its bytes from the caller, so only the empty text is written here.
+    const int copied = source == nullptr ? 0 : length;
+    *std::copy_n(source, copied, text.get()) = '\0';
 }
 
+// By the text and not by the length: a buffer that isn't full yet is worth what is in it.
 TSString::TSString(const TSString& source) : TSString(source.c_str()) {}
 
 void TSString::Swap(TSString& other)
@@ -96,10 +96,21 @@ void TSString::Swap(TSString& other)
     std::swap(length, other.length);
 }
 
-// The copy is whole before the old buffer goes, since the source may be a part of it.
+TSString& TSString::Replace(int start, int removed, const char* inserted, int count)
+{
+    // The new text is complete before the old buffer goes, since `inserted` may be a part of it.
+    TSString edited(nullptr, length - removed + count);
+    char* end = std::copy_n(text.get(), start, edited.text.get());
+    end = std::copy_n(inserted, count, end);
+    const int rest = start + removed;
+    std::copy_n(text.get() + rest, length - rest + 1, end);  // the NUL included
+    Swap(edited);
+    return *this;
+}
+
 TSString& TSString::operator=(const char* source)
 {
-    TSString copy(source);
+    TSString copy(source);  // before the old buffer goes: the source may be a part of it
     Swap(copy);
     return *this;
 }
@@ -113,24 +124,21 @@ TSString& TSString::operator=(const TSString& source)
 
 TSString& TSString::operator+=(const TSString& tail)
 {
-    TSString joined = *this + tail;
-    Swap(joined);
-    return *this;
+    return Replace(length, 0, tail.c_str(), tail.length);
 }
 
 TSString operator+(const TSString& head, const TSString& tail)
 {
     TSString joined(nullptr, head.Length() + tail.Length());
-    const auto headSize = static_cast<std::size_t>(head.Length());
-    char* target = joined;
-    std::memcpy(target, head.c_str(), headSize);
-    std::memcpy(target + headSize, tail.c_str(), static_cast<std::size_t>(tail.Length()) + 1);
+    char* const target = joined;
+    char* const middle = std::copy_n(head.c_str(), head.Length(), target);
+    std::copy_n(tail.c_str(), tail.Length() + 1, middle);
     return joined;
 }
 
 bool operator==(const TSString& left, const char* right)
 {
-    return std::strcmp(left.c_str(), right) == 0;
+    return std::string_view(left.c_str()) == right;
 }
 
 bool operator!=(const TSString& left, const char* right)
@@ -140,68 +148,73 @@ bool operator!=(const TSString& left, const char* right)
 
 void TSString::Print(bool newline) const
 {
+    // Text and line end are one trace, so that they leave in one write.
     Trace(newline ? (*this + "\n").c_str() : c_str());
 }
 
 TSString& TSString::Delete(int position, int count)
 {
     const int start = std::clamp(position, 1, length + 1) - 1;
-    const int removed = std::clamp(count, 0, length - start);
-    return *this = TSString(text.get(), start) + TSString(text.get() + start + removed);
+    return Replace(start, std::clamp(count, 0, length - start), "", 0);
 }
 
 TSString& TSString::Insert(const TSString& inserted, int position)
 {
     const int start = std::clamp(position, 1, length + 1) - 1;
-    return *this = TSString(text.get(), start) + inserted + TSString(text.get() + start);
+    return Replace(start, 0, inserted.c_str(), inserted.length);
 }
 
 TSString& TSString::SetLength(int newLength)
 {
-    return newLength < length ? *this = TSString(text.get(), newLength) : *this;
+    const int kept = std::clamp(newLength, 0, length);
+    return kept == length ? *this : Replace(kept, length - kept, "", 0);
 }
 
 TSString& TSString::Trim()
 {
-    const char* end = text.get() + length;
-    const char* first = std::find_if_not(static_cast<const char*>(text.get()), end, IsBlank);
-    while (end != first && IsBlank(end[-1]))
+    int end = length;
+    while (end > 0 && IsBlank(text[end - 1]))
         --end;
-    return *this = TSString(first, static_cast<int>(end - first));
+    int start = 0;
+    while (start < end && IsBlank(text[start]))
+        ++start;
+    return Replace(0, length, text.get() + start, end - start);
 }
 
 TSString& TSString::Strip(const TSString& set)
 {
-    char* const end = text.get() + length;
-    char* const kept = std::remove_if(text.get(), end, [&set](char byte) {
-        return byte != '\0' && std::strchr(set.c_str(), byte) != nullptr;
-    });
-    *kept = '\0';
-    length = static_cast<std::int32_t>(kept - text.get());
+    const std::string_view marks(set.c_str());
+    int kept = 0;
+    for (int i = 0; i < length; ++i) {
+        if (marks.find(text[i]) == std::string_view::npos)
+            text[kept++] = text[i];
+    }
+    text[kept] = '\0';
+    length = kept;
     return *this;
 }
 
 TSString& TSString::LowerCase()
 {
-    ChangeSingles(text.get(), ToLower, NoFirstByte);
+    std::transform(text.get(), text.get() + length, text.get(), ToLower);
     return *this;
 }
 
 TSString& TSString::UpperCase()
 {
-    ChangeSingles(text.get(), ToUpper, NoFirstByte);
+    std::transform(text.get(), text.get() + length, text.get(), ToUpper);
     return *this;
 }
 
 TSString& TSString::LowerCaseSJIS()
 {
-    ChangeSingles(text.get(), ToLower, IsSjisFirst);
+    ChangeSingles(text.get(), ToLower);
     return *this;
 }
 
 TSString& TSString::UpperCaseSJIS()
 {
-    ChangeSingles(text.get(), ToUpper, IsSjisFirst);
+    ChangeSingles(text.get(), ToUpper);
     return *this;
 }
 
@@ -209,10 +222,10 @@ TSString& TSString::SQLString(int allBytes)
 {
     DoubleByteScanner scanner(allBytes != 0 ? NoFirstByte : IsSjisFirst);
     std::string doubled;
-    for (const char* byte = text.get(); *byte != '\0'; ++byte) {
-        if (scanner.Next(*byte) == BytePlace::Single && (*byte == '\'' || *byte == '\\'))
-            doubled += *byte;
-        doubled += *byte;
+    for (const char byte : std::string_view(c_str())) {
+        if (scanner.Next(byte) == BytePlace::Single && (byte == '\'' || byte == '\\'))
+            doubled += byte;
+        doubled += byte;
     }
     return *this = doubled.c_str();
 }
@@ -232,32 +245,31 @@ TSString TSString::SubString(int position, int count) const
 
 int TSString::AnsiPos(const TSString& sought) const
 {
-    const char* found = std::strstr(text.get(), sought.c_str());
-    return found == nullptr ? 0 : static_cast<int>(found - text.get()) + 1;
+    return PositionAt(std::string_view(c_str()).find(sought.c_str()));
 }
 
 int TSString::AnsiPosSJIS(const TSString& sought) const
 {
-    if (sought.length == 0)
+    const std::string_view all(c_str());
+    const std::string_view part(sought.c_str());
+    if (part.empty())
         return 1;
     DoubleByteScanner scanner(IsSjisFirst);
-    for (int index = 0; index < length; ++index) {
-        const char* start = text.get() + index;
-        if (scanner.Next(*start) != BytePlace::Second &&
-            std::strncmp(start, sought.c_str(), static_cast<std::size_t>(sought.length)) == 0)
-            return index + 1;
+    for (std::size_t index = 0; index < all.size(); ++index) {
+        const bool mayBegin = scanner.Next(all[index]) != BytePlace::Second;
+        if (mayBegin && all.substr(index, part.size()) == part)
+            return PositionAt(index);
     }
     return 0;
 }
 
 int TSString::ToInt() const
 {
-    if (!IsAllDigits(text[0] == '-' ? text.get() + 1 : text.get()))
-        return 0;
-    return static_cast<int>(std::strtol(text.get(), nullptr, 10));
+    const char* const digits = text[0] == '-' ? text.get() + 1 : text.get();
+    return IsAllDigits(digits) ? StrToInt(c_str()) : 0;
 }
 
 long long TSString::ToLongLongInt() const
 {
-    return IsAllDigits(text.get()) ? std::strtoll(text.get(), nullptr, 10) : 0;
+    return IsAllDigits(c_str()) ? std::strtoll(c_str(), nullptr, 10) : 0;
 }

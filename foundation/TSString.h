@@ -6,12 +6,16 @@
 
 // A text of bytes in a buffer of its own, ended by a NUL, which therefore can't be part of a value.
 //
-// Three index rules hold throughout: positions given and returned count from 1 (0 from a search
+// Three index rules apply throughout: positions given and returned count from 1 (0 from a search
 // means "not found"), operator[] counts from 0, and lengths are in bytes, not in characters.
 // Positions below 1 count as 1, counts and limits below 0 as 0.
 //
 // The operations with SJIS in their name never take the second byte of a Shift-JIS pair, which may
 // have the value of a letter or a backslash, for a character of its own.
+//
+// The program builds texts, takes parts of them, trims and strips them. Everything else is for the
+// unit's other programs, which use the same class: Delete, Insert, SetLength, the operations of
+// case, SQLString, the searches and the reading of numbers.
 class TSString {
 public:
     TSString();
@@ -22,7 +26,7 @@ public:
     // that don't fit dropped from the left. A negative width means TSString(value).
     TSString(int value, int width);
 
-    // A copy; null gives an empty string.
+    // A copy; null makes an empty string.
     TSString(const char* source);
 
     // A copy of at most `limit` bytes. With a null source the object gets an empty buffer of
@@ -36,8 +40,8 @@ public:
     TSString& operator=(const TSString& source);
     TSString& operator+=(const TSString& tail);
 
-    // No bounds check; the NUL behind the text may be read.
-    char& operator[](int index) const { return text[static_cast<std::size_t>(index)]; }
+    // No bounds check; the NUL after the text may be read.
+    char& operator[](int index) const { return text[index]; }
 
     // The text itself. Who writes through it must not change its C length.
     operator char*() { return text.get(); }
@@ -45,7 +49,7 @@ public:
 
     int Length() const { return length; }
 
-    // Writes the text to standard output, with a line end behind it if `newline` is true.
+    // Prints the text on standard output, followed by a line end if `newline` is true.
     void Print(bool newline) const;
 
     // The editing operations change the object and return it.
@@ -53,7 +57,7 @@ public:
     // Removes `count` bytes at the position, or as many as there are.
     TSString& Delete(int position, int count);
 
-    // Inserts before the position; a position behind the text appends.
+    // Inserts before the position; a position past the end appends.
     TSString& Insert(const TSString& inserted, int position);
 
     // Only shortens: a value of the current length or more changes nothing.
@@ -75,29 +79,33 @@ public:
     // Shift-JIS pair are left alone.
     TSString& SQLString(int allBytes);
 
-    // The text from the position on. A position of the length or more gives an empty string, so
+    // The text from the position on. A position of the length or more returns an empty string, so
     // the last byte alone can't be had.
     TSString SubString(int position) const;
 
     // At most `count` bytes from the position; the same rule for the position.
     TSString SubString(int position, int count) const;
 
-    // Position of the first occurrence, or 0. An empty argument gives 1.
+    // Position of the first occurrence, or 0. An empty argument is found at 1.
     int AnsiPos(const TSString& sought) const;
     int AnsiPosSJIS(const TSString& sought) const;
 
-    // The value of a text that is all digits, with a "-" allowed as its very first byte; any other
-    // byte gives 0.
+    // The value of a text that is all digits, with a "-" allowed as its very first byte. 0 for any
+    // other text.
     int ToInt() const;
 
-    // The same without the "-": a negative number gives 0.
+    // The same without the "-": 0 for a negative number.
     long long ToLongLongInt() const;
 
 private:
     void Swap(TSString& other);
 
-    std::unique_ptr<char[]> text;
-    std::int32_t length;
+    // Puts `count` bytes of `inserted` in the place of the `removed` bytes that follow the first
+    // `start`. All edits that change the length go through here, with one allocation each.
+    TSString& Replace(int start, int removed, const char* inserted, int count);
+
+    std::unique_ptr<char[]> text;  // never null; a NUL follows the value
+    std::int32_t length = 0;       // bytes, without the NUL
 };
 
 TSString operator+(const TSString& head, const TSString& tail);

@@ -6,23 +6,30 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "DoubleByte.h"
+#include "Number.h"
 
 namespace {
 
 constexpr int kUpper = 'U';
 constexpr int kLower = 'L';
 constexpr int kQuoteRoom = 3;  // a quote, its backslash and one byte more
-constexpr unsigned char kLastBlank = 32;
 constexpr char kWordEnds[] = " \f\n\r\t\v";
+constexpr char kFormatFlags[] = "+-# 0";
 
 char* EndAtFirst(const char* marks, char* text)
 {
     if (text != nullptr)
         text[std::strcspn(text, marks)] = '\0';
     return text;
+}
+
+// A byte from 0x80 up is negative in some compilers' char, which isspace must not see.
+bool IsSpace(unsigned char byte)
+{
+    return std::isspace(byte) != 0;
 }
 
 bool IsQuote(char byte)
@@ -41,19 +48,15 @@ bool IsSjisSingle(unsigned char byte)
 }
 
 // Anything else would make another conversion of it, with arguments that aren't there, or none.
-bool IsFloatFormat(const TSString& format)
+bool IsFloatFormat(std::string_view format)
 {
-    constexpr char kDigits[] = "0123456789";
-    const char* at = format.c_str();
-    if (*at == '.')
+    const std::size_t dot = format.find('.');
+    if (dot == 0 || dot == std::string_view::npos)
         return false;
-    at += std::strspn(at, "+-# 0");
-    at += std::strspn(at, kDigits);
-    if (*at != '.')
-        return false;
-    ++at;
-    const std::size_t decimals = std::strspn(at, kDigits);
-    return decimals > 0 && at[decimals] == '\0';
+    const std::string_view width = format.substr(0, dot);
+    const std::string_view decimals = format.substr(dot + 1);
+    const std::size_t flags = std::min(width.find_first_not_of(kFormatFlags), width.size());
+    return IsAllDigits(width.substr(flags)) && IsAllDigits(decimals) && !decimals.empty();
 }
 
 }  // namespace
@@ -65,7 +68,7 @@ char* chop(char* text)
 
 char* skipspace(char* text)
 {
-    while (text != nullptr && std::isspace(static_cast<unsigned char>(*text)) != 0)
+    while (text != nullptr && IsSpace(*text))
         ++text;
     return text;
 }
@@ -91,11 +94,10 @@ char* str_up_low(char* source, char* target, int mode)
 {
     if (target == nullptr)
         target = source;
-    char* end = target;
-    for (; *source != '\0'; ++source, ++end) {
-        const auto byte = static_cast<unsigned char>(*source);
-        *end = static_cast<char>(mode == kUpper ? std::toupper(byte) : std::tolower(byte));
-    }
+    const std::string_view text(source);
+    char* const end = std::transform(text.begin(), text.end(), target, [mode](unsigned char byte) {
+        return mode == kUpper ? toupper(byte) : tolower(byte);
+    });
     *end = '\0';
     return target;
 }
@@ -112,11 +114,11 @@ char* mystrtolower(char* source, char* target)
 
 char* mystrcat(char* target, const char* source, int size)
 {
-    const std::size_t room = size < 1 ? 0 : static_cast<std::size_t>(size) - 1;
-    const std::size_t used = strnlen(target, room);
+    const std::size_t room = std::max(size, 1) - 1;
+    const std::size_t used = std::string_view(target).size();
+    // A target that is full, or overfull, stays as it is.
     if (used < room) {
-        const std::size_t added = strnlen(source, room - used);
-        std::memcpy(target + used, source, added);
+        const std::size_t added = std::string_view(source).copy(target + used, room - used);
         target[used + added] = '\0';
     }
     return target;
@@ -128,6 +130,7 @@ int mystr_escquote(const char* source, char* target, int limit)
         return 0;
     int written = 0;
     for (; *source != '\0' && written < limit; ++source) {
+        // A backslash must never be the last byte: it would escape what the caller appends.
         if (IsQuote(*source)) {
             if (limit - written < kQuoteRoom)
                 break;
@@ -141,10 +144,7 @@ int mystr_escquote(const char* source, char* target, int limit)
 
 void trimleft(char* text, int length)
 {
-    for (int index = length - 1; index >= 0; --index) {
-        if (static_cast<unsigned char>(text[index]) <= kLastBlank)
-            text[index] = '\0';
-    }
+    std::replace_if(text, text + std::max(length, 0), IsBlank, '\0');
 }
 
 int StrToInt(const char* text)
@@ -154,24 +154,24 @@ int StrToInt(const char* text)
 
 TSString FormatFloat(const TSString& format, float value)
 {
-    if (!IsFloatFormat(format))
+    if (!IsFloatFormat(format.c_str()))
         return TSString();
     const TSString conversion = TSString("%") + format + "f";
-    const auto number = static_cast<double>(value);
+    const double number = value;
+    // A width of over 31 bits makes no text at all, and printf says so.
     const int length = std::snprintf(nullptr, 0, conversion.c_str(), number);
     if (length < 0)
         return TSString();
-    std::vector<char> buffer(static_cast<std::size_t>(length) + 1);
-    std::snprintf(buffer.data(), buffer.size(), conversion.c_str(), number);
-    return TSString(buffer.data());
+    std::string buffer(length, '\0');
+    std::snprintf(buffer.data(), buffer.size() + 1, conversion.c_str(), number);
+    return TSString(buffer.c_str());
 }
 
 bool is_SJIS(const TSString& text)
 {
     DoubleByteScanner scanner(IsSjisFirst);
-    for (const char* next = text.c_str(); *next != '\0'; ++next) {
-        const auto byte = static_cast<unsigned char>(*next);
-        const BytePlace place = scanner.Next(*next);
+    for (const unsigned char byte : std::string_view(text.c_str())) {
+        const BytePlace place = scanner.Next(byte);
         if (place == BytePlace::Second && !IsSjisSecond(byte))
             return false;
         if (place == BytePlace::Single && !IsSjisSingle(byte))
@@ -182,13 +182,14 @@ bool is_SJIS(const TSString& text)
 
 TSString DoubleQuoteString(const TSString& source)
 {
-    if (source.c_str()[std::strcspn(source.c_str(), "\t '\",")] == '\0')
+    const std::string_view text(source.c_str());
+    if (text.find_first_of("\t '\",") == std::string_view::npos)
         return source;
     std::string quoted = "\"";
-    for (const char* byte = source.c_str(); *byte != '\0'; ++byte) {
-        if (*byte == '"')
+    for (const char byte : text) {
+        if (byte == '"')
             quoted += '"';
-        quoted += *byte;
+        quoted += byte;
     }
     quoted += '"';
     return TSString(quoted.c_str());

@@ -2,22 +2,29 @@
 
 #include "TSString.h"
 
-// Small work on plain text, most of it in place.
+// Small work on plain text, most of it in place. For the text service and for the unit's other
+// programs: this one needs only what TSString is built from.
 
-// Ends the text at its first CR or LF. Null gives null.
+// True for the blank and for all below it, the line ends and other control characters.
+inline bool IsBlank(unsigned char byte)
+{
+    return byte <= ' ';
+}
+
+// Ends the text at its first CR or LF. Null for null.
 char* chop(char* text);
 
-// Behind the leading white space. Null gives null.
+// Where the leading white space has ended. Null for null.
 char* skipspace(char* text);
 
-// Ends the text at its first "#". Null gives null.
+// Ends the text at its first "#". Null for null.
 char* uncomment(char* text);
 
 // Cuts the first word off at a blank, FF, LF, CR, TAB or VT and returns it. The caller's pointer
-// moves behind the cut, or to null at the end of the text.
+// moves past the cut, or to null at the end of the text.
 char* car(char** text);
 
-// The same cut; returns what lies behind it, or null if there is nothing to cut at.
+// The same cut; returns what follows it, or null if there is nothing to cut at.
 char* cdr(char* text);
 
 // Copies the source in upper case for the mode 85 ("U"), in lower case for any other. A null
@@ -26,28 +33,28 @@ char* str_up_low(char* source, char* target, int mode);
 char* mystrtoupper(char* source, char* target);
 char* mystrtolower(char* source, char* target);
 
-// Appends what fits: the target never holds more than size - 1 bytes. Returns the target.
+// Appends what fits: the target never gets longer than size - 1 bytes. Returns the target.
 char* mystrcat(char* target, const char* source, int size);
 
 // Copies the source with a backslash before each single and double quote. Ends when the target
-// holds `limit` bytes, or at a quote with fewer than 3 bytes of room left. Writes a NUL behind, so
-// the target has limit + 1 bytes; with a limit below 0 nothing at all. Returns the length written.
+// has `limit` bytes, or at a quote with fewer than 3 bytes of room left. Appends a NUL, so the
+// target has limit + 1 bytes; with a limit below 0 nothing is written at all. Returns the length
+// written.
 int mystr_escquote(const char* source, char* target, int limit);
 
-// Overwrites every byte of value 32 or lower among the first `length` with a NUL, wherever it
-// stands.
+// Overwrites every blank among the first `length` bytes with a NUL, wherever it stands.
 void trimleft(char* text, int length);
 
 // The leading number of the text, or 0.
 int StrToInt(const char* text);
 
-// The value printed with the printf format %<format>f. The format has flags or digits, a "." and
-// digits behind it, such as 5.2; with any other the result is empty.
+// The value printed with the printf format %<format>f. The format has flags or digits, then a "."
+// and digits, such as 5.2; with any other the result is empty.
 TSString FormatFloat(const TSString& format, float value);
 
 // True when the text is well-formed Shift-JIS, a pair cut in half at its end included.
 bool is_SJIS(const TSString& text);
 
 // The text as one value of a list that blanks or commas separate: wrapped in double quotes, its own
-// ones doubled, if it holds a tab, a blank, a quote of either kind or a comma.
+// ones doubled, if there is a tab, a blank, a quote of either kind or a comma in it.
 TSString DoubleQuoteString(const TSString& source);
