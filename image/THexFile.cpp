@@ -8,6 +8,7 @@
 #include <fcntl.h>
 
 #include "FileBytes.h"
+#include "HexFormat.h"
 #include "HexRecord.h"
 #include "TSString.h"
 #include "TSStringList.h"
@@ -15,11 +16,6 @@
 
 namespace {
 
-constexpr char kCr = '\r';
-constexpr char kLf = '\n';
-constexpr std::int32_t kLongestLine = 80;  // bytes, the line end included
-
-constexpr std::uint32_t kVersionAddress = 0x90040400;
 constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // an address where a long has 64 bits, too
 
 // The first `sought` from `text` on, or `end`.

@@ -10,6 +10,7 @@
 
 #include "Compress.h"
 #include "FileTools.h"
+#include "HexFormat.h"
 #include "Log.h"
 #include "Path.h"
 #include "PciDsp.h"
@@ -31,7 +32,6 @@ constexpr int kPassWait = 1;        // seconds of one wait in update mode
 constexpr std::size_t kReceiveSize = 8200;
 static_assert(kReceiveSize >= TMidiCom::kMaxMessage, "a message must fit");
 
-constexpr int kBlockSize = 0x2000;    // bytes between two requests for an answer
 constexpr int kShortestOkAbove = 10;  // an "OK" carries an address, so it is longer than this
 
 constexpr unsigned char kFlashModeGroup[kMidiGroupSize] = {0xBF, 0x00, 0x7F, 0x00};
@@ -392,7 +392,7 @@ bool TUpdater::StepTransfer()
         return false;
     }
     // The block may have been lost on its way, so it goes out once more before the update ends.
-    SendIntelHex(midi, ngAddress, kBlockSize);
+    SendIntelHex(midi, ngAddress, kUpdateBlock);
     ngAddress = 0;
     updateCounter = 0;
     return true;
@@ -456,7 +456,7 @@ void TUpdater::BeginData(TMidiCom* link)
     sendedAddress = 0;
     sending = true;
     if (hexFile->lineCount != 0)
-        SendIntelHex(link, 0, kBlockSize);
+        SendIntelHex(link, 0, kUpdateBlock);
     EnterStatus(Transfer);
 }
 
@@ -565,13 +565,13 @@ void TUpdater::OnOk(const Setting& setting, const ConsoleLine& line)
     updateCounter = 0;
     if (!setting.inServer) {
         Trace(line.Text());
-        SendIntelHex(setting.midi, sendedAddress, kBlockSize);
+        SendIntelHex(setting.midi, sendedAddress, kUpdateBlock);
         return;
     }
     const std::uint32_t address = line.Address();
     if (!sending || address != sendedAddress)
         return;
-    SendIntelHex(setting.midi, sendedAddress, kBlockSize);
+    SendIntelHex(setting.midi, sendedAddress, kUpdateBlock);
     TellProgress(setting.zaurus, address);
 }
 
@@ -585,7 +585,7 @@ void TUpdater::OnRefused(const Setting& setting, const ConsoleLine& line)
     const unsigned long address = line.Address();
     // The block is on its way already when the CSP refuses the same place again.
     if (address != ngAddress)
-        SendIntelHex(setting.midi, address, kBlockSize);
+        SendIntelHex(setting.midi, address, kUpdateBlock);
     ngAddress = address;
 }
 

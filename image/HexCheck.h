@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What is wrong with a firmware file, before any of it reaches the flash. The unit itself loads a
+// file of any content and sends it row by row; what the board then refuses, or never answers, is
+// found here by the text alone.
+
+enum class Severity {
+    Warning,  // the unit writes the file, but maybe not what its author meant
+    Error,    // the unit doesn't write the file, or not all of it, or writes something else
+};
+
+struct Finding {
+    std::size_t line;  // from 1; the last line for what is missing at the end, 0 in an empty file
+    Severity severity;
+    std::string text;                      // a sentence for a technician
+    std::optional<std::uint32_t> address;  // of the data, where it is known
+};
+
+struct AddressRange {
+    std::uint32_t start;
+    std::uint32_t size;  // bytes, at least 1
+};
+
+enum class LineEnds { None, Lf, CrLf, Mixed };
+
+struct HexReport {
+    static constexpr std::size_t kMostFindings = 1000;
+
+    std::vector<Finding>
+        findings;  // in the order of the file; those over the limit are counted only
+    std::size_t errors = 0;
+    std::size_t warnings = 0;
+
+    std::string version;               // as the unit reads it; empty without one
+    std::vector<AddressRange> ranges;  // in the order of the file; what continues is one range
+    std::size_t bytes = 0;             // of data
+    std::size_t records = 0;           // of any type, the damaged ones left out
+    std::size_t blocks = 0;            // after each of which an update waits for an answer
+    LineEnds lineEnds = LineEnds::None;
+};
+
+// Checks the bytes of an Intel HEX file.
+HexReport CheckHex(std::string_view text);

@@ -1,0 +1,232 @@
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "HexCheck.h"
+#include "HexText.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+constexpr Severity kError = Severity::Error;
+constexpr Severity kWarning = Severity::Warning;
+
+std::string Data(std::size_t address, const std::string& bytes)
+{
+    return Record(0, address, bytes) + "\n";
+}
+
+std::string Base(char low)
+{
+    return Record(4, 0, {'\x90', low}) + "\n";
+}
+
+// The lines of a good file.
+const std::string kBase = Base(4);
+const std::string kVersion = Data(0x400, "V1.0");
+const std::string kSecond = Data(0x404, "abcd");
+const std::string kThird = Data(0x408, "efgh");
+const std::string kEnd = ":00000001FF\n";
+const std::string kHead = kBase + kVersion;
+
+std::string WithCrLf(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2)
+        text.insert(at, "\r");
+    return text;
+}
+
+}  // namespace
+
+TEST(HexCheck, NamesTheLineAndTheCause)
+{
+    const std::string rest = kThird + kEnd;
+    const struct {
+        std::string text;
+        std::size_t line;
+        Severity severity;
+        const char* sentence;
+        std::size_t findings = 1;
+    } rows[] = {
+        {kHead + "0" + kSecond + rest, 3, kError, "not a record"},
+        {kHead + ":0404\n" + rest, 3, kError, "cut short: 5 characters of 11"},
+        {kHead + kSecond.substr(0, 15) + "\n" + rest, 3, kError, "cut short: 15 characters of 19"},
+        {kHead +
+             ":0404040061626364\x02"
+             "F\n" +
+             rest,
+         3, kError, "0x02 is no hex digit"},
+        {kHead + ":040404006162636469\n" + rest, 3, kError, "wrong checksum"},
+        {kHead + ":04040400616263646a\n" + rest, 3, kError, "lower-case digit, \"a\""},
+        {kHead + ":0404040061626364 6A\n" + rest, 3, kError, "0x20 is no hex digit"},
+        {kHead + ":04040400616263646A \n" + rest, 3, kError, "after the checksum: 1"},
+        {kHead + ":0404\r040061626364\n" + rest, 3, kError, "a CR or NUL"},
+        {kHead +
+             ":0404\0"
+             "040061626364\n"s +
+             rest,
+         3, kError, "a CR or NUL"},
+        {kHead + kSecond + "\n" + rest, 4, kError, "a blank line"},
+        {kHead + std::string(80, ':') + "\n" + rest, 3, kError, "a line of 81 bytes"},
+        {kHead + kSecond + Record(2, 0, "\x10\0"s) + "\n" + rest, 4, kError, "type 2"},
+        {kHead + kSecond + Record(6, 0, "") + "\n" + rest, 4, kError, "type 6, which the unit"},
+        {kHead + kSecond + Record(4, 0, "\x90") + "\n" + rest, 4, kError, "exactly 2 bytes"},
+        {kVersion + kSecond + kEnd, 1, kError, "before the first address record", 3},
+        {kHead + kSecond + kSecond + rest, 4, kError, "go back to 90040404"},
+        {Base(5) + Data(0, "x") + kHead + kEnd, 4, kError, "go back to 90040400"},
+        {kHead + rest, 3, kError, "gap of 4 bytes from 90040404"},
+        {kBase + kBase + kVersion + kEnd, 1, kError, "no data follow this address record"},
+        {kHead + kSecond + rest + kThird + kThird, 6, kError, "follows the end record"},
+        {kHead + kSecond + kThird, 4, kError, "no end record"},
+        {kBase + kEnd, 1, kError, "no data follow", 2},
+        {"", 0, kError, "no data", 2},
+        {kHead + kSecond + kThird + ":00000001FF", 5, kError, "no line end"},
+        {kHead + WithCrLf(kSecond) + rest, 3, kError, "a character was added"},
+        {WithCrLf(kHead) + kSecond + rest, 3, kError, "a character was lost"},
+        {kHead + Base(5) + Data(0x10, "x") + kEnd, 4, kError, "gap of 16 bytes from 90050000"},
+        {kHead + Base(5) + Data(0, "x") + kEnd, 4, kWarning, "a gap of 64508 bytes from 90040404"},
+        {kHead + kSecond + Record(5, 0, "\0\0\0\0"s) + "\n" + rest, 4, kWarning, "type 5"},
+        {kHead + kSecond + Record(3, 0, "\0\0\0\0"s) + "\n" + rest, 4, kWarning, "type 3"},
+        {kHead + Record(4, 0, "\x91\0"s) + "\n" + Data(0, "x") + kEnd, 4, kWarning, "a gap", 2},
+        {kBase + Data(0x3F0, std::string(32, 'x')) + kEnd, 3, kWarning, "no version text"},
+        {Base(4) + Data(0x400, std::string(17, 'V')) + Base(4) + Data(0x411, "x") + kEnd, 0,
+         kWarning, "", 0},
+        {Base(5) + Data(0x1FF0, std::string(17, 'V')) + kEnd, 2, kWarning, "steps over 90052000",
+         2},
+        {kHead + kSecond + rest + "\n", 0, kWarning, "", 0},
+        {WithCrLf(kHead + kSecond + rest), 0, kWarning, "", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.text) + ": " + row.sentence);
+        const HexReport report = CheckHex(row.text);
+        ASSERT_EQ(report.findings.size(), row.findings);
+        EXPECT_EQ(report.errors + report.warnings, row.findings);
+        if (row.findings == 0)
+            continue;
+        const Finding& first = report.findings.front();
+        EXPECT_EQ(first.line, row.line);
+        EXPECT_EQ(first.severity, row.severity);
+        EXPECT_NE(first.text.find(row.sentence), std::string::npos) << first.text;
+    }
+}
+
+TEST(HexCheck, SummarizesWhatTheUnitLoads)
+{
+    const std::string block(32, '\xFF');
+    std::string text = Base(4);
+    for (std::size_t at = 0; at < 0x4020; at += 32)
+        text += Data(at, at == 0x400 ? "V2"s + '\0' + block.substr(3) : block);
+    const HexReport report = CheckHex(WithCrLf(text + Base(6) + Data(0, "abc") + kEnd));
+    EXPECT_EQ(report.errors, 0U);
+    EXPECT_EQ(report.version, "V2");
+    EXPECT_EQ(report.bytes, 0x4023U);
+    EXPECT_EQ(report.records, 0x201U + 4U);
+    EXPECT_EQ(report.blocks, 3U);
+    EXPECT_EQ(report.lineEnds, LineEnds::CrLf);
+    ASSERT_EQ(report.ranges.size(), 2U);
+    EXPECT_EQ(report.ranges[0].start, 0x90040000U);
+    EXPECT_EQ(report.ranges[0].size, 0x4020U);
+    EXPECT_EQ(report.ranges[1].start, 0x90060000U);
+
+    const HexReport garbage = CheckHex(std::string(2000, '\n'));
+    EXPECT_EQ(garbage.findings.size(), 1000U);
+    EXPECT_EQ(garbage.errors, 2002U);
+}
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string Joined(const Lines& lines)
+{
+    std::string text;
+    for (const std::string& line : lines)
+        text += line;
+    return text;
+}
+
+// Good files, and damages to them.
+class Damager {
+public:
+    Lines MakeFile()
+    {
+        const std::string end = Below(2) == 0 ? "\n" : "\r\n";
+        Lines lines;
+        std::size_t page = 4 + Below(8);
+        for (std::size_t left = 1 + Below(3); left > 0; --left, page += 1 + Below(2)) {
+            lines.push_back(Record(4, 0, {'\x90', static_cast<char>(page)}) + end);
+            const std::size_t size = 1 + Below(33);
+            for (std::size_t i = 2 + Below(12), at = 0; i > 0; --i, at += size)
+                lines.push_back(Record(0, at, RandomBytes(size)) + end);
+        }
+        lines.push_back(kEnd.substr(0, kEnd.size() - 1) + end);
+        return lines;
+    }
+
+    // One of seven damages. It may leave the file as it was.
+    std::string Damage(Lines lines)
+    {
+        const std::string text = Joined(lines);
+        const std::size_t at = Below(text.size());
+        const std::size_t line = Below(lines.size() - 1);
+        const auto place = lines.begin() + static_cast<std::ptrdiff_t>(line);
+        const std::string added(1, "0123456789ABCDEF: \r\nx"[Below(21)]);
+        switch (Below(7)) {
+        case 0: return text[at] < '0' ? text : std::string(text).replace(at, 1, added);
+        case 1: return std::string(text).erase(at, 1);
+        case 2: return std::string(text).insert(at, added);
+        case 3: return text.substr(0, at);
+        case 4: lines.insert(place, lines[line]); break;
+        case 5: std::swap(lines[line], lines[line + 1]); break;
+        // The last line of a section can't be missed.
+        default:
+            if (TypeOf(lines[line + 1]) == '0' || TypeOf(lines[line]) == '4')
+                lines.erase(place);
+        }
+        return Joined(lines);
+    }
+
+private:
+    static char TypeOf(const std::string& line) { return line[8]; }
+
+    std::size_t Below(std::size_t limit)
+    {
+        state = state * 1664525U + 1013904223U;
+        return (state >> 8U) % limit;
+    }
+
+    std::string RandomBytes(std::size_t size)
+    {
+        std::string bytes(size, '\0');
+        for (char& byte : bytes)
+            byte = static_cast<char>(Below(256));
+        return bytes;
+    }
+
+    std::uint32_t state = 20261125;
+};
+
+}  // namespace
+
+TEST(HexCheck, FindsEveryDamageAndNothingInGoodFiles)
+{
+    Damager damager;
+    int found = 0;
+    for (int file = 0; file < 1000; ++file) {
+        const Lines good = damager.MakeFile();
+        ASSERT_EQ(CheckHex(Joined(good)).errors, 0U) << Joined(good);
+        for (int left = 10; left > 0;) {
+            const std::string damaged = damager.Damage(good);
+            if (damaged == Joined(good))
+                continue;
+            --left;
+            ASSERT_GT(CheckHex(damaged).errors, 0U) << Joined(good) << "became\n" << damaged;
+            ++found;
+        }
+    }
+    EXPECT_EQ(found, 10000);
+}
