@@ -19,7 +19,6 @@
 namespace {
 
 constexpr int kConnecttype = 225;
-constexpr unsigned char kFlashModeGroup[kMidiGroupSize] = {0xBF, 0x00, 0x00, 0x7F};
 constexpr int kMessageWait = 5;  // seconds
 
 constexpr int kBlocks = 96;        // 0x60000 bytes, for each 0x1000 of which the piano is asked
@@ -63,14 +62,14 @@ int main()
         return EXIT_FAILURE;
     const int descriptor = midi.GetMidiDescriptor();
 
-    SendFlashMode(&midi, kFlashModeGroup);
+    SendFlashMode(&midi, kReadFlashMode);
     usleep(kFlashModeWait);
-    SendLine(&midi, "STATUS");
+    SendLine(&midi, kAskStatus);
     Pass(descriptor);
     SendLine(&midi, "READ   :90040000:900A0000:0C");
     Pass(descriptor);
     for (int block = 0; block < kBlocks; ++block) {
-        SendLine(&midi, "NEXT   :");
+        SendLine(&midi, kAskNext);
         // The end-of-file record comes without being asked for.
         const bool hasOneMore = block % kBlocksInPage == 0 || block == kBlocks - 1;
         int missing = kDataRecords + (hasOneMore ? 1 : 0);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 // Where everything of the unit lies that the program opens: each of its paths, once.
 
 // What the server has done.
@@ -61,3 +63,7 @@ inline constexpr const char* kCdCompressedFirmware = "/mnt/cdrom/csp_prog.rlg";
 
 // Firmware on a floppy disk, always compressed.
 inline constexpr const char* kFloppyCompressedFirmware = "/mnt/floppy/csp_prog.rlg";
+
+// Room for a path that comes from outside, its NUL included. A longer one isn't cut, since a cut
+// path names another file.
+inline constexpr std::size_t kPathSize = 256;

@@ -267,7 +267,7 @@ void Checker::CheckPlaceAfterBase(std::uint32_t address)
 
 void Checker::CheckBlock(std::uint32_t address, std::uint32_t end)
 {
-    constexpr std::uint32_t kBlock = kUpdateBlock;
+    constexpr std::uint32_t kBlock = kWriteBlock;
     blockIsOpen = end % kBlock != 0;
     if (!blockIsOpen)
         ++report.blocks;

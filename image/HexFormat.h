@@ -9,4 +9,4 @@ constexpr char kLf = '\n';
 constexpr std::int32_t kLongestLine = 80;  // bytes, the line end included
 
 constexpr std::uint32_t kVersionAddress = 0x90040400;
-constexpr int kUpdateBlock = 0x2000;  // bytes of flash between two answers of the CSP
+constexpr int kWriteBlock = 0x2000;  // bytes of flash between two answers of the CSP

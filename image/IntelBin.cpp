@@ -117,13 +117,13 @@ struct Piece {
     bool Read(int input, unsigned size)
     {
         count = 0;
-        ssize_t taken = 1;
-        while (count < size && taken > 0) {
-            taken = read(input, data + count, size - count);
-            if (taken > 0)
-                count += static_cast<unsigned>(taken);
+        while (count < size) {
+            const ssize_t taken = read(input, data + count, size - count);
+            if (taken <= 0)
+                return taken == 0;
+            count += static_cast<unsigned>(taken);
         }
-        return taken >= 0;
+        return true;
     }
 };
 
@@ -139,13 +139,13 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
         return false;
 
     list.First();
-    const auto* first = static_cast<const TSString*>(list.GetNext());
+    const TSString* first = list.NextString();
     if (first == nullptr || !Has(*first, 0, kUpperAddressHead))
         return false;
     if (!WriteBinaryHead(output.Get(), *first))
         return false;
     while (list.HasNext()) {
-        const auto* line = static_cast<const TSString*>(list.GetNext());
+        const TSString* line = list.NextString();
         if (Has(*line, HexRecord::kTypeAt, kDataType) && !WriteBinaryData(output.Get(), *line))
             return false;
     }

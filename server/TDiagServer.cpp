@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kNoPatcher = -3;
 constexpr unsigned kPatcherWait = 2;  // seconds that the MIDI Patcher gets once it is connected
-constexpr unsigned kRetryWait = 5;    // seconds before the second attempt at a link
 
 // The buffer of the loop serves both links in turn, and a text in it may need its NUL.
 constexpr int kBufferSize = TZaurusCom::kMaxMessage + 1;
@@ -25,18 +24,16 @@ static_assert(kBufferSize > TMidiCom::kMaxMessage, "a message of the piano fits,
 // A command typed at a terminal.
 struct Key {
     char letter;
-    const unsigned char* group;  // sent after the group that enters flash mode; null: neither is
-    const char* line;            // sent to the console; null: none
+    const MidiGroup* group;  // sent after the group that enters flash mode; null: neither is
+    const char* line;        // sent to the console; null: none
 };
-constexpr unsigned char kKeyFlashMode[] = {0xBF, 0x00, 0x7F, 0x00};
-constexpr unsigned char kKeyVersion[] = {0xBF, 0x51, 0x00, 0x00};
-constexpr unsigned char kKeyFlash[] = {0xBF, 0x66, 0x01, 0x00};
+constexpr MidiGroup kAskVersion = {0xBF, 0x51, 0x00, 0x00};
 constexpr Key kKeys[] = {
-    {'v', kKeyVersion, "STATUS"},
-    {'f', kKeyFlash, nullptr},
+    {'v', &kAskVersion, kAskStatus},
+    {'f', &kEnterFlashMode, nullptr},
     {'r', nullptr, "READ   :901A0000:901F0000:10"},
-    {'n', nullptr, "NEXT   :"},
-    {'c', nullptr, "CANCEL :"},
+    {'n', nullptr, kAskNext},
+    {'c', nullptr, kAskToCancel},
     {'s', nullptr, "RESTART:"},
 };
 
@@ -78,7 +75,7 @@ int TDiagServer::Initialize(int port, int connecttype)
 int TDiagServer::Run()
 {
     MakeMachines();
-    reader->SetReaderStatus(Connect);
+    reader->SetReaderStatus(Status::Connect);
 
     char buffer[kBufferSize];
     while (true) {
@@ -168,23 +165,23 @@ bool TDiagServer::IsReading() const
 // Steps the read-back. False when it has succeeded, which ends the server.
 bool TDiagServer::StepReader()
 {
-    const int result = reader->UpdateStatus(midi.get(), zaurus.get());
-    if (result > IsDone)
+    const Step result{reader->UpdateStatus(midi.get(), zaurus.get())};
+    if (result == Step::GoesOn)
         return true;
-    SendAndLog(result == IsDone ? "CSP Read Success.\n" : "CSP Read Failed.\n");
+    SendAndLog(result == Step::Done ? "CSP Read Success.\n" : "CSP Read Failed.\n");
     reader->ClearReaderStatus();
     RebootCsp();
-    return result != IsDone;
+    return result != Step::Done;
 }
 
 void TDiagServer::StepUpdater()
 {
     if (!IsUpdating())
         return;
-    const int result = updater->UpdateStatusDiag(midi.get(), zaurus.get());
-    if (result > IsDone)
+    const Step result{updater->UpdateStatusDiag(midi.get(), zaurus.get())};
+    if (result == Step::GoesOn)
         return;
-    SendAndLog(result == IsDone ? "CSP Update Success.\n" : "CSP Update Failed.\n");
+    SendAndLog(result == Step::Done ? "CSP Update Success.\n" : "CSP Update Failed.\n");
     updater->ClearUpdateStatus();
     RebootCsp();
 }
@@ -271,8 +268,8 @@ void TDiagServer::ProcessKeyboard(char* buffer)
         if (buffer[0] != key.letter)
             continue;
         if (key.group != nullptr) {
-            midi->WriteMidi(0, kKeyFlashMode);
-            midi->WriteMidi(0, key.group);
+            midi->WriteMidi(0, kWriteFlashMode.data());
+            midi->WriteMidi(0, key.group->data());
         }
         if (key.line != nullptr)
             SendLine(midi.get(), key.line);

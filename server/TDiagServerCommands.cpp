@@ -106,7 +106,7 @@ void TDiagServer::ReplyWithServiceText()
 // A search loads what it finds, so that a later start needs no medium any more.
 void TDiagServer::ShowUpdateFile()
 {
-    char version[TUpdater::kTextSize] = {};
+    char version[THexFile::kVersionSize] = {};
     if (updater->SearchUpdateHex(version) < 0) {
         SendAndLog("Update File is not exsit.\n");
         return;
@@ -118,7 +118,7 @@ void TDiagServer::ShowUpdateFile()
 
 void TDiagServer::ShowParameterFile()
 {
-    char stamp[TUpdater::kTextSize] = {};
+    char stamp[TUpdater::kStampSize] = {};
     if (updater->SearchParameterHex(stamp) < 0) {
         SendAndLog("Parameter File is not exsit.\n");
         return;
@@ -140,7 +140,7 @@ void TDiagServer::StartParameterUpdate()
 // The two starts differ only in their texts: either writes the file that the last search loaded.
 void TDiagServer::StartUpdate(const char* started, const char* refused)
 {
-    if (updater->SetUpdateStatus(Connect))
+    if (updater->SetUpdateStatus(Status::Connect))
         Log(started);
     else
         SendAndLog(refused);
@@ -149,7 +149,7 @@ void TDiagServer::StartUpdate(const char* started, const char* refused)
 void TDiagServer::StartReading()
 {
     reader->SetReaderParameter(kReadStart, kReadEnd, kParameterFile);
-    reader->SetReaderStatus(Connect);
+    reader->SetReaderStatus(Status::Connect);
     Log("Start Reading CSP Parameters\n");
 }
 

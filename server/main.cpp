@@ -18,6 +18,7 @@
 #include "TSString.h"
 #include "TUpdater.h"
 #include "Trace.h"
+#include "UnitPaths.h"
 
 // The mode's main object. Only main sets and reads them.
 TDiagServer* diag = nullptr;
@@ -43,11 +44,11 @@ void FillStandardStreams()
 
 // What the command line asks for, by default the server.
 struct Options {
-    int port = kDefaultPort;                  // TCP port of the controller
-    int connecttype = TMidiCom::kPiano;       // kPiano or kOther; the last option decides
-    bool renameFile = false;                  // to its version, after a finished update
-    bool versionOnly = false;                 // counts with a file name only
-    char filename[TUpdater::kTextSize] = {};  // empty: run the server
+    int port = kDefaultPort;             // TCP port of the controller
+    int connecttype = TMidiCom::kPiano;  // kPiano or kOther; the last option decides
+    bool renameFile = false;             // to its version, after a finished update
+    bool versionOnly = false;            // counts with a file name only
+    char filename[kPathSize] = {};       // empty: run the server
 };
 
 // An empty name counts as none and leaves an earlier one. False when it doesn't fit: a cut name

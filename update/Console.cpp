@@ -1,39 +1,35 @@
 #include "Console.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <cstring>
-
 #include "Hex.h"
 
-static constexpr unsigned char kEnterFlash[kMidiGroupSize] = {0xBF, 0x66, 0x01, 0x00};
 static constexpr unsigned char kChannel = 0;
-static constexpr int kAddressPlace = 3;
+static constexpr std::size_t kAddressPlace = 3;
 static constexpr int kAddressDigits = 8;
 
-ConsoleLine::ConsoleLine(const char* message) : text()
+ConsoleLine::ConsoleLine(const char* message)
+    : length(std::string_view(message).copy(text, kSize - 1))
 {
-    const std::size_t length = std::min(std::strlen(message), sizeof(text) - 1);
-    std::memcpy(text, message, length);
+    text[length] = '\0';
 }
 
-bool ConsoleLine::BeginsWith(const char* answer) const
+bool ConsoleLine::BeginsWith(std::string_view answer) const
 {
-    return strcompare(text, answer, 0, static_cast<int>(std::strlen(answer)) - 1);
+    return std::string_view(text, length).substr(0, answer.size()) == answer;
 }
 
 unsigned int ConsoleLine::Address() const
 {
-    return HexToUInt(text + kAddressPlace, kAddressDigits);
+    // The NUL is no digit, so a line that ends among them has no address either.
+    return length > kAddressPlace ? HexToUInt(text + kAddressPlace, kAddressDigits) : 0;
 }
 
 void SendLine(TMidiCom* midi, const char* line)
 {
-    midi->WriteConsole(kChannel, line, static_cast<int>(std::strlen(line)));
+    midi->WriteConsole(kChannel, line, static_cast<int>(std::string_view(line).size()));
 }
 
-void SendFlashMode(TMidiCom* midi, const unsigned char (&firstGroup)[kMidiGroupSize])
+void SendFlashMode(TMidiCom* midi, const MidiGroup& firstGroup)
 {
-    midi->WriteMidi(0, firstGroup);
-    midi->WriteMidi(0, kEnterFlash);
+    midi->WriteMidi(0, firstGroup.data());
+    midi->WriteMidi(0, kEnterFlashMode.data());
 }

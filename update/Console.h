@@ -3,11 +3,17 @@
 // What the two state machines share of the conversation with the CSP, which talks in short lines of
 // text: a line goes out without a line end and comes back with CR LF.
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
 #include "TMidiCom.h"
 
 // The statuses that the update and the read-back have in common. 0 or more means that the machine
 // is active, which gives it the console and shuts the controller's commands out.
-enum ConsoleStatus {
+namespace Status {
+enum Value {
     Idle = -1,
     Connect = 0,
     Request = 1,
@@ -16,50 +22,68 @@ enum ConsoleStatus {
     Finished = 4,
     Failed = 5,
 };
+}  // namespace Status
 
-// The results of a step.
-enum StepResult {
-    HasFailed = -1,
-    IsDone = 0,
+// What a step of a machine has come to. The loops get it as a number.
+enum class Step {
+    Failed = -1,
+    Done = 0,
     GoesOn = 1,
 };
 
-constexpr int kSilenceLimit = 30;        // seconds; a wait ends above it, not at it
-constexpr int kErrorLimit = 1024;        // unwanted answers; likewise
-constexpr int kServerTimeout = 10;       // seconds that one timeout of the server's loop stands for
-constexpr int kFlashModeEvery = 100000;  // steps between two sends of the flash mode groups
-constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
-
-// Adds a step to a count that only matters as a multiple of kFlashModeEvery. It starts again there,
-// for nothing bounds the passes of a loop that is kept awake.
-inline void CountFlashMode(int& steps)
+constexpr int ToInt(Step step)
 {
-    steps = (steps + 1) % kFlashModeEvery;
+    return static_cast<int>(step);
 }
 
-constexpr int kMidiGroupSize = 4;
+inline constexpr int kSilenceLimit = 30;            // seconds; a wait ends above it, not at it
+inline constexpr int kErrorLimit = 1024;            // unwanted answers; likewise
+inline constexpr int kServerTimeout = 10;           // seconds of one timeout of the server's loop
+inline constexpr unsigned kRetryWait = 5;           // seconds before the second attempt at a link
+inline constexpr int kFlashModeEvery = 100000;      // steps between two sends of flash mode
+inline constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
 
-// An answer of the CSP, copied out of the link's buffer: NUL-terminated, cut at 1,023 bytes and
-// filled up with NUL bytes, so that a field at a fixed place can always be looked at.
+inline constexpr std::uint32_t kReadBlock = 0x1000;  // bytes of flash for each request
+
+// Counts a step or request for which something is due at 0, and again after kFlashModeEvery of
+// them: nothing bounds the passes of a loop that is kept awake.
+inline void CountFlashMode(int& count)
+{
+    count = (count + 1) % kFlashModeEvery;
+}
+
+// The MIDI groups that bring the CSP into flash mode: the first differs between the machines.
+using MidiGroup = std::array<unsigned char, 4>;
+inline constexpr MidiGroup kWriteFlashMode = {0xBF, 0x00, 0x7F, 0x00};
+inline constexpr MidiGroup kReadFlashMode = {0xBF, 0x00, 0x00, 0x7F};
+inline constexpr MidiGroup kEnterFlashMode = {0xBF, 0x66, 0x01, 0x00};
+
+// The lines that are sent in more than one place.
+inline constexpr char kAskStatus[] = "STATUS";
+inline constexpr char kAskNext[] = "NEXT   :";
+inline constexpr char kAskToCancel[] = "CANCEL :";
+
+// An answer of the CSP, copied out of the link's buffer and cut at 1,023 bytes.
 class ConsoleLine {
 public:
     explicit ConsoleLine(const char* message);
 
     const char* Text() const { return text; }
-    bool BeginsWith(const char* answer) const;
+    bool BeginsWith(std::string_view answer) const;
 
-    // The address of an "OK" or "NG": eight hexadecimal digits behind the word and one character.
-    // 0 when one of them is no digit.
+    // The address of an "OK" or "NG": eight hexadecimal digits that follow the word and one
+    // character. 0 when one of them is no digit.
     unsigned int Address() const;
 
 private:
-    static constexpr int kSize = 1024;
-    char text[kSize];
+    static constexpr std::size_t kSize = 1024;
+
+    char text[kSize];    // up to its NUL
+    std::size_t length;  // bytes, the NUL not included
 };
 
 // Sends one line, a NUL-terminated text, on channel 0. A lost link shows up as silence.
 void SendLine(TMidiCom* midi, const char* line);
 
-// Sends the two groups that bring the CSP into flash mode. The first one differs between the
-// machines, the second doesn't.
-void SendFlashMode(TMidiCom* midi, const unsigned char (&firstGroup)[kMidiGroupSize]);
+// Sends the two groups that bring the CSP into flash mode.
+void SendFlashMode(TMidiCom* midi, const MidiGroup& firstGroup);

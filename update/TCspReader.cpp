@@ -1,60 +1,34 @@
 #include "TCspReader.h"
 
-#include <cstddef>
-#include <cstring>
+#include <string_view>
 
 #include <unistd.h>
 
 #include "Hex.h"
 #include "TSString.h"
 #include "Trace.h"
-#include "UnitPaths.h"
 
 namespace {
 
-// The parameter flash. Every read covers all of it, whatever range was asked for.
+// The parameter flash, all of which every read covers, whatever SetReaderParameter was passed.
 constexpr std::uint32_t kParameterStart = 0x90040000;
 constexpr std::uint32_t kParameterEnd = 0x900A0000;
 constexpr int kAddressDigits = 8;
+constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // where a long has 64 bits, too
 
-constexpr std::uint32_t kBlockSize = 0x1000;     // bytes that the CSP sends for one request
 constexpr std::uint32_t kProgressStep = 0x2000;  // bytes between two progress texts
 constexpr std::uint32_t kSilentStep = 0x10000;   // no text here but 100%: a base record comes too
 
-constexpr unsigned char kFlashModeGroup[kMidiGroupSize] = {0xBF, 0x00, 0x00, 0x7F};
-
-void Cancel(TMidiCom* midi)
-{
-    SendLine(midi, "CANCEL :");
-}
-
 }  // namespace
 
-TCspReader::TCspReader()
-    : hexFile(new THexFile),
-      readStart(0),
-      readEnd(0),
-      fileName(),
-      readerStatus(Idle),
-      readerCounter(0),
-      errorCounter(0),
-      flashModeCounter(0),
-      lastAddress(0)
-{}
-
-TCspReader::~TCspReader()
-{
-    delete hexFile;
-}
-
+// A name that doesn't fit isn't cut, since a cut name is another file.
 void TCspReader::SetReaderParameter(unsigned long start, unsigned long end, const char* file)
 {
     readStart = start;
     readEnd = end;
-    fileName[0] = '\0';
-    const std::size_t length = std::strlen(file);
-    if (length < sizeof(fileName))
-        std::memcpy(fileName, file, length + 1);
+    const std::string_view name(file);
+    const bool fits = name.size() < sizeof(fileName);
+    fileName[fits ? name.copy(fileName, name.size()) : 0] = '\0';
 }
 
 void TCspReader::SetReaderStatus(int status)
@@ -71,7 +45,7 @@ int TCspReader::GetReaderStatus() const
 
 void TCspReader::ClearReaderStatus()
 {
-    readerStatus = Idle;
+    readerStatus = Status::Idle;
     ResetCounters();
 }
 
@@ -83,30 +57,7 @@ void TCspReader::IncReaderCounter()
 int TCspReader::UpdateStatus(TMidiCom* midi, TZaurusCom* zaurus)
 {
     Trace("Update Status CSP\n");
-    switch (readerStatus) {
-    case Connect: StepConnect(midi, zaurus); break;
-    case Request:
-        if (!StepRequest(midi, zaurus))
-            return HasFailed;
-        break;
-    case StartData: StepStartData(midi); break;
-    case Transfer:
-        if (!StepTransfer(midi))
-            return HasFailed;
-        break;
-    case Finished: StepFinished(); return IsDone;
-    case Failed:
-        // The refused record has sent one already. The CSP gets a second one behind whatever it
-        // was still sending.
-        Cancel(midi);
-        return HasFailed;
-    default: return GoesOn;
-    }
-    if (errorCounter > kErrorLimit) {
-        Cancel(midi);
-        return HasFailed;
-    }
-    return GoesOn;
+    return ToInt(TakeStep(midi, zaurus));
 }
 
 void TCspReader::GetCSPMessage(TMidiCom* midi, TZaurusCom* zaurus, const char* message,
@@ -114,32 +65,44 @@ void TCspReader::GetCSPMessage(TMidiCom* midi, TZaurusCom* zaurus, const char* m
 {
     const ConsoleLine line(message);
     switch (readerStatus) {
-    case Connect: OnConnectAnswer(midi, line); return;
-    case Request: OnRequestAnswer(line); return;
-    case Transfer: OnRecord(midi, zaurus, line); return;
-    default: return;
+    case Status::Connect: return OnConnectAnswer(midi, line);
+    case Status::Request: return OnRequestAnswer(line);
+    case Status::Transfer: return OnRecord(midi, zaurus, line);
+    default: return;  // nothing is waited for, so nothing is unwanted
     }
 }
 
-void TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
+// The refused record has sent a cancel already. The CSP gets a second one with this step, after
+// whatever it was still sending.
+Step TCspReader::TakeStep(TMidiCom* midi, TZaurusCom* zaurus)
 {
-    // A read goes on even if the CSP never said that it is idle. Silence is looked at in every
-    // step, since a step that sends may be very far away.
-    if (readerCounter > kSilenceLimit)
-        EnterStatus(Request);
-    if (flashModeCounter % kFlashModeEvery == 0) {
-        Trace("Send Flash Mode TCspReader Update\n");
-        SendFlashMode(midi, kFlashModeGroup);
-        usleep(kFlashModeWait);
-        SendLine(midi, "STATUS");
-        TellController(zaurus, "Connecting to CSP\n");
+    switch (readerStatus) {
+    case Status::Connect: return StepConnect(midi, zaurus);
+    case Status::Request: return StepRequest(midi, zaurus);
+    case Status::StartData: return StepStartData(midi);
+    case Status::Transfer: return StepTransfer(midi);
+    case Status::Finished: return StepFinished();
+    case Status::Failed: return GiveUp(midi);
+    default: return Step::GoesOn;
+    }
+}
+
+// A read goes on even if the CSP never said that it is idle. Silence is looked at in every step,
+// since a step that sends may be very far away.
+Step TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
+{
+    if (IsSilent())
+        EnterStatus(Status::Request);
+    if (IsFlashModeDue()) {
+        AskForStatus(midi, zaurus);
         if (errorCounter > kErrorLimit)
-            EnterStatus(Request);
+            EnterStatus(Status::Request);
     }
     CountFlashMode(flashModeCounter);
+    return EndOfStep(midi);
 }
 
-bool TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
+Step TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
 {
     readStart = kParameterStart;
     readEnd = kParameterEnd;
@@ -147,37 +110,48 @@ bool TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
                              ":" + UIntToSHex(kParameterEnd, kAddressDigits) + ":0C";
     SendLine(midi, request.c_str());
     request.Print(true);
-    if (readerCounter <= kSilenceLimit)
-        return true;
-    Cancel(midi);
+    if (!IsSilent())
+        return EndOfStep(midi);
+    const Step result = GiveUp(midi);
     TellController(zaurus, "CSP is not connected.\n");
-    return false;
+    return result;
 }
 
-void TCspReader::StepStartData(TMidiCom* midi)
+Step TCspReader::StepStartData(TMidiCom* midi)
 {
     flashModeCounter = 0;
-    SendLine(midi, "NEXT   :");
-    readerStatus = Transfer;
+    SendLine(midi, kAskNext);
+    readerStatus = Status::Transfer;
     readerCounter = 0;
+    return EndOfStep(midi);
 }
 
-bool TCspReader::StepTransfer(TMidiCom* midi)
+Step TCspReader::StepTransfer(TMidiCom* midi)
 {
-    if (readerCounter <= kSilenceLimit)
-        return true;
-    Cancel(midi);
-    return false;
+    return IsSilent() ? GiveUp(midi) : EndOfStep(midi);
 }
 
-void TCspReader::StepFinished()
+Step TCspReader::StepFinished()
 {
     Trace("CSP Update Finished\n");
     hexFile->SaveToFile(fileName[0] == '\0' ? kUnnamedParameterFile : fileName);
+    return Step::Done;
+}
+
+Step TCspReader::EndOfStep(TMidiCom* midi) const
+{
+    return errorCounter > kErrorLimit ? GiveUp(midi) : Step::GoesOn;
+}
+
+// Breaks off what the CSP is doing.
+Step TCspReader::GiveUp(TMidiCom* midi)
+{
+    SendLine(midi, kAskToCancel);
+    return Step::Failed;
 }
 
 // Goes on to a status with the counters of silence and of unwanted answers at 0.
-void TCspReader::EnterStatus(ConsoleStatus status)
+void TCspReader::EnterStatus(int status)
 {
     readerStatus = status;
     readerCounter = 0;
@@ -192,17 +166,43 @@ void TCspReader::ResetCounters()
     flashModeCounter = 0;
 }
 
+bool TCspReader::IsSilent() const
+{
+    return readerCounter > kSilenceLimit;
+}
+
+// In Connect.
+bool TCspReader::IsFlashModeDue() const
+{
+    return flashModeCounter == 0;
+}
+
+// In Transfer, on the last record of a block.
+bool TCspReader::IsBlockUnasked() const
+{
+    return flashModeCounter == 0;
+}
+
+void TCspReader::AskForStatus(TMidiCom* midi, TZaurusCom* zaurus)
+{
+    Trace("Send Flash Mode TCspReader Update\n");
+    SendFlashMode(midi, kReadFlashMode);
+    usleep(kFlashModeWait);
+    SendLine(midi, kAskStatus);
+    TellController(zaurus, "Connecting to CSP\n");
+}
+
 void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
 {
     if (line.BeginsWith("Status:Flash Idle")) {
-        readerStatus = Request;
+        readerStatus = Status::Request;
         ResetCounters();
         Trace("Status:Flash Idle\n");
         return;
     }
     // The CSP is in the middle of something: break it off, and ask again with the next step.
     ++errorCounter;
-    Cancel(midi);
+    SendLine(midi, kAskToCancel);
     flashModeCounter = 0;
     Trace("Canceled\n");
 }
@@ -210,35 +210,41 @@ void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
 void TCspReader::OnRequestAnswer(const ConsoleLine& line)
 {
     if (line.BeginsWith("Start READ"))
-        EnterStatus(StartData);
+        EnterStatus(Status::StartData);
     else
         ++errorCounter;
 }
 
 void TCspReader::OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line)
 {
-    const int result = hexFile->CheckIntelHex(line.Text());
-    if (result > 0) {
-        Trace((TSString("Recive ") + line.Text() + "\n").c_str());
-        Cancel(midi);
-        readerStatus = Failed;
-        return;
+    switch (hexFile->CheckIntelHex(line.Text())) {
+    case THexFile::Accepted: return OnAccepted(midi, zaurus, hexFile->GetNextAddress());
+    case THexFile::LastAccepted: readerStatus = Status::Finished; return;
+    default: return OnRefused(midi, line);
     }
-    if (result < 0) {
-        readerStatus = Finished;
-        return;
-    }
-    const std::uint32_t address = hexFile->GetNextAddress();
-    if (address % kBlockSize != 0) {
+}
+
+// Nearly every record ends inside a block, and nothing follows from it.
+void TCspReader::OnAccepted(TMidiCom* midi, TZaurusCom* zaurus, std::uint32_t address)
+{
+    if (address % kReadBlock != 0) {
         flashModeCounter = 0;
         return;
     }
     AskForMore(midi, address);
     if (address != lastAddress) {
-        Trace((TSString("NEXT   :") + UIntToSHex(address, kAddressDigits) + "\n").c_str());
+        Trace((TSString(kAskNext) + UIntToSHex(address, kAddressDigits) + "\n").c_str());
         lastAddress = address;
     }
-    TellProgress(zaurus, address);
+    ReportProgress(zaurus, address);
+}
+
+// Any line that is no record ends the read, an answer that has come too late, too.
+void TCspReader::OnRefused(TMidiCom* midi, const ConsoleLine& line)
+{
+    Trace((TSString("Recive ") + line.Text() + "\n").c_str());
+    SendLine(midi, kAskToCancel);
+    readerStatus = Status::Failed;
 }
 
 // Asks for the next block, once for an address: a base record at a 64 KiB boundary leaves the
@@ -247,15 +253,15 @@ void TCspReader::AskForMore(TMidiCom* midi, std::uint32_t address)
 {
     if (address >= readEnd || address == readStart)
         return;
-    if (flashModeCounter % kFlashModeEvery == 0)
-        SendLine(midi, "NEXT   :");
+    if (IsBlockUnasked())
+        SendLine(midi, kAskNext);
     CountFlashMode(flashModeCounter);
 }
 
-void TCspReader::TellProgress(TZaurusCom* zaurus, std::uint32_t address) const
+void TCspReader::ReportProgress(TZaurusCom* zaurus, std::uint32_t address) const
 {
-    const auto start = static_cast<std::uint32_t>(readStart);
-    const std::uint32_t size = static_cast<std::uint32_t>(readEnd) - start;
+    const std::uint32_t start = readStart & kAddressMask;
+    const std::uint32_t size = (readEnd & kAddressMask) - start;
     if (size == 0)
         return;
     const std::uint32_t percent = 100U * (address - start) / size;

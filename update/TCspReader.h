@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "Console.h"
 #include "THexFile.h"
 #include "TMidiCom.h"
 #include "TZaurusCom.h"
+#include "UnitPaths.h"
 
 // The read-back: reads the CSP's parameter flash over the console and saves it as an Intel HEX
 // file. It has no thread and no timer of its own. The loop of the server calls a step once per pass
@@ -17,14 +19,15 @@
 // Nothing is written to disk before the last record has been accepted.
 class TCspReader {
 public:
-    TCspReader();
-    ~TCspReader();
+    TCspReader() = default;
+    ~TCspReader() = default;
     TCspReader(const TCspReader&) = delete;
     TCspReader& operator=(const TCspReader&) = delete;
 
-    // The range, `end` being the address behind its last byte, and the file to save to. An empty
-    // file name stands for csp_param.hex in the working directory, and so does one over 255
-    // characters: it isn't cut.
+    // The file to save to; an empty name stands for csp_param.hex in the working directory, and so
+    // does one over 255 characters: it isn't cut. The range, `end` being the address that follows
+    // its last byte, is stored and never reaches the CSP: the request sets it to all of the
+    // parameter flash, and that is what every read covers.
     void SetReaderParameter(unsigned long start, unsigned long end, const char* file);
 
     // Starts a read with status 0 and an empty image.
@@ -40,36 +43,45 @@ public:
     void IncReaderCounter();
 
     // One step. 1: call again on the next pass, also when no read is running; 0: finished and
-    // saved; -1: failed. The status stays as it is behind the end.
+    // saved; -1: failed. After its end a read keeps its status.
     int UpdateStatus(TMidiCom* midi, TZaurusCom* zaurus);
 
     // One console line, ending in CR LF and a NUL. `length` isn't needed.
     void GetCSPMessage(TMidiCom* midi, TZaurusCom* zaurus, const char* message, int length);
 
 private:
-    static constexpr int kFileNameSize = 256;
+    Step TakeStep(TMidiCom* midi, TZaurusCom* zaurus);
+    Step StepConnect(TMidiCom* midi, TZaurusCom* zaurus);
+    Step StepRequest(TMidiCom* midi, TZaurusCom* zaurus);
+    Step StepStartData(TMidiCom* midi);
+    Step StepTransfer(TMidiCom* midi);
+    Step StepFinished();
+    Step EndOfStep(TMidiCom* midi) const;
+    static Step GiveUp(TMidiCom* midi);
 
-    void StepConnect(TMidiCom* midi, TZaurusCom* zaurus);
-    bool StepRequest(TMidiCom* midi, TZaurusCom* zaurus);
-    void StepStartData(TMidiCom* midi);
-    bool StepTransfer(TMidiCom* midi);
-    void StepFinished();
-
-    void EnterStatus(ConsoleStatus status);
+    void EnterStatus(int status);
     void ResetCounters();
+    bool IsSilent() const;
+    bool IsFlashModeDue() const;
+    bool IsBlockUnasked() const;
+    void AskForStatus(TMidiCom* midi, TZaurusCom* zaurus);
+
     void OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line);
     void OnRequestAnswer(const ConsoleLine& line);
     void OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
+    void OnAccepted(TMidiCom* midi, TZaurusCom* zaurus, std::uint32_t address);
+    void OnRefused(TMidiCom* midi, const ConsoleLine& line);
     void AskForMore(TMidiCom* midi, std::uint32_t address);
-    void TellProgress(TZaurusCom* zaurus, std::uint32_t address) const;
+    void ReportProgress(TZaurusCom* zaurus, std::uint32_t address) const;
 
-    THexFile* hexFile;
-    unsigned long readStart;
-    unsigned long readEnd;
-    char fileName[kFileNameSize];
-    int readerStatus;
-    int readerCounter;
-    int errorCounter;
-    int flashModeCounter;
-    unsigned long lastAddress;
+    std::unique_ptr<THexFile> hexFile = std::make_unique<THexFile>();  // gathers the records
+    unsigned long readStart = 0;                                       // first address of the read
+    unsigned long readEnd = 0;                                         // follows its last address
+    char fileName[kPathSize] = {};    // to save to; empty for the default
+    int readerStatus = Status::Idle;  // a Status
+    int readerCounter = 0;            // seconds of silence; a wait ends above 30
+    int errorCounter = 0;             // unwanted answers; a read ends above 1,024
+    int flashModeCounter = 0;         // in Connect the steps since flash mode went out; in
+                                      // Transfer the records that ended on the present block
+    unsigned long lastAddress = 0;    // the latest that standard output shows
 };

@@ -1,11 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "Console.h"
 #include "THexFile.h"
 #include "TMidiCom.h"
+#include "TSString.h"
 #include "TZaurusCom.h"
+#include "UnitPaths.h"
+
+class ReadSet;
 
 // The firmware update: writes an Intel HEX image into the CSP's flash, row by row as the file has
 // it. It has no thread and no timer of its own. The loop of the mode calls a step once per pass and
@@ -16,14 +21,19 @@
 //
 // In update mode (Initialize, Run) the object owns its links, reports on standard output and in the
 // update log, and restarts once after "Failed". In the server it gets the links with each call and
-// reports to the controller; an image comes in through a search.
+// reports to the controller; an image comes in through a search. Names with "Diag" are the
+// server's.
+//
+// The sources: TUpdater.cpp searches and loads, TUpdaterRows.cpp sends the image, TUpdaterSteps.cpp
+// has the steps, TUpdaterAnswers.cpp what the answers do, TUpdaterRun.cpp the update that runs
+// alone.
 class TUpdater {
 public:
-    // Room for a path or a version text, its NUL included.
-    static constexpr int kTextSize = 256;
+    // Room for the time stamp of a file of any year, its NUL included.
+    static constexpr int kStampSize = 64;
 
-    TUpdater();
-    ~TUpdater();
+    TUpdater() = default;
+    ~TUpdater() = default;  // image, MIDI link and controller's link, in this order
     TUpdater(const TUpdater&) = delete;
     TUpdater& operator=(const TUpdater&) = delete;
 
@@ -48,13 +58,13 @@ public:
     // Counts one timeout of the server's loop, 10 seconds of silence.
     void IncUpdateCounter();
 
-    // One step. 1: call again on the next pass; 0: finished; -1: failed. The status stays as it is
-    // behind the end. UpdateStatus serves update mode, UpdateStatusDiag the server.
+    // One step. 1: call again on the next pass; 0: finished; -1: failed. After its end an update
+    // keeps its status. UpdateStatus serves update mode, UpdateStatusDiag the server.
     int UpdateStatus();
     int UpdateStatusDiag(TMidiCom* midi, TZaurusCom* zaurus);
 
     // Sends rows from `address` on (a seek first, unless sending has got just there) until the
-    // address behind a row is a multiple of `blockSize`, or to the last row.
+    // address that follows a row is a multiple of `blockSize`, or to the last row.
     void SendIntelHex(TMidiCom* midi, unsigned long address, int blockSize);
 
     // One answer line of the CSP, `length` its strlen. The first serves update mode, the second the
@@ -63,69 +73,108 @@ public:
     void GetCSPMessageDiag(TMidiCom* midi, TZaurusCom* zaurus, const char* message, int length);
 
     // Looks for a firmware file on the media, USB before CD before floppy, and loads the first that
-    // exists. `version` gets its version text and has room for 256 bytes. 0, or -1 when there is
-    // none or it can't be loaded.
+    // exists. `version` gets its version text and has room for THexFile::kVersionSize bytes. 0, or
+    // -1 when there is none or it can't be loaded.
     int SearchUpdateHex(char* version);
 
     // Loads the parameter file from the unit's disk. `stamp` gets its time of modification, as in
-    // (2004/3/5/09:07), and has room for 256 bytes. 0 or -1.
+    // (2004/3/5/09:07), and has room for kStampSize bytes. 0 or -1.
     int SearchParameterHex(char* stamp);
 
     // Loads a file in place of the present image, which is gone whatever happens. `version` gets
-    // the version text (256 bytes of room), unless it is null. Starts nothing. 0 or -1.
+    // the version text (THexFile::kVersionSize bytes of room), unless it is null. Starts nothing.
+    // 0 or -1.
     int LoadIntelHex(const char* path, char* version);
 
 private:
-    // Where an answer came from: the modes differ in links, texts and a few rules.
+    // The mode that an answer came in, and its links.
     struct Setting {
         bool inServer;
         TMidiCom* midi;
         TZaurusCom* zaurus;  // null in update mode
     };
+    using Action = void (TUpdater::*)(const Setting& setting, const ConsoleLine& line);
 
+    // A row of the answers that an update understands.
+    struct Answer;
+    static const Answer kAnswers[];
+
+    // Search and load.
     bool StoreFileName(const char* path);
-    bool OpenMidi();
-    void ReadAnswers(char* buffer);
-    void DropImage();
     int ExpandAndLoad(const char* source, char* version);
 
-    void StepConnect();
-    bool StepRequest();
-    void StepStartData();
-    bool StepTransfer();
-    void StepFinished();
-    int StepFailed();
-    void RenameImage();
-
-    void EnterStatus(ConsoleStatus status);
-    void AskForWrite(TMidiCom* link);
-    void BeginData(TMidiCom* link);
-
+    // The sender of rows.
     bool TrackRow();
-    void Seek(std::uint32_t address);
+    void GoToFirstRow();
+    void Seek(unsigned long address);
     bool SendRow(TMidiCom* link);
     void SendRowWithItsBase(TMidiCom* link);
 
-    void OnAnswer(const Setting& setting, const char* message, int length);
-    void OnTransferAnswer(const Setting& setting, const ConsoleLine& line, int length);
-    void OnOk(const Setting& setting, const ConsoleLine& line);
-    void OnRefused(const Setting& setting, const ConsoleLine& line);
-    void OnClosing(const Setting& setting, const char* trace);
-    void TellProgress(TZaurusCom* controller, std::uint32_t address) const;
+    // The steps.
+    Step TakeStep();
+    Step TakeStepDiag(const Setting& setting);
+    Step StepConnect();
+    Step StepConnectDiag(const Setting& setting);
+    Step StepRequest();
+    Step StepRequestDiag(const Setting& setting);
+    Step StepStartData();
+    Step StepStartDataDiag(const Setting& setting);
+    Step StepTransfer();
+    Step StepTransferDiag();
+    Step StepFinished();
+    Step StepFailed();
+    Step EndOfStep();
+    Step EndOfStepDiag();
+    Step GiveUp(const char* text);
 
-    TZaurusCom* zaurus;
-    TMidiCom* midi;
-    THexFile* hexFile;
-    bool renameFile;
-    char hexFileName[kTextSize];
-    unsigned long upperAddress;
-    int lineIndex;
-    bool sending;
-    int retryCount;
-    unsigned long sendedAddress;
-    unsigned long ngAddress;
-    int updateStatus;
-    int updateCounter;
-    int errorCounter;
-    int flashModeCounter;
+    void EnterStatus(int status);
+    bool IsSilent() const;
+    void AskForWrite(TMidiCom* link);
+    void BeginData(TMidiCom* link);
+
+    // What the answers do.
+    void TakeAnswer(const Setting& setting, const char* message, int length);
+    void OnIdle(const Setting& setting, const ConsoleLine& line);
+    void OnIdleDiag(const Setting& setting, const ConsoleLine& line);
+    void OnReady(const Setting& setting, const ConsoleLine& line);
+    void OnOk(const Setting& setting, const ConsoleLine& line);
+    void OnOkDiag(const Setting& setting, const ConsoleLine& line);
+    void OnNg(const Setting& setting, const ConsoleLine& line);
+    void OnNgDiag(const Setting& setting, const ConsoleLine& line);
+    void OnAlive(const Setting& setting, const ConsoleLine& line);
+    void OnEnd(const Setting& setting, const ConsoleLine& line);
+    void OnEndDiag(const Setting& setting, const ConsoleLine& line);
+    void OnFinished(const Setting& setting, const ConsoleLine& line);
+    void OnFinishedDiag(const Setting& setting, const ConsoleLine& line);
+    void OnFailed(const Setting& setting, const ConsoleLine& line);
+    void OnFailedDiag(const Setting& setting, const ConsoleLine& line);
+    void SendRefused(TMidiCom* link, unsigned long address);
+    void ReportProgress(TZaurusCom* controller, std::uint32_t address) const;
+
+    // The update that runs alone.
+    bool LoadFile(const char* fileName);
+    bool OpenMidi();
+    bool ConnectPatcher(const char* connected, const char* refused, const char* trace);
+    void WaitForAnswers(ReadSet& set);
+    void RenameImage();
+    TSString VersionedName() const;
+    static bool ReportFailure(const char* logged, const char* trace);
+    static void Log(const char* text);
+    static void PrintAndLog(const char* text);
+
+    std::unique_ptr<TZaurusCom> zaurus;  // in update mode; opens nothing
+    std::unique_ptr<TMidiCom> midi;      // in update mode
+    std::unique_ptr<THexFile> hexFile;   // null when no image is loaded
+    bool renameFile = false;             // after a finished update; in update mode
+    char hexFileName[kPathSize] = {};    // of the image; empty when its path didn't fit
+    unsigned long upperAddress = 0;      // upper 16 bits of the rows' addresses, the others 0
+    int lineIndex = 0;                   // of the next row
+    bool sending = false;                // rows are left to be sent
+    int retryCount = 0;                  // restarts after "Failed", of which there is one
+    unsigned long sendedAddress = 0;     // follows the last row that was sent or passed
+    unsigned long ngAddress = 0;         // of the latest "NG"; 0 when none is pending
+    int updateStatus = Status::Idle;     // a Status
+    int updateCounter = 0;               // seconds of silence; a wait ends above 30
+    int errorCounter = 0;                // unwanted answers; an update ends above 1,024
+    int flashModeCounter = 0;            // steps of Connect; flash mode is due at 0; in update mode
 };

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Console.h"
 #include "OwnUnit.h"
 #include "Patcher.h"
 #include "Peer.h"
@@ -12,6 +13,7 @@
 #include "TZaurusCom.h"
 #include "TempDir.h"
 
+using namespace Status;
 using Lines = std::vector<std::string>;
 
 // The links of a machine with the CSP and the controller at their other ends. One at a time.

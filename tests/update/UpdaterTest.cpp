@@ -417,7 +417,7 @@ TEST(Updater, HasAnImageUntilTheNextLoadOrTheEndOfAnUpdate)
     const TempDir dir;
     const std::string longest = std::string(255 - dir.Path().size() - 1, 'x');
     const std::string image = HexText(std::string(0x400, 'x') + "V1.2", 16, "\n");
-    char version[TUpdater::kTextSize] = {};
+    char version[THexFile::kVersionSize] = {};
     TUpdater updater;
     EXPECT_FALSE(updater.SetUpdateStatus(Connect));
     EXPECT_EQ(updater.UpdateStatusDiag(nullptr, nullptr), 1) << "idle";

@@ -1,0 +1,159 @@
+// The update that runs alone, with links of its own.
+
+#include "TUpdater.h"
+
+#include <cstdio>
+#include <string_view>
+
+#include <unistd.h>
+
+#include "Log.h"
+#include "Path.h"
+#include "PciDsp.h"
+#include "ReadSet.h"
+#include "Trace.h"
+
+namespace {
+
+constexpr int kLogLinesKept = 50;
+constexpr int kNoFile = -1;
+constexpr int kNoPatcher = -3;
+constexpr int kPassWait = 1;  // seconds of one wait
+
+}  // namespace
+
+int TUpdater::Initialize(bool rename, int port, const char* fileName, int connecttype)
+{
+    zaurus = std::make_unique<TZaurusCom>();
+    midi = std::make_unique<TMidiCom>();
+    hexFile = std::make_unique<THexFile>();
+    renameFile = rename;
+    zaurus->SetPortNo(port);
+    if (!LoadFile(fileName))
+        return kNoFile;
+
+    // A failure of the link doesn't keep the piano side off.
+    midi->Set_connecttype(connecttype);
+    const bool isOpen = OpenMidi();
+    Log(PciDsp_setPiano(1) < 0 ? "Open PciDsp - NG\n" : "Open PciDsp - OK\n");
+    EnterStatus(Status::Connect);
+    retryCount = 0;
+    if (isOpen) {
+        Log("CSP Updater Initialize - OK\n");
+        return 0;
+    }
+    Trace((TSString("Error:") + TSString(kNoPatcher) + "\n").c_str());
+    Log((TSString("Update Error No.") + TSString(kNoPatcher) + "\n").c_str());
+    sleep(kRetryWait);
+    return kNoPatcher;
+}
+
+int TUpdater::Run()
+{
+    for (;;) {
+        // The set is older than the step, which may lose the link: a wait then fails once.
+        ReadSet set;
+        set.Add(midi->GetMidiDescriptor());
+        const Step step = TakeStep();
+        if (step == Step::GoesOn) {
+            WaitForAnswers(set);
+            continue;
+        }
+        Log("Rebooting CSP...5sec\n");
+        RestartPiano();
+        return ToInt(step);
+    }
+}
+
+bool TUpdater::LoadFile(const char* fileName)
+{
+    const bool nameFits = StoreFileName(fileName);
+    ResetLogFile(kUpdateLog, kLogLinesKept);
+    Log("CSP Updater Start Now.\n");
+    if (!nameFits || !hexFile->LoadFromFile(hexFileName)) {
+        Trace("No Update File!\n");
+        return false;
+    }
+    const TSString version = TSString("CSP File Version: ") + hexFile->versionText + "\n";
+    version.Print(false);
+    Log(version.c_str());
+    return true;
+}
+
+// The second attempt is for a MIDI Patcher that starts later than this program.
+bool TUpdater::OpenMidi()
+{
+    if (midi->SetMidiDescriptor(kMidiPatcherSocket) >= 0)
+        return ConnectPatcher("Open MIDI Patcher - OK1\n", "Open MIDI Patcher - NG1\n",
+                              "Connect i2c error2\n");
+    Log("Open MIDI Patcher - NG1\n");
+    sleep(kRetryWait);
+    if (midi->SetMidiDescriptor(kMidiPatcherSocket) < 0)
+        return ReportFailure("Open MIDI Patcher - NG2\n", "Open i2c error\n");
+    return ConnectPatcher("Open MIDI Patcher - OK2\n", "Open MIDI Patcher - NG2\n",
+                          "Connect i2c error\n");
+}
+
+bool TUpdater::ConnectPatcher(const char* connected, const char* refused, const char* trace)
+{
+    if (!midi->Connect_i2cserver())
+        return ReportFailure(refused, trace);
+    Log(connected);
+    return true;
+}
+
+// Only a second without anything from the link counts as silence.
+void TUpdater::WaitForAnswers(ReadSet& set)
+{
+    const int ready = set.Wait(kPassWait);
+    if (ready == 0) {
+        ++updateCounter;
+        Trace((TSString("Update Counter Inc 1+ ") + TSString(updateCounter) + "\n").c_str());
+    }
+    if (ready <= 0 || !set.Has(midi->GetMidiDescriptor()))
+        return;
+    char buffer[TMidiCom::kMaxMessage];
+    char* lines[TMidiCom::kMaxLines];
+    const int count = midi->ReadConsoleMessage2(buffer, lines, TMidiCom::kMaxLines);
+    for (int i = 0; i < count; ++i)
+        GetCSPMessage(lines[i], static_cast<int>(std::string_view(lines[i]).size()));
+}
+
+void TUpdater::RenameImage()
+{
+    const bool isRenamed = rename(hexFileName, VersionedName().c_str()) == 0;
+    Trace(isRenamed ? "Rename OK\n" : "Rename NG\n");
+    Log(isRenamed ? "Update File Renamed\n" : "Update File Rename Error\n");
+}
+
+// The image's version as a name in the image's directory.
+TSString TUpdater::VersionedName() const
+{
+    TSString name(hexFile->versionText);
+    name.Strip("/\\. ");
+    name += ".hex";
+    const TSString directory = ExtractFileDirSX(hexFileName);
+    // A bare name has no directory and comes back as it is. So does one that ends in a separator
+    // that belongs to the directory, ":".
+    const bool endsInColon = std::string_view(hexFileName).back() == ':';
+    const bool isBare = directory == hexFileName && !endsInColon;
+    return directory == "" || isBare ? name : directory + "/" + name;
+}
+
+bool TUpdater::ReportFailure(const char* logged, const char* trace)
+{
+    Log(logged);
+    Trace(trace);
+    return false;
+}
+
+void TUpdater::Log(const char* text)
+{
+    AddLogFile(kUpdateLog, text);
+}
+
+void TUpdater::PrintAndLog(const char* text)
+{
+    Trace(text);
+    Log(text);
+}
