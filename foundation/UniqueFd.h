@@ -11,15 +11,15 @@ constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK;
 class UniqueFd {
 public:
     explicit UniqueFd(int owned) : descriptor(owned) {}
-    ~UniqueFd() { Reset(-1); }
+    ~UniqueFd() { Reset(); }
     UniqueFd(const UniqueFd&) = delete;
     UniqueFd& operator=(const UniqueFd&) = delete;
 
     explicit operator bool() const { return descriptor >= 0; }
     int Get() const { return descriptor; }
 
-    // Closes the descriptor and owns `next` in its place.
-    void Reset(int next)
+    // Closes the descriptor and owns `next` in its place, by default nothing.
+    void Reset(int next = -1)
     {
         if (descriptor >= 0)
             close(descriptor);

@@ -7,22 +7,23 @@
 #include "UniqueFd.h"
 #include "UnitPaths.h"
 
-static constexpr unsigned long kSetParameter = 33;  // the driver's one request, a plain number
+static constexpr unsigned long kSetParameter = 33;
+static constexpr unsigned kParameterShift = 8;
 static constexpr unsigned long kPianoPower = 12;
-static constexpr unsigned kOffTime = 5;  // seconds
+static constexpr unsigned kOffTime = 5;  // seconds; the CSP forgets everything in them
 
 int set_qmparam(unsigned long parameter, int value)
 {
     const UniqueFd device(open(kPianoPowerDevice, O_RDWR | O_CLOEXEC));
     if (!device)
         return device.Get();
-    // The driver takes the number itself, not a pointer to it.
-    const unsigned long argument = (parameter << 8U) | static_cast<unsigned long>(value);
+    const unsigned long argument = parameter << kParameterShift | value;
     return ioctl(device.Get(), kSetParameter, argument);
 }
 
 int PciDsp_setPiano(int on)
 {
+    // Any number but 0 means on, and the driver knows only 1.
     return set_qmparam(kPianoPower, on != 0 ? 1 : 0);
 }
 

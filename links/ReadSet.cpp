@@ -1,5 +1,6 @@
 #include "ReadSet.h"
 
+// A set is an array of bits, and its macros test no index.
 static bool FitsSelect(int descriptor)
 {
     return descriptor >= 0 && descriptor < FD_SETSIZE;
@@ -23,6 +24,7 @@ int ReadSet::Wait(int seconds)
 {
     timeval timeout = {};
     timeout.tv_sec = seconds;
+    // The first argument is a count of numbers from 0 on, so one more than the highest.
     return select(highest + 1, &descriptors, nullptr, nullptr, &timeout);
 }
 

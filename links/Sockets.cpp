@@ -2,7 +2,7 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
+#include <string_view>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -22,15 +22,34 @@ constexpr int kNotListening = -3;
 constexpr int kBacklog = 1;  // one controller at a time
 
 // Fills a cleared address. False when the path doesn't fit with its NUL.
-bool MakeAddress(const char* path, sockaddr_un& address)
+bool MakeAddress(std::string_view path, sockaddr_un& address)
 {
     address = {};
     address.sun_family = AF_UNIX;
-    const std::size_t length = std::strlen(path);
-    if (length >= sizeof(address.sun_path))
+    if (path.size() >= sizeof(address.sun_path))
         return false;
-    std::memcpy(address.sun_path, path, length);
+    path.copy(address.sun_path, path.size());
     return true;
+}
+
+// What the system's calls take for an address of any family.
+template <typename Address>
+const sockaddr* AnyAddress(const Address& address)
+{
+    return reinterpret_cast<const sockaddr*>(&address);
+}
+
+// The descriptor leaves `made` when it listens.
+template <typename Address>
+int ListenAt(UniqueFd& made, const Address& address, const char* failure)
+{
+    if (bind(made.Get(), AnyAddress(address), sizeof(address)) < 0)
+        return kNotAttached;
+    if (listen(made.Get(), kBacklog) < 0) {
+        Trace(failure);
+        return kNotListening;
+    }
+    return made.Release();
 }
 
 }  // namespace
@@ -44,7 +63,7 @@ int mkclisocUNIX(const char* path)
     sockaddr_un address;
     if (!MakeAddress(path, address))
         return kNotAttached;
-    if (connect(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
+    if (connect(made.Get(), AnyAddress(address), sizeof(address)) < 0)
         return kNotAttached;
     return made.Release();
 }
@@ -54,6 +73,7 @@ int mkservsocINET(int port)
     UniqueFd made(socket(AF_INET, SOCK_STREAM, 0));
     if (!made)
         return kNotMade;
+    // A server that is started again finds the connections of the last one still in the kernel.
     const int on = 1;
     if (setsockopt(made.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0)
         return kNotMade;
@@ -62,18 +82,12 @@ int mkservsocINET(int port)
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
-        return kNotAttached;
-    if (listen(made.Get(), kBacklog) < 0) {
-        Trace("listen client error\n");
-        return kNotListening;
-    }
-    return made.Release();
+    return ListenAt(made, address, "listen client error\n");
 }
 
 int mkservsocUNIX(const char* path)
 {
-    // First of all: what lies at a path that can't be bound has no reason to go.
+    // First of all: what is at a path that can't be bound has no reason to go.
     sockaddr_un address;
     if (!MakeAddress(path, address))
         return kNotAttached;
@@ -82,18 +96,12 @@ int mkservsocUNIX(const char* path)
     UniqueFd made(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!made)
         return kNotMade;
-
-    if (bind(made.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0)
-        return kNotAttached;
-    if (listen(made.Get(), kBacklog) < 0) {
-        Trace("listen server error\n");
-        return kNotListening;
-    }
-    return made.Release();
+    return ListenAt(made, address, "listen server error\n");
 }
 
 int rmUNIXsoc(const char* path)
 {
+    // Somebody else may remove it between the two calls, which is as good.
     struct stat found = {};
     if (stat(path, &found) < 0)
         return errno == ENOENT ? 0 : -1;
@@ -105,5 +113,6 @@ int rmUNIXsoc(const char* path)
 long WriteSocket(int descriptor, const void* bytes, std::size_t length)
 {
     const long sent = send(descriptor, bytes, length, MSG_NOSIGNAL);
+    // A pipe or a terminal has no send.
     return sent < 0 && errno == ENOTSOCK ? write(descriptor, bytes, length) : sent;
 }

@@ -1,9 +1,10 @@
 #pragma once
 
-// The makers of the system's stream sockets. Each returns a blocking descriptor, which the caller
-// closes, or a negative result with no descriptor left open.
-
 #include <cstddef>
+
+// The makers of the system's stream sockets. Each returns a blocking descriptor, which the caller
+// owns, or a negative result with no descriptor left open. Nothing here retries; when to try again
+// is the caller's decision. mkservsocUNIX and rmUNIXsoc are for the unit's other programs.
 
 // A socket connected to the UNIX address `path`. -1: not created; -2: not connected, also when the
 // path is too long for an address (a cut path would be another one).
@@ -13,12 +14,13 @@ int mkclisocUNIX(const char* path);
 // prepared; -2: not bound; -3: not listening, which is also printed.
 int mkservsocINET(int port);
 
-// A socket that listens at the UNIX address `path`, backlog 1. What lies at the path is removed
-// first, whatever it is. -1: the path can't be cleared, or the socket not created; -2: not bound,
-// also when the path is too long; -3: not listening, which is also printed.
+// A socket that listens at the UNIX address `path`, backlog 1. Whatever is at the path is removed
+// first. -1: the path can't be cleared, or the socket not created; -2: not bound, also when the
+// path is too long; -3: not listening, which is also printed.
 int mkservsocUNIX(const char* path);
 
-// Removes what lies at `path`. 0 when nothing is there now, or nothing that `stat` finds, else -1.
+// Removes whatever is at `path`. 0 when nothing is there now, or nothing that `stat` finds, else
+// -1.
 int rmUNIXsoc(const char* path);
 
 // One write of `length` bytes to a connected socket. A peer that has gone shows as -1 and never as

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -12,89 +12,126 @@
 
 namespace {
 
-constexpr unsigned char kEscape = 0xFE;
-constexpr unsigned char kBlockEnd = 0xFF;
+// Stuffing.
+constexpr char kEscape = '\xFE';
+constexpr char kBlockEnd = '\xFF';
 
-constexpr unsigned char kFrameStart[] = {0xE2, 0xE0};  // of an outgoing frame
-constexpr unsigned char kFrameMark = 0x06;
+// What the frames of both directions share.
+constexpr int kDataSize = 5;
+constexpr char kFrameMark = 0x06;
+
+// An outgoing frame.
+constexpr char kFrameStart[] = {'\xE2', '\xE0'};
 constexpr int kOutFrameSize = 10;
 constexpr int kStuffedFrameSize = 2 * kOutFrameSize + 2;
-constexpr int kDataSize = 5;
 
 // Where the fields of an incoming frame stand.
 constexpr int kPeerAt = 1;
 constexpr int kMarkAt = 2;
 constexpr int kKindAt = 3;
-constexpr int kDataAt = 4;
-constexpr int kInFrameSize = kDataAt + kDataSize;
+constexpr int kDataAt = TMidiCom::kInFrameSize - kDataSize;
+constexpr int kKindFromTheEnd = TMidiCom::kInFrameSize - kKindAt;
 
-constexpr unsigned char kKindMidi = 0xC0;
-constexpr unsigned char kKindMidiAlternate = 0x80;
-constexpr unsigned char kKindMidiLow = 0x34;
-constexpr unsigned char kKindConsole = 0x30;
-constexpr unsigned char kLengthMask = 0x07;
-constexpr unsigned char kLineEnd = 0x07;  // in the place of the length
+// Kind bytes.
+constexpr int kKindMidi = 0xC0;
+constexpr int kKindMidiAlternate = 0x80;
+constexpr int kKindMidiLow = 0x34;
+constexpr int kKindConsole = 0x30;
+constexpr int kKindMask = 0xF0;
+constexpr int kLengthMask = 0x07;
+constexpr int kLineEnd = 0x07;  // in the place of the length
 
-constexpr int kMessageWait = 5;     // seconds of silence inside a message
-constexpr int kKindFromTheEnd = 6;  // where the last frame's kind byte stands
+constexpr int kMessageWait = 5;  // seconds of silence inside a message
 // Bytes on the socket beyond which a message must have ended: a doubled FE and a block's end for
-// each of its bytes. A peer that sends nothing but block ends would hold the process forever.
+// each of its bytes. A peer that sends nothing but block ends would keep the process forever.
 constexpr int kMaxRaw = 4 * TMidiCom::kMaxMessage;
 
-constexpr int kLineEndSize = 3;  // CR, LF and NUL
+constexpr char kCrLf[] = "\r\n";
+constexpr int kLineEndSize = sizeof kCrLf;  // with its NUL
 
+// As the byte that it is: a char may be negative.
 unsigned char Byte(char c)
 {
-    return static_cast<unsigned char>(c);
+    return c;
 }
 
-unsigned char MidiKind(int kind)
+// What doesn't fit a byte is dropped, as the bits of a channel that is too high.
+char LowByte(int value)
+{
+    return static_cast<char>(value);
+}
+
+int MidiKind(int kind)
 {
     if (kind == 0)
         return kKindMidi;
     return kind > 0 ? kKindMidiAlternate : kKindMidiLow;
 }
 
-// The number of text bytes that a frame of this kind announces: 7 ends a line, 0 is no text.
-int ConsoleCount(unsigned char kind)
-{
-    return (kind & 0xF0) == kKindConsole ? kind & kLengthMask : 0;
-}
-
-// A message ends with a frame whose kind byte has 7 in its low three bits.
+// A message ends with a frame whose kind byte has 7 in its low three bits. Where the frames begin
+// isn't looked at, so a message that is cut in the middle may end in a byte that looks the same.
 bool IsMessageComplete(const char* gathered, int count)
 {
     return count >= kKindFromTheEnd &&
            (Byte(gathered[count - kKindFromTheEnd]) & kLengthMask) == kLineEnd;
 }
 
+// The functions below take an incoming frame, or what is left of one at the end of a message that
+// was cut.
+
+bool IsHeadGood(std::string_view frame)
+{
+    if (frame.size() > kMarkAt && frame[kMarkAt] != kFrameMark)
+        return false;
+    if (frame.size() <= kPeerAt)
+        return true;
+    const int peer = Byte(frame[kPeerAt]);
+    return peer == TMidiCom::kPiano || peer == TMidiCom::kOther;
+}
+
+// The number of text bytes that the frame announces: 7 ends a line, 0 is no text.
+int ConsoleCount(std::string_view frame)
+{
+    if (frame.size() <= kKindAt)
+        return 0;
+    const int kind = Byte(frame[kKindAt]);
+    return (kind & kKindMask) == kKindConsole ? kind & kLengthMask : 0;
+}
+
+// As many of the `count` bytes as are there. A count of 6 is taken for 5.
+std::string_view TextOf(std::string_view frame, int count)
+{
+    if (frame.size() <= kDataAt)
+        return {};
+    return frame.substr(kDataAt, std::min(count, kDataSize));
+}
+
 }  // namespace
 
 TMidiCom::TMidiCom()
-    : midiDescriptor(-1), consoleText(), consoleLength(0), connecttype(0), carriedLine()
 {
     Trace("Init Midicom\n");
 }
 
+// The link closes after the trace.
 TMidiCom::~TMidiCom()
 {
     Trace("Delete Midicom\n");
-    if (midiDescriptor >= 0)
-        close(midiDescriptor);
 }
 
 int TMidiCom::GetMidiDescriptor() const
 {
-    return midiDescriptor;
+    return midiDescriptor.Get();
 }
 
 int TMidiCom::SetMidiDescriptor(const char* path)
 {
-    midiDescriptor = mkclisocUNIX(path);
-    if (midiDescriptor < 0)
+    midiDescriptor.Release();  // whoever has closed it may have given its number away
+    midiDescriptor.Reset(mkclisocUNIX(path));
+    if (!midiDescriptor)
         return -1;
     Trace("MIDI Alive\n");
-    return midiDescriptor;
+    return midiDescriptor.Get();
 }
 
 void TMidiCom::Set_connecttype(int type)
@@ -109,20 +146,14 @@ int TMidiCom::Get_connecttype() const
 
 bool TMidiCom::Connect_i2cserver()
 {
-    if (!IsConnecttypeGood() || midiDescriptor < 0)
+    if (!IsConnecttypeGood() || !midiDescriptor)
         return false;
-    const unsigned char sequence[] = {kEscape, static_cast<unsigned char>(connecttype)};
-    return WriteSocket(midiDescriptor, sequence, sizeof(sequence)) >= 0;
+    const char sequence[] = {kEscape, LowByte(connecttype)};
+    return WriteSocket(midiDescriptor.Get(), sequence, sizeof(sequence)) >= 0;
 }
 
 bool TMidiCom::WriteMidi(int kind, const unsigned char* group)
 {
-    if (midiDescriptor < 0)
-        return false;
-    if (!IsConnecttypeGood()) {
-        CloseLink();
-        return false;
-    }
     const unsigned char data[kDataSize] = {group[3], group[0], group[1], group[2], 0};
     return WriteFrame(MidiKind(kind), data);
 }
@@ -131,52 +162,38 @@ bool TMidiCom::WriteConsole(unsigned char channel, const char* text, int length)
 {
     if (length > kMaxMessage)
         return false;
-    if (!IsConnecttypeGood())
-        CloseLink();
-
-    const int base = kKindConsole | channel << 3;  // a channel too high loses its top bits below
+    // Nothing goes out any more once a frame has failed, so the last result is that of all.
+    const int base = kKindConsole | channel << 3;
     for (int sent = 0; sent < length; sent += kDataSize) {
         const int piece = std::min(kDataSize, length - sent);
         unsigned char data[kDataSize] = {};
-        std::memcpy(data, text + sent, static_cast<std::size_t>(piece));
-        WriteFrame(static_cast<unsigned char>(base | piece), data);
+        std::copy_n(text + sent, piece, data);
+        WriteFrame(base | piece, data);
     }
     const unsigned char nothing[kDataSize] = {};
-    return WriteFrame(static_cast<unsigned char>(base | kLineEnd), nothing);
+    return WriteFrame(base | kLineEnd, nothing);
 }
 
 int TMidiCom::ReadMessage(char* buf)
 {
-    char raw[kMaxMessage] = {};
-    char decoded[kMaxMessage] = {};
-    char gathered[kMaxMessage] = {};
+    // Clearing these for each message cost more than all other work on it. Each byte is written
+    // before it is read: only the `got` bytes of a read and the `count` bytes gathered are used.
+    char raw[kMaxMessage];
+    char gathered[kMaxMessage];
     int count = 0;
     int rawCount = 0;
-
-    while (!IsMessageComplete(gathered, count)) {
-        if (midiDescriptor < 0)
-            return -1;
-        ReadSet set;
-        set.Add(midiDescriptor);
-        // Silence inside a message is a failure: a read would wait as long as the peer likes.
-        if (set.Wait(kMessageWait) <= 0)
-            return -1;
-
-        const ssize_t got = read(midiDescriptor, raw, sizeof(raw));
-        if (got < 0)
-            return -1;
-        if (got == 0) {
-            CloseLink();
-            return 0;
-        }
-        const int added = Change_i2c2bin(raw, decoded, static_cast<int>(got));
-        rawCount += static_cast<int>(got);
+    do {
+        const int got = ReadPiece(raw);
+        if (got <= 0)
+            return got;
+        rawCount += got;
+        const int added = Change_i2c2bin(raw, raw, got);
         if (count + added > kMaxMessage || rawCount > kMaxRaw)
             return -1;
-        std::memcpy(gathered + count, decoded, static_cast<std::size_t>(added));
+        std::copy_n(raw, added, gathered + count);
         count += added;
-    }
-    std::memcpy(buf, gathered, static_cast<std::size_t>(count));
+    } while (!IsMessageComplete(gathered, count));
+    std::copy_n(gathered, count, buf);
     return count;
 }
 
@@ -184,35 +201,24 @@ int TMidiCom::ToConsole2(char* message, int length, char** lines, int capacity)
 {
     // A line that began in an earlier message may be longer than the frames read so far, so it has
     // a place of its own and never overtakes the frames that are still to be read.
-    bool carried = consoleLength > 0;
+    bool isCarried = consoleLength > 0;
+    char* place = message;  // of the next line that begins in this one
     int stored = 0;
-    int offset = 0;
 
-    // A message that was cut may end in a piece of a frame.
-    for (int start = 0; start < length; start += kInFrameSize) {
-        const char* const frame = message + start;
-        const int size = std::min(kInFrameSize, length - start);
-        if (size > kPeerAt && Byte(frame[kPeerAt]) != kPiano && Byte(frame[kPeerAt]) != kOther)
+    const std::string_view frames(message, std::max(length, 0));
+    for (std::size_t start = 0; start < frames.size(); start += kInFrameSize) {
+        const std::string_view frame = frames.substr(start, kInFrameSize);
+        if (!IsHeadGood(frame))
             return -1;
-        if (size > kMarkAt && Byte(frame[kMarkAt]) != kFrameMark)
-            return -1;
-        if (size <= kKindAt)
-            break;
-
-        const int textCount = ConsoleCount(Byte(frame[kKindAt]));
-        if (textCount != kLineEnd) {
-            AppendConsoleText(frame + kDataAt, std::min(textCount, size - kDataAt));
+        if (!TakeFrame(frame))
             continue;
-        }
-        EndConsoleLine();
         if (stored < capacity) {
-            char* line = carried ? carriedLine : message + offset;
-            std::memcpy(line, consoleText, static_cast<std::size_t>(consoleLength) + 1);
+            char* const line = isCarried ? carriedLine : place;
+            char* const end = StoreLine(line);
+            place = isCarried ? place : end;
             lines[stored++] = line;
-            if (!carried)
-                offset += consoleLength + 1;
         }
-        carried = false;
+        isCarried = false;
         consoleLength = 0;
     }
     return stored;
@@ -232,18 +238,20 @@ int TMidiCom::Change_bin2i2c(const char* in, char* out, int length) const
     int written = 0;
     for (int i = 0; i < length; ++i) {
         out[written++] = in[i];
-        if (Byte(in[i]) == kEscape)
+        if (in[i] == kEscape)
             out[written++] = in[i];
     }
-    out[written++] = static_cast<char>(kEscape);
-    out[written++] = static_cast<char>(kBlockEnd);
+    out[written++] = kEscape;
+    out[written++] = kBlockEnd;
     return written;
 }
 
+// Of two block ends in a row only the first is passed over: the second is an empty block, and a
+// peer that sends one is out of step, which its bytes then show.
 int TMidiCom::Change_i2c2bin(const char* in, char* out, int length) const
 {
-    const auto isAt = [in, length](int index, unsigned char value) {
-        return index < length && Byte(in[index]) == value;
+    const auto isAt = [in, length](int index, char value) {
+        return index < length && in[index] == value;
     };
     int written = 0;
     int i = 0;
@@ -254,7 +262,7 @@ int TMidiCom::Change_i2c2bin(const char* in, char* out, int length) const
             return written;
         const char byte = in[i++];
         out[written++] = byte;
-        if (Byte(byte) == kEscape && isAt(i, kEscape))
+        if (byte == kEscape && isAt(i, kEscape))
             ++i;
     }
 }
@@ -264,42 +272,61 @@ bool TMidiCom::IsConnecttypeGood() const
     return connecttype == kPiano || connecttype == kOther;
 }
 
-void TMidiCom::CloseLink()
-{
-    if (midiDescriptor >= 0)
-        close(midiDescriptor);
-    midiDescriptor = -1;
-}
-
 // Sends one frame with five data bytes. Quietly false on a link that is down.
-bool TMidiCom::WriteFrame(unsigned char kind, const unsigned char* data)
+bool TMidiCom::WriteFrame(int kind, const unsigned char* data)
 {
-    if (midiDescriptor < 0)
+    if (!midiDescriptor)
         return false;
-    unsigned char frame[kOutFrameSize] = {
-        kFrameStart[0], kFrameStart[1], static_cast<unsigned char>(connecttype), kFrameMark, kind};
-    std::memcpy(frame + kOutFrameSize - kDataSize, data, kDataSize);
+    // No peer would answer a frame with another type, so the owner is to see the link as lost.
+    if (!IsConnecttypeGood()) {
+        midiDescriptor.Reset();
+        return false;
+    }
+    char frame[kOutFrameSize] = {kFrameStart[0], kFrameStart[1], LowByte(connecttype), kFrameMark,
+                                 LowByte(kind)};
+    std::copy_n(data, kDataSize, frame + kOutFrameSize - kDataSize);
 
     char stuffed[kStuffedFrameSize];
-    const int length = Change_bin2i2c(reinterpret_cast<const char*>(frame), stuffed, kOutFrameSize);
-    if (WriteSocket(midiDescriptor, stuffed, static_cast<std::size_t>(length)) >= 0)
+    const int length = Change_bin2i2c(frame, stuffed, kOutFrameSize);
+    if (WriteSocket(midiDescriptor.Get(), stuffed, length) >= 0)
         return true;
-    CloseLink();
+    midiDescriptor.Reset();
     return false;
 }
 
-// Takes at most a frame's data. Drops what doesn't leave room for the line end.
-void TMidiCom::AppendConsoleText(const char* text, int count)
+// Makes one read of at most kMaxMessage bytes. The results are those of ReadMessage.
+int TMidiCom::ReadPiece(char* raw)
 {
-    const int room = kConsoleSize - kLineEndSize - consoleLength;
-    const int taken = std::min({count, kDataSize, room});
-    std::memcpy(consoleText + consoleLength, text, static_cast<std::size_t>(taken));
-    consoleLength += taken;
+    if (!midiDescriptor)
+        return -1;
+    ReadSet set;
+    set.Add(midiDescriptor.Get());
+    // Silence inside a message is a failure: a read would wait as long as the peer likes.
+    if (set.Wait(kMessageWait) <= 0)
+        return -1;
+    const ssize_t got = read(midiDescriptor.Get(), raw, kMaxMessage);
+    if (got == 0)
+        midiDescriptor.Reset();
+    return static_cast<int>(got);
 }
 
-void TMidiCom::EndConsoleLine()
+// Adds the text of a frame to the line; what doesn't leave room for the line end is dropped. True
+// when the frame ends the line.
+bool TMidiCom::TakeFrame(std::string_view frame)
 {
-    consoleText[consoleLength++] = '\r';
-    consoleText[consoleLength++] = '\n';
-    consoleText[consoleLength] = '\0';
+    const int count = ConsoleCount(frame);
+    if (count == kLineEnd)
+        return true;
+    const int room = kConsoleSize - kLineEndSize - consoleLength;
+    const std::string_view text = TextOf(frame, count);
+    consoleLength += static_cast<int>(text.copy(consoleText + consoleLength, room));
+    return false;
+}
+
+// Copies the line that is put together to `place`, with its line end and a NUL. Returns what
+// follows it.
+char* TMidiCom::StoreLine(char* place) const
+{
+    char* const end = std::copy_n(consoleText, consoleLength, place);
+    return std::copy_n(kCrLf, kLineEndSize, end);
 }

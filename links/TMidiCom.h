@@ -1,36 +1,47 @@
 #pragma once
 
-// The unit's side of the link to the MIDI Patcher, the process behind a UNIX stream socket through
-// which everything reaches the piano.
+#include <string_view>
+
+#include "UniqueFd.h"
+
+// The link to the MIDI Patcher, the process at the other end of a UNIX stream socket through which
+// everything reaches the piano and its CSP.
 //
-// Connect sequence, once, raw:   FE connecttype
+// Passive: the owner's loop watches GetMidiDescriptor() and calls ReadMessage() when it is
+// readable. A failed frame closes the link. Nothing here reopens it, knows what the console lines
+// mean, or writes to a log; all that is the owner's.
 //
-// Outgoing, one frame for each write (10 bytes, then stuffed):
+// After connecting, the two bytes FE connecttype go out once, as they are. All else is stuffed:
+// each FE is doubled, and FE FF ends a block.
 //
-//    0    1    2            3    4     5 .. 9
-//   +----+----+------------+----+------+-----------+
-//   | E2 | E0 | connecttype| 06 | kind | data[5]   |
-//   +----+----+------------+----+------+-----------+
+// An outgoing frame has ten bytes, is a block of its own and leaves in one write:
+//    0    1         2        3     4      5 .. 9
+//   +----+----+-------------+----+------+------------+   kind C0, 80, 34   a MIDI group:
+//   | E2 | E0 | connecttype | 06 | kind | five bytes |                     [3], [0], [1], [2], 0
+//   +----+----+-------------+----+------+------------+        31 .. 35     1 to 5 bytes of text
+//                                                             37           end of the line, zeros
+// An incoming frame has nine:
+//    0    1        2    3      4 .. 8
+//   +----+--------+----+------+------------+             kind 3n           n bytes of text, at most
+//   5 | xx | E1, E5 | 06 | kind | five bytes |                  37, 3F       end of the line
+//   +----+--------+----+------+------------+                  other        no text
 //
-// Incoming, a run of frames (9 bytes once the stuffing is off):
-//
-//    0    1        2    3     4 .. 8
-//   +----+--------+----+------+-----------+
-//   | xx | E1, E5 | 06 | kind | data[5]   |
-//   +----+--------+----+------+-----------+
-//
-// Kind of a console frame: 3n, the low three bits the number of text bytes, 7 for the line's end.
-// Stuffing: FE is sent as FE FE, and FE FF ends a block.
+// A message is a run of incoming frames up to one with 7 in the low three bits of its kind. At 225
+// the line "STATUS" is on the socket
+//   E2 E0 E1 06 35 53 54 41 54 55 FE FF   E2 E0 E1 06 31 53 00 00 00 00 FE FF
+//   E2 E0 E1 06 37 00 00 00 00 00 FE FF
 class TMidiCom {
 public:
-    // The connect types: which peer is behind the MIDI Patcher.
+    // The connect types: which peer the MIDI Patcher connects to.
     static constexpr int kPiano = 225;  // 0xE1
     static constexpr int kOther = 229;  // 0xE5
 
     // The largest text, message or single read of the link, in bytes.
     static constexpr int kMaxMessage = 8193;
-    // The most end frames, and so lines, that one message can hold: 8193 / 9.
-    static constexpr int kMaxLines = 910;
+    // Bytes of an incoming frame, without its stuffing.
+    static constexpr int kInFrameSize = 9;
+    // The most end frames, and so lines, that one message can have.
+    static constexpr int kMaxLines = kMaxMessage / kInFrameSize;
 
     TMidiCom();
     ~TMidiCom();
@@ -44,7 +55,8 @@ public:
     // the link is down: an old descriptor isn't closed.
     int SetMidiDescriptor(const char* path);
 
-    // The peer behind the i2c server: 225 (0xE1) or 229 (0xE5). Nothing is sent with another value.
+    // 225 or 229; to be set before anything is sent. Nothing is sent with another value. The
+    // program never asks for it back; Get_connecttype is for the unit's other programs.
     void Set_connecttype(int type);
     int Get_connecttype() const;
 
@@ -52,24 +64,25 @@ public:
     // write failed; the link stays open either way.
     bool Connect_i2cserver();
 
-    // Sends one MIDI frame. `group` holds four bytes; `kind` chooses the kind byte by its sign (0:
-    // C0, above: 80, below: 34). False when the link is down, the connect type is bad or the write
-    // failed; the last two close the link.
+    // Sends one MIDI frame. `group` points to four bytes; `kind` chooses the kind byte by its sign
+    // (0: C0, above: 80, below: 34). False when the link is down, the connect type is bad or the
+    // write failed; the last two close the link.
     bool WriteMidi(int kind, const unsigned char* group);
 
-    // Sends `length` bytes of text, at most 8193, in frames of five and an end frame, which is the
-    // line's end. False when the text is too long (nothing is sent), or for the reasons of
+    // Sends one line of 0 to 8193 bytes, without a line end: the end frame is the line end. False
+    // when `length` is larger (nothing is sent, the link stays up), or for the reasons of
     // WriteMidi.
     bool WriteConsole(unsigned char channel, const char* text, int length);
 
-    // Gathers one message into `buf`, which has room for 8193 bytes; no NUL is added. Waits up to
-    // 5 seconds for each part of it. Returns the byte count, 0 when the peer has closed (the link
-    // goes down), -1 on failure, on silence, on a message over 8193 bytes (over four times as many
-    // with its stuffing) or when the link is down; what was gathered is then dropped.
+    // Gathers one message into `buf`, which has room for 8193 bytes; no NUL is added, and nothing
+    // past the message changes. Waits up to 5 seconds for each part of it. Returns the byte count,
+    // 0 when the peer has closed (the link goes down), -1 on failure, on silence, when the link is
+    // down, and above 8193 bytes of the message or 32,772 on the socket. What was gathered is then
+    // dropped.
     int ReadMessage(char* buf);
 
     // Turns a message of ReadMessage into console lines, each ending in CR LF and a NUL, and stores
-    // pointers to them in `lines`, which has room for `capacity`. The lines lie in `message` and in
+    // pointers to them in `lines`, which has room for `capacity`. The lines are in `message` and in
     // this object and are good until the next call. An unfinished line is kept and goes on with the
     // next message. Text past 1,021 bytes of a line and lines past `capacity` are dropped. Returns
     // the number of lines, or -1 on a frame with a wrong byte 1 or 2.
@@ -83,22 +96,22 @@ public:
     // the length of the result.
     int Change_bin2i2c(const char* in, char* out, int length) const;
 
-    // Takes the stuffing off `length` bytes. `out` needs room for as many. Returns the length of
-    // the result. A pair cut in two by the end of `in` isn't recognised.
+    // Takes the stuffing off `length` bytes. `out` needs room for as many and may be `in` itself.
+    // Returns the length of the result. A pair cut in two by the end of `in` isn't recognised.
     int Change_i2c2bin(const char* in, char* out, int length) const;
 
 private:
     static constexpr int kConsoleSize = 1024;
 
     bool IsConnecttypeGood() const;
-    void CloseLink();
-    bool WriteFrame(unsigned char kind, const unsigned char* data);
-    void AppendConsoleText(const char* text, int count);
-    void EndConsoleLine();
+    bool WriteFrame(int kind, const unsigned char* data);
+    int ReadPiece(char* raw);
+    bool TakeFrame(std::string_view frame);
+    char* StoreLine(char* place) const;
 
-    int midiDescriptor;
-    char consoleText[kConsoleSize];
-    int consoleLength;
-    int connecttype;
-    char carriedLine[kConsoleSize];  // the line that began in an earlier message
+    UniqueFd midiDescriptor{-1};          // below 0 while the link is down
+    char consoleText[kConsoleSize] = {};  // the line that is being put together
+    int consoleLength = 0;                // bytes in consoleText
+    int connecttype = 0;                  // 225 or 229; anything else until it is set
+    char carriedLine[kConsoleSize] = {};  // a finished line that began in an earlier message
 };

@@ -1,11 +1,15 @@
 #pragma once
 
-// The link to the RC Server, the process that shows message boxes. It is only ever written to, and
-// nothing reopens it: once a write has failed it stays down.
+#include "UniqueFd.h"
+
+// The link to the RC Server, the process that shows message boxes. It is only ever written to.
+//
+// Passive: the owner connects it once, at its start, and hands it lines. A failed write closes the
+// link, and nothing reopens it; the owner's lines then go elsewhere.
 class TRCServerCom {
 public:
-    TRCServerCom();
-    ~TRCServerCom();
+    TRCServerCom() = default;
+    ~TRCServerCom() = default;
     TRCServerCom(const TRCServerCom&) = delete;
     TRCServerCom& operator=(const TRCServerCom&) = delete;
 
@@ -20,5 +24,5 @@ public:
     bool WriteMessage(const char* text, int length);
 
 private:
-    int rcsDescriptor;
+    UniqueFd rcsDescriptor{-1};  // below 0 while the link is down
 };

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -15,17 +16,21 @@
 static constexpr int kStandardStreams = 3;
 static constexpr std::size_t kLineSize = 8192;
 
-// Shared by the two receive operations, which hand out pointers into it.
+// Shared by the two receive operations, which return pointers into it.
 static char receiveLine[kLineSize + 1];
-
-static void TellError(int descriptor)
-{
-    sendmes(descriptor, "%s\r\n", std::strerror(errno));
-}
 
 static bool EndsLine(char byte)
 {
     return byte == '\r' || byte == '\n' || byte == '\0';
+}
+
+// The result is that of the read. The peer gets the reason of one that failed.
+static ssize_t ReadOrReport(int descriptor, char* bytes, std::size_t size)
+{
+    const ssize_t count = read(descriptor, bytes, size);
+    if (count < 0)
+        sendmes(descriptor, "%s\r\n", std::strerror(errno));
+    return count;
 }
 
 void sendmes(int descriptor, const char* format, ...)
@@ -39,16 +44,15 @@ void sendmes(int descriptor, const char* format, ...)
     va_end(arguments);
     if (length < 0)
         return;
-    WriteSocket(descriptor, text, std::strlen(text) + 1);  // a lost text is no failure
+    // `length` is that of the text before it was cut. A lost text is not a failure.
+    WriteSocket(descriptor, text, std::string_view(text).size() + 1);
 }
 
 char* receivemes(int descriptor)
 {
     if (descriptor < kStandardStreams)
         return nullptr;
-    const ssize_t count = read(descriptor, receiveLine, kLineSize);
-    if (count < 0)
-        TellError(descriptor);
+    const ssize_t count = ReadOrReport(descriptor, receiveLine, kLineSize);
     if (count <= 0)
         return nullptr;
     receiveLine[count] = '\0';
@@ -58,26 +62,23 @@ char* receivemes(int descriptor)
 char* receivemes2(int descriptor)
 {
     std::size_t length = 0;
-    while (true) {
-        char byte = 0;
-        const ssize_t count = read(descriptor, &byte, 1);
-        if (count < 0)
-            TellError(descriptor);
-        if (count <= 0)
-            return nullptr;
-        if (EndsLine(byte))
-            break;
+    char byte = 0;
+    while (ReadOrReport(descriptor, &byte, 1) > 0) {
+        if (EndsLine(byte)) {
+            receiveLine[length] = '\0';
+            char* const line = skipspace(receiveLine);
+            dispstr("Receivemes", descriptor, line);
+            return line;
+        }
+        // The rest of a line that is too long goes, so that the next one begins at its first byte.
         if (length < kLineSize)
             receiveLine[length++] = byte;
     }
-    receiveLine[length] = '\0';
-    char* line = skipspace(chop(receiveLine));
-    dispstr("Receivemes", descriptor, line);
-    return line;
+    return nullptr;
 }
 
 void dispstr(const char* /*label*/, int /*descriptor*/, const char* text)
 {
-    for (; *text != '\0'; ++text)
-        static_cast<void>(std::isprint(static_cast<unsigned char>(*text)));
+    for (const unsigned char byte : std::string_view(text))
+        static_cast<void>(std::isprint(byte));
 }

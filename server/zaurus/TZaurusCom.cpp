@@ -1,19 +1,11 @@
 #include "TZaurusCom.h"
 
-#include <cstddef>
-#include <cstring>
+#include <string_view>
 
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "Sockets.h"
-
-TZaurusCom::~TZaurusCom()
-{
-    CloseConnection();
-    if (portDescriptor >= 0)
-        close(portDescriptor);
-}
 
 void TZaurusCom::SetPortNo(int port)
 {
@@ -22,65 +14,57 @@ void TZaurusCom::SetPortNo(int port)
 
 int TZaurusCom::SetPortDescriptor()
 {
-    portDescriptor = mkservsocINET(portNo);
-    return portDescriptor < 0 ? -1 : portDescriptor;
+    portDescriptor.Reset(mkservsocINET(portNo));
+    return portDescriptor ? portDescriptor.Get() : -1;
 }
 
 int TZaurusCom::GetPortDescriptor() const
 {
-    return portDescriptor;
+    return portDescriptor.Get();
 }
 
 int TZaurusCom::GetZaurusId() const
 {
-    return zaurusId;
+    return zaurusId.Get();
 }
 
 int TZaurusCom::SetZaurusId(int id)
 {
-    zaurusId = id;
-    return zaurusId;
+    zaurusId.Release();
+    zaurusId.Reset(id);
+    return id;
 }
 
-// The old connection ends even if the accept fails: the client that is waiting has the better
-// claim, for the old one may have lost its power without a word.
 int TZaurusCom::AcceptZaurus()
 {
-    CloseConnection();
-    zaurusId = accept(portDescriptor, nullptr, nullptr);
-    return zaurusId < 0 ? -1 : zaurusId;
+    // The old connection ends even if there is no new one: its controller is taken for dead.
+    zaurusId.Reset();
+    zaurusId.Reset(accept(portDescriptor.Get(), nullptr, nullptr));
+    return zaurusId ? zaurusId.Get() : -1;
 }
 
 int TZaurusCom::ReadMessage(char* buf)
 {
-    if (zaurusId < 0)
+    if (!zaurusId)
         return 0;
-    // A failed read leaves the connection to the next write, which notices a peer that has gone.
-    const ssize_t count = read(zaurusId, buf, kMaxMessage);
+    const ssize_t count = read(zaurusId.Get(), buf, kMaxMessage);
     if (count == 0)
-        CloseConnection();
+        zaurusId.Reset();
     return static_cast<int>(count);
 }
 
 int TZaurusCom::WriteMessage(const char* buf, int len)
 {
-    if (zaurusId < 0 || len < 0)
+    if (!zaurusId || len < 0)
         return 0;
-    // A short write counts as sent: nothing is queued for a controller that is slow.
-    if (WriteSocket(zaurusId, buf, static_cast<std::size_t>(len)) >= 0)
+    if (WriteSocket(zaurusId.Get(), buf, len) >= 0)
         return 1;
-    CloseConnection();
+    zaurusId.Reset();
     return 0;
-}
-
-void TZaurusCom::CloseConnection()
-{
-    if (zaurusId >= 0)
-        close(zaurusId);
-    zaurusId = -1;
 }
 
 void TellController(TZaurusCom* zaurus, const char* text)
 {
-    zaurus->WriteMessage(text, static_cast<int>(std::strlen(text)));
+    const std::string_view bytes(text);
+    zaurus->WriteMessage(text, static_cast<int>(bytes.size()));
 }

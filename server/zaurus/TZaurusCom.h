@@ -1,15 +1,20 @@
 #pragma once
 
+#include "UniqueFd.h"
+
 // The link to the controller: one listening TCP socket and at most one accepted connection. It
 // moves bytes and nothing else, so that everybody who reports can write without asking whether a
 // controller is there.
+//
+// Passive: the owner's loop watches both descriptors, accepts and reads. What comes is a run of
+// groups of four bytes, which the reader takes apart; what goes out is plain text.
 class TZaurusCom {
 public:
     // The most bytes that one read delivers.
     static constexpr int kMaxMessage = 8193;
 
     TZaurusCom() = default;
-    ~TZaurusCom();
+    ~TZaurusCom() = default;
     TZaurusCom(const TZaurusCom&) = delete;
     TZaurusCom& operator=(const TZaurusCom&) = delete;
 
@@ -22,7 +27,8 @@ public:
     int GetPortDescriptor() const;
     int GetZaurusId() const;
 
-    // Takes over a connected descriptor and returns it. The old one isn't closed.
+    // Takes over a connected descriptor and returns it. The old one isn't closed. For the unit's
+    // other programs: this one only accepts.
     int SetZaurusId(int id);
 
     // Ends the present connection and takes the next client. Returns its descriptor, or -1.
@@ -38,12 +44,10 @@ public:
     int WriteMessage(const char* buf, int len);
 
 private:
-    void CloseConnection();
-
-    int portNo = 0;           // the low 16 bits count; 0: any free port
-    int portDescriptor = -1;  // the listening socket; -1 to -3 after a failed opening
-    int zaurusId = -1;        // the connected controller; negative: none
+    int portNo = 0;               // a TCP port; 0 until it is set
+    UniqueFd portDescriptor{-1};  // the listening socket; below 0 when there is none
+    UniqueFd zaurusId{-1};        // the connection; below 0 when there is none
 };
 
-// Sends a NUL-terminated text at its exact length. A text that nobody hears is no failure.
+// Sends a NUL-terminated text at its exact length. A text that nobody hears is not a failure.
 void TellController(TZaurusCom* zaurus, const char* text);

@@ -194,6 +194,23 @@ TEST(MidiMessage, IsDroppedAbove8193Bytes)
     EXPECT_EQ(link.Read(), kEndFrame) << "the link is up, and nothing was kept";
 }
 
+TEST(MidiMessage, ShowsNothingOfEarlierOne)
+{
+    const std::string earlier = std::string(8193 - 9, 'x') + kEndFrame;
+    const std::string cut = Bytes("E7 E1 06 35 41 42");  // looks complete and announces 5 bytes
+    MidiLink link;
+    link.SendInPieces({earlier, cut, kEnd});
+
+    EXPECT_EQ(link.Read(), earlier);
+    std::string buffer(TMidiCom::kMaxMessage, 'u');
+    EXPECT_EQ(link.midi.ReadMessage(buffer.data()), 6);
+    EXPECT_EQ(buffer, cut + std::string(8193 - 6, 'u'));
+    char* lines[1];
+    EXPECT_EQ(link.midi.ToConsole2(buffer.data(), 6, lines, 1), 0);
+    EXPECT_EQ(link.midi.ReadConsoleMessage2(buffer.data(), lines, 1), 1);
+    EXPECT_STREQ(lines[0], "AB\r\n");
+}
+
 // A block's end adds nothing, so no count of gathered bytes would ever end it.
 TEST(MidiMessage, IsDroppedAbove4Times8193BytesOnSocket)
 {
