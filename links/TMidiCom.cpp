@@ -179,6 +179,7 @@ int TMidiCom::ReadMessage(char* buf)
     // Clearing these for each message cost more than all other work on it. Each byte is written
     // before it is read: only the `got` bytes of a read and the `count` bytes gathered are used.
     char raw[kMaxMessage];
+    char decoded[kMaxMessage];
     char gathered[kMaxMessage];
     int count = 0;
     int rawCount = 0;
@@ -187,10 +188,10 @@ int TMidiCom::ReadMessage(char* buf)
         if (got <= 0)
             return got;
         rawCount += got;
-        const int added = Change_i2c2bin(raw, raw, got);
+        const int added = Change_i2c2bin(raw, decoded, got);
         if (count + added > kMaxMessage || rawCount > kMaxRaw)
             return -1;
-        std::copy_n(raw, added, gathered + count);
+        std::copy_n(decoded, added, gathered + count);
         count += added;
     } while (!IsMessageComplete(gathered, count));
     std::copy_n(gathered, count, buf);
@@ -250,21 +251,22 @@ int TMidiCom::Change_bin2i2c(const char* in, char* out, int length) const
 // peer that sends one is out of step, which its bytes then show.
 int TMidiCom::Change_i2c2bin(const char* in, char* out, int length) const
 {
-    const auto isAt = [in, length](int index, char value) {
-        return index < length && in[index] == value;
-    };
-    int written = 0;
-    int i = 0;
-    while (true) {
-        if (isAt(i, kEscape) && isAt(i + 1, kBlockEnd))
-            i += 2;
-        if (i >= length)
-            return written;
-        const char byte = in[i++];
-        out[written++] = byte;
-        if (byte == kEscape && isAt(i, kEscape))
-            ++i;
+    std::string_view rest(in, std::max(length, 0));
+    char* end = out;
+    while (!rest.empty()) {
+        const std::size_t plain = std::min(rest.find(kEscape), rest.size());
+        end = std::copy_n(rest.data(), plain, end);
+        rest.remove_prefix(plain);
+        if (rest.size() > 1 && rest[1] == kBlockEnd)
+            rest.remove_prefix(2);
+        if (rest.empty())
+            break;
+        const char byte = rest.front();
+        *end++ = byte;
+        const bool isDoubled = byte == kEscape && rest.size() > 1 && rest[1] == kEscape;
+        rest.remove_prefix(isDoubled ? 2 : 1);
     }
+    return static_cast<int>(end - out);
 }
 
 bool TMidiCom::IsConnecttypeGood() const

@@ -96,8 +96,8 @@ public:
     // the length of the result.
     int Change_bin2i2c(const char* in, char* out, int length) const;
 
-    // Takes the stuffing off `length` bytes. `out` needs room for as many and may be `in` itself.
-    // Returns the length of the result. A pair cut in two by the end of `in` isn't recognised.
+    // Takes the stuffing off `length` bytes. `out` needs room for as many. Returns the length of
+    // the result. A pair cut in two by the end of `in` isn't recognised.
     int Change_i2c2bin(const char* in, char* out, int length) const;
 
 private:
