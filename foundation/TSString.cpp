@@ -148,8 +148,10 @@ bool operator!=(const TSString& left, const char* right)
 
 void TSString::Print(bool newline) const
 {
-    // Text and line end are one trace, so that they leave in one write.
-    Trace(newline ? (*this + "\n").c_str() : c_str());
+    if (newline)
+        TraceLine(c_str(), "");
+    else
+        Trace(c_str());
 }
 
 TSString& TSString::Delete(int position, int count)

@@ -274,7 +274,7 @@ void TDiagServer::ProcessKeyboard(char* buffer)
         if (key.line != nullptr)
             SendLine(midi.get(), key.line);
     }
-    Trace((TSString("KEYBOARD: ") + buffer + "\n").c_str());
+    TraceLine("KEYBOARD: ", buffer);
     Send(buffer);
 }
 

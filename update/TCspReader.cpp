@@ -233,7 +233,7 @@ void TCspReader::OnAccepted(TMidiCom* midi, TZaurusCom* zaurus, std::uint32_t ad
     }
     AskForMore(midi, address);
     if (address != lastAddress) {
-        Trace((TSString(kAskNext) + UIntToSHex(address, kAddressDigits) + "\n").c_str());
+        TraceLine(kAskNext, UIntToSHex(address, kAddressDigits).c_str());
         lastAddress = address;
     }
     ReportProgress(zaurus, address);
@@ -242,7 +242,7 @@ void TCspReader::OnAccepted(TMidiCom* midi, TZaurusCom* zaurus, std::uint32_t ad
 // Any line that is no record ends the read, an answer that has come too late, too.
 void TCspReader::OnRefused(TMidiCom* midi, const ConsoleLine& line)
 {
-    Trace((TSString("Recive ") + line.Text() + "\n").c_str());
+    TraceLine("Recive ", line.Text());
     SendLine(midi, kAskToCancel);
     readerStatus = Status::Failed;
 }

@@ -61,7 +61,7 @@ void TUpdater::ClearUpdateStatus()
 void TUpdater::IncUpdateCounter()
 {
     updateCounter += kServerTimeout;
-    Trace((TSString("Update Counter Inc 10+ ") + TSString(updateCounter) + "\n").c_str());
+    TraceLine("Update Counter Inc 10+ ", TSString(updateCounter).c_str());
 }
 
 int TUpdater::SearchUpdateHex(char* version)

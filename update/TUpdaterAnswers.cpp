@@ -101,7 +101,7 @@ void TUpdater::OnNg(const Setting& setting, const ConsoleLine& line)
 
 void TUpdater::OnNgDiag(const Setting& setting, const ConsoleLine& line)
 {
-    Trace((TSString("NG Recive ") + line.Text() + "\n").c_str());
+    TraceLine("NG Recive ", line.Text());
     SendRefused(setting.midi, line.Address());
 }
 

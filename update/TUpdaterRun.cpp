@@ -42,7 +42,7 @@ int TUpdater::Initialize(bool rename, int port, const char* fileName, int connec
         Log("CSP Updater Initialize - OK\n");
         return 0;
     }
-    Trace((TSString("Error:") + TSString(kNoPatcher) + "\n").c_str());
+    TraceLine("Error:", TSString(kNoPatcher).c_str());
     Log((TSString("Update Error No.") + TSString(kNoPatcher) + "\n").c_str());
     sleep(kRetryWait);
     return kNoPatcher;
@@ -108,7 +108,7 @@ void TUpdater::WaitForAnswers(ReadSet& set)
     const int ready = set.Wait(kPassWait);
     if (ready == 0) {
         ++updateCounter;
-        Trace((TSString("Update Counter Inc 1+ ") + TSString(updateCounter) + "\n").c_str());
+        TraceLine("Update Counter Inc 1+ ", TSString(updateCounter).c_str());
     }
     if (ready <= 0 || !set.Has(midi->GetMidiDescriptor()))
         return;
