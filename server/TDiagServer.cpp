@@ -122,6 +122,8 @@ const char* TDiagServer::ConnectMidi(int connecttype)
     return nullptr;
 }
 
+// The second attempt is for an RC Server that starts later than this program. There is no third:
+// message boxes go to the controller then.
 void TDiagServer::OpenRCServer()
 {
     int descriptor = rcserver->SetRCSDescriptor(kRCServerSocket);
@@ -141,25 +143,11 @@ void TDiagServer::OpenPort()
         Log("Zaurus Socket Port Open Error\n");
 }
 
+// Released at once: the machines live until the process ends.
 void TDiagServer::MakeMachines()
 {
     updater = std::make_unique<TUpdater>().release();
     reader = std::make_unique<TCspReader>().release();
-}
-
-bool TDiagServer::HasMachines() const
-{
-    return updater != nullptr && reader != nullptr;
-}
-
-bool TDiagServer::IsUpdating() const
-{
-    return HasMachines() && updater->GetUpdateStatus() >= 0;
-}
-
-bool TDiagServer::IsReading() const
-{
-    return HasMachines() && reader->GetReaderStatus() >= 0;
 }
 
 // Steps the read-back. False when it has succeeded, which ends the server.
@@ -174,6 +162,7 @@ bool TDiagServer::StepReader()
     return result != Step::Done;
 }
 
+// Clearing the status lets the controller's groups through again.
 void TDiagServer::StepUpdater()
 {
     if (!IsUpdating())
@@ -186,6 +175,7 @@ void TDiagServer::StepUpdater()
     RebootCsp();
 }
 
+// After a failure, too: the board may still be in flash mode.
 void TDiagServer::RebootCsp()
 {
     Send("Rebooting CSP...\n");
@@ -261,6 +251,7 @@ void TDiagServer::TakeConsoleLine(const char* line)
 void TDiagServer::ProcessKeyboard(char* buffer)
 {
     const ssize_t count = read(STDIN_FILENO, buffer, kBufferSize - 1);
+    // A failed read counts as an empty line.
     char* const end = buffer + std::max<ssize_t>(count, 0);
     *std::find(buffer, end, '\n') = '\0';
 

@@ -72,9 +72,11 @@ private:
     void OnTimeout();
     void Dispatch(const ReadSet& set, char* buffer);
     void ReconnectMidi();
-    bool HasMachines() const;
-    bool IsUpdating() const;
-    bool IsReading() const;
+
+    // Before Run there are no machines, so none is active and no command may need one.
+    bool HasMachines() const { return updater != nullptr; }
+    bool IsUpdating() const { return HasMachines() && updater->GetUpdateStatus() >= 0; }
+    bool IsReading() const { return HasMachines() && reader->GetReaderStatus() >= 0; }
 
     void TakeConsoleLine(const char* line);
     bool DoCommand(const unsigned char* group);

@@ -15,6 +15,8 @@ constexpr unsigned long kReadStart = 0x90170000;
 constexpr unsigned long kReadEnd = 0x90200000;
 
 constexpr int kGroupSize = 4;
+
+// The first byte of groups that reach the piano in the other kind of frame, whatever follows it.
 constexpr unsigned char kAlternateGroup = 'l';
 
 }  // namespace
@@ -146,6 +148,7 @@ void TDiagServer::StartUpdate(const char* started, const char* refused)
         SendAndLog(refused);
 }
 
+// A success ends the server, as that of the first read-back does.
 void TDiagServer::StartReading()
 {
     reader->SetReaderParameter(kReadStart, kReadEnd, kParameterFile);
@@ -163,6 +166,7 @@ void TDiagServer::RestoreParameters()
     CopyParameters("Copying CSP Parameters...FD -> HD\n", false);
 }
 
+// The first text goes out before the copy, during which nothing is served.
 void TDiagServer::CopyParameters(const char* started, bool toMedia)
 {
     SendAndLog(started);

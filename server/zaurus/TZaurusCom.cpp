@@ -7,25 +7,10 @@
 
 #include "Sockets.h"
 
-void TZaurusCom::SetPortNo(int port)
-{
-    portNo = port;
-}
-
 int TZaurusCom::SetPortDescriptor()
 {
     portDescriptor.Reset(mkservsocINET(portNo));
     return portDescriptor ? portDescriptor.Get() : -1;
-}
-
-int TZaurusCom::GetPortDescriptor() const
-{
-    return portDescriptor.Get();
-}
-
-int TZaurusCom::GetZaurusId() const
-{
-    return zaurusId.Get();
 }
 
 int TZaurusCom::SetZaurusId(int id)
@@ -47,6 +32,7 @@ int TZaurusCom::ReadMessage(char* buf)
 {
     if (!zaurusId)
         return 0;
+    // A failed read leaves the connection to the next write, which notices a peer that has gone.
     const ssize_t count = read(zaurusId.Get(), buf, kMaxMessage);
     if (count == 0)
         zaurusId.Reset();
@@ -57,6 +43,7 @@ int TZaurusCom::WriteMessage(const char* buf, int len)
 {
     if (!zaurusId || len < 0)
         return 0;
+    // A short write counts as sent: nothing is queued for a controller that is slow.
     if (WriteSocket(zaurusId.Get(), buf, len) >= 0)
         return 1;
     zaurusId.Reset();

@@ -18,14 +18,14 @@ public:
     TZaurusCom(const TZaurusCom&) = delete;
     TZaurusCom& operator=(const TZaurusCom&) = delete;
 
-    void SetPortNo(int port);
+    void SetPortNo(int port) { portNo = port; }
 
     // Listens at the port. Returns the descriptor, or -1.
     int SetPortDescriptor();
 
     // Each is negative when there is no such descriptor.
-    int GetPortDescriptor() const;
-    int GetZaurusId() const;
+    int GetPortDescriptor() const { return portDescriptor.Get(); }
+    int GetZaurusId() const { return zaurusId.Get(); }
 
     // Takes over a connected descriptor and returns it. The old one isn't closed. For the unit's
     // other programs: this one only accepts.
