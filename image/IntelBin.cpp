@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string_view>
 
-#include <fcntl.h>
 #include <unistd.h>
 
+#include "FileBytes.h"
 #include "Hex.h"
 #include "HexRecord.h"
 #include "OutputFile.h"
@@ -154,7 +154,7 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
 
 bool Bin2Intel(const char* binaryPath, const char* hexPath)
 {
-    const UniqueFd input(open(binaryPath, O_RDONLY | O_CLOEXEC));
+    const UniqueFd input(OpenToRead(binaryPath));
     Piece piece;
     if (!input || !piece.Read(input.Get(), kBinaryHeadSize) || piece.count < kBinaryHeadSize)
         return false;

@@ -2,8 +2,6 @@
 
 #include <cstddef>
 
-#include <fcntl.h>
-
 #include "FileBytes.h"
 #include "OutputFile.h"
 #include "UniqueFd.h"
@@ -35,7 +33,7 @@ bool WriteTimes(int output, unsigned char value, unsigned char count)
 
 bool Load(const char* path, FileBytes& bytes)
 {
-    const UniqueFd input(open(path, O_RDONLY | kOpenFlags));
+    const UniqueFd input(OpenToRead(path));
     return input && ReadWholeFile(input.Get(), bytes);
 }
 

@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <fcntl.h>
-
 #include "FileBytes.h"
 #include "HexFormat.h"
 #include "HexRecord.h"
@@ -73,7 +71,7 @@ bool THexFile::LoadFromFile(const char* path)
     endAddress = 0;
     versionText[0] = '\0';
 
-    const UniqueFd file(open(path, O_RDONLY | kOpenFlags));
+    const UniqueFd file(OpenToRead(path));
     FileBytes bytes;
     if (!file || !ReadWholeFile(file.Get(), bytes))
         return false;

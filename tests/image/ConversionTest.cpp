@@ -5,6 +5,7 @@
 #include <string>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -207,10 +208,13 @@ TEST(CompressedImage, IsNoSuccessWhenAnyStepFails)
     EXPECT_EQ(CountFailures(Compress, dir.Write("3.hex", kUpper + kData), to, &Disk::writes), 7);
 
     const std::string old = dir.Write("old", "old");
+    const std::string pipe = dir.Path("pipe");
+    EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const auto descriptors = OpenDescriptors();
     for (const Convert convert :
          {Intel2Bin, Bin2Intel, RL_Compress, RL_Decompress, Compress, Decompress}) {
         EXPECT_FALSE(convert(dir.Path("missing").c_str(), old.c_str()));
+        EXPECT_FALSE(convert(pipe.c_str(), old.c_str())) << "nobody writes to it";
         EXPECT_FALSE(convert(hex.c_str(), dir.Path("no/out").c_str()));
     }
     EXPECT_FALSE(Bin2Intel(dir.Write("1.bin", "x").c_str(), old.c_str()));
