@@ -32,6 +32,16 @@ bool MakeAddress(std::string_view path, sockaddr_un& address)
     return true;
 }
 
+// A port at every address of the machine: the controller may be at any.
+sockaddr_in PortAddress(int port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    return address;
+}
+
 // What the system's calls take for an address of any family.
 template <typename Address>
 const sockaddr* AnyAddress(const Address& address)
@@ -77,12 +87,7 @@ int mkservsocINET(int port)
     const int on = 1;
     if (setsockopt(made.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0)
         return kNotMade;
-
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return ListenAt(made, address, "listen client error\n");
+    return ListenAt(made, PortAddress(port), "listen client error\n");
 }
 
 int mkservsocUNIX(const char* path)

@@ -280,20 +280,21 @@ bool TMidiCom::WriteFrame(int kind, const unsigned char* data)
     if (!midiDescriptor)
         return false;
     // No peer would answer a frame with another type, so the owner is to see the link as lost.
-    if (!IsConnecttypeGood()) {
-        midiDescriptor.Reset();
-        return false;
-    }
+    if (IsConnecttypeGood() && SendFrame(kind, data))
+        return true;
+    midiDescriptor.Reset();
+    return false;
+}
+
+bool TMidiCom::SendFrame(int kind, const unsigned char* data) const
+{
     char frame[kOutFrameSize] = {kFrameStart[0], kFrameStart[1], LowByte(connecttype), kFrameMark,
                                  LowByte(kind)};
     std::copy_n(data, kDataSize, frame + kOutFrameSize - kDataSize);
 
     char stuffed[kStuffedFrameSize];
     const int length = Change_bin2i2c(frame, stuffed, kOutFrameSize);
-    if (WriteSocket(midiDescriptor.Get(), stuffed, length) >= 0)
-        return true;
-    midiDescriptor.Reset();
-    return false;
+    return WriteSocket(midiDescriptor.Get(), stuffed, length) >= 0;
 }
 
 // Makes one read of at most kMaxMessage bytes. The results are those of ReadMessage.

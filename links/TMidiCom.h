@@ -105,6 +105,7 @@ private:
 
     bool IsConnecttypeGood() const;
     bool WriteFrame(int kind, const unsigned char* data);
+    bool SendFrame(int kind, const unsigned char* data) const;
     int ReadPiece(char* raw);
     bool TakeFrame(std::string_view frame);
     char* StoreLine(char* place) const;

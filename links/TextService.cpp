@@ -1,5 +1,6 @@
 #include "TextService.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
@@ -79,6 +80,6 @@ char* receivemes2(int descriptor)
 
 void dispstr(const char* /*label*/, int /*descriptor*/, const char* text)
 {
-    for (const unsigned char byte : std::string_view(text))
-        static_cast<void>(std::isprint(byte));
+    const std::string_view all(text);
+    std::for_each(all.begin(), all.end(), [](unsigned char byte) { return std::isprint(byte); });
 }
