@@ -19,6 +19,7 @@ constexpr std::size_t kCopyBlock = 512;  // bytes of one read and write
 constexpr mode_t kForEverybody = 0666;
 constexpr mode_t kForTheOwner = 0600;
 
+// An older target is emptied: what it had past the new end must not stay.
 int OpenToWrite(const char* path, mode_t permissions)
 {
     return open(path, O_WRONLY | O_CREAT | O_TRUNC | kOpenFlags, permissions);

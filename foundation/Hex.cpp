@@ -29,6 +29,8 @@ struct DigitTable {
     signed char value[kCharacters];  // kNoDigit for every other character
 };
 
+// Two tables: records of the piano's files are in upper case, and a lower-case letter in one is
+// damage, while the fields of answers and of the files of other tools are in either.
 constexpr DigitTable kUpperDigits(false);
 constexpr DigitTable kAnyDigits(true);
 
@@ -80,6 +82,7 @@ unsigned int SHexToUInt(const TSString& text, int length)
 
 TSString UIntToSHex(unsigned int value, int width)
 {
+    // A string of so many bytes has room for the NUL as well.
     std::string digits(std::max(width, 0), '\0');
     UIntToHex(value, digits.data(), width);
     return TSString(digits.c_str());

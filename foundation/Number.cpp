@@ -30,7 +30,7 @@ int UIntToStr(long long value, char* target)
     // The lowest value of all has no positive counterpart of its own type.
     const unsigned long long bits = value;
     const unsigned long long magnitude = (value < 0 ? 0 - bits : bits) % kTenDigits;
-    int width = 1;
+    int width = 1;  // a zero has a digit, too
     for (unsigned long long rest = magnitude / 10; rest != 0; rest /= 10)
         ++width;
     FillDigits(magnitude, target, width);
@@ -41,6 +41,7 @@ int IntToStr(long long value, char* target)
 {
     if (value >= 0)
         return UIntToStr(value, target);
+    // The digits are those of the magnitude, also where that doesn't fit the type.
     target[0] = '-';
     return 1 + UIntToStr(value, target + 1);
 }

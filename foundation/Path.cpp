@@ -15,6 +15,7 @@ bool IsSeparator(char character)
     return character == '\\' || character == '/' || character == ':';
 }
 
+// A path that ends in a separator names a directory, which has no extension.
 bool EndsInName(std::string_view path)
 {
     return !path.empty() && !IsSeparator(path.back());
@@ -60,6 +61,7 @@ bool ChangeFileExtX(const char* path, const char* extension, char* output)
     const std::string_view name(path);
     if (!EndsInName(name))
         return false;
+    // A dot in a directory's name counts as well; in first place it begins a hidden file's name.
     const std::size_t dot = name.rfind('.');
     const bool hasExtension = dot != kNone && dot != 0;
     char* const end = CopyPart(hasExtension ? name.substr(0, dot) : name, output);
@@ -91,6 +93,7 @@ bool ExtractFileDirX(const char* path, char* output)
 {
     const std::string_view name(path);
     const std::size_t separator = LastSeparator(name);
+    // "c:" without its colon would be a name, and not a drive.
     const bool keepsColon = separator != kNone && name[separator] == ':';
     CopyPart(name.substr(0, keepsColon ? separator + 1 : separator), output);
     return true;

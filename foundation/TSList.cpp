@@ -1,10 +1,11 @@
 #include "TSList.h"
 
+// The empty link is there from the start, so that nothing has to ask for an empty list.
 TSList::TSList() : head(new TSLink(nullptr)), tail(head), current(head) {}
 
 TSList::~TSList()
 {
-    Clear();
+    Clear();  // all links but the empty one
     delete tail;
 }
 
@@ -41,6 +42,7 @@ TSList& TSList::Insert(int index, void* item)
 
 void* TSList::GetItem(int index) const
 {
+    // The item of the empty link would be null as well, but a walk past it has nowhere to go.
     if (index < 0 || index >= count)
         return nullptr;
     const TSLink* link = head;

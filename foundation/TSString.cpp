@@ -15,6 +15,7 @@
 
 namespace {
 
+// The digits of a value for as long as a constructor needs them.
 struct Decimal {
     explicit Decimal(long long value) { IntToStr(value, digits); }
     char digits[kIntTextSize];
@@ -68,6 +69,7 @@ TSString::TSString(int value) : TSString(Decimal(value).digits) {}
 
 TSString::TSString(int value, int width) : TSString(nullptr, width)
 {
+    // A negative value at a width has no sign: its bits count, as in a field of fixed size.
     const unsigned int bits = value;
     if (width < 0)
         *this = Decimal(value).digits;
@@ -90,6 +92,7 @@ TSString::TSString(const char* source, int limit) : length(std::max(limit, 0))
 // By the text and not by the length: a buffer that isn't full yet is worth what is in it.
 TSString::TSString(const TSString& source) : TSString(source.c_str()) {}
 
+// The old buffer goes with `other`, at the end of its scope.
 void TSString::Swap(TSString& other)
 {
     text.swap(other.text);
@@ -117,6 +120,7 @@ TSString& TSString::operator=(const char* source)
 
 TSString& TSString::operator=(const TSString& source)
 {
+    // A buffer that isn't full yet would lose its length by a copy of its own text.
     if (this != &source)
         *this = source.c_str();
     return *this;
@@ -127,6 +131,7 @@ TSString& TSString::operator+=(const TSString& tail)
     return Replace(length, 0, tail.c_str(), tail.length);
 }
 
+// Not by way of +=, which would copy the head twice.
 TSString operator+(const TSString& head, const TSString& tail)
 {
     TSString joined(nullptr, head.Length() + tail.Length());
@@ -136,6 +141,7 @@ TSString operator+(const TSString& head, const TSString& tail)
     return joined;
 }
 
+// The texts count, so a buffer that isn't full compares by what is in it.
 bool operator==(const TSString& left, const char* right)
 {
     return std::string_view(left.c_str()) == right;
@@ -156,6 +162,7 @@ void TSString::Print(bool newline) const
 
 TSString& TSString::Delete(int position, int count)
 {
+    // One past the end is a position, too: nothing is removed there, whatever the count.
     const int start = std::clamp(position, 1, length + 1) - 1;
     return Replace(start, std::clamp(count, 0, length - start), "", 0);
 }
@@ -168,12 +175,14 @@ TSString& TSString::Insert(const TSString& inserted, int position)
 
 TSString& TSString::SetLength(int newLength)
 {
+    // There are no bytes to fill a longer text with, so it only gets shorter.
     const int kept = std::clamp(newLength, 0, length);
     return kept == length ? *this : Replace(kept, length - kept, "", 0);
 }
 
 TSString& TSString::Trim()
 {
+    // The end first: a text of blanks alone is then empty before the start is looked for.
     int end = length;
     while (end > 0 && IsBlank(text[end - 1]))
         --end;
@@ -185,6 +194,7 @@ TSString& TSString::Trim()
 
 TSString& TSString::Strip(const TSString& set)
 {
+    // In place, and not by Replace: each kept byte moves to the left or stays.
     const std::string_view marks(set.c_str());
     int kept = 0;
     for (int i = 0; i < length; ++i) {
@@ -240,6 +250,7 @@ TSString TSString::SubString(int position) const
 TSString TSString::SubString(int position, int count) const
 {
     const int start = std::max(position, 1);
+    // The last byte alone can't be had, which is as old as the class: the callers count on it.
     if (start >= length)
         return TSString();
     return TSString(text.get() + start - 1, count);
@@ -254,6 +265,7 @@ int TSString::AnsiPosSJIS(const TSString& sought) const
 {
     const std::string_view all(c_str());
     const std::string_view part(sought.c_str());
+    // Found at once, also in an empty text, which the loop never enters.
     if (part.empty())
         return 1;
     DoubleByteScanner scanner(IsSjisFirst);
@@ -267,6 +279,7 @@ int TSString::AnsiPosSJIS(const TSString& sought) const
 
 int TSString::ToInt() const
 {
+    // strtol would accept blanks, a "+" and whatever follows the digits.
     const char* const digits = text[0] == '-' ? text.get() + 1 : text.get();
     return IsAllDigits(digits) ? StrToInt(c_str()) : 0;
 }

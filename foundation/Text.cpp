@@ -19,10 +19,13 @@ constexpr int kQuoteRoom = 3;  // a quote, its backslash and one byte more
 constexpr char kWordEnds[] = " \f\n\r\t\v";
 constexpr char kFormatFlags[] = "+-# 0";
 
+// Without a mark the NUL is written over the one that is there.
 char* EndAtFirst(const char* marks, char* text)
 {
-    if (text != nullptr)
-        text[std::strcspn(text, marks)] = '\0';
+    if (text != nullptr) {
+        const std::string_view all(text);
+        text[std::min(all.find_first_of(marks), all.size())] = '\0';
+    }
     return text;
 }
 
@@ -37,6 +40,8 @@ bool IsQuote(char byte)
     return byte == '\'' || byte == '"';
 }
 
+// The ranges of the two bytes of a pair overlap those of single bytes, so a byte alone doesn't show
+// what it is: the two below are asked only once its place is known.
 bool IsSjisSecond(unsigned char byte)
 {
     return byte >= 0x40 && byte <= 0xFC && byte != 0x7F;
@@ -61,6 +66,7 @@ bool IsFloatFormat(std::string_view format)
 
 }  // namespace
 
+// Either mark may come first, and the text is to end at that one.
 char* chop(char* text)
 {
     return EndAtFirst("\r\n", text);
@@ -78,6 +84,7 @@ char* uncomment(char* text)
     return EndAtFirst("#", text);
 }
 
+// strsep and not strtok, which passes over empty words and keeps a state between two calls.
 char* car(char** text)
 {
     return strsep(text, kWordEnds);
@@ -85,7 +92,7 @@ char* car(char** text)
 
 char* cdr(char* text)
 {
-    char* rest = text;
+    char* rest = text;  // the caller's own pointer stays
     car(&rest);
     return rest;
 }
@@ -94,6 +101,7 @@ char* str_up_low(char* source, char* target, int mode)
 {
     if (target == nullptr)
         target = source;
+    // The locale decides on bytes from 0x80 up, and in the one that the program keeps they stay.
     const std::string_view text(source);
     char* const end = std::transform(text.begin(), text.end(), target, [mode](unsigned char byte) {
         return mode == kUpper ? toupper(byte) : tolower(byte);
@@ -142,11 +150,13 @@ int mystr_escquote(const char* source, char* target, int limit)
     return written;
 }
 
+// The name is older than what it does: blanks go from everywhere, not only from the left.
 void trimleft(char* text, int length)
 {
     std::replace_if(text, text + std::max(length, 0), IsBlank, '\0');
 }
 
+// What follows the number isn't looked at, and a value that is too large is cut to its low bits.
 int StrToInt(const char* text)
 {
     return static_cast<int>(std::strtol(text, nullptr, 10));
@@ -158,7 +168,7 @@ TSString FormatFloat(const TSString& format, float value)
         return TSString();
     const TSString conversion = TSString("%") + format + "f";
     const double number = value;
-    // A width of over 31 bits makes no text at all, and printf says so.
+    // Measured first, since a width may be of any size; one over 31 bits makes no text at all.
     const int length = std::snprintf(nullptr, 0, conversion.c_str(), number);
     if (length < 0)
         return TSString();
@@ -169,6 +179,7 @@ TSString FormatFloat(const TSString& format, float value)
 
 bool is_SJIS(const TSString& text)
 {
+    // A first byte needs no test of its own: the scanner takes a byte for one only if it is.
     DoubleByteScanner scanner(IsSjisFirst);
     for (const unsigned char byte : std::string_view(text.c_str())) {
         const BytePlace place = scanner.Next(byte);
@@ -185,6 +196,7 @@ TSString DoubleQuoteString(const TSString& source)
     const std::string_view text(source.c_str());
     if (text.find_first_of("\t '\",") == std::string_view::npos)
         return source;
+    // A quote is doubled, and not escaped: that is how such lists are read.
     std::string quoted = "\"";
     for (const char byte : text) {
         if (byte == '"')
