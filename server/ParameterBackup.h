@@ -7,7 +7,7 @@
 //            csp_param.hex <--------------Decompress---------------- csp_param.rlg
 //
 // A copy blocks until it has ended and leaves the medium mounted, read-only after a copy from it.
-// Nothing is sent or logged, and a failure leaves behind what was written before it.
+// Nothing is sent or logged, and after a failure what was written before it stays.
 namespace ParameterBackup {
 
 enum Result {

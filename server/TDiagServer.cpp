@@ -23,7 +23,7 @@ static_assert(kBufferSize > TMidiCom::kMaxMessage, "a message of the piano fits,
 
 // A command typed at a terminal.
 struct Key {
-    char letter;
+    char letter;             // the first of the line
     const MidiGroup* group;  // sent after the group that enters flash mode; null: neither is
     const char* line;        // sent to the console; null: none
 };

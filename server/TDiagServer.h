@@ -101,13 +101,13 @@ private:
     bool versionReply = false;  // a version request is answered with the release line; outlives
                                 // the connection that switched it on
 
-    // The links, null before Initialize. They go in the reverse of this order.
-    std::unique_ptr<TZaurusCom> zaurus;
-    std::unique_ptr<TMidiCom> midi;
-    std::unique_ptr<TRCServerCom> rcserver;
+    // The links, null before Initialize. They are destroyed in the reverse of this order.
+    std::unique_ptr<TZaurusCom> zaurus;      // to the controller
+    std::unique_ptr<TMidiCom> midi;          // to the piano, through the MIDI Patcher
+    std::unique_ptr<TRCServerCom> rcserver;  // to the RC Server
 
     // The state machines, null before Run. The server never frees them: they live until the process
     // ends.
-    TUpdater* updater = nullptr;
-    TCspReader* reader = nullptr;
+    TUpdater* updater = nullptr;   // the update
+    TCspReader* reader = nullptr;  // the read-back
 };

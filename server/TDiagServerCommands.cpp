@@ -24,7 +24,7 @@ constexpr unsigned char kAlternateGroup = 'l';
 struct TDiagServer::Command {
     unsigned char group[kGroupSize];  // in the order of the wire
     bool needsMachine;                // without effect before Run
-    void (TDiagServer::*carryOut)();
+    void (TDiagServer::*carryOut)();  // sends and logs what comes of it
 };
 
 const TDiagServer::Command TDiagServer::kCommands[] = {
