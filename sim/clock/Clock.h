@@ -6,9 +6,9 @@
 
 #include <sys/types.h>
 
-#include "Protocol.h"
+#include "VirtualTime.h"
 
-// The clock of a unit, by which its owner gives turns to the participants. See Protocol.h.
+// The clock of a unit, by which its owner gives turns to the participants. See VirtualTime.h.
 class Clock {
 public:
     // Listens at `path`. Throws std::runtime_error when it can't.

@@ -26,7 +26,7 @@ const Csp::Command Csp::kCommands[] = {
     {"CANCEL :", false, &Csp::OnCancel}, {"RESTART:", false, &Csp::OnRestart},
 };
 
-void Csp::Power(bool on)
+void Csp::SetPower(bool on)
 {
     if (!on)
         Forget();
@@ -43,7 +43,7 @@ void Csp::Forget()
     answers.clear();
 }
 
-void Csp::LinkLost()
+void Csp::LoseLink()
 {
     answers.clear();
     sending = false;
@@ -266,7 +266,7 @@ void Csp::Answer(const std::string& line)
     answers.push_back(line);
 }
 
-std::optional<std::string> Csp::NextLine()
+std::optional<std::string> Csp::TakeNextLine()
 {
     if (!powered || state == State::Playing || faults.silent || muted)
         return std::nullopt;
@@ -278,11 +278,11 @@ std::optional<std::string> Csp::NextLine()
         return line;
     }
     if (sending)
-        return NextRecord();
+        return TakeNextRecord();
     return std::nullopt;
 }
 
-std::string Csp::NextRecord()
+std::string Csp::TakeNextRecord()
 {
     HexRecord record;
     if (readAddress >= readEnd) {

@@ -49,7 +49,7 @@ struct CspFaults {
 //   CANCEL :                        (idle again)
 //   RESTART:                        (as after power-on)
 //
-// It knows no link: lines are put in, and fetched with NextLine as fast as the link takes them.
+// It knows no link: lines are put in, and fetched with TakeNextLine as fast as the link takes them.
 class Csp {
 public:
     Csp(Flash& itsFlash, Transcript& log) : flash(itsFlash), transcript(log) {}
@@ -59,13 +59,13 @@ public:
     void SetSaveFile(const std::string& path) { saveFile = path; }
 
     // Off: silent, and everything but the flash forgotten. On when it is on changes nothing.
-    void Power(bool on);
+    void SetPower(bool on);
     // What was still to be said is lost with the link.
-    void LinkLost();
+    void LoseLink();
     void TakeMidi(const std::vector<unsigned char>& group);
     void TakeLine(const std::string& line);
     // The next line to send, without a line end.
-    std::optional<std::string> NextLine();
+    std::optional<std::string> TakeNextLine();
 
 private:
     enum class State { Playing, Idle, WriteReady, Writing, ReadReady, Reading };
@@ -93,7 +93,7 @@ private:
     void Store(uint32_t address, const std::vector<unsigned char>& data);
     void CountRecord();
 
-    std::string NextRecord();
+    std::string TakeNextRecord();
     HexRecord DataRecordAt(uint32_t address, uint32_t count) const;
 
     void Forget();

@@ -127,10 +127,10 @@ std::string Options::Parse(const std::vector<std::string>& arguments)
         if (!std::visit(Reader{arguments[i]}, option->target))
             return name + " " + arguments[i] + ": not a fit " + option->argument;
     }
-    return Unfit();
+    return FindMisfit();
 }
 
-std::string Options::Unfit() const
+std::string Options::FindMisfit() const
 {
     if (speed == 0)
         return "--speed 0";

@@ -59,8 +59,8 @@ private:
     void TakeFrame(const Bytes& frame);
     void CountFrame();
     void Die();
-    std::vector<Bytes> ToLastFrame(const std::vector<Bytes>& frames);
-    void EndBehindLastFrame();
+    std::vector<Bytes> CutAfterLastFrame(const std::vector<Bytes>& frames);
+    void EndAfterLastFrame();
 
     unsigned char Peer() const { return peer.value_or(0xE1); }
     std::vector<Bytes> FramesOf(const std::string& line) const;

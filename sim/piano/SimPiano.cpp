@@ -64,7 +64,7 @@ bool SimPiano::Open()
     if (!options.noRcServer)
         rcServerOpens = now + Delay(options.rcServerLate);
     dsp = BindDatagramAt(Path("sim/dsp.sock"));
-    if (!dsp || !OpenLateOnes())
+    if (!dsp || !OpenWhenDue())
         return false;
 
     if (!transcript.Open(Path("sim/midi.log")) || !rcServer.Open(Path("sim/rc.log")))
@@ -90,7 +90,7 @@ bool SimPiano::LoadFlash()
     return flash.Load(options.loadFile.substr(0, at), address);
 }
 
-bool SimPiano::OpenLateOnes()
+bool SimPiano::OpenWhenDue()
 {
     const auto now = Clock::now();
     if (patcherOpens && now >= *patcherOpens) {
@@ -112,7 +112,7 @@ int SimPiano::Run()
     bool sendingSoon = false;
     while (alive && !patcher.IsOver() && !IsTerminated()) {
         Wait(sendingSoon);
-        alive = OpenLateOnes();
+        alive = OpenWhenDue();
         patcher.Accept();
         patcher.Receive();
         // The switch comes on a way of its own. What it was before the bytes just received is
@@ -172,7 +172,7 @@ void SimPiano::TakePower()
             continue;
         }
         transcript.Note(value == kPianoOn ? "dsp on" : "dsp off");
-        csp.Power(value == kPianoOn);
+        csp.SetPower(value == kPianoOn);
     }
 }
 

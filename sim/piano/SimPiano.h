@@ -30,7 +30,7 @@ private:
     Clock::duration Delay(int seconds) const;
     bool LoadFlash();
     void Wait(bool sendingSoon);
-    bool OpenLateOnes();
+    bool OpenWhenDue();
     void TakePower();
     void TakeSayFile();
     void TakeOrder(const std::string& order);

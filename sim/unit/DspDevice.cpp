@@ -19,7 +19,7 @@ void TellPiano(unsigned long argument)
     const KeepErrno kept;
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    const Text path = InRoot("/sim/dsp.sock");
+    const BoundedText path = InRoot("/sim/dsp.sock");
     if (path.Length() >= sizeof(address.sun_path))
         return;
     std::memcpy(address.sun_path, path.Get(), path.Length());
@@ -27,7 +27,7 @@ void TellPiano(unsigned long argument)
     const auto peer = static_cast<int>(syscall(SYS_socket, AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (peer < 0)
         return;
-    Text text;
+    BoundedText text;
     text.AddNumber(argument);
     // Nobody may listen: the piano is switched off as a whole.
     syscall(SYS_sendto, peer, text.Get(), text.Length(), MSG_DONTWAIT | MSG_NOSIGNAL, &address,
@@ -49,7 +49,7 @@ int Outcome(unsigned long request)
 
 int DspIoctl(unsigned long request, unsigned long argument)
 {
-    Text line;
+    BoundedText line;
     line.Add("ioctl(/dev/PciDsp, ").AddNumber(request).Add(", ").AddHex(argument).Add(")");
     if (const int error = Outcome(request)) {
         errno = error;

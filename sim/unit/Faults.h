@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Text.h"
+#include "BoundedText.h"
 
 // The kinds of calls that are counted, and of which one can be made to fail.
 enum class Call {

@@ -34,13 +34,13 @@ const char* MountPointOf(const char* path)
 }
 
 // Where the mount point lies.
-Text PointPath(const char* name)
+BoundedText PointPath(const char* name)
 {
     return InRoot(kMountParent).Add(name);
 }
 
 // Where its directory waits while the medium covers it.
-Text CoveredPath(const char* name)
+BoundedText CoveredPath(const char* name)
 {
     return InRoot("/sim/under-").Add(name);
 }
@@ -63,7 +63,7 @@ void PullMedium()
         if (IsMounted(name))
             Uncover(name);
     ForgetMediumFiles();
-    Text line;
+    BoundedText line;
     Journal(line.Add("medium pulled"));
 }
 
@@ -92,14 +92,14 @@ int MountMedium(const char* source, const char* target, unsigned long flags)
         return EBUSY;
     unsigned long long left = 1;
     ReadControl(kPullAfter, left);
-    const Text medium = InRoot("/medium");
+    const BoundedText medium = InRoot("/medium");
     if (left == 0 || !direct::Exists(medium.Get()))
         return ENOMEDIUM;
 
     direct::Rename(PointPath(name).Get(), CoveredPath(name).Get());
     if (!direct::Link(medium.Get(), PointPath(name).Get()))
         return errno;
-    Text line;
+    BoundedText line;
     WriteControl(kMountFlags, line.AddHex(flags).Add("\n"));
     return 0;
 }
@@ -116,7 +116,7 @@ int UnmountMedium(const char* target)
     return 0;
 }
 
-long MediumRoom(std::size_t wanted, bool toMedium)
+long LimitToMedium(std::size_t wanted, bool toMedium)
 {
     unsigned long long room = wanted;
     unsigned long long left = 0;
@@ -136,12 +136,12 @@ long MediumRoom(std::size_t wanted, bool toMedium)
     return static_cast<long>(room);
 }
 
-void MediumMoved(std::size_t count, bool toMedium)
+void CountOnMedium(std::size_t count, bool toMedium)
 {
     unsigned long long left = 0;
     const auto take = [&](const char* control) {
         left = left > count ? left - count : 0;
-        Text line;
+        BoundedText line;
         WriteControl(control, line.AddNumber(left).Add("\n"));
     };
     if (count > 0 && toMedium && ReadControl(kFullAfter, left))

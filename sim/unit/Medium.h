@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "Text.h"
+#include "BoundedText.h"
 
 // The removable medium: a folder, ROOT/medium, that appears at a mount point as a symbolic link.
 // The directory that the link covers waits in ROOT/sim.
@@ -19,7 +19,7 @@ int UnmountMedium(const char* target);
 
 // How many of `wanted` bytes can be moved to or from the medium now, by what full-after and
 // pull-after say; -1 with errno when none can.
-long MediumRoom(std::size_t wanted, bool toMedium);
+long LimitToMedium(std::size_t wanted, bool toMedium);
 
 // Takes what was moved off those limits, and pulls the medium out at the end of the latter.
-void MediumMoved(std::size_t count, bool toMedium);
+void CountOnMedium(std::size_t count, bool toMedium);

@@ -18,9 +18,9 @@ int DigitOf(char letter, unsigned base)
     return -1;
 }
 
-Text ControlPath(const char* name)
+BoundedText ControlPath(const char* name)
 {
-    Text path = InRoot("/sim/");
+    BoundedText path = InRoot("/sim/");
     path.Add(name);
     return path;
 }
@@ -64,9 +64,9 @@ unsigned Speed()
     return speed;
 }
 
-Text InRoot(const char* path)
+BoundedText InRoot(const char* path)
 {
-    Text full;
+    BoundedText full;
     full.Add(Root()).Add(path);
     return full;
 }
@@ -77,7 +77,7 @@ bool ReadControl(const char* name, unsigned long long& number)
     return ParseNumber(ControlLine(name).text, number);
 }
 
-void WriteControl(const char* name, const Text& text)
+void WriteControl(const char* name, const BoundedText& text)
 {
     const KeepErrno kept;
     const int file = direct::Open(ControlPath(name).Get(), O_WRONLY | O_CREAT | O_TRUNC);

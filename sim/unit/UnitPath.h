@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Text.h"
+#include "BoundedText.h"
 
 // A path that the program gave to libc, and what it stands for.
 //
@@ -27,5 +27,5 @@ public:
 private:
     const char* asked;
     bool isUnits = false;
-    Text mapped;  // empty when the path stays as it is
+    BoundedText mapped;  // empty when the path stays as it is
 };
