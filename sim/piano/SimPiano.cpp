@@ -1,6 +1,7 @@
 #include "SimPiano.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -12,11 +13,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "Paths.h"
+
 namespace {
 
-constexpr char kPatcherSocket[] = "home/i2c_server_sock";
-constexpr char kRcServerSocket[] = "tmp/rcseq_socket";
-constexpr char kSayFile[] = "sim/say";
+constexpr char kSayFile[] = "/sim/say";
 constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
 // How soon to look again whether the system has read what it was sent: nothing tells of that.
@@ -50,6 +51,9 @@ bool SimPiano::Open()
 {
     if (!LoadFlash())
         return Complain(options.loadFile + ": can't be loaded into the flash");
+    if (!transcript.Open(Path("/sim/midi.log")) || !rcServer.Open(Path("/sim/rc.log")))
+        return Complain(errno == EWOULDBLOCK ? "another simpiano runs in " + options.root
+                                             : "no log files in " + Path(kSimulation));
 
     sigset_t ends;
     sigemptyset(&ends);
@@ -63,14 +67,12 @@ bool SimPiano::Open()
         patcherOpens = now + Delay(options.patcherLate);
     if (!options.noRcServer)
         rcServerOpens = now + Delay(options.rcServerLate);
-    dsp = BindDatagramAt(Path("sim/dsp.sock"));
+    dsp = BindDatagramAt(Path(kDspSocket));
     if (!dsp || !OpenWhenDue())
         return false;
 
-    if (!transcript.Open(Path("sim/midi.log")) || !rcServer.Open(Path("sim/rc.log")))
-        return Complain("no log files in " + Path("sim"));
     folderWatch = Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    inotify_add_watch(folderWatch.Get(), Path("sim").c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
+    inotify_add_watch(folderWatch.Get(), Path(kSimulation).c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
     return true;
 }
 

@@ -26,7 +26,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    std::string Path(const char* below) const { return options.root + "/" + below; }
+    std::string Path(const char* below) const { return options.root + below; }
     Clock::duration Delay(int seconds) const;
     bool LoadFlash();
     void Wait(bool sendingSoon);

@@ -14,7 +14,8 @@
 // ">" comes from the system, "<" goes to it. Each line is written at once and whole.
 class Transcript {
 public:
-    // Goes on behind what an earlier process left. False when the file can't be opened.
+    // Appends to what an earlier process left. False when the file can't be opened, and with an
+    // errno of EWOULDBLOCK while another process writes to it.
     bool Open(const std::string& path);
 
     // `text` may hold any bytes; what isn't printable ASCII is shown as \xNN.

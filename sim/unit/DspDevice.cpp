@@ -7,6 +7,7 @@
 
 #include "Faults.h"
 #include "Journal.h"
+#include "Paths.h"
 #include "Settings.h"
 #include "System.h"
 
@@ -19,7 +20,7 @@ void TellPiano(unsigned long argument)
     const KeepErrno kept;
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    const BoundedText path = InRoot("/sim/dsp.sock");
+    const BoundedText path = InRoot(kDspSocket);
     if (path.Length() >= sizeof(address.sun_path))
         return;
     std::memcpy(address.sun_path, path.Get(), path.Length());

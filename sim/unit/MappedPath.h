@@ -6,7 +6,6 @@
 #include "Descriptors.h"
 #include "Faults.h"
 #include "Journal.h"
-#include "Medium.h"
 #include "System.h"
 #include "UnitPath.h"
 
@@ -21,9 +20,9 @@ int CallAtPath(Call kind, Intent intent, const UnitPath& path, RealCall call)
         errno = ENAMETOOLONG;
         return -1;
     }
-    if (path.IsUnits() && FailsNow(kind, path.Real()))
+    if (path.IsUnits() && FailsNow(kind, path.Asked()))
         return -1;
-    if (intent == Intent::Change && path.IsOnMedium() && IsMediumReadOnly()) {
+    if (intent == Intent::Change && path.IsReadOnly()) {
         errno = EROFS;
         return -1;
     }

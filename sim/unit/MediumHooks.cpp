@@ -11,6 +11,7 @@
 #include "Descriptors.h"
 #include "Journal.h"
 #include "MappedPath.h"
+#include "Medium.h"
 #include "Real.h"
 #include "Settings.h"
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Paths.h"
 #include "System.h"
 
 namespace {
@@ -20,9 +21,7 @@ int DigitOf(char letter, unsigned base)
 
 BoundedText ControlPath(const char* name)
 {
-    BoundedText path = InRoot("/sim/");
-    path.Add(name);
-    return path;
+    return InRoot(kSimulation).Add("/").Add(name);
 }
 
 // The control file's first line.
@@ -77,6 +76,12 @@ bool ReadControl(const char* name, unsigned long long& number)
     return ParseNumber(ControlLine(name).text, number);
 }
 
+bool HasControl(const char* name)
+{
+    const KeepErrno kept;
+    return direct::Exists(ControlPath(name).Get());
+}
+
 void WriteControl(const char* name, const BoundedText& text)
 {
     const KeepErrno kept;
@@ -85,6 +90,12 @@ void WriteControl(const char* name, const BoundedText& text)
         return;
     direct::Write(file, text.Get(), text.Length());
     direct::Close(file);
+}
+
+void RemoveControl(const char* name)
+{
+    const KeepErrno kept;
+    direct::Remove(ControlPath(name).Get());
 }
 
 int ControlErrno(const char* name)

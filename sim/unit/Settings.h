@@ -15,7 +15,9 @@ BoundedText InRoot(const char* path);
 
 // The number in ROOT/sim/NAME. False when the file is absent or empty.
 bool ReadControl(const char* name, unsigned long long& number);
+bool HasControl(const char* name);
 void WriteControl(const char* name, const BoundedText& text);
+void RemoveControl(const char* name);
 
 // The errno, a number or a name, in ROOT/sim/NAME; 0 when the file is absent.
 int ControlErrno(const char* name);

@@ -6,6 +6,8 @@
 #include <string>
 #include <system_error>
 
+#include "Unit.h"
+
 // A simulated unit for a test program that links its library: the product's fixed paths lie below
 // Path(), and its sleeps are over at once. There is one, from before the first test to the end.
 class OwnUnit {
@@ -18,8 +20,7 @@ public:
             throw std::runtime_error("no directory for a unit");
         setenv("SIMUNIT_ROOT", root, 1);
         setenv("SIMUNIT_SPEED", "1000000", 1);
-        for (const char* name : {"home", "tmp", "dev", "usr/local/lib/diag", "sim"})
-            std::filesystem::create_directories(Path(name));
+        CopyNewUnit(root);
     }
     ~OwnUnit()
     {

@@ -47,20 +47,20 @@ std::string Preload()
 std::unique_ptr<TempDir> MakeTree()
 {
     auto tree = std::make_unique<TempDir>();
-    for (const char* name : {"home", "tmp", "dev", "etc", "usr/local/lib/diag", "mnt/usb",
-                             "mnt/cdrom", "mnt/floppy", "medium", "cwd", "sim"})
-        fs::create_directories(tree->Path(name));
+    CopyNewUnit(tree->Path());
     return tree;
 }
 
 }  // namespace
 
+void CopyNewUnit(const std::string& root)
+{
+    fs::copy(DIAG_NEW_UNIT, root, fs::copy_options::recursive);
+}
+
 Unit::Unit() : tree(MakeTree()), clock(Path("sim/clock"))
 {
     SetClock(&clock);
-    Write("dev/PciDsp", "");
-    Write("etc/KVT-release", "1.00\n");
-    Write("etc/KVT-lang", "en\n");
     Write(kNoLeaksFile, kNoLeaks);
     Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" + Path(kNoLeaksFile));
 }
@@ -190,14 +190,12 @@ void Unit::Control(const std::string& name, const std::string& text) const
 
 void Unit::Mount(const std::string& point) const
 {
-    fs::rename(Path("mnt/" + point), Path("sim/under-" + point));
-    fs::create_directory_symlink(Path("medium"), Path("mnt/" + point));
-    Control("mount-flags", "0xc0ed000a");
+    Control("mounted-" + point, "");
 }
 
 bool Unit::IsMounted(const std::string& point) const
 {
-    return fs::is_symlink(Path("mnt/" + point));
+    return Exists("sim/mounted-" + point);
 }
 
 std::string Unit::Flash(std::uint32_t address, std::size_t size) const

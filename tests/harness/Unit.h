@@ -16,6 +16,9 @@
 #include "TempDir.h"
 #include "Wait.h"
 
+// Makes the empty directory a unit, as `simunit new` does.
+void CopyNewUnit(const std::string& root);
+
 // A simulated unit in a directory of its own, with the programs that run in it. At the end of the
 // scope all of them are killed and the directory goes, unless DIAG_KEEP is set: then its path is
 // printed.

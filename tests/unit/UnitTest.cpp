@@ -115,6 +115,15 @@ TEST_P(UnitTest, FailsNthCallOfKind)
     }
 }
 
+TEST(SimPiano, IsRefusedWhereOneRuns)
+{
+    Unit unit;
+    unit.StartPiano();
+    Process& second = unit.Start("simpiano", {"--root", unit.Path()});
+    EXPECT_EQ(second.Wait(), 2);
+    EXPECT_EQ(second.Error(), "simpiano: another simpiano runs in " + unit.Path() + "\n");
+}
+
 INSTANTIATE_TEST_SUITE_P(Builds, UnitTest,
                          testing::Values("probe_plain", "probe_fortified", "probe_wide"),
                          [](const auto& tested) { return std::string(tested.param).substr(6); });
