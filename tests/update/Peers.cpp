@@ -1,27 +1,28 @@
 #include "Peers.h"
 
-#include <utility>
-
 #include <gtest/gtest.h>
 
 #include "Bytes.h"
 
+// A frame is E2 E0 type 06 kind data[5]; kind 3n is text of n bytes, 37 the end of the line.
 Lines Peers::Sent()
 {
-    const std::string& bytes = patcher.Received();
-    for (; bytesTaken < bytes.size(); ++bytesTaken) {
-        const char byte = bytes[bytesTaken];
-        if (byte != '\xFE') {
-            block += byte;
-            continue;
+    Lines sent;
+    const Lines frames = patcher.Frames();
+    for (; framesTaken < frames.size(); ++framesTaken) {
+        const std::string& frame = frames[framesTaken];
+        const std::string data = frame.substr(5);
+        if (frame[4] == '\xC0') {
+            sent.push_back(ToHex(data.substr(1, 3) + data[0]));
+        } else if (frame[4] != '\x37') {
+            line += data.substr(0, static_cast<unsigned char>(frame[4]) & 7U);
+        } else {
+            const auto named = names.find(line);
+            sent.push_back(named == names.end() ? line : named->second);
+            line.clear();
         }
-        const char next = bytes[++bytesTaken];  // both bytes of a pair came in one write
-        if (next == '\xFE')
-            block += next;
-        else if (next == '\xFF')
-            TakeFrame(std::exchange(block, ""));
     }
-    return std::exchange(sent, {});
+    return sent;
 }
 
 Lines Peers::After(const std::string& answer)
@@ -30,6 +31,14 @@ Lines Peers::After(const std::string& answer)
     Sent();
     Hear(message.c_str(), static_cast<int>(message.size()));
     return Sent();
+}
+
+void Peers::SendUnwanted(int answers)
+{
+    for (int i = 0; i < answers; ++i) {
+        Hear("?\r\n", 3);
+        patcher.Received();  // makes room for what the next one sends
+    }
 }
 
 std::string Peers::Told()
@@ -44,19 +53,4 @@ void Peers::OpenMidi()
     midi.Set_connecttype(TMidiCom::kPiano);
     EXPECT_GE(midi.SetMidiDescriptor(kMidiPatcherSocket), 0);
     EXPECT_TRUE(patcher.Accept());
-}
-
-// E2 E0 type 06 kind data[5]; kind 3n is text of n bytes, 37 the end of the line.
-void Peers::TakeFrame(const std::string& frame)
-{
-    const std::string data = frame.substr(5);
-    if (frame[4] == '\xC0') {
-        sent.push_back(ToHex(data.substr(1, 3) + data[0]));
-    } else if (frame[4] != '\x37') {
-        line += data.substr(0, static_cast<unsigned char>(frame[4]) & 7U);
-    } else {
-        const auto named = names.find(line);
-        sent.push_back(named == names.end() ? line : named->second);
-        line.clear();
-    }
 }

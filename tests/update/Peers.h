@@ -21,12 +21,14 @@ public:
     Peers(const Peers&) = delete;
     Peers& operator=(const Peers&) = delete;
 
-    // What the CSP has got since the last look: console lines, those in `names` by their names, and
+    // What the CSP has got since the last call: console lines, those in `names` by their names, and
     // MIDI groups such as "BF 66 01 00".
     Lines Sent();
     // What an answer of the CSP, without its line end, makes the machine send.
     Lines After(const std::string& answer);
-    // What the controller has got since the last look.
+    // Lets the CSP send so many unwanted answers.
+    void SendUnwanted(int answers);
+    // What the controller has got since the last call.
     std::string Told();
 
     TempDir dir;
@@ -43,18 +45,9 @@ protected:
 
 private:
     virtual void Hear(const char* message, int length) = 0;
-    void TakeFrame(const std::string& frame);
 
     Peer controller;
-    std::size_t bytesTaken = 0;
+    std::size_t framesTaken = 0;
     std::size_t bytesTold = 0;
-    std::string block;
     std::string line;
-    Lines sent;
 };
-
-inline Lines operator+(Lines lines, const Lines& more)
-{
-    lines.insert(lines.end(), more.begin(), more.end());
-    return lines;
-}
