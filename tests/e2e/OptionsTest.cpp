@@ -73,7 +73,7 @@ TEST(CommandLine, ChoosesModeAndPeer)
         Unit unit;
         unit.Write("cwd/1.hex", SmallFile("V1"));
         unit.Write("cwd/2.hex", SmallFile("V2"));
-        Patcher patcher(unit.Path("home/i2c_server_sock"));
+        MidiPeer patcher(unit.Path("home/i2c_server_sock"));
 
         unit.StartServer(row.words);
 
@@ -116,7 +116,7 @@ TEST(ServerStart, LogsNeighboursInOrderAndGoesOnWithPatcher)
         SCOPED_TRACE(row.name);
         Unit unit;
         const Port taken;
-        Patcher patcher(unit.Path("home/i2c_server_sock"));
+        MidiPeer patcher(unit.Path("home/i2c_server_sock"));
         std::unique_ptr<Neighbour> rcServer;
         if (row.rcServer == There)
             rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
@@ -169,7 +169,7 @@ TEST(UpdateStart, LogsNeighboursAndUpdatesOnlyWithPatcher)
         const bool updates = row.output == kUpdateFinished;
         Unit unit;
         unit.Write("cwd/prog.hex", SmallFile("V3"));
-        unit.DspErrno(row.dspError);
+        unit.Control("dsp-errno", row.dspError);
         if (row.patcher == There)
             unit.StartPiano();
         unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);

@@ -1,6 +1,5 @@
 #include "Scene.h"
 
-#include <filesystem>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -51,11 +50,7 @@ std::string LogTexts(const Unit& unit, const std::string& name)
 
 std::string Frames(const std::vector<std::string>& lines, const std::string& head)
 {
-    std::string all;
-    for (const std::string& line : lines)
-        for (const std::string& frame : Patcher::ConsoleFrames(line, head))
-            all += frame;
-    return all;
+    return MidiPeer::EncodeLines(lines, head);
 }
 
 std::size_t Count(const std::string& text, const std::string& part)
@@ -83,8 +78,7 @@ ServerWithPiano::ServerWithPiano()
 
 void ServerWithPiano::SetFaults(const std::string& options) const
 {
-    std::filesystem::rename(unit.Write("sim/say.new", "@faults " + options + "\n"),
-                            unit.Path("sim/say"));
+    unit.Control("say", "@faults " + options);
     EXPECT_TRUE(WaitUntil([&] { return !unit.Exists("sim/say"); }));
 }
 
@@ -143,7 +137,7 @@ std::string ServerWithPeers::Ask(const std::string& groups)
 
 void ServerWithPeers::Say(const std::string& frames)
 {
-    SayBytes(Patcher::Stuffed(frames));
+    SayBytes(MidiPeer::Stuff(frames));
 }
 
 void ServerWithPeers::SayBytes(const std::string& bytes)

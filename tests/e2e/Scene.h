@@ -37,7 +37,8 @@ std::string PackedText(const std::string& data);
 std::string LogTexts(const Unit& unit, const std::string& name = kServerLog);
 
 // The frames of console lines, one after the other.
-std::string Frames(const std::vector<std::string>& lines, const std::string& head = Patcher::kHead);
+std::string Frames(const std::vector<std::string>& lines,
+                   const std::string& head = MidiPeer::kHead);
 
 std::size_t Count(const std::string& text, const std::string& part);
 
@@ -90,7 +91,7 @@ public:
     std::string TakeLog();
 
     Unit unit;
-    Patcher patcher;
+    MidiPeer patcher;
     Neighbour rcServer;
     Process* server;
     std::unique_ptr<Controller> controller;

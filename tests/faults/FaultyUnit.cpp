@@ -1,7 +1,6 @@
 #include "FaultyUnit.h"
 
 #include <csignal>
-#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 
@@ -186,7 +185,7 @@ Reply FaultyUnit::Ask(const std::string& groups, std::chrono::nanoseconds time)
 
 std::string FaultyUnit::Say(const std::string& lines)
 {
-    std::filesystem::rename(Write("sim/say.new", lines), Path("sim/say"));
+    Control("say", lines);
     Ask("");
     return controller->Received();
 }

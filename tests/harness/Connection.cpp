@@ -2,15 +2,11 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <stdexcept>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -23,48 +19,21 @@ const sockaddr* General(const Address& address)
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-// A socket without waits. What can't be bound fails to listen.
-int BindPath(const std::string& path)
-{
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path))
-        throw std::length_error(path);
-    std::memcpy(address.sun_path, path.data(), path.size());
-    unlink(path.c_str());
-    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    return bind(made, General(address), sizeof(address)) < 0 ? -1 : made;
-}
-
-std::pair<int, int> BindFreePort()
-{
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (bind(made, General(address), size) < 0 ||
-        getsockname(made, reinterpret_cast<sockaddr*>(&address), &size) < 0)
-        throw std::runtime_error("no free port");
-    return {made, ntohs(address.sin_port)};
-}
-
 }  // namespace
 
 bool Connection::Send(const std::string& bytes) const
 {
     std::size_t done = 0;
-    // False once the peer is gone.
-    const auto sendMore = [&] {
+    bool isUp = true;
+    const auto isOver = [&] {
         const ssize_t count =
             send(descriptor, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
-        return count > 0 || (count < 0 && errno == EAGAIN);
+        isUp = count >= 0 || errno == EAGAIN;
+        return !isUp || done == bytes.size();
     };
     NoteTcp();
-    bool isUp = sendMore();
-    if (isUp && done < bytes.size())
-        WaitUntil([&] { return !(isUp = sendMore()) || done == bytes.size(); });
-    return done == bytes.size();
+    return (isOver() || WaitUntil(isOver)) && isUp;
 }
 
 const std::string& Connection::Received()
@@ -136,27 +105,35 @@ void Controller::Reset()
     Close();
 }
 
-Listener::Listener(int socket, const std::string& name) : listener(socket)
+Peer::Peer()
 {
-    constexpr int kBacklog = 4;
-    if (listen(listener, kBacklog) < 0)
-        throw std::runtime_error("nobody can listen at " + name);
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
+        throw std::runtime_error("no pair of sockets");
+    Attach(ends[0]);
+    other = ends[1];
 }
 
-Listener::~Listener()
+Neighbour::Neighbour(const std::string& path)
+    : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+{
+    constexpr int kBacklog = 4;
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path))
+        throw std::length_error(path);
+    path.copy(address.sun_path, path.size());
+    unlink(path.c_str());
+    if (bind(listener, General(address), sizeof(address)) < 0 || listen(listener, kBacklog) < 0)
+        throw std::runtime_error("nobody can listen at " + path);
+}
+
+Neighbour::~Neighbour()
 {
     close(listener);
 }
 
-Neighbour::Neighbour(const std::string& path) : Listener(BindPath(path), path) {}
-
-Port::Port() : Port(BindFreePort()) {}
-
-Port::Port(std::pair<int, int> socketAndNumber)
-    : Listener(socketAndNumber.first, "a free port"), number(socketAndNumber.second)
-{}
-
-bool Listener::Accept(std::chrono::nanoseconds limit)
+bool Neighbour::Accept(std::chrono::nanoseconds limit)
 {
     int made = -1;
     WaitUntil([&] { return (made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; },
@@ -165,11 +142,18 @@ bool Listener::Accept(std::chrono::nanoseconds limit)
     return made >= 0;
 }
 
-bool Listener::WaitUntilRead()
+Port::Port() : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    return WaitUntil([&] {
-        int unread = 1;
-        Received();
-        return ioctl(Descriptor(), SIOCOUTQ, &unread) == 0 && unread == 0;
-    });
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    if (bind(descriptor, General(address), size) < 0 ||
+        getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) < 0)
+        throw std::runtime_error("no free port");
+    number = ntohs(address.sin_port);
+}
+
+Port::~Port()
+{
+    close(descriptor);
 }

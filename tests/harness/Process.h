@@ -14,7 +14,7 @@ class Process {
 public:
     struct Setup {
         std::vector<std::string> command;      // the program's path and its arguments
-        std::vector<std::string> environment;  // NAME=VALUE; of two with a name the first counts
+        std::vector<std::string> environment;  // NAME=VALUE; of two with a name the last counts
         std::string directory;                 // to run in
         std::string output;                    // the file that takes it; without one it is closed
         std::string error;

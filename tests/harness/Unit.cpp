@@ -44,11 +44,10 @@ std::string Preload()
     return Emulator().empty() ? preload : "QEMU_SET_ENV=" + preload;
 }
 
-std::unique_ptr<TempDir> MakeTree()
+Unit::Words Join(Unit::Words words, const Unit::Words& more)
 {
-    auto tree = std::make_unique<TempDir>();
-    CopyNewUnit(tree->Path());
-    return tree;
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
 }
 
 }  // namespace
@@ -58,9 +57,11 @@ void CopyNewUnit(const std::string& root)
     fs::copy(DIAG_NEW_UNIT, root, fs::copy_options::recursive);
 }
 
-Unit::Unit() : tree(MakeTree()), clock(Path("sim/clock"))
+Unit::Unit()
 {
-    SetClock(&clock);
+    CopyNewUnit(Path());
+    clock.emplace(Path("sim/clock"));
+    SetClock(&*clock);
     Write(kNoLeaksFile, kNoLeaks);
     Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" + Path(kNoLeaksFile));
 }
@@ -81,14 +82,9 @@ Unit::~Unit()
     }
 }
 
-std::string Unit::Write(const std::string& name, const std::string& bytes) const
-{
-    return tree->Write(name, bytes);
-}
-
 void Unit::Set(const std::string& variable)
 {
-    environment.insert(environment.begin(), variable);
+    environment.push_back(variable);
 }
 
 void Unit::Remove(const std::string& name) const
@@ -96,33 +92,25 @@ void Unit::Remove(const std::string& name) const
     fs::remove_all(Path(name));
 }
 
-Process& Unit::Spawn(const Words& command, Words variables)
+Process& Unit::Spawn(const Words& command, const Words& variables)
 {
-    for (const std::string& own : {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")})
-        variables.push_back(own);
     const std::string streams =
         Path("sim/" + fs::path(command[0]).filename().string() + std::to_string(processes.size()));
-    Words words = Emulator();
-    words.insert(words.end(), command.begin(), command.end());
-    return processes.emplace_back(Process::Setup{words, variables, Path("cwd"),
-                                                 output.value_or(streams + ".out"),
-                                                 streams + ".err", &clock});
+    return processes.emplace_back(
+        Process::Setup{Join(Emulator(), command),
+                       Join(variables, {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")}),
+                       Path("cwd"), output.value_or(streams + ".out"), streams + ".err", &*clock});
 }
 
 Process& Unit::Start(const std::string& program, const Words& arguments)
 {
-    Words command{Program(program)};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    Words variables = environment;
-    variables.push_back("SIMUNIT_ROOT=" + Path());
-    return Spawn(command, variables);
+    return Spawn(Join({Program(program)}, arguments),
+                 Join(environment, {"SIMUNIT_ROOT=" + Path()}));
 }
 
 Process& Unit::StartServer(const Words& arguments)
 {
-    Words words{"-P", "0"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    return Start("diag_server", words);
+    return Start("diag_server", Join({"-P", "0"}, arguments));
 }
 
 Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
@@ -135,10 +123,9 @@ Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
 Process& Unit::StartPiano(const Words& arguments)
 {
     // The flash is written to a file again and again, so it ends where the parameters do.
-    Words command{Program("simpiano"), "--root", Path(), "--save",
-                  Path("flash.bin"),   "--size", "A0000"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    Process& piano = Spawn(command, {});
+    const Words command{Program("simpiano"), "--root", Path(), "--save",
+                        Path("flash.bin"),   "--size", "A0000"};
+    Process& piano = Spawn(Join(command, arguments), {});
     if (!WaitUntil([&] { return piano.Output() == "ready\n" || !piano.IsRunning(); }))
         throw std::runtime_error("simpiano isn't ready: " + piano.Error());
     return piano;
@@ -186,16 +173,6 @@ void Unit::Control(const std::string& name, const std::string& text) const
 {
     // In one step, since the program may be reading it.
     fs::rename(Write("sim/" + name + ".new", text + "\n"), Path("sim/" + name));
-}
-
-void Unit::Mount(const std::string& point) const
-{
-    Control("mounted-" + point, "");
-}
-
-bool Unit::IsMounted(const std::string& point) const
-{
-    return Exists("sim/mounted-" + point);
 }
 
 std::string Unit::Flash(std::uint32_t address, std::size_t size) const

@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include "Compress.h"
-#include "Descriptors.h"
 #include "HexText.h"
 #include "IntelBin.h"
 #include "RunLength.h"

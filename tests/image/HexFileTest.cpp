@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Descriptors.h"
 #include "HexText.h"
 #include "THexFile.h"
 #include "TempDir.h"

@@ -11,9 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Bytes.h"
-#include "Descriptors.h"
-#include "Patcher.h"
+#include "HexText.h"
+#include "MidiPeer.h"
 #include "TMidiCom.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
@@ -22,7 +21,7 @@ namespace {
 
 const unsigned char kGroup[] = {0xBF, 0x66, 0x01, 0x00};
 const std::string kEndFrame = Bytes("00 E1 06 37 00 00 00 00 00");
-const std::string kEnd = Patcher::Stuffed(kEndFrame);
+const std::string kEnd = MidiPeer::Stuff(kEndFrame);
 
 // A link that is up, and the MIDI Patcher at its other end.
 struct MidiLink {
@@ -60,7 +59,7 @@ struct MidiLink {
 
     TempDir dir;
     std::string path{dir.Path("patcher")};
-    Patcher patcher{path};
+    MidiPeer patcher{path};
     TMidiCom midi;
 };
 
@@ -169,8 +168,8 @@ TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
 {
     const std::string text = Bytes("FE E5 06 C0 FE FC 06 FE FE");
     const std::string escapes = Bytes("00 E1 06 CF 01 02 03 FE FF");
-    const std::string wire = Patcher::Stuffed(text) + kEnd;
-    std::vector<std::string> pieces = {Patcher::Stuffed(text), kEnd, Patcher::Stuffed(escapes),
+    const std::string wire = MidiPeer::Stuff(text) + kEnd;
+    std::vector<std::string> pieces = {MidiPeer::Stuff(text), kEnd, MidiPeer::Stuff(escapes),
                                        kEnd + wire};
     for (std::size_t at = 0; at < wire.size(); at += pieces.back().size())
         pieces.push_back(wire.substr(at, wire[at] == '\xFE' ? 2 : 1));  // pairs stay together

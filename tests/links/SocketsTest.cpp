@@ -11,8 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Descriptors.h"
-#include "Peer.h"
+#include "Connection.h"
 #include "ReadSet.h"
 #include "Sockets.h"
 #include "TRCServerCom.h"

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Peer.h"
+#include "Connection.h"
 #include "TextService.h"
 #include "UniqueFd.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Bytes.h"
+#include "HexText.h"
 
 // A frame is E2 E0 type 06 kind data[5]; kind 3n is text of n bytes, 37 the end of the line.
 Lines Peers::Sent()

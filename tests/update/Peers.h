@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "Connection.h"
+#include "MidiPeer.h"
 #include "OwnUnit.h"
-#include "Patcher.h"
-#include "Peer.h"
 #include "TMidiCom.h"
 #include "TZaurusCom.h"
 #include "TempDir.h"
@@ -40,7 +40,7 @@ protected:
     // Connects `midi`.
     void OpenMidi();
 
-    Patcher patcher{ownUnit.Path("home/i2c_server_sock")};
+    MidiPeer patcher{ownUnit.Path("home/i2c_server_sock")};
     std::map<std::string, std::string> names;
 
 private:
