@@ -88,7 +88,7 @@ void Csp::OnStatus(const std::string&)
     Answer(busy ? "Status:Flash Busy" : "Status:Flash Idle");
 }
 
-// The system repeats WRITE and READ until the answer has come. A second "Start READ" behind the
+// The system repeats WRITE and READ until the answer has come. A second "Start READ" after the
 // first NEXT would break the read off, so only an answer that a lost link took along is repeated.
 void Csp::OnWrite(const std::string&)
 {
@@ -303,18 +303,16 @@ std::string Csp::TakeNextRecord()
     const uint32_t toCut = faults.readCut - readAddress % faults.readCut;
     const uint32_t count = std::min({readStep, toCut, readEnd - readAddress});
     const uint32_t address = readAddress;
-    const auto holds = [&](const std::optional<uint32_t>& at) {
-        return at && *at - address < count;
-    };
+    const auto has = [&](const std::optional<uint32_t>& at) { return at && *at - address < count; };
     record = DataRecordAt(address, count);
     readAddress += count;
     sending = readAddress % kStretchSize != 0 || readAddress >= readEnd;
     CountRecord();
 
-    if (holds(faults.badAddressAt))
+    if (has(faults.badAddressAt))
         ++record.address;
     std::string text = record.ToText();
-    if (holds(faults.badChecksumAt))
+    if (has(faults.badChecksumAt))
         text.back() = text.back() == '0' ? '1' : '0';
     return text;
 }

@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-// What simpiano was asked to be: its command line.
+// The command line of simpiano.
 struct Options {
     std::string root;
     int speed = 1;

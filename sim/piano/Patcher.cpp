@@ -47,7 +47,7 @@ bool Patcher::Listen(const std::string& path)
     return IsListening();
 }
 
-// While one connection stands, the next one waits in the listener.
+// While one connection is open, the next one waits in the listener.
 void Patcher::AddTo(std::vector<pollfd>& watched) const
 {
     if (client)
@@ -279,7 +279,7 @@ bool Patcher::WriteFront()
     Bytes& front = writes.front();
     const ssize_t count = send(client.Get(), front.data(), front.size(), MSG_NOSIGNAL);
     if (count < 0) {
-        // A vanished peer shows in Receive, behind the last bytes that it has left.
+        // A vanished peer shows in Receive, after the last bytes that it has left.
         if (errno != EAGAIN && errno != EINTR)
             writes.clear();
         return false;

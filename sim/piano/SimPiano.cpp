@@ -20,7 +20,7 @@ namespace {
 constexpr char kSayFile[] = "/sim/say";
 constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
-// How soon to look again whether the system has read what it was sent: nothing tells of that.
+// How soon to look again whether the system has read what it was sent: nothing reports that.
 constexpr long kLookAgain = 250000;  // nanoseconds
 
 constexpr uint32_t kFlashStart = 0x90000000;

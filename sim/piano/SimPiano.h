@@ -44,7 +44,7 @@ private:
     RcServer rcServer;
     Descriptor dsp;
     Descriptor signals;
-    Descriptor folderWatch;  // tells of files in sim/
+    Descriptor folderWatch;  // reports files in sim/
     std::optional<Clock::time_point> patcherOpens;
     std::optional<Clock::time_point> rcServerOpens;
 };

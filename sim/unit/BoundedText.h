@@ -4,7 +4,7 @@
 #include <cstddef>
 
 // A text of bounded length, put together without heap, locale or stdio: hooks run before the
-// program's runtime is set up. What doesn't fit is cut and told.
+// program's runtime is set up. What doesn't fit is cut, which IsCut() reports.
 class BoundedText {
 public:
     const char* Get() const { return bytes; }

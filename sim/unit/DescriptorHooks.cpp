@@ -20,7 +20,7 @@
 
 namespace {
 
-// A made-up failure tells of a vanished peer like the kernel: with the signal, unless the call is
+// A made-up failure reports a vanished peer like the kernel: with the signal, unless the call is
 // quiet. A real one has brought its own.
 ssize_t RaiseBrokenPipe(ssize_t count, int descriptor, bool quiet)
 {

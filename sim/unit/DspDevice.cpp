@@ -15,7 +15,7 @@ namespace {
 
 constexpr unsigned long kSetParameter = 33;
 
-void TellPiano(unsigned long argument)
+void SendToPiano(unsigned long argument)
 {
     const KeepErrno kept;
     sockaddr_un address = {};
@@ -30,7 +30,7 @@ void TellPiano(unsigned long argument)
         return;
     BoundedText text;
     text.AddNumber(argument);
-    // Nobody may listen: the piano is switched off as a whole.
+    // Nobody may listen: the piano may be absent.
     syscall(SYS_sendto, peer, text.Get(), text.Length(), MSG_DONTWAIT | MSG_NOSIGNAL, &address,
             sizeof(address));
     direct::Close(peer);
@@ -56,6 +56,6 @@ int DspIoctl(unsigned long request, unsigned long argument)
         errno = error;
         return JournalResult(line, -1);
     }
-    TellPiano(argument);
+    SendToPiano(argument);
     return JournalResult(line, 0);
 }

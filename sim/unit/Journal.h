@@ -2,12 +2,12 @@
 
 #include "BoundedText.h"
 
-// The journal of what was played for the program, ROOT/sim/journal:
+// The journal of the calls that were simulated for the program, ROOT/sim/journal:
 //
 //    SECONDS.MICROS PID call(arguments) = result
 //
 // Each line goes out in one write, so the lines of several programs don't mix.
 void Journal(const BoundedText& call);
 
-// A call with its result; a failed one is told with the name of errno. Returns the result.
+// A call with its result; a failed one has the name of errno. Returns the result.
 int JournalResult(BoundedText call, int result);

@@ -38,7 +38,7 @@ inline Owner OwnerAt(const UnitPath& path)
     return path.IsUnits() ? Owner::File : Owner::Stranger;
 }
 
-// Gives a file that is empty, so new or cut, the time of its opening.
+// Stamps a file that is empty, so new or cut, with the time of its opening.
 inline void StampNewFile(int descriptor)
 {
     struct stat found = {};

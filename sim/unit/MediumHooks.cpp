@@ -56,7 +56,7 @@ int StatfsWith(Real<int(const char*, Found*)>& real, const char* asked, Found* f
     return result;
 }
 
-// The result of a played call with an outcome of 0 or an errno.
+// The result of a simulated call with an outcome of 0 or an errno.
 int JournalOutcome(const BoundedText& line, int error)
 {
     errno = error;
@@ -78,7 +78,7 @@ void JournalEnd(const char* how)
     Journal(line.Add(how).Add(" descriptors=").AddNumber(OpenDescriptors()));
 }
 
-// A server that is told to end by a signal tells what it leaves, too.
+// A server that a signal ends journals what it leaves, too.
 void OnTerminate(int)
 {
     JournalEnd("terminated");

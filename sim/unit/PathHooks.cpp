@@ -23,7 +23,7 @@ using OpenAt = int(int, const char*, int, ...);
 using OpenChecked = int(const char*, int);
 using OpenAtChecked = int(int, const char*, int);
 
-// The permission bits, which stand behind the flags when a file may be created.
+// The permission bits, which follow the flags when a file may be created.
 mode_t ModeOf(int flags, std::va_list arguments)
 {
     const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;

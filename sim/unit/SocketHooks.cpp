@@ -71,7 +71,7 @@ int TrackAccepted(int descriptor, int listener)
     return Track(descriptor, OwnerOf(listener));
 }
 
-// A connect to a UNIX socket waits for room in the listener's queue, of which nothing tells.
+// A connect to a UNIX socket waits for room in the listener's queue, which no poll reports.
 int ConnectInTurn(Real<int(int, const sockaddr*, socklen_t)>& real, int descriptor,
                   const sockaddr* address, socklen_t length)
 {
@@ -103,7 +103,7 @@ BoundedText AddressName(const sockaddr* address, socklen_t length)
     return name.Add(copy.sun_path);
 }
 
-// The port that a listener has got, whatever was asked for; 0 when it has none.
+// The port that a listener has got, whatever was requested; 0 when it has none.
 unsigned PortOf(int descriptor)
 {
     const KeepErrno kept;

@@ -62,7 +62,7 @@ int CloseStream(void* cookie)
     return 0;
 }
 
-// What open needs to be told for a mode such as "a+"; -1 for none of fopen's modes.
+// The flags of open for a mode such as "a+"; -1 for none of fopen's modes.
 int FlagsOf(const char* mode)
 {
     const bool both = std::strchr(mode, '+') != nullptr;
@@ -81,7 +81,7 @@ int FlagsOf(const char* mode)
 std::FILE* StreamOf(int descriptor, const char* mode)
 {
     static Real<std::FILE*(void*, const char*, cookie_io_functions_t)> make("fopencookie");
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a cookie is a pointer, and the number all it holds
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a cookie is a pointer, here a number
     void* cookie = reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
     return make(cookie, mode,
                 cookie_io_functions_t{ReadStream, WriteStream, SeekStream, CloseStream});

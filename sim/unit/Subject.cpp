@@ -11,7 +11,7 @@
 
 namespace {
 
-// An address with room for a NUL behind the longest path.
+// An address with room for a NUL after the longest path.
 struct Address {
     sockaddr_un name = {};
     char end = '\0';

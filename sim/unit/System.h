@@ -44,7 +44,7 @@ inline bool Remove(const char* path)
 
 }  // namespace direct
 
-// What the library does beside a call must not show in the caller's errno.
+// What the library does around a call must not show in the caller's errno.
 class KeepErrno {
 public:
     KeepErrno() : kept(errno) {}

@@ -183,7 +183,7 @@ int SleepWith(const Time* wanted, Time* left, RealCall call)
 
 Real<int(const timespec*, timespec*)> realNanosleep("nanosleep");
 
-// Tells the journal of the sleep and makes it. 0, or -1 with what is left.
+// Journals the sleep and makes it. 0, or -1 with what is left.
 int JournalledSleep(const char* name, unsigned number, timespec& time)
 {
     if (Root() != nullptr) {

@@ -2,7 +2,7 @@
 
 #include "BoundedText.h"
 
-// A path that the program gave to libc, and what it stands for.
+// A path that the program passed to libc, and the file that it means.
 //
 // An absolute path of the unit, such as /mnt/usb/csp_prog.hex, is looked up below the root. Others
 // stay as they are; relative ones and those below the root are the unit's own all the same, for
