@@ -164,11 +164,7 @@ TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
 {
     ServerWithPeers bridge;
     bridge.Open();
-    const std::string descriptors = "/proc/" + std::to_string(bridge.server->Id()) + "/fd";
-    const auto countDescriptors = [&descriptors] {
-        return std::distance(std::filesystem::directory_iterator(descriptors), {});
-    };
-    const auto before = countDescriptors();
+    const std::size_t descriptors = CountDescriptors(*bridge.server);
 
     const std::unique_ptr<Controller> first = bridge.Connect();
     EXPECT_TRUE(first->WaitForClose());
@@ -185,19 +181,24 @@ TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
 
     // While the server waits for the rest of a message, one controller goes and another comes. A
     // read for the new one, which has nothing to say yet, would never end.
-    bridge.SayBytes(Part("Hello").substr(0, 9));
+    const std::string message = Frames({"Hello"});
+    const auto begin = UnitTime();
+    bridge.SayBytes(message.substr(0, 9));
     bridge.controller->Close();
     bridge.Connect();
     bridge.Send(kVersion);
     EXPECT_TRUE(bridge.controller->WaitFor(kServiceText));
-    EXPECT_EQ(countDescriptors(), before);
+    EXPECT_EQ(UnitTime() - begin, std::chrono::seconds(5));
+    bridge.SayBytes(message.substr(9));
+    EXPECT_EQ(bridge.TakeReplies(), std::string(kServiceText) + "\r\n");
+    EXPECT_EQ(CountDescriptors(*bridge.server), descriptors);
 
     // Nothing is left of a connection that wakes the loop again and again.
     bridge.controller->Close();
-    const auto begin = UnitTime();
+    const auto closed = UnitTime();
     const auto countPasses = [&] { return Count(bridge.server->Output(), "Update Status()\n"); };
     EXPECT_TRUE(WaitUntil([&, passes = countPasses()] { return countPasses() >= passes + 4; }));
-    EXPECT_GE(UnitTime() - begin, std::chrono::seconds(10));
+    EXPECT_GE(UnitTime() - closed, std::chrono::seconds(10));
 }
 
 TEST(Gate, DropsGroupsAndMessageBoxesDuringReadBack)

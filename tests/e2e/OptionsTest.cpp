@@ -12,8 +12,6 @@ std::string SmallFile(const std::string& version)
     return HexText(FirmwareOf(version, 0x800), 16, "\r\n");
 }
 
-enum Presence { There, Late, Absent };
-
 }  // namespace
 
 TEST(CommandLine, PrintsUsageOrVersionAndTouchesNoLink)
@@ -90,102 +88,59 @@ TEST(ServerStart, LogsNeighboursInOrderAndGoesOnWithPatcher)
     constexpr char kNoPatcher[] =
         "Diag Server Start Now.\nMIDI Patcher is not active.\nRC Server is active.\n";
     const struct {
-        const char* name;
-        bool hasPatcher;
-        Presence rcServer;
+        const char* piano;
         bool hasPort;
         const char* removed;
         const char* fault;
-        const char* output;  // a part of it
         std::size_t retries;
+        const char* output;  // its end; empty: it goes on
         const char* log;
     } rows[] = {
-        {"late RC Server", true, Late, true, "none", "", "", 1,
-         "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is active.\nDiag Server "
-         "Initialize OK\n"},
-        {"patcher only", true, Absent, false, "none", "", "", 2,
-         "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is not active.\nZaurus Socket "
-         "Port Open Error\nDiag Server Initialize OK\n"},
-        {"no log directory", true, There, true, "usr/local/lib/diag", "", "", 0, ""},
-        {"no patcher", false, There, true, "home/i2c_server_sock", "",
-         "MIDI Patcher is not active.\n", 0, kNoPatcher},
-        {"patcher that refuses", false, There, true, "none", "write:1:EPIPE",
-         "MIDI Patcher is not connected\n", 0, kNoPatcher},
+        {"--rc-late 4", true, "none", "", 1, "",
+         "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is active.\n"
+         "Diag Server Initialize OK\n"},
+        {"--no-rc", false, "none", "", 2, "",
+         "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is not active.\n"
+         "Zaurus Socket Port Open Error\nDiag Server Initialize OK\n"},
+        {"", true, "usr/local/lib/diag", "", 0, "", ""},
+        {"--no-patcher", true, "none", "", 0, "MIDI Patcher is not active.\n", kNoPatcher},
+        {"", true, "none", "write:1:EPIPE", 0, "MIDI Patcher is not connected\n", kNoPatcher},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(std::string(row.piano) + row.removed + row.fault);
         Unit unit;
         const Port taken;
-        MidiPeer patcher(unit.Path("home/i2c_server_sock"));
-        std::unique_ptr<Neighbour> rcServer;
-        if (row.rcServer == There)
-            rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
         unit.Remove(row.removed);
         unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
+        unit.StartPiano(Split(std::string("--silent ") + row.piano));
 
         Process& server =
             unit.StartServer({"-P", row.hasPort ? "0" : std::to_string(taken.Number())});
-        if (row.rcServer == Late) {
-            EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
-            rcServer = std::make_unique<Neighbour>(unit.Path("tmp/rcseq_socket"));
-        }
 
-        if (row.hasPatcher)
-            EXPECT_TRUE(patcher.Accept() && patcher.WaitForLine("STATUS"));
-        else
+        if (*row.output != '\0')
             ExpectCleanEnd(unit, server);
-        EXPECT_EQ(server.IsRunning(), row.hasPatcher);
-        EXPECT_NE(server.Output().find(row.output), std::string::npos);
+        else
+            EXPECT_TRUE(unit.WaitFor("sim/midi.log", "> console STATUS"));
+        EXPECT_NE(server.Output().find(row.output), std::string::npos) << server.Output();
         EXPECT_EQ(Count(unit.Journal(), "sleep(2)\n"), 1U);
         EXPECT_EQ(Count(unit.Journal(), "sleep(5)\n"), row.retries);
         EXPECT_EQ(LogTexts(unit), row.log);
-        EXPECT_TRUE(rcServer == nullptr || rcServer->Accept());
     }
 }
 
-TEST(UpdateStart, LogsNeighboursAndUpdatesOnlyWithPatcher)
+TEST(UpdateStart, EndsWithoutImage)
 {
-    constexpr char kUpdateFinished[] = "APE Update Finished\n";
-    const struct {
-        const char* name;
-        Presence patcher;
-        const char* dspError;
-        const char* fault;   // of the program
-        const char* log;     // from the version to the update
-        const char* output;  // the end of it
-    } rows[] = {
-        {"failing DSP", There, "EIO", "", "Open MIDI Patcher - OK1\nOpen PciDsp - NG\n",
-         kUpdateFinished},
-        {"late patcher", Late, "0", "",
-         "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n", kUpdateFinished},
-        {"no patcher", Absent, "0", "",
-         "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - OK\n",
-         "Open i2c error\nError:-3\n"},
-        {"patcher that refuses", There, "0", "write:1:EPIPE",
-         "Open MIDI Patcher - NG1\nOpen PciDsp - OK\n", "Connect i2c error2\nError:-3\n"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const bool updates = row.output == kUpdateFinished;
+    for (const char* name : {"none.hex", "long.hex"}) {
+        SCOPED_TRACE(name);
         Unit unit;
-        unit.Write("cwd/prog.hex", SmallFile("V3"));
-        unit.Control("dsp-errno", row.dspError);
-        if (row.patcher == There)
-            unit.StartPiano();
-        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
+        unit.Write("cwd/long.hex", SmallFile("V3") + std::string(80, '0') + "\n");
+        unit.StartPiano();
 
-        Process& program = unit.Start("diag_server", {"-f", "prog.hex"});
-        if (row.patcher == Late) {
-            EXPECT_TRUE(unit.WaitForJournal("sleep(5)"));
-            unit.StartPiano();
-        }
+        Process& program = unit.Run({"-f", name});
 
         ExpectCleanEnd(unit, program);
-        const char* updated = "CSP Updater Initialize - OK\nStart CSP Update\nCSP Update Finished\n"
-                              "Rebooting CSP...5sec\n";
-        EXPECT_EQ(LogTexts(unit, kUpdateLog),
-                  std::string("CSP Updater Start Now.\nCSP File Version: V3\n") + row.log +
-                      (updates ? updated : "Update Error No.-3\n"));
-        EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
+        EXPECT_NE(program.Output().find("No Update File!\n"), std::string::npos);
+        EXPECT_EQ(LogTexts(unit, kUpdateLog), "CSP Updater Start Now.\n");
+        EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
     }
 }

@@ -1,5 +1,7 @@
 #include "Scene.h"
 
+#include <filesystem>
+#include <iterator>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -59,6 +61,18 @@ std::size_t Count(const std::string& text, const std::string& part)
     for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
         ++count;
     return count;
+}
+
+Unit::Words Split(const std::string& line)
+{
+    std::istringstream words(line);
+    return {std::istream_iterator<std::string>(words), {}};
+}
+
+std::size_t CountDescriptors(const Process& program)
+{
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(program.Id()) + "/fd");
+    return static_cast<std::size_t>(std::distance(all, {}));
 }
 
 void ExpectCleanEnd(const Unit& unit, Process& program)

@@ -42,6 +42,11 @@ std::string Frames(const std::vector<std::string>& lines,
 
 std::size_t Count(const std::string& text, const std::string& part);
 
+// The words of a command line.
+Unit::Words Split(const std::string& line);
+
+std::size_t CountDescriptors(const Process& program);
+
 // Expects that the program ends with status 0 and leaves no descriptor open.
 void ExpectCleanEnd(const Unit& unit, Process& program);
 

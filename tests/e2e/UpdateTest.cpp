@@ -1,4 +1,5 @@
-// The stand-alone update against a piano with its habits and faults, and with files of every kind.
+// The stand-alone update with its neighbours there, late and absent, against a piano with its
+// habits and faults.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,63 +11,74 @@
 #include "Scene.h"
 #include "UniqueFd.h"
 
-namespace {
-
-constexpr char kFinished[] = "Start CSP Update\nCSP Update Finished\n";
-
-// What an update logs between its set-up and its last line.
-std::string MainLog(const Unit& unit)
+TEST(Update, LogsResultRenamesFileAndRestartsPiano)
 {
-    const std::string log = LogTexts(unit, kUpdateLog);
-    const std::string begin = "CSP Updater Initialize - OK\n";
-    const std::string end = "Rebooting CSP...5sec\n";
-    const std::size_t at = log.find(begin) + begin.size();
-    EXPECT_EQ(log.substr(log.size() - end.size()), end);
-    return log.substr(at, log.size() - end.size() - at);
-}
-
-}  // namespace
-
-TEST(Update, SucceedsOrReportsReasonAndAlwaysRestartsPiano)
-{
-    constexpr char kNoReply[] = "Start CSP Update\nPiano is no reply\n";
+    constexpr char kNoPatcher[] =
+        "Open MIDI Patcher - NG1\nOpen MIDI Patcher - NG2\nOpen PciDsp - OK\nUpdate Error No.-3\n";
+    const std::string ready =
+        "Open MIDI Patcher - OK1\nOpen PciDsp - OK\nCSP Updater Initialize - OK\n";
+    const std::string updated =
+        "CSP Updater Initialize - OK\nStart CSP Update\nCSP Update Finished\n";
+    const std::string done = "Open MIDI Patcher - OK1\nOpen PciDsp - OK\n" + updated;
+    const std::string failed = ready + "Start CSP Update\nCSP Update Failed\nStart CSP Update\n";
+    const char* const plain = "-f prog.hex";
+    const char* const finished = "APE Update Finished\n";
     const struct {
-        Unit::Words piano;
-        const char* log;
+        const char* words;
+        const char* piano;
+        const char* fault;                  // of the program
+        const char* output;                 // a part of it
+        std::string log;                    // from the version to the restart
+        const char* name = "cwd/prog.hex";  // the file's last one
     } rows[] = {
-        {{"--frame-bytes", "4", "--keep-pairs", "--no-status"}, kFinished},
-        {{"--join", "--garbage", "40", "--ng-at", "90040000", "--ng-at", "90042000", "--ng-at",
-          "90053FFF"},
-         kFinished},
-        {{"--fail", "1"},
-         "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Finished\n"},
-        {{"--fail", "2"},
-         "Start CSP Update\nCSP Update Failed\nStart CSP Update\nCSP Update Failed\n"},
-        {{"--garbage-endless"}, "Piano Comunication Error !\n"},
-        {{"--die-after", "1"}, "Piano is not connected 2\n"},
-        {{"--cut-link-after", "3000"}, kNoReply},
+        {plain, "--no-patcher", "", "Open i2c error\nError:-3\n", kNoPatcher},
+        {plain, "--late 3", "write:1:EPIPE", "Connect i2c error\nError:-3\n", kNoPatcher},
+        {plain, "", "write:1:EPIPE", "Connect i2c error2\nError:-3\n",
+         "Open MIDI Patcher - NG1\nOpen PciDsp - OK\nUpdate Error No.-3\n"},
+        {plain, "--late 3", "", finished,
+         "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n" + updated},
+        {plain, "", "ioctl:1:EIO", finished,
+         "Open MIDI Patcher - OK1\nOpen PciDsp - NG\n" + updated},
+        {plain, "--frame-bytes 4 --keep-pairs --no-status", "", finished, done},
+        {plain, "--join --garbage 40 --ng-at 90042000 --ng-at 90050FFF", "", finished, done},
+        {plain, "--fail 1", "", finished, failed + "CSP Update Finished\n"},
+        {plain, "--fail 2", "", "CSP Update Failed\n", failed + "CSP Update Failed\n"},
+        {plain, "--garbage-endless", "", "Error !\n", ready + "Piano Comunication Error !\n"},
+        {plain, "--die-after 1", "", "connected 2\n", ready + "Piano is not connected 2\n"},
+        {plain, "--cut-link-after 3000", "", "no reply\n",
+         ready + "Start CSP Update\nPiano is no reply\n"},
+        {"-a prog.hex -c", "", "", finished, done + "Update File Renamed\n", "cwd/xV102.hex"},
+        {"-b -f ../mnt/usb/prog.hex", "", "", finished, done + "Update File Renamed\n",
+         "mnt/usb/xV102.hex"},
+        {"-b -f prog.hex", "", "rename:1:EACCES", finished, done + "Update File Rename Error\n"},
     };
-    const std::string firmware = FirmwareOf("V2.10-7", 0x14000);
+    const std::string firmware = FirmwareOf("../x\\V 1.02", 0x11000);
+    const std::string image = HexText(firmware, 32, "\r\n");
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.piano));
+        SCOPED_TRACE(std::string(row.words) + " " + row.piano + " " + row.fault);
+        const bool restarts = row.log.find("Error No.") == std::string::npos;
         Unit unit;
-        unit.Write("cwd/prog.hex", HexText(firmware, 32, "\r\n"));
-        unit.StartPiano(row.piano);
+        unit.Write("cwd/prog.hex", image);
+        unit.Write("mnt/usb/prog.hex", image);
+        unit.Write("mnt/usb/xV102.hex", "older");
+        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
+        unit.StartPiano(Split(row.piano));
 
-        Process& program = unit.Run({"-f", "prog.hex"});
+        Process& program = unit.Run(Split(row.words));
 
-        const std::string log = row.log;
-        const std::string end = log.substr(log.rfind('\n', log.size() - 2) + 1);
         ExpectCleanEnd(unit, program);
-        EXPECT_EQ(MainLog(unit), log);
-        EXPECT_EQ(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nusleep(500000)\n"
-                                  "ioctl(/dev/PciDsp, 33, 0xc00) = 0\nsleep(5)\n"
-                                  "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nexit descriptors=0\n");
+        EXPECT_EQ(LogTexts(unit, kUpdateLog),
+                  "CSP Updater Start Now.\nCSP File Version: ../x\\V 1.02\n" + row.log +
+                      (restarts ? "Rebooting CSP...5sec\n" : ""));
+        EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
+        EXPECT_TRUE(unit.Read(row.name) == image);
+        EXPECT_EQ(unit.Flash(kImageStart, firmware.size()) == firmware, row.output == finished);
         EXPECT_EQ(Count(unit.MidiLog(), " bad "), 0U) << unit.MidiLog();
-        if (end == "CSP Update Finished\n")
-            EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
-        else
-            EXPECT_NE(program.Output().find(end), std::string::npos);
+        const std::string journal = unit.Journal();
+        EXPECT_EQ(Count(journal, "\nusleep(500000)\n"), restarts ? 1U : 0U);
+        EXPECT_EQ(Count(journal, "ioctl(/dev/PciDsp, 33, 0xc00) = 0\nsleep(5)\n"
+                                 "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nexit descriptors=0\n"),
+                  restarts ? 1U : 0U);
     }
 }
 
@@ -90,70 +102,8 @@ TEST(Update, SucceedsWithoutStandardOutput)
         close(reader.Release());
 
         ExpectCleanEnd(unit, program);
-        EXPECT_EQ(MainLog(unit), kFinished);
+        EXPECT_EQ(Count(LogTexts(unit, kUpdateLog), "CSP Update Finished\n"), 1U);
         EXPECT_EQ(piano.Kill(SIGTERM), 0) << piano.Error();
         EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
-    }
-}
-
-TEST(UpdateFile, EndsWithTextForNonImageAndWritesNothingElse)
-{
-    const std::string firmware = FirmwareOf("V1", 0x3000);
-    const std::string image = HexText(firmware, 16, "\n");
-    const struct {
-        const char* name;
-        std::string bytes;
-        const char* text;
-        std::uint32_t written;  // bytes of the image that reach the flash all the same
-    } rows[] = {
-        {"missing", "", "No Update File!\n", 0},
-        {"cwd/prog.hex", image + std::string(80, '0') + "\n", "No Update File!\n", 0},
-        {"cwd/prog.hex", image.substr(0, image.find(":10200000")), "Piano is no reply\n", 0x2000},
-    };
-    for (const auto& row : rows) {
-        Unit unit;
-        unit.Write(row.name, row.bytes);
-        Process& piano = unit.StartPiano();
-
-        Process& program = unit.Run({"-f", "prog.hex"});
-
-        ExpectCleanEnd(unit, program);
-        EXPECT_NE(program.Output().find(row.text), std::string::npos) << row.text;
-        piano.Kill(SIGTERM);
-        EXPECT_EQ(unit.Flash(kImageStart, row.written), firmware.substr(0, row.written));
-        EXPECT_EQ(unit.Flash(kImageStart + row.written, 16), std::string(16, '\xFF'));
-        EXPECT_EQ(unit.Journal() == "exit descriptors=0\n", row.written == 0);
-    }
-}
-
-TEST(UpdateFile, IsRenamedByItsVersion)
-{
-    const std::string renamed = std::string(kFinished) + "Update File Renamed\n";
-    const std::string notRenamed = std::string(kFinished) + "Update File Rename Error\n";
-    const struct {
-        Unit::Words words;
-        const char* version;
-        const char* fault;
-        const char* name;  // the file's last one
-        std::string log;
-    } rows[] = {
-        {{"-a", "prog.hex", "-c"}, "../../x/y\\z 1.02", "", "cwd/xyz102.hex", renamed},
-        {{"-b", "-f", "../mnt/usb/prog.hex"}, "V9", "", "mnt/usb/V9.hex", renamed},
-        {{"-b", "-f", "prog.hex"}, "V1", "rename:1:EACCES", "cwd/prog.hex", notRenamed},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.version);
-        Unit unit;
-        const std::string file = HexText(FirmwareOf(row.version, 0x800), 16, "\r\n");
-        unit.Write("cwd/prog.hex", file);
-        unit.Write("mnt/usb/prog.hex", file);
-        unit.Write("mnt/usb/V9.hex", "older");
-        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
-        unit.StartPiano();
-
-        ExpectCleanEnd(unit, unit.Run(row.words));
-
-        EXPECT_EQ(MainLog(unit), row.log);
-        EXPECT_EQ(unit.Read(row.name), file);
     }
 }
