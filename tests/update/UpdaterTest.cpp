@@ -19,7 +19,7 @@ enum Mode { Alone, InServer };
 // without an address. Blocks of this one end after a record, at a 64 KiB boundary and at the end.
 constexpr char kImage[] = "9004: 40000 41FF4 42000 43FF4 44000 4FFF4 9005: 50000 51FF4 end";
 
-// An update of the image that the words stand for.
+// An update of the image that the words stand for, at its start.
 class Update : public Peers {
 public:
     explicit Update(Mode chosen, const std::string& image = kImage) : mode(chosen)
@@ -31,43 +31,28 @@ public:
             names[row] = word;
             file += row + "\r\n";
         }
-        path = dir.Write("image.hex", file);
+        const std::string path = dir.Write("image.hex", file);
         if (mode == InServer) {
-            OpenMidi();
-            Restart();
+            EXPECT_EQ(updater.LoadIntelHex(path.c_str(), nullptr), 0);
+            EXPECT_TRUE(updater.SetUpdateStatus(Connect));
         } else {
             EXPECT_EQ(updater.Initialize(false, 0, path.c_str(), TMidiCom::kPiano), 0);
             EXPECT_TRUE(patcher.Accept());
         }
     }
 
-    // To the begin of an update, which in the server comes after a search.
-    void Restart()
-    {
-        if (mode == InServer) {
-            EXPECT_EQ(updater.LoadIntelHex(path.c_str(), nullptr), 0);
-        }
-        EXPECT_TRUE(updater.SetUpdateStatus(Connect));
-    }
-
-    int Step()
-    {
-        return mode == InServer ? updater.UpdateStatusDiag(&midi, &zaurus) : updater.UpdateStatus();
-    }
-    // So many times ten seconds without an answer.
-    void Wait(int timeouts)
-    {
-        for (int i = 0; i < timeouts; ++i)
-            updater.IncUpdateCounter();
-    }
-    // From the request to the first block, which it returns.
-    Lines Begin()
+    // Sends the first block.
+    void Begin()
     {
         updater.SetUpdateStatus(Request);
-        After("Start WRITE ?");
-        EXPECT_EQ(Step(), 1);
-        EXPECT_EQ(updater.GetUpdateStatus(), Transfer);
-        return Sent();
+        Let("Start WRITE ?");
+        Step();
+        Sent();
+    }
+
+    int Step() override
+    {
+        return mode == InServer ? updater.UpdateStatusDiag(&midi, &zaurus) : updater.UpdateStatus();
     }
 
     TUpdater updater;
@@ -83,6 +68,7 @@ private:
             return Record(4, 0, {static_cast<char>(number >> 8U), static_cast<char>(number)});
         return Record(0, number % 0x10000, std::string(12, static_cast<char>(number >> 16U)));
     }
+    void CountTimeout() override { updater.IncUpdateCounter(); }
     void Hear(const char* message, int length) override
     {
         if (mode == InServer)
@@ -92,16 +78,17 @@ private:
     }
 
     Mode mode;
-    std::string path;
 };
 
+const Lines kFlashMode = {"00 BF 00 7F 00", "00 BF 66 01 00", "STATUS"};
+const Lines kWrite = {"WRITE  :"};
 const Lines kFirst = {"9004:", "40000", "41FF4"};  // the blocks of kImage
 const Lines kSecond = {"42000", "43FF4"};
 const Lines kThird = {"44000", "4FFF4"};
 const Lines kFourth = {"9005:", "50000", "51FF4"};
 
 enum Count { Counts, Keeps, Forgets };
-enum Silence { Ends, Lasts };
+enum Silence { Ends = 10, Lasts = 20 };  // seconds ten seconds later
 
 // What an answer does to the count of unwanted answers and to the silence before it, and what goes
 // out.
@@ -112,29 +99,9 @@ struct Effect {
 };
 const Effect kWanted = {Forgets, Ends};
 const Effect kUnwanted = {Counts, Lasts};
-const Effect kIgnored = {Keeps, Ends};
+const Effect kIgnored = {Keeps, Lasts};
+const Effect kClosing = {Keeps, Ends};
 const Effect kNextBlock = {Forgets, Ends, kSecond};
-
-// All that is printed in a conversation.
-std::string Converse(Mode mode)
-{
-    testing::internal::CaptureStdout();
-    {
-        Update update(mode);
-        update.Step();
-        update.updater.SetUpdateStatus(Request);
-        update.Step();
-        update.Wait(2);
-        update.Begin();
-        for (const char* answer :
-             {"OK 9004200%s", "NG %s", "Erasing 5%n", "WR:90042000", "END", "Finished"})
-            update.After(answer);
-        update.Step();
-        update.updater.SetUpdateStatus(Transfer);
-        update.After("Failed");
-    }
-    return testing::internal::GetCapturedStdout();
-}
 
 }  // namespace
 
@@ -160,58 +127,117 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
         {Transfer, "NG %s", Transfer, {Counts, Ends}, kUnwanted},
         {Transfer, "Erasing 5%n", Transfer, kWanted, kUnwanted},
         {Transfer, "WR:90042000", Transfer, kWanted, kUnwanted},
-        {Transfer, "END", Transfer, kIgnored, {Keeps, Lasts}},
-        {Transfer, "Finished", Finished, kIgnored, kIgnored},
-        {Transfer, "Failed", Failed, kIgnored, kIgnored},
+        {Transfer, "END", Transfer, kClosing, kIgnored},
+        {Transfer, "Finished", Finished, kClosing, kIgnored},
+        {Transfer, "Failed", Failed, kClosing, kIgnored},
         {Transfer, "finished", Transfer, kUnwanted, kUnwanted},
         {Idle, "OK 90042000", Idle, kIgnored, kIgnored},
-        {StartData, "Failed", StartData, kIgnored, kIgnored},
         {Finished, "Failed", Finished, kIgnored, kIgnored},
-        {Failed, "Finished", Failed, kIgnored, kIgnored},
     };
     for (const auto& row : rows) {
         for (const Mode mode : {Alone, InServer}) {
             SCOPED_TRACE(testing::Message() << mode << ' ' << row.status << ' ' << row.answer);
             const Effect& effect = mode == Alone ? row.alone : row.inServer;
-            Update counting(mode);
-            counting.Begin();
-            counting.SendUnwanted(1024);
-            counting.updater.SetUpdateStatus(row.status);
-            EXPECT_EQ(counting.After(row.answer), effect.sent);
-            EXPECT_EQ(counting.updater.GetUpdateStatus(), row.reached);
-            counting.updater.SetUpdateStatus(Transfer);
-            EXPECT_EQ(counting.Step(), effect.unwanted == Counts ? -1 : 1);
-            counting.SendUnwanted(1);
-            EXPECT_EQ(counting.Step(), effect.unwanted == Forgets ? 1 : -1);
-
-            if (row.reached != Connect && row.reached != Request && row.reached != Transfer)
-                continue;  // nothing waits there
-            Update waiting(mode);
-            waiting.Begin();
-            waiting.updater.SetUpdateStatus(row.status);
-            waiting.Wait(3);
-            waiting.After(row.answer);
-            waiting.Wait(1);
-            const bool ended =
-                waiting.Step() < 0 || waiting.updater.GetUpdateStatus() != row.reached;
-            EXPECT_EQ(ended, effect.silence == Lasts);
+            Update update(mode);
+            update.Begin();
+            update.Let("1024 unwanted");
+            update.updater.SetUpdateStatus(row.status);
+            update.Let("10 s");
+            update.Let(row.answer);
+            EXPECT_EQ(update.Sent(), effect.sent);
+            EXPECT_EQ(update.updater.GetUpdateStatus(), row.reached);
+            testing::internal::CaptureStdout();
+            update.Let("10 s");
+            EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                      "Update Counter Inc 10+ " + std::to_string(effect.silence) + "\n");
+            update.updater.SetUpdateStatus(Transfer);
+            EXPECT_EQ(update.Step(), effect.unwanted == Counts ? -1 : 1);
+            update.Let("1 unwanted");
+            EXPECT_EQ(update.Step(), effect.unwanted == Forgets ? 1 : -1);
         }
     }
 }
 
-TEST(Updater, PrintsStepsAndAnswers)
+TEST(Updater, SendsRefusedBlockOnceMoreAfterSilenceAndStartsAgainOnceInUpdateMode)
 {
-    EXPECT_EQ(Converse(Alone),
-              "Init Midicom\nInit Midicom\nCSP File Version: \nMIDI Alive\n"
-              "Send Flash Mode TUpdater Update\nSend WriteCommand\n"
-              "Update Counter Inc 10+ 10\nUpdate Counter Inc 10+ 20\nStart APE Update\n"
-              "OK 9004200%s\r\nErasing 5%n\r\nWR:90042000\r\nAPE Update Finished\n"
-              "Delete Midicom\nDelete Midicom\n");
-    EXPECT_EQ(Converse(InServer),
-              "Init Midicom\nMIDI Alive\nUpdate Status APE\nUpdate Status APE\n"
-              "Update Counter Inc 10+ 10\nUpdate Counter Inc 10+ 20\nUpdate Status APE\n"
-              "NG Recive NG %s\r\n\nEnd Recive\nFinish Recive\nUpdate Status APE\nFail Recive\n"
-              "Delete Midicom\n");
+    const std::string upTo30 =
+        "Update Counter Inc 10+ 10\nUpdate Counter Inc 10+ 20\nUpdate Counter Inc 10+ 30\n";
+    const std::string above30 = "Update Counter Inc 10+ 40\n";
+    const std::string longest = "WR:" + std::string(1020, 'x');  // that is looked at
+    const Lines again = {"41FF4"};
+    Update update(Alone);
+    EXPECT_EQ(update.Converse({{"nothing", kFlashMode},
+                               {"30 s"},
+                               {"10 s"},
+                               {"30 s", kWrite},
+                               {"10 s", kWrite, -1},
+                               {"Start WRITE ?", kFirst},
+                               {"OK 9004200%s", kSecond},
+                               {"NG 90040010", again},
+                               {"30 s"},
+                               {"10 s", again},
+                               {"30 s"},
+                               {"NG 90040010", again},
+                               {"40 s", again},
+                               {"30 s"},
+                               {"10 s", {}, -1}}),
+              "Send Flash Mode TUpdater Update\n" + upTo30 + above30 + upTo30 +
+                  "Send WriteCommand\n" + above30 +
+                  "Send WriteCommand\nPiano is not connected 2\n" +
+                  "Start APE Update\nOK 9004200%s\r\n" + upTo30 + above30 + upTo30 + upTo30 +
+                  above30 + upTo30 + above30 + "Piano is no reply\n");
+    EXPECT_EQ(update.Converse({{"Erasing 5%n"},
+                               {longest + "yy"},
+                               {"Failed"},
+                               {"nothing", kWrite},
+                               {"Start WRITE ?", kFirst},
+                               {"Finished", {}, 0}}),
+              "Erasing 5%n\r\n" + longest +
+                  "CSP Update Failed\nSend WriteCommand\nStart APE Update\nAPE Update Finished\n");
+}
+
+TEST(Updater, ReportsToControllerWhileDataRemain)
+{
+    constexpr char kConnecting[] = "Connecting to CSP\n";
+    Update update(InServer);
+    update.Converse({{"nothing", kFlashMode, 1, kConnecting},
+                     {"30 s", kFlashMode, 1, kConnecting},
+                     {"10 s", kFlashMode, 1, kConnecting},
+                     {"30 s", kWrite},
+                     {"10 s", kWrite, -1, "CSP is not connected.\n"},
+                     {"Start WRITE ?", kFirst},
+                     {"OK 90042000", kSecond},
+                     {"OK 90044000", kThird, 1, "Sending Data 22%\n"},
+                     {"OK 90050000", kFourth, 1, "Sending Data 88%\n"},
+                     {"OK 90052000", {"end"}, 1, "Sending Data 100%\n"},
+                     {"OK 90052000"},
+                     {"NG 90050000", kFourth},
+                     {"OK 90052000"},
+                     {"30 s"},
+                     {"10 s", {}, -1}});
+    EXPECT_EQ(update.Converse({{"NG %s", kFirst, -1}, {"Finished", {}, 0}}),
+              "NG Recive NG %s\r\n\nUpdate Status APE\nFinish Recive\nUpdate Status APE\n");
+
+    Update ended(InServer);
+    ended.Begin();
+    EXPECT_EQ(ended.Converse({{"END"}, {"OK 90042000"}, {"Failed", {}, -1}}),
+              "End Recive\nUpdate Status APE\nUpdate Status APE\nFail Recive\nUpdate Status APE\n");
+
+    Update noSize(InServer, "9004: 9004: end");
+    noSize.Begin();
+    noSize.Converse({{"OK 90040000", {"end"}}});
+}
+
+TEST(Updater, ConnectsThroughFlashModeEvery100000Steps)
+{
+    Update update(Alone);
+    update.Converse({{"nothing", kFlashMode}});
+    for (int i = 1; i < 100000; ++i)
+        update.Step();
+    EXPECT_EQ(update.Sent(), Lines{});
+    update.Converse({{"nothing", kFlashMode}, {"Status:Flash Idle", kWrite}});
+    update.updater.SetUpdateStatus(Connect);
+    update.Converse({{"nothing", kFlashMode}});
 }
 
 TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
@@ -231,11 +257,14 @@ TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
         {"", {{}, {}}},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(row.image);
         Update update(Alone, row.image);
-        std::vector<Lines> blocks = {update.Begin()};
-        while (blocks.size() < row.blocks.size())
-            blocks.push_back(update.After("OK 00000000"));
-        EXPECT_EQ(blocks, row.blocks) << row.image;
+        update.updater.SetUpdateStatus(Request);
+        std::string answer = "Start WRITE ?";
+        for (const Lines& block : row.blocks) {
+            update.Converse({{answer, block}});
+            answer = "OK 00000000";
+        }
     }
 
     Update update(InServer);
@@ -248,138 +277,37 @@ TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
     EXPECT_EQ(update.Sent(), Lines{}) << "no image";
 }
 
-TEST(Updater, BeginsAgainWhateverWasSentBefore)
+TEST(Updater, ContinuesFromRefusedAddress)
+{
+    Update update(Alone);
+    update.Begin();
+    update.Converse({{"NG 90040008", {"40000", "41FF4"}},
+                     {"NG 90040008"},
+                     {"OK 90042000", kSecond},
+                     {"NG 9004000C", {"41FF4"}},
+                     {"OK 90042000", kSecond},
+                     {"NG 90044000", kThird},
+                     {"OK 90050000", kFourth},
+                     {"NG 9004fff8", {"4FFF4"}},
+                     {"OK 90050000", kFourth},
+                     {"NG 90050000", kFourth},
+                     {"OK 90052000", {"end"}},
+                     {"NG 90052000"},
+                     {"NG 12345678", kFirst},
+                     {"OK 90042000", kSecond}});
+}
+
+TEST(Updater, ForgetsAddressesWhenItBeginsOrSeeks)
 {
     Update update(InServer, "- 01FF4 9004: 42000");
     for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(update.Begin(), Lines{}) << "an empty row ends at address 0";
-        EXPECT_EQ(update.After("OK 00000000"), Lines{"01FF4"});
-        EXPECT_EQ(update.After("OK 00002000"), (Lines{"9004:", "42000"}));
-    }
-}
-
-TEST(Updater, ContinuesFromRefusedAddress)
-{
-    const struct {
-        const char* refusal;
-        Lines sent;
-        Lines next;
-    } rows[] = {
-        {"NG 90040008", {"40000", "41FF4"}, kSecond},
-        {"NG 9004000C", {"41FF4"}, kSecond},
-        {"NG 90042000", kSecond, kThird},
-        {"NG 9004fff8", {"4FFF4"}, kFourth},
-        {"NG 90050000", kFourth, {"end"}},
-        {"NG 90052000", {}, {}},
-        {"NG 12345678", kFirst, kSecond},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.refusal);
-        Update update(Alone);
-        update.Begin();
-        EXPECT_EQ(update.After(row.refusal), row.sent);
-        EXPECT_EQ(update.After(row.refusal), Lines{}) << "it is on its way already";
-        EXPECT_EQ(update.After("OK 90042000"), row.next);
-    }
-}
-
-TEST(Updater, SendsRefusedBlockOnceMoreAfterSilenceUnlessInServer)
-{
-    Update alone(Alone);
-    alone.Begin();
-    alone.After("NG 90040010");
-    alone.Wait(3);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.Sent(), Lines{});
-    alone.Wait(1);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.Sent(), Lines{"41FF4"});
-    alone.Wait(3);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.After("NG 90040010"), Lines{"41FF4"}) << "it counts as new again";
-    for (const int result : {1, -1}) {
-        alone.Wait(4);
-        EXPECT_EQ(alone.Step(), result);
-    }
-
-    Update inServer(InServer);
-    inServer.Begin();
-    inServer.After("NG 90040010");
-    inServer.Wait(4);
-    EXPECT_EQ(inServer.Step(), -1);
-}
-
-TEST(Updater, ReportsEvenPercentagesWhileDataRemain)
-{
-    Update update(InServer);
-    update.Begin();
-    for (const auto& [answer, told] : {std::pair("OK 90042000", ""),
-                                       {"OK 90044000", "Sending Data 22%\n"},
-                                       {"OK 90050000", "Sending Data 88%\n"},
-                                       {"OK 90052000", "Sending Data 100%\n"},
-                                       {"OK 90052000", ""}}) {
-        update.After(answer);
-        EXPECT_EQ(update.Told(), told) << answer;
-    }
-    EXPECT_EQ(update.After("NG 90050000"), kFourth);
-    EXPECT_EQ(update.After("OK 90052000"), Lines{}) << "rows after that block stay unsent";
-
-    Update ended(InServer);
-    ended.Begin();
-    ended.After("END");
-    EXPECT_EQ(ended.After("OK 90042000"), Lines{});
-
-    Update noSize(InServer, "9004: 9004: end");
-    noSize.Begin();
-    EXPECT_EQ(noSize.After("OK 90040000"), Lines{"end"});
-    EXPECT_EQ(noSize.Told(), "");
-}
-
-TEST(Updater, EndsAboveItsLimits)
-{
-    for (const Mode mode : {Alone, InServer}) {
-        for (const int status : {Connect, Request, Transfer}) {
-            SCOPED_TRACE(testing::Message() << mode << ' ' << status);
-            Update update(mode);
-            update.Begin();
-            update.updater.SetUpdateStatus(status);
-            update.Wait(3);
-            EXPECT_EQ(update.Step(), 1);
-            EXPECT_EQ(update.updater.GetUpdateStatus(), status);
-            update.Wait(1);
-            EXPECT_EQ(update.Step(), status == Connect ? 1 : -1);
-            EXPECT_EQ(update.updater.GetUpdateStatus(), status == Connect ? Request : status);
-
-            update.updater.SetUpdateStatus(status);
-            update.SendUnwanted(1024);
-            EXPECT_EQ(update.Step(), 1);
-            update.SendUnwanted(1);
-            EXPECT_EQ(update.Step(), -1);
-        }
-    }
-}
-
-TEST(Updater, ConnectsThroughFlashMode)
-{
-    const Lines flashMode = {"BF 00 7F 00", "BF 66 01 00", "STATUS"};
-    Update alone(Alone);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.Sent(), flashMode);
-    for (int i = 1; i < 100000; ++i)
-        alone.Step();
-    EXPECT_EQ(alone.Sent(), Lines{}) << "once in 100,000 steps";
-    alone.Step();
-    EXPECT_EQ(alone.Sent(), flashMode);
-    alone.After("Status:Flash Idle");
-    alone.updater.SetUpdateStatus(Connect);
-    alone.Step();
-    EXPECT_EQ(alone.Sent(), flashMode);
-
-    Update inServer(InServer);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(inServer.Step(), 1);
-        EXPECT_EQ(inServer.Sent(), flashMode);
-        EXPECT_EQ(inServer.Told(), "Connecting to CSP\n");
+        update.updater.SetUpdateStatus(Request);
+        update.Converse({{"Start WRITE ?"},  // an empty row ends at address 0
+                         {"OK 00000000", {"01FF4"}},
+                         {"OK 00002000", {"9004:", "42000"}},
+                         {"NG 00001000", {"01FF4"}},
+                         {"NG 90042000", {"42000"}},
+                         {"NG 00002001", {"9004:", "42000"}}});
     }
 }
 
