@@ -159,35 +159,18 @@ void FaultyUnit::Run(const Scenario& scenario)
     CheckEnd(*server);
 }
 
-void FaultyUnit::LetPass(std::chrono::nanoseconds time)
-{
-    const auto end = UnitTime() + time;
-    WaitUntil([&] { return UnitTime() >= end || !IsServing(); }, 2 * time);
-}
-
-Controller& FaultyUnit::Connected()
-{
-    if (!controller || controller->IsClosed())
-        controller = std::make_unique<Controller>(Port());
-    return *controller;
-}
-
 Reply FaultyUnit::Ask(const std::string& groups, std::chrono::nanoseconds time)
 {
     if (!IsServing())
         return {};
-    const std::size_t shownBefore = Connected().Received().size();
+    if (!controller || controller->IsClosed())
+        controller = std::make_unique<Controller>(Port());
+    const std::size_t shownBefore = controller->Received().size();
     const std::size_t loggedBefore = Log().size();
     controller->Send(Bytes(groups));
-    LetPass(time);
+    const auto end = UnitTime() + time;
+    WaitUntil([&] { return UnitTime() >= end || !IsServing(); }, 2 * time);
     return {controller->Received().substr(shownBefore), Log().substr(loggedBefore)};
-}
-
-std::string FaultyUnit::Say(const std::string& lines)
-{
-    Control("say", lines);
-    Ask("");
-    return controller->Received();
 }
 
 void FaultyUnit::EndServer()

@@ -93,17 +93,13 @@ public:
 
     bool IsServing() { return server->IsRunning(); }
     void StopPiano() { piano->Kill(SIGTERM); }
-    // Sends groups and lets time pass.
+    // Sends groups and lets time pass. Returns what comes meanwhile.
     Reply Ask(const std::string& groups, std::chrono::nanoseconds time = std::chrono::seconds(20));
-    // Lets the piano send lines while a controller is connected, and returns all that it received.
-    std::string Say(const std::string& lines);
 
 private:
     // Such as "fault write #3 EIO on tcp"; empty until it comes.
     std::string SeenFault() const;
-    void LetPass(std::chrono::nanoseconds time);
     Words ReadBackOptions(int size) const;
-    Controller& Connected();
     void EndServer();
 
     std::string fault;

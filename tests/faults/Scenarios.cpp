@@ -120,7 +120,8 @@ void Bridge(FaultyUnit& unit)
     unit.Expect(Contains(release, "1.00\n"), "the release", {kController, "KVT-release"});
 
     constexpr char kBox[] = "<message_box a>\r\n";
-    const std::string received = unit.Say("<message_box a>\nhello");
+    unit.Control("say", "<message_box a>\nhello");
+    const std::string received = unit.Ask("").shown;
     const std::string shown = unit.Read("sim/rc.log");
     unit.Expect(Contains(received, "hello\r\n"), "a line", {kController, kMidiLink});
     // A box that isn't shown goes to the controller, but what was cut short counts as shown.

@@ -9,7 +9,6 @@
 namespace {
 
 constexpr std::size_t kData = 5;      // data bytes of a frame
-constexpr std::size_t kInSize = 9;    // bytes of a frame to the program
 constexpr std::size_t kOutSize = 10;  // bytes of a frame of the program
 constexpr char kLineEnd = 0x37;
 
@@ -36,15 +35,6 @@ std::string MidiPeer::EncodeLines(const std::vector<std::string>& lines, const s
         frames += head + kLineEnd + std::string(kData, '\0');
     }
     return frames;
-}
-
-bool MidiPeer::SendLines(const std::vector<std::string>& lines) const
-{
-    const std::string frames = EncodeLines(lines);
-    std::string bytes;
-    for (std::size_t at = 0; at < frames.size(); at += kInSize)
-        bytes += Stuff(frames.substr(at, kInSize));
-    return Send(bytes);
 }
 
 std::vector<std::string> MidiPeer::Frames()

@@ -11,7 +11,10 @@ public:
     using Neighbour::Neighbour;
 
     // Sends lines of the console, without their line ends, in one write.
-    bool SendLines(const std::vector<std::string>& lines) const;
+    bool SendLines(const std::vector<std::string>& lines) const
+    {
+        return Send(Stuff(EncodeLines(lines)));
+    }
 
     // The frames that came, without stuffing and connect sequence.
     std::vector<std::string> Frames();

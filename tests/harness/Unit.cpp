@@ -14,9 +14,8 @@ namespace {
 constexpr std::uint32_t kFlashBase = 0x90000000;
 constexpr char kLogs[] = "usr/local/lib/diag/";
 
-// The server's state machines live until the process ends, so at its end nothing points to them.
-constexpr char kNoLeaks[] = "leak:TDiagServer::StartFirstRead\n";
-constexpr char kNoLeaksFile[] = "sim/leaks";
+// The words in front of a program of another processor; none on its own machine.
+const Unit::Words kEmulator = {DIAG_EMULATOR};
 
 // Another build's diag_server can take the place of this one's.
 std::string Program(const std::string& name)
@@ -27,21 +26,11 @@ std::string Program(const std::string& name)
     return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
 }
 
-// The words in front of a program of another processor; none on its own machine.
-Unit::Words Emulator()
-{
-    std::istringstream words(DIAG_EMULATOR);
-    Unit::Words all;
-    for (std::string word; words >> word;)
-        all.push_back(word);
-    return all;
-}
-
 // An emulator is of this machine, so the library is only for the program inside it.
 std::string Preload()
 {
     const std::string preload = "LD_PRELOAD=" + Program("libsimunit.so");
-    return Emulator().empty() ? preload : "QEMU_SET_ENV=" + preload;
+    return kEmulator.empty() ? preload : "QEMU_SET_ENV=" + preload;
 }
 
 Unit::Words Join(Unit::Words words, const Unit::Words& more)
@@ -62,8 +51,7 @@ Unit::Unit()
     CopyNewUnit(Path());
     clock.emplace(Path("sim/clock"));
     SetClock(&*clock);
-    Write(kNoLeaksFile, kNoLeaks);
-    Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" + Path(kNoLeaksFile));
+    Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" DIAG_LEAKS);
 }
 
 Unit::~Unit()
@@ -97,7 +85,7 @@ Process& Unit::Spawn(const Words& command, const Words& variables)
     const std::string streams =
         Path("sim/" + fs::path(command[0]).filename().string() + std::to_string(processes.size()));
     return processes.emplace_back(
-        Process::Setup{Join(Emulator(), command),
+        Process::Setup{Join(kEmulator, command),
                        Join(variables, {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")}),
                        Path("cwd"), output.value_or(streams + ".out"), streams + ".err", &*clock});
 }
