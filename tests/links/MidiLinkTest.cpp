@@ -67,21 +67,17 @@ struct MidiLink {
 
 TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
 {
+    const unsigned char groups[][4] = {
+        {0x6C, 0x01, 0x7F, 0xFF}, {0xBF, 0x66, 0x01, 0x02}, {0xFE, 0xFF, 0xFE, 0xFE}};
     MidiLink link;
-    const auto sendGroup = [&](int kind, const char* group) {
-        EXPECT_TRUE(link.midi.WriteMidi(kind, reinterpret_cast<const unsigned char*>(group)));
-    };
-    const auto sendText = [&](unsigned char channel, const std::string& text) {
-        EXPECT_TRUE(link.midi.WriteConsole(channel, text.data(), static_cast<int>(text.size())));
-    };
     EXPECT_TRUE(link.midi.Connect_i2cserver());
-    sendGroup(1, "\x6C\x01\x7F\xFF");
-    sendGroup(-1, "\xBF\x66\x01\x02");
-    sendGroup(0, "\xFE\xFF\xFE\xFE");
-    sendText(0, "STATUS");
-    sendText(0, "ABCDE");
-    sendText(1, "\xFE\xFF");
-    sendText(33, "");
+    EXPECT_TRUE(link.midi.WriteMidi(1, groups[0]));
+    EXPECT_TRUE(link.midi.WriteMidi(-1, groups[1]));
+    EXPECT_TRUE(link.midi.WriteMidi(0, groups[2]));
+    EXPECT_TRUE(link.midi.WriteConsole(0, "STATUS", 6));
+    EXPECT_TRUE(link.midi.WriteConsole(0, "ABCDE", 5));
+    EXPECT_TRUE(link.midi.WriteConsole(1, "\xFE\xFF", 2));
+    EXPECT_TRUE(link.midi.WriteConsole(33, "", 0));
     EXPECT_EQ(ToHex(link.patcher.Received()),
               "FE E1 E2 E0 E1 06 80 FF 6C 01 7F 00 FE FF "
               "E2 E0 E1 06 34 02 BF 66 01 00 FE FF "
@@ -142,10 +138,11 @@ TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST(MidiLink, WorksWithLowestDescriptor)
+TEST(MidiLink, WorksWithLowestDescriptorAndPrintsItsLife)
 {
     const UniqueFd input(dup(STDIN_FILENO));
     for (const bool breaks : {false, true}) {
+        testing::internal::CaptureStdout();
         {
             MidiLink link;
             close(link.midi.GetMidiDescriptor());
@@ -154,13 +151,17 @@ TEST(MidiLink, WorksWithLowestDescriptor)
             EXPECT_TRUE(link.patcher.Accept());
             EXPECT_TRUE(link.midi.Connect_i2cserver() && link.Write(false) && link.Write(true));
             link.patcher.Send(kEnd);
-            EXPECT_EQ(link.Read(), kEndFrame);
+            char buffer[TMidiCom::kMaxMessage];
+            char* line = nullptr;
+            EXPECT_EQ(link.midi.ReadConsoleMessage2(buffer, &line, 1), 1);
             if (breaks)
                 link.patcher.Close();
             EXPECT_EQ(link.Write(false), !breaks);
         }
         EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is closed";
         dup2(input.Get(), STDIN_FILENO);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "Init Midicom\nMIDI Alive\nMIDI Alive\nRcv message\nDelete Midicom\n");
     }
 }
 
@@ -182,26 +183,19 @@ TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
     EXPECT_EQ(ToHex(link.Read()), ToHex(text + kEndFrame)) << "byte by byte";
 }
 
-TEST(MidiMessage, IsDroppedAbove8193Bytes)
+TEST(MidiMessage, IsDroppedAbove8193BytesOr4TimesThatOnSocket)
 {
     const std::string longest = std::string(8193 - 9, 'x') + kEndFrame;
+    std::string ends;  // of blocks add nothing, so no count of gathered bytes would ever end it
+    while (ends.size() < 8192)
+        ends += "\xFE\xFF\xFE\xFE";  // four bytes for one
     MidiLink link;
-    link.SendInPieces({longest.substr(0, 100), longest.substr(100), "x", longest, kEnd});
+    link.SendInPieces({longest.substr(0, 100), longest.substr(100), "x", longest, kEnd, ends, ends,
+                       ends, ends, "\xFE\xFF\xFE\xFE", "x", kEnd});
 
     EXPECT_EQ(link.Read(), longest);
     EXPECT_EQ(link.Read(), "-1");
     EXPECT_EQ(link.Read(), kEndFrame) << "the link is up, and nothing was kept";
-}
-
-// A block's end adds nothing, so no count of gathered bytes would ever end it.
-TEST(MidiMessage, IsDroppedAbove4Times8193BytesOnSocket)
-{
-    std::string quarter;
-    while (quarter.size() < 8192)
-        quarter += "\xFE\xFF\xFE\xFE";  // four bytes for one
-    MidiLink link;
-    link.SendInPieces({quarter, quarter, quarter, quarter, "\xFE\xFF\xFE\xFE", "\xFE\xFF", kEnd});
-
     EXPECT_EQ(link.Read(), "-1");
     EXPECT_EQ(link.Read(), kEndFrame);
 }
