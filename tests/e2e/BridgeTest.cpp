@@ -144,7 +144,7 @@ TEST(VersionRequest, AnswersAsEarlierControllersChose)
         {"2.0 %s\r\nsecond\n", "DF DF DF E0 DF DF DF DF", "2.0 %s\r\n", "2.0 %s\r\n"},
         {"", "DF DF DF DF", "", ""},
         {"1.00\n", "DF DF DF E1 DF DF DF DF", kServiceText, kServiceLog},
-        {tooLong, "DF DF DF E0 DF DF DF DF", std::string(1023, 'v'), std::string(1023, 'v') + "\n"},
+        {tooLong, "DF DF DF E0 DF DF DF DF", std::string(1023, 'v'), std::string(1023, 'v')},
     };
     ServerWithPeers bridge;
     bridge.Open();

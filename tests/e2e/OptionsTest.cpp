@@ -134,13 +134,14 @@ TEST(UpdateStart, EndsWithoutImage)
         SCOPED_TRACE(name);
         Unit unit;
         unit.Write("cwd/long.hex", SmallFile("V3") + std::string(80, '0') + "\n");
+        unit.Write("usr/local/lib/diag/cspupdate.log", std::string(60, '\n'));
         unit.StartPiano();
 
         Process& program = unit.Run({"-f", name});
 
         ExpectCleanEnd(unit, program);
         EXPECT_NE(program.Output().find("No Update File!\n"), std::string::npos);
-        EXPECT_EQ(LogTexts(unit, kUpdateLog), "CSP Updater Start Now.\n");
+        EXPECT_EQ(LogTexts(unit, kUpdateLog), std::string(50, '\n') + "CSP Updater Start Now.\n");
         EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
     }
 }

@@ -46,7 +46,7 @@ std::string LogTexts(const Unit& unit, const std::string& name)
     std::istringstream lines(unit.Log(name));
     std::string texts;
     for (std::string line; std::getline(lines, line);)
-        texts += line.substr(std::min(kStampSize, line.size())) + "\n";
+        texts += line.substr(std::min(kStampSize, line.size())) + (lines.eof() ? "" : "\n");
     return texts;
 }
 
