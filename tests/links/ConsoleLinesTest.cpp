@@ -27,8 +27,7 @@ std::string Begun(const std::string& text)
 }
 
 // A link, fed with messages of exactly their size, so that a byte too far shows.
-class Console {
-public:
+struct Console {
     // The lines, or "bad" for a bad frame.
     Lines Take(const std::string& message, std::size_t capacity = 100)
     {
@@ -39,7 +38,6 @@ public:
         return count < 0 ? Lines{"bad"} : Lines{lines.begin(), lines.begin() + count};
     }
 
-private:
     TMidiCom midi;
 };
 

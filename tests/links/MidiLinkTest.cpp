@@ -103,37 +103,29 @@ TEST(MidiLink, TakesTextOf8193BytesAndSendsNothingOfLongerOne)
     EXPECT_TRUE(sent.get());
 }
 
-TEST(MidiLink, ClosesWhenFrameWouldGoToUnknownPeer)
-{
-    for (const int type : {0, 226, 481}) {
-        for (const bool asText : {false, true}) {
-            MidiLink link(type);
-            EXPECT_FALSE(link.midi.Connect_i2cserver());
-            EXPECT_GE(link.midi.GetMidiDescriptor(), 0);
-            EXPECT_FALSE(link.Write(asText));
-            EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
-            EXPECT_TRUE(link.patcher.IsClosed());
-        }
-    }
-}
-
 TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
 {
     std::signal(SIGPIPE, SIG_DFL);
     const auto descriptors = OpenDescriptors();
-    for (const bool asText : {false, true}) {
-        MidiLink link;
-        link.patcher.Close();
-        EXPECT_FALSE(link.midi.Connect_i2cserver());
-        EXPECT_GE(link.midi.GetMidiDescriptor(), 0) << "the first frame closes, not the sequence";
-        EXPECT_FALSE(link.Write(asText));
-        EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
+    for (const int type : {0, 226, 481, 225}) {  // the last is a peer that exists
+        for (const bool asText : {false, true}) {
+            SCOPED_TRACE(testing::Message() << type << ' ' << asText);
+            MidiLink link(type);
+            if (type == 225)
+                link.patcher.Close();
+            EXPECT_FALSE(link.midi.Connect_i2cserver());
+            EXPECT_GE(link.midi.GetMidiDescriptor(), 0) << "the first frame closes it";
+            EXPECT_FALSE(link.Write(asText));
+            EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
+            EXPECT_TRUE(link.patcher.IsClosed());
 
-        EXPECT_FALSE(link.Write(asText));
-        EXPECT_FALSE(link.midi.Connect_i2cserver());
-        EXPECT_EQ(link.midi.SetMidiDescriptor(link.dir.Path("nobody").c_str()), -1);
-        EXPECT_GE(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
-        EXPECT_TRUE(link.Write(asText));
+            link.midi.Set_connecttype(225);
+            EXPECT_FALSE(link.Write(asText));
+            EXPECT_FALSE(link.midi.Connect_i2cserver());
+            EXPECT_EQ(link.midi.SetMidiDescriptor(link.dir.Path("nobody").c_str()), -1);
+            EXPECT_GE(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
+            EXPECT_TRUE(link.Write(asText));
+        }
     }
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
@@ -144,7 +136,7 @@ TEST(MidiLink, WorksWithLowestDescriptorAndPrintsItsLife)
     for (const bool breaks : {false, true}) {
         testing::internal::CaptureStdout();
         {
-            MidiLink link;
+            MidiLink link(229);
             close(link.midi.GetMidiDescriptor());
             close(STDIN_FILENO);
             EXPECT_EQ(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
