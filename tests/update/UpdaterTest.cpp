@@ -141,6 +141,7 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
             Update update(mode);
             update.Begin();
             update.Let("1024 unwanted");
+            update.Let("30 s");  // which a new status forgets
             update.updater.SetUpdateStatus(row.status);
             update.Let("10 s");
             update.Let(row.answer);
