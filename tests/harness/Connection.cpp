@@ -26,8 +26,8 @@ bool Connection::Send(const std::string& bytes) const
     std::size_t done = 0;
     bool isUp = true;
     const auto isOver = [&] {
-        const ssize_t count =
-            send(descriptor, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t count = send(Descriptor(), bytes.data() + done, bytes.size() - done,
+                                   MSG_NOSIGNAL | MSG_DONTWAIT);
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
         isUp = count >= 0 || errno == EAGAIN;
         return !isUp || done == bytes.size();
@@ -41,10 +41,10 @@ const std::string& Connection::Received()
     // The program's next text isn't sent before the last one is confirmed, which takes a while if
     // the system isn't told to do it at once, again and again. Means nothing to a UNIX socket.
     const int on = 1;
-    setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
+    setsockopt(Descriptor(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
     char bytes[8192];
     while (!closed) {
-        const ssize_t count = recv(descriptor, bytes, sizeof(bytes), MSG_DONTWAIT);
+        const ssize_t count = recv(Descriptor(), bytes, sizeof(bytes), MSG_DONTWAIT);
         if (count > 0)
             received.append(bytes, static_cast<std::size_t>(count));
         else if (count < 0 && errno == EAGAIN)
@@ -68,17 +68,15 @@ bool Connection::IsClosed()
 
 void Connection::Close()
 {
-    if (descriptor >= 0)
-        close(descriptor);
+    owned.reset();
     NoteTcp();
-    descriptor = -1;
     closed = true;
 }
 
 void Connection::Attach(int connected)
 {
     Close();
-    descriptor = connected;
+    owned.emplace(connected);
     closed = connected < 0;
 }
 
@@ -124,36 +122,27 @@ Neighbour::Neighbour(const std::string& path)
         throw std::length_error(path);
     path.copy(address.sun_path, path.size());
     unlink(path.c_str());
-    if (bind(listener, General(address), sizeof(address)) < 0 || listen(listener, kBacklog) < 0)
+    if (bind(listener.Get(), General(address), sizeof(address)) < 0 ||
+        listen(listener.Get(), kBacklog) < 0)
         throw std::runtime_error("nobody can listen at " + path);
-}
-
-Neighbour::~Neighbour()
-{
-    close(listener);
 }
 
 bool Neighbour::Accept(std::chrono::nanoseconds limit)
 {
     int made = -1;
-    WaitUntil([&] { return (made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; },
+    WaitUntil([&] { return (made = accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC)) >= 0; },
               limit);
     Attach(made);
     return made >= 0;
 }
 
-Port::Port() : descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+Port::Port() : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     sockaddr_in address = {};
     socklen_t size = sizeof(address);
     address.sin_family = AF_INET;
-    if (bind(descriptor, General(address), size) < 0 ||
-        getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) < 0)
+    if (bind(taken.Get(), General(address), size) < 0 ||
+        getsockname(taken.Get(), reinterpret_cast<sockaddr*>(&address), &size) < 0)
         throw std::runtime_error("no free port");
     number = ntohs(address.sin_port);
-}
-
-Port::~Port()
-{
-    close(descriptor);
 }

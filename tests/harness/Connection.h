@@ -1,18 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
+#include "UniqueFd.h"
 #include "Wait.h"
 
 // One end of a stream socket, and all bytes that have come through it.
 class Connection {
 public:
-    Connection() = default;
-    ~Connection() { Close(); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
     // False when the link is down or the peer is gone.
     bool Send(const std::string& bytes) const;
 
@@ -31,10 +28,10 @@ public:
 protected:
     // Takes the descriptor over.
     void Attach(int connected);
-    int Descriptor() const { return descriptor; }
+    int Descriptor() const { return owned ? owned->Get() : -1; }
 
 private:
-    int descriptor = -1;
+    std::optional<UniqueFd> owned;
     bool closed = true;
     std::string received;
 };
@@ -65,26 +62,21 @@ private:
 class Neighbour : public Connection {
 public:
     explicit Neighbour(const std::string& path);
-    ~Neighbour();
 
     // Takes the next connection in place of the last. False when none comes.
     bool Accept(std::chrono::nanoseconds limit = kLimit);
 
 private:
-    int listener;
+    UniqueFd listener;
 };
 
 // Keeps a free TCP port of this machine from the program.
 class Port {
 public:
     Port();
-    ~Port();
-    Port(const Port&) = delete;
-    Port& operator=(const Port&) = delete;
-
     int Number() const { return number; }
 
 private:
-    int descriptor;
+    UniqueFd taken;
     int number;
 };

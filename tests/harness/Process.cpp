@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include "Clock.h"
-#include "TempDir.h"
 
 namespace {
 
@@ -81,14 +80,4 @@ int Process::Kill(int signal)
     if (IsRunning())
         kill(id, signal);
     return Wait();
-}
-
-std::string Process::Output() const
-{
-    return ReadFile(setup.output);
-}
-
-std::string Process::Error() const
-{
-    return ReadFile(setup.error);
 }

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include "TempDir.h"
 #include "Wait.h"
 
 // A program that runs in parallel with the test and ends with it, at the latest with this object.
@@ -35,8 +36,8 @@ public:
     int Kill(int signal = SIGKILL);
 
     pid_t Id() const { return id; }
-    std::string Output() const;
-    std::string Error() const;
+    std::string Output() const { return ReadFile(setup.output); }
+    std::string Error() const { return ReadFile(setup.error); }
 
 private:
     Setup setup;

@@ -12,7 +12,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint32_t kFlashBase = 0x90000000;
-constexpr char kLogs[] = "usr/local/lib/diag/";
 
 // The words in front of a program of another processor; none on its own machine.
 const Unit::Words kEmulator = {DIAG_EMULATOR};
@@ -70,16 +69,6 @@ Unit::~Unit()
     }
 }
 
-void Unit::Set(const std::string& variable)
-{
-    environment.push_back(variable);
-}
-
-void Unit::Remove(const std::string& name) const
-{
-    fs::remove_all(Path(name));
-}
-
 Process& Unit::Spawn(const Words& command, const Words& variables)
 {
     const std::string streams =
@@ -131,11 +120,6 @@ int Unit::Port() const
     return static_cast<int>(std::strtol(number, nullptr, kDecimal));
 }
 
-std::string Unit::Log(const std::string& name) const
-{
-    return Read(kLogs + name);
-}
-
 std::string Unit::Journal() const
 {
     std::istringstream lines(Read("sim/journal"));
@@ -150,11 +134,6 @@ bool Unit::WaitFor(const std::string& name, const std::string& text,
                    std::chrono::nanoseconds limit) const
 {
     return WaitUntil([&] { return Read(name).find(text) != std::string::npos; }, limit);
-}
-
-bool Unit::WaitForLog(const std::string& text) const
-{
-    return WaitFor(kLogs + std::string("diagserver.log"), text);
 }
 
 void Unit::Control(const std::string& name, const std::string& text) const

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <list>
 #include <optional>
 #include <string>
@@ -28,11 +29,11 @@ public:
     Unit();
     ~Unit();
 
-    void Remove(const std::string& name) const;
+    void Remove(const std::string& name) const { std::filesystem::remove_all(Path(name)); }
 
     // A setting for the programs started from here on, such as "SIMUNIT_FAULT=read:3:EIO", in
     // place of an earlier one of that name.
-    void Set(const std::string& variable);
+    void Set(const std::string& variable) { environment.push_back(variable); }
 
     // The standard output of the programs that are started from here on, in place of a file of each
     // one's own; closed without a path.
@@ -52,14 +53,20 @@ public:
     // The port of the server that was started last; 0 when none listens in time.
     int Port() const;
 
-    std::string Log(const std::string& name = "diagserver.log") const;
+    std::string Log(const std::string& name = "diagserver.log") const
+    {
+        return Read(kLogFolder + name);
+    }
     // The simulated calls: "call(arguments) = result" a line, without time and process.
     std::string Journal() const;
     std::string MidiLog() const { return Read("sim/midi.log"); }
     // Waits for a text in a file of the unit.
     bool WaitFor(const std::string& name, const std::string& text,
                  std::chrono::nanoseconds limit = kLimit) const;
-    bool WaitForLog(const std::string& text) const;
+    bool WaitForLog(const std::string& text) const
+    {
+        return WaitFor(kLogFolder + std::string("diagserver.log"), text);
+    }
     bool WaitForJournal(const std::string& text) const { return WaitFor("sim/journal", text); }
 
     // A setting of the simulation: the bytes that the medium takes ("full-after", "pull-after"),
@@ -74,6 +81,8 @@ public:
     std::string Flash(std::uint32_t address, std::size_t size) const;
 
 private:
+    static constexpr char kLogFolder[] = "usr/local/lib/diag/";
+
     Process& Spawn(const Words& command, const Words& variables);
 
     std::optional<Clock> clock;
