@@ -89,14 +89,14 @@ void Clock::Expect(pid_t process)
     participants.push_back({process, pidfd, -1, {}});
 }
 
-bool Clock::RunUntil(const std::function<bool()>& holds, Moment limit, Moment step)
+bool Clock::RunUntil(const std::function<bool()>& isMet, Moment limit, Moment step)
 {
     const Moment end = now + limit;
     while (true) {
         while (LetOneWork()) {
         }
         if (NextDeadline() - now >= step) {
-            if (holds())
+            if (isMet())
                 return true;
             if (LetOneWork())
                 continue;
@@ -141,7 +141,7 @@ bool Clock::LetOneWork()
     return false;
 }
 
-// Gives a turn, and returns when it is over. Always true.
+// Returns when the participant's turn is over. Always true.
 bool Clock::LetWork(Place each)
 {
     if (!Send(*each, Word::Turn) || !Receive(*each, each->wait))

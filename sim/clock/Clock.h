@@ -6,9 +6,9 @@
 
 #include <sys/types.h>
 
-#include "Protocol.h"
+#include "VirtualTime.h"
 
-// The clock of a unit, by which its owner gives turns to the participants. See Protocol.h.
+// The clock of a unit, by which its owner lets the participants take turns. See VirtualTime.h.
 class Clock {
 public:
     // Listens at `path`. Throws std::runtime_error when it can't.
@@ -29,7 +29,7 @@ public:
     // that are shorter than `step`. False when `limit` nanoseconds of virtual time have passed, or
     // at once when everyone waits without a deadline: then Report() says who waits for what. Throws
     // std::runtime_error when a participant works for a minute of real time without an end.
-    bool RunUntil(const std::function<bool()>& holds, virtualtime::Moment limit,
+    bool RunUntil(const std::function<bool()>& isMet, virtualtime::Moment limit,
                   virtualtime::Moment step = 0);
 
     // Who waits for what, a line each, as it was when the last RunUntil failed.

@@ -74,18 +74,18 @@ pid_t ProcessId(const std::string& text)
     return static_cast<pid_t>(std::strtol(text.c_str(), nullptr, kDecimal));
 }
 
-// What is asked for: "ok", or the report.
+// The answer to a request: "ok", or the report.
 std::string Answer(Clock& clock, int asker, const std::string& asked)
 {
     if (asked != "until") {
         clock.Expect(ProcessId(asked));
         return "ok";
     }
-    const auto holds = [&] {
+    const auto isMet = [&] {
         const bool isThere = SendText(asker, "look");
         return !isThere || ReceiveText(asker) != "no";
     };
-    return clock.RunUntil(holds, kDay, kLookStep) ? "ok" : clock.Report();
+    return clock.RunUntil(isMet, kDay, kLookStep) ? "ok" : clock.Report();
 }
 
 int Serve(const std::string& path)
@@ -139,8 +139,8 @@ int Ask(const Words& words)
     SendText(clock, waits ? "until" : words[2]);
     std::string text;
     while ((text = ReceiveText(clock)) == "look") {
-        const bool holds = forExit ? HasEnded(pidfd) : Succeeds({words.begin() + 3, words.end()});
-        SendText(clock, holds ? "yes" : "no");
+        const bool isMet = forExit ? HasEnded(pidfd) : Succeeds({words.begin() + 3, words.end()});
+        SendText(clock, isMet ? "yes" : "no");
     }
     if (text == "ok")
         return 0;

@@ -26,7 +26,7 @@ const Csp::Command Csp::kCommands[] = {
     {"CANCEL :", false, &Csp::OnCancel}, {"RESTART:", false, &Csp::OnRestart},
 };
 
-void Csp::Power(bool on)
+void Csp::SetPower(bool on)
 {
     if (!on)
         Forget();
@@ -43,7 +43,7 @@ void Csp::Forget()
     answers.clear();
 }
 
-void Csp::LinkLost()
+void Csp::LoseLink()
 {
     answers.clear();
     sending = false;
@@ -88,7 +88,7 @@ void Csp::OnStatus(const std::string&)
     Answer(busy ? "Status:Flash Busy" : "Status:Flash Idle");
 }
 
-// The system repeats WRITE and READ until the answer has come. A second "Start READ" behind the
+// The system repeats WRITE and READ until the answer has come. A second "Start READ" after the
 // first NEXT would break the read off, so only an answer that a lost link took along is repeated.
 void Csp::OnWrite(const std::string&)
 {
@@ -266,7 +266,7 @@ void Csp::Answer(const std::string& line)
     answers.push_back(line);
 }
 
-std::optional<std::string> Csp::NextLine()
+std::optional<std::string> Csp::TakeNextLine()
 {
     if (!powered || state == State::Playing || faults.silent || muted)
         return std::nullopt;
@@ -278,11 +278,11 @@ std::optional<std::string> Csp::NextLine()
         return line;
     }
     if (sending)
-        return NextRecord();
+        return TakeNextRecord();
     return std::nullopt;
 }
 
-std::string Csp::NextRecord()
+std::string Csp::TakeNextRecord()
 {
     PianoRecord record;
     if (readAddress >= readEnd) {
@@ -303,18 +303,16 @@ std::string Csp::NextRecord()
     const uint32_t toCut = faults.readCut - readAddress % faults.readCut;
     const uint32_t count = std::min({readStep, toCut, readEnd - readAddress});
     const uint32_t address = readAddress;
-    const auto holds = [&](const std::optional<uint32_t>& at) {
-        return at && *at - address < count;
-    };
+    const auto has = [&](const std::optional<uint32_t>& at) { return at && *at - address < count; };
     record = DataRecordAt(address, count);
     readAddress += count;
     sending = readAddress % kStretchSize != 0 || readAddress >= readEnd;
     CountRecord();
 
-    if (holds(faults.badAddressAt))
+    if (has(faults.badAddressAt))
         ++record.address;
     std::string text = record.ToText();
-    if (holds(faults.badChecksumAt))
+    if (has(faults.badChecksumAt))
         text.back() = text.back() == '0' ? '1' : '0';
     return text;
 }

@@ -16,14 +16,14 @@ class Transcript;
 struct CspFaults {
     bool silent = false;                    // never says anything
     std::optional<int> silentAt;            // falls silent when so many data records have passed
-    std::vector<uint32_t> ngAt;             // refuses the record that holds the address, once each
+    std::vector<uint32_t> ngAt;             // refuses the record with the address, once each
     bool ngEvery = false;                   // ... every time
     int failures = 0;                       // so many writes end in "Failed"
     int garbage = 0;                        // unwanted lines before each answer
     bool garbageEndless = false;            // nothing but unwanted lines
-    std::optional<uint32_t> badChecksumAt;  // read: the record that holds the address
+    std::optional<uint32_t> badChecksumAt;  // read: the record with the address
     std::optional<uint32_t> badAddressAt;
-    std::optional<uint32_t> readStop;  // read: ends there, whatever range was asked for
+    std::optional<uint32_t> readStop;  // read: ends there, whatever range was requested
     uint32_t readCut = 0x1000;         // read: no record crosses a multiple of it
     int chatter = 2;                   // "WR:" lines before each "OK"
     bool noStatus = false;             // no "Status:Flash Idle"
@@ -44,12 +44,12 @@ struct CspFaults {
 //   the end-of-file record          END, then Finished or Failed
 //
 //   READ   :start:end:size          Start READ
-//   NEXT   :                        records to the next multiple of 0x1000; behind the last one the
+//   NEXT   :                        records to the next multiple of 0x1000; after the last one the
 //                                   end-of-file record
 //   CANCEL :                        (idle again)
 //   RESTART:                        (as after power-on)
 //
-// It knows no link: lines are put in, and fetched with NextLine as fast as the link takes them.
+// It knows no link: lines are put in, and fetched with TakeNextLine as fast as the link takes them.
 class Csp {
 public:
     Csp(Flash& itsFlash, Transcript& log) : flash(itsFlash), transcript(log) {}
@@ -59,13 +59,13 @@ public:
     void SetSaveFile(const std::string& path) { saveFile = path; }
 
     // Off: silent, and everything but the flash forgotten. On when it is on changes nothing.
-    void Power(bool on);
+    void SetPower(bool on);
     // What was still to be said is lost with the link.
-    void LinkLost();
+    void LoseLink();
     void TakeMidi(const std::vector<unsigned char>& group);
     void TakeLine(const std::string& line);
     // The next line to send, without a line end.
-    std::optional<std::string> NextLine();
+    std::optional<std::string> TakeNextLine();
 
 private:
     enum class State { Playing, Idle, WriteReady, Writing, ReadReady, Reading };
@@ -93,7 +93,7 @@ private:
     void Store(uint32_t address, const std::vector<unsigned char>& data);
     void CountRecord();
 
-    std::string NextRecord();
+    std::string TakeNextRecord();
     PianoRecord DataRecordAt(uint32_t address, uint32_t count) const;
 
     void Forget();
@@ -115,7 +115,7 @@ private:
     // A write.
     uint32_t upperAddress = 0;
     std::optional<uint32_t>
-        expected;  // where the next record begins; none behind a new upper address
+        expected;                    // where the next record begins; none after a new upper address
     std::optional<uint32_t> wanted;  // the refused address: all is ignored until it comes
     std::set<uint32_t> erasedPages;
     bool outside = false;  // data for no flash came

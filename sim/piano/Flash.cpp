@@ -7,12 +7,12 @@
 
 unsigned char Flash::Read(uint32_t address) const
 {
-    return Holds(address) ? bytes[address - base] : kErased;
+    return Has(address) ? bytes[address - base] : kErased;
 }
 
 bool Flash::Write(uint32_t address, unsigned char byte)
 {
-    if (!Holds(address))
+    if (!Has(address))
         return false;
     bytes[address - base] = byte;
     return true;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-// The CSP's flash, erased (FF) when new. Files hold its bare bytes.
+// The CSP's flash, erased (FF) when new. Files are its bare bytes.
 class Flash {
 public:
     static constexpr uint32_t kPageSize = 0x10000;
@@ -16,10 +16,10 @@ public:
     unsigned char Read(uint32_t address) const;
     // False outside, and nothing is kept.
     bool Write(uint32_t address, unsigned char byte);
-    // Erases the page that holds `address`.
+    // Erases the page of `address`.
     void ErasePage(uint32_t address);
 
-    // False when the file can't be read or doesn't fit behind `address`.
+    // False when the file can't be read or doesn't fit from `address` on.
     bool Load(const std::string& path, uint32_t address);
     // Replaces the file in one step, so that a reader never sees half of it.
     bool Save(const std::string& path) const;
@@ -27,7 +27,7 @@ public:
 private:
     static constexpr unsigned char kErased = 0xFF;
 
-    bool Holds(uint32_t address) const { return address - base < bytes.size(); }
+    bool Has(uint32_t address) const { return address - base < bytes.size(); }
 
     uint32_t base;
     std::vector<unsigned char> bytes;

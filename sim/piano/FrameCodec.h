@@ -47,8 +47,8 @@ public:
     // The frames of one console line, each stuffed.
     static std::vector<Bytes> ConsoleFrames(unsigned char first, unsigned char peer,
                                             const std::string& line);
-    // Cuts stuffed bytes into pieces of `size`. With `keepPairs` a pair that begins with FE stays
-    // whole, and its piece is one byte longer.
+    // Cuts stuffed bytes into pieces of `size`. With `keepPairs` a pair that begins with FE isn't
+    // cut, and its piece is one byte longer.
     static std::vector<Bytes> Cut(const Bytes& stuffed, size_t size, bool keepPairs);
 
 private:

@@ -10,10 +10,9 @@ constexpr uint32_t kPage = 0x10000;
 
 constexpr char kUsage[] =
     "Usage: simpiano --root DIR [options]\n"
-    "Plays the piano's side of a simulated unit: the MIDI Patcher (DIR/home/i2c_server_sock), the\n"
-    "CSP behind it and the RC Server (DIR/tmp/rcseq_socket). Prints \"ready\" when the unit's "
-    "program\n"
-    "can be started, and runs until SIGTERM.\n\n";
+    "Simulates the piano's side of the unit: the MIDI Patcher (DIR/home/i2c_server_sock), the CSP\n"
+    "that it leads to and the RC Server (DIR/tmp/rcseq_socket). Prints \"ready\" when the program\n"
+    "of the unit can be started, and runs until SIGTERM.\n\n";
 
 constexpr char kFiles[] =
     "\nFiles in DIR/sim:\n"
@@ -78,35 +77,35 @@ std::vector<Options::Option> Options::Table()
         {"--garbage", "N", "N unwanted lines before each answer (records are none)", &csp.garbage},
         {"--garbage-endless", "", "unwanted lines and nothing else", &csp.garbageEndless},
 
-        {"--ng-at", "ADDR", "refuses the record that holds ADDR, once; several times", &csp.ngAt,
+        {"--ng-at", "ADDR", "refuses the record with ADDR, once; several times", &csp.ngAt,
          "The CSP, writing its flash"},
         {"--ng-every", "", "--ng-at refuses every time", &csp.ngEvery},
-        {"--allow-gaps", "", "takes data that leaves room behind the last record", &csp.allowGaps},
+        {"--allow-gaps", "", "takes data that leaves room after the last record", &csp.allowGaps},
         {"--chatter", "N", "N \"WR:\" lines before each OK (2)", &csp.chatter},
         {"--fail", "N", "the first N writes end in \"Failed\"", &csp.failures},
-        {"--no-finish", "", "neither \"Finished\" nor \"Failed\" behind END", &csp.noFinish},
+        {"--no-finish", "", "neither \"Finished\" nor \"Failed\" after END", &csp.noFinish},
 
-        {"--read-stop", "ADDR", "the end-of-file record comes there, whatever was asked for",
+        {"--read-stop", "ADDR", "the end-of-file record comes there, whatever was requested",
          &csp.readStop, "The CSP, read out"},
         {"--read-cut", "BYTES", "records end at each multiple of this divisor of 10000 (1000)",
          &csp.readCut},
-        {"--bad-checksum-at", "ADDR", "a wrong checksum in the record that holds ADDR",
+        {"--bad-checksum-at", "ADDR", "a wrong checksum in the record with ADDR",
          &csp.badChecksumAt},
-        {"--bad-address-at", "ADDR", "a wrong address in the record that holds ADDR",
+        {"--bad-address-at", "ADDR", "a wrong address in the record with ADDR",
          &csp.badAddressAt},
 
         {"--frame-bytes", "B", "cuts each frame into writes of B bytes, each when the last is read",
          &link.frameBytes, "The link (a message is a line's frames and goes out in one write)"},
         {"--cut-frames", "K", "the same with each message, after every K bytes", &link.streamBytes},
-        {"--keep-pairs", "", "cuts never part FE from the byte behind it", &link.keepPairs},
+        {"--keep-pairs", "", "cuts never part FE from the byte after it", &link.keepPairs},
         {"--join", "", "as many messages in one write as fit into 7000 bytes", &link.join},
         {"--cut-link-after", "K", "drops the link after the K-th frame from the system",
          &link.cutAfter},
         {"--cut-link-every", "K", "... after every K-th frame", &link.cutEvery},
         {"--die-after", "K", "ends the process after the K-th frame", &link.dieAfter},
-        {"--cut-after-sent", "K", "drops the link behind the K-th frame to the system",
+        {"--cut-after-sent", "K", "drops the link after the K-th frame to the system",
          &link.cutAfterSent},
-        {"--die-after-sent", "K", "ends the process behind the K-th frame to the system",
+        {"--die-after-sent", "K", "ends the process after the K-th frame to the system",
          &link.dieAfterSent},
     };
 }
@@ -127,10 +126,10 @@ std::string Options::Parse(const std::vector<std::string>& arguments)
         if (!std::visit(Reader{arguments[i]}, option->target))
             return name + " " + arguments[i] + ": not a fit " + option->argument;
     }
-    return Unfit();
+    return FindMisfit();
 }
 
-std::string Options::Unfit() const
+std::string Options::FindMisfit() const
 {
     if (speed == 0)
         return "--speed 0";

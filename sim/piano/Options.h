@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-// What simpiano was asked to be: its command line.
+// The command line of simpiano.
 struct Options {
     std::string root;
     int speed = 1;
@@ -43,7 +43,7 @@ private:
         const char* heading = nullptr;  // of the help text, above the option
     };
     std::vector<Option> Table();
-    std::string Unfit() const;
+    std::string FindMisfit() const;
 };
 
 bool ParseHex(const std::string& text, uint32_t* value);

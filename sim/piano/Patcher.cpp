@@ -47,7 +47,7 @@ bool Patcher::Listen(const std::string& path)
     return IsListening();
 }
 
-// While one connection stands, the next one waits in the listener.
+// While one connection is open, the next one waits in the listener.
 void Patcher::AddTo(std::vector<pollfd>& watched) const
 {
     if (client)
@@ -172,7 +172,7 @@ void Patcher::Drop(const std::string& reason)
     unread = 0;
     wasEmpty = false;
     isLastSent = false;
-    csp.LinkLost();
+    csp.LoseLink();
 }
 
 std::vector<Bytes> Patcher::FramesOf(const std::string& line) const
@@ -182,7 +182,7 @@ std::vector<Bytes> Patcher::FramesOf(const std::string& line) const
 }
 
 // What is left of the frames when one of them is the last that goes out.
-std::vector<Bytes> Patcher::ToLastFrame(const std::vector<Bytes>& frames)
+std::vector<Bytes> Patcher::CutAfterLastFrame(const std::vector<Bytes>& frames)
 {
     std::vector<Bytes> sent;
     for (const Bytes& frame : frames) {
@@ -195,7 +195,7 @@ std::vector<Bytes> Patcher::ToLastFrame(const std::vector<Bytes>& frames)
     return sent;
 }
 
-void Patcher::EndBehindLastFrame()
+void Patcher::EndAfterLastFrame()
 {
     if (!isLastSent || !writes.empty())
         return;
@@ -207,7 +207,7 @@ void Patcher::EndBehindLastFrame()
 
 void Patcher::Enqueue(const std::vector<Bytes>& all)
 {
-    const std::vector<Bytes> frames = ToLastFrame(all);
+    const std::vector<Bytes> frames = CutAfterLastFrame(all);
     if (frames.empty())
         return;
     std::vector<Bytes> units{Joined(frames)};
@@ -241,7 +241,7 @@ bool Patcher::FetchLines()
     std::vector<Bytes> frames;
     size_t size = 0;
     do {
-        const auto line = csp.NextLine();
+        const auto line = csp.TakeNextLine();
         if (!line)
             break;
         for (Bytes& frame : FramesOf(*line)) {
@@ -279,7 +279,7 @@ bool Patcher::WriteFront()
     Bytes& front = writes.front();
     const ssize_t count = send(client.Get(), front.data(), front.size(), MSG_NOSIGNAL);
     if (count < 0) {
-        // A vanished peer shows in Receive, behind the last bytes that it has left.
+        // A vanished peer shows in Receive, after the last bytes that it has left.
         if (errno != EAGAIN && errno != EINTR)
             writes.clear();
         return false;
@@ -301,7 +301,7 @@ bool Patcher::Send()
             return false;
         if (!HasRoomFor(writes.front().size()) || !WriteFront())
             break;
-        EndBehindLastFrame();
+        EndAfterLastFrame();
     }
     return true;
 }

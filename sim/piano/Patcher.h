@@ -18,13 +18,13 @@ class Transcript;
 struct LinkFaults {
     int frameBytes = 0;      // each frame in writes of so many bytes
     int streamBytes = 0;     // each message in writes of so many bytes, whatever its frames
-    bool keepPairs = false;  // cuts never part FE from the byte behind it
+    bool keepPairs = false;  // cuts never part FE from the byte after it
     bool join = false;       // as many messages in one write as fit
     int cutAfter = 0;        // the link drops after so many frames of the system's, once
     int cutEvery = 0;        // ... again and again
     int dieAfter = 0;        // the process ends after so many frames
-    int cutAfterSent = 0;    // the link drops behind so many frames to the system, once
-    int dieAfterSent = 0;    // the process ends behind so many
+    int cutAfterSent = 0;    // the link drops after so many frames to the system, once
+    int dieAfterSent = 0;    // the process ends after so many
 };
 
 // The MIDI Patcher: one connection at a time, the frames on it, and the lines that go through it to
@@ -49,7 +49,7 @@ public:
     // Sends what the link takes. True when more is waiting.
     bool Send();
 
-    // One message: its lines together in one write, behind what waits already.
+    // One message: its lines together in one write, after what waits already.
     void Say(const std::vector<std::string>& lines);
     void Drop(const std::string& reason);
     void NoteFrames() const;
@@ -59,8 +59,8 @@ private:
     void TakeFrame(const Bytes& frame);
     void CountFrame();
     void Die();
-    std::vector<Bytes> ToLastFrame(const std::vector<Bytes>& frames);
-    void EndBehindLastFrame();
+    std::vector<Bytes> CutAfterLastFrame(const std::vector<Bytes>& frames);
+    void EndAfterLastFrame();
 
     unsigned char Peer() const { return peer.value_or(0xE1); }
     std::vector<Bytes> FramesOf(const std::string& line) const;
@@ -82,7 +82,7 @@ private:
     std::string lineText;     // the console line being gathered
     int frameCount = 0;       // from the system
     int sentFrameCount = 0;   // to it
-    bool isLastSent = false;  // no frame goes out behind those in `writes`
+    bool isLastSent = false;  // no frame goes out after those in `writes`
     bool over = false;
 
     std::deque<Bytes> writes;  // one write each

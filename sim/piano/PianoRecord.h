@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// One Intel HEX record as it stands on the console: ":" count address type data checksum, all in
+// One Intel HEX record in the form of the console: ":" count address type data checksum, all in
 // upper-case digits.
 struct PianoRecord {
     static constexpr unsigned char kData = 0;
@@ -16,7 +16,7 @@ struct PianoRecord {
     uint16_t address = 0;
     std::vector<unsigned char> data;
 
-    // Nothing when the text isn't one whole record with a right checksum.
+    // Nothing when the text isn't one complete record with a right checksum.
     static std::optional<PianoRecord> FromText(const std::string& text);
     std::string ToText() const;
 };

@@ -1,6 +1,7 @@
 #include "SimPiano.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -12,14 +13,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "Paths.h"
+
 namespace {
 
-constexpr char kPatcherSocket[] = "home/i2c_server_sock";
-constexpr char kRcServerSocket[] = "tmp/rcseq_socket";
-constexpr char kSayFile[] = "sim/say";
+constexpr char kSayFile[] = "/sim/say";
 constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
-// How soon to look again whether the system has read what it was sent: nothing tells of that.
+// How soon to look again whether the system has read what it was sent: nothing reports that.
 constexpr long kLookAgain = 250000;  // nanoseconds
 
 constexpr uint32_t kFlashStart = 0x90000000;
@@ -50,6 +51,9 @@ bool SimPiano::Open()
 {
     if (!LoadFlash())
         return Complain(options.loadFile + ": can't be loaded into the flash");
+    if (!transcript.Open(Path("/sim/midi.log")) || !rcServer.Open(Path("/sim/rc.log")))
+        return Complain(errno == EWOULDBLOCK ? "another simpiano runs in " + options.root
+                                             : "no log files in " + Path(kSimulation));
 
     sigset_t ends;
     sigemptyset(&ends);
@@ -63,14 +67,12 @@ bool SimPiano::Open()
         patcherOpens = now + Delay(options.patcherLate);
     if (!options.noRcServer)
         rcServerOpens = now + Delay(options.rcServerLate);
-    dsp = BindDatagramAt(Path("sim/dsp.sock"));
-    if (!dsp || !OpenLateOnes())
+    dsp = BindDatagramAt(Path(kDspSocket));
+    if (!dsp || !OpenWhenDue())
         return false;
 
-    if (!transcript.Open(Path("sim/midi.log")) || !rcServer.Open(Path("sim/rc.log")))
-        return Complain("no log files in " + Path("sim"));
     folderWatch = Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    inotify_add_watch(folderWatch.Get(), Path("sim").c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
+    inotify_add_watch(folderWatch.Get(), Path(kSimulation).c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
     return true;
 }
 
@@ -90,7 +92,7 @@ bool SimPiano::LoadFlash()
     return flash.Load(options.loadFile.substr(0, at), address);
 }
 
-bool SimPiano::OpenLateOnes()
+bool SimPiano::OpenWhenDue()
 {
     const auto now = Clock::now();
     if (patcherOpens && now >= *patcherOpens) {
@@ -112,7 +114,7 @@ int SimPiano::Run()
     bool sendingSoon = false;
     while (alive && !patcher.IsOver() && !IsTerminated()) {
         Wait(sendingSoon);
-        alive = OpenLateOnes();
+        alive = OpenWhenDue();
         patcher.Accept();
         patcher.Receive();
         // The switch comes on a way of its own. What it was before the bytes just received is
@@ -172,7 +174,7 @@ void SimPiano::TakePower()
             continue;
         }
         transcript.Note(value == kPianoOn ? "dsp on" : "dsp off");
-        csp.Power(value == kPianoOn);
+        csp.SetPower(value == kPianoOn);
     }
 }
 

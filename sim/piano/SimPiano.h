@@ -26,11 +26,11 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    std::string Path(const char* below) const { return options.root + "/" + below; }
+    std::string Path(const char* below) const { return options.root + below; }
     Clock::duration Delay(int seconds) const;
     bool LoadFlash();
     void Wait(bool sendingSoon);
-    bool OpenLateOnes();
+    bool OpenWhenDue();
     void TakePower();
     void TakeSayFile();
     void TakeOrder(const std::string& order);
@@ -44,7 +44,7 @@ private:
     RcServer rcServer;
     Descriptor dsp;
     Descriptor signals;
-    Descriptor folderWatch;  // tells of files in sim/
+    Descriptor folderWatch;  // reports files in sim/
     std::optional<Clock::time_point> patcherOpens;
     std::optional<Clock::time_point> rcServerOpens;
 };

@@ -4,12 +4,13 @@
 #include <cstdio>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 bool Transcript::Open(const std::string& path)
 {
     file = Descriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
-    return static_cast<bool>(file);
+    return file && flock(file.Get(), LOCK_EX | LOCK_NB) == 0;
 }
 
 void Transcript::Note(const std::string& text)

@@ -11,13 +11,14 @@
 //   1700000000.624001 > console STATUS
 //   1700000000.624020 < console Status:Flash Idle
 //
-// ">" comes from the system, "<" goes to it. Each line is written at once and whole.
+// ">" comes from the system, "<" goes to it. Each line is one write.
 class Transcript {
 public:
-    // Goes on behind what an earlier process left. False when the file can't be opened.
+    // Appends to what an earlier process left. False when the file can't be opened, and with an
+    // errno of EWOULDBLOCK while another process writes to it.
     bool Open(const std::string& path);
 
-    // `text` may hold any bytes; what isn't printable ASCII is shown as \xNN.
+    // `text` may have any bytes; what isn't printable ASCII is shown as \xNN.
     void Note(const std::string& text);
 
     // Notes a mistake of the system's as "bad ..." and counts it.

@@ -11,18 +11,18 @@
 #include "Descriptors.h"
 #include "DspDevice.h"
 #include "Faults.h"
-#include "Moved.h"
 #include "Real.h"
 #include "System.h"
+#include "Transfer.h"
 #include "Turn.h"
 
 #pragma GCC visibility push(default)
 
 namespace {
 
-// A made-up failure tells of a vanished peer like the kernel: with the signal, unless the call is
+// A made-up failure reports a vanished peer like the kernel: with the signal, unless the call is
 // quiet. A real one has brought its own.
-ssize_t Written(ssize_t count, int descriptor, bool quiet)
+ssize_t RaiseBrokenPipe(ssize_t count, int descriptor, bool quiet)
 {
     if (count < 0 && errno == EPIPE && !quiet && IsSocket(OwnerOf(descriptor))) {
         const KeepErrno kept;
@@ -78,7 +78,7 @@ extern "C" {
 
 ssize_t read(int descriptor, void* bytes, std::size_t size)
 {
-    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("read", descriptor, POLLIN);
         return realRead(descriptor, bytes, fits);
     });
@@ -88,7 +88,7 @@ ssize_t read(int descriptor, void* bytes, std::size_t size)
 ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t room)
 {
     static Real<ssize_t(int, void*, std::size_t, std::size_t)> real("__read_chk");
-    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("read", descriptor, POLLIN);
         return real(descriptor, bytes, fits, room);
     });
@@ -96,7 +96,7 @@ ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t ro
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
 {
-    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("recv", descriptor, POLLIN, flags);
         return realRecv(descriptor, bytes, fits, flags);
     });
@@ -105,7 +105,7 @@ ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
 ssize_t __recv_chk(int descriptor, void* bytes, std::size_t size, std::size_t room, int flags)
 {
     static Real<ssize_t(int, void*, std::size_t, std::size_t, int)> real("__recv_chk");
-    return Moved(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("recv", descriptor, POLLIN, flags);
         return real(descriptor, bytes, fits, room, flags);
     });
@@ -115,25 +115,25 @@ ssize_t write(int descriptor, const void* bytes, std::size_t size)
 {
     static Real<ssize_t(int, const void*, std::size_t)> real("write");
     bool done = false;
-    const ssize_t count = Moved(Call::Write, descriptor, size, [&](std::size_t fits) {
+    const ssize_t count = TransferWithFaults(Call::Write, descriptor, size, [&](std::size_t fits) {
         done = true;
         if (SendsInTurn(descriptor, 0))
             return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, 0, realSend);
         return real(descriptor, bytes, fits);
     });
-    return Written(count, descriptor, done);
+    return RaiseBrokenPipe(count, descriptor, done);
 }
 
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags)
 {
     bool done = false;
-    const ssize_t count = Moved(Call::Write, descriptor, size, [&](std::size_t fits) {
+    const ssize_t count = TransferWithFaults(Call::Write, descriptor, size, [&](std::size_t fits) {
         done = true;
         if (SendsInTurn(descriptor, flags))
             return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, flags, realSend);
         return realSend(descriptor, bytes, fits, flags);
     });
-    return Written(count, descriptor, done || (flags & MSG_NOSIGNAL) != 0);
+    return RaiseBrokenPipe(count, descriptor, done || (flags & MSG_NOSIGNAL) != 0);
 }
 
 int ioctl(int descriptor, unsigned long request, ...) noexcept

@@ -7,6 +7,7 @@
 
 #include "Faults.h"
 #include "Journal.h"
+#include "Paths.h"
 #include "Settings.h"
 #include "System.h"
 
@@ -14,12 +15,12 @@ namespace {
 
 constexpr unsigned long kSetParameter = 33;
 
-void TellPiano(unsigned long argument)
+void SendToPiano(unsigned long argument)
 {
     const KeepErrno kept;
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    const Text path = InRoot("/sim/dsp.sock");
+    const BoundedText path = InRoot(kDspSocket);
     if (path.Length() >= sizeof(address.sun_path))
         return;
     std::memcpy(address.sun_path, path.Get(), path.Length());
@@ -27,9 +28,9 @@ void TellPiano(unsigned long argument)
     const auto peer = static_cast<int>(syscall(SYS_socket, AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (peer < 0)
         return;
-    Text text;
+    BoundedText text;
     text.AddNumber(argument);
-    // Nobody may listen: the piano is switched off as a whole.
+    // Nobody may listen: the piano may be absent.
     syscall(SYS_sendto, peer, text.Get(), text.Length(), MSG_DONTWAIT | MSG_NOSIGNAL, &address,
             sizeof(address));
     direct::Close(peer);
@@ -49,12 +50,12 @@ int Outcome(unsigned long request)
 
 int DspIoctl(unsigned long request, unsigned long argument)
 {
-    Text line;
+    BoundedText line;
     line.Add("ioctl(/dev/PciDsp, ").AddNumber(request).Add(", ").AddHex(argument).Add(")");
     if (const int error = Outcome(request)) {
         errno = error;
         return JournalResult(line, -1);
     }
-    TellPiano(argument);
+    SendToPiano(argument);
     return JournalResult(line, 0);
 }

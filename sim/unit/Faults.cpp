@@ -53,7 +53,7 @@ void NoteCall(int index, unsigned long long number, Subject subject)
     if (path == nullptr)
         return;
     const KeepErrno kept;
-    Text line;
+    BoundedText line;
     line.Add(kNames[index]).Add(" ").AddNumber(number).Add(" ");
     line.Add(SubjectName(subject).Get()).Add("\n");
     const int file = direct::Open(path, O_WRONLY | O_CREAT | O_APPEND);
@@ -75,7 +75,7 @@ Fault Count(Call kind, Subject subject)
     if (plan.kind < 0 || index != plan.kind || number != plan.number)
         return Fault::None;
 
-    Text line;
+    BoundedText line;
     line.Add("fault ").Add(kNames[index]).Add(" #").AddNumber(number).Add(" ").Add(plan.what);
     Journal(line.Add(" on ").Add(SubjectName(subject).Get()));
     if (std::strcmp(plan.what, "short") == 0)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Text.h"
+#include "BoundedText.h"
 
 // The kinds of calls that are counted, and of which one can be made to fail.
 enum class Call {
@@ -32,7 +32,7 @@ enum class Fault { None, Failed, Short };
 // SIMUNIT_FAULT=kind:n:ERRNO or kind:n:short. With Failed, errno is set and the call must do
 // nothing. Short is only for reads and writes.
 //
-// The journal tells the fault and its subject: "fault write #3 EIO on /etc/KVT-release". A subject
+// The journal names the fault and its subject: "fault write #3 EIO on /etc/KVT-release". A subject
 // is a path below the root, or "tcp"; the end of a UNIX connection goes by the path of its peer.
 // Each counted call goes as "kind n subject" to the file that SIMUNIT_CALLS names.
 Fault CountCall(Call kind, int descriptor);

@@ -7,14 +7,14 @@
 #include "Settings.h"
 #include "System.h"
 
-void Journal(const Text& call)
+void Journal(const BoundedText& call)
 {
     const KeepErrno kept;
     constexpr unsigned kMicrosDigits = 6;
     constexpr unsigned kDecimal = 10;
     timeval now = {};
     gettimeofday(&now, nullptr);
-    Text line;
+    BoundedText line;
     line.AddSigned(now.tv_sec).Add(".");
     line.AddNumber(static_cast<unsigned long long>(now.tv_usec), kDecimal, kMicrosDigits);
     line.Add(" ").AddSigned(getpid()).Add(" ").Add(call.Get()).Add("\n");
@@ -26,7 +26,7 @@ void Journal(const Text& call)
     direct::Close(file);
 }
 
-int JournalResult(Text call, int result)
+int JournalResult(BoundedText call, int result)
 {
     call.Add(" = ").AddSigned(result);
     if (result < 0)

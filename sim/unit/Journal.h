@@ -1,13 +1,13 @@
 #pragma once
 
-#include "Text.h"
+#include "BoundedText.h"
 
-// The journal of what was played for the program, ROOT/sim/journal:
+// The journal of the calls that were simulated for the program, ROOT/sim/journal:
 //
 //    SECONDS.MICROS PID call(arguments) = result
 //
 // Each line goes out in one write, so the lines of several programs don't mix.
-void Journal(const Text& call);
+void Journal(const BoundedText& call);
 
-// A call with its result; a failed one is told with the name of errno. Returns the result.
-int JournalResult(Text call, int result);
+// A call with its result; a failed one has the name of errno. Returns the result.
+int JournalResult(BoundedText call, int result);

@@ -2,29 +2,26 @@
 
 #include <cstring>
 
-#include <sys/mount.h>
-
 #include "Descriptors.h"
 #include "Journal.h"
+#include "Paths.h"
 #include "Settings.h"
 #include "System.h"
 
 namespace {
 
-constexpr char kDevice[] = "/dev/sda";
 constexpr char kFullAfter[] = "full-after";  // bytes that can still be written
 constexpr char kPullAfter[] = "pull-after";  // bytes that can still be moved; stays at 0
-constexpr char kMountFlags[] = "mount-flags";
 
 constexpr const char* kMountPoints[] = {"usb", "cdrom", "floppy"};
-constexpr char kMountParent[] = "/mnt/";
 
-// The name of the mount point that the path begins with, or null.
+// The name of the mount point at or below which the path lies, or null.
 const char* MountPointOf(const char* path)
 {
-    if (std::strncmp(path, kMountParent, sizeof(kMountParent) - 1) != 0)
+    const std::size_t parent = std::strlen(kMountParent);
+    if (std::strncmp(path, kMountParent, parent) != 0 || path[parent] != '/')
         return nullptr;
-    path += sizeof(kMountParent) - 1;
+    path += parent + 1;
     for (const char* name : kMountPoints) {
         const std::size_t length = std::strlen(name);
         if (std::strncmp(path, name, length) == 0 && (path[length] == '\0' || path[length] == '/'))
@@ -33,74 +30,52 @@ const char* MountPointOf(const char* path)
     return nullptr;
 }
 
-// Where the mount point lies.
-Text PointPath(const char* name)
+BoundedText MountControl(const char* name)
 {
-    return InRoot(kMountParent).Add(name);
-}
-
-// Where its directory waits while the medium covers it.
-Text CoveredPath(const char* name)
-{
-    return InRoot("/sim/under-").Add(name);
+    BoundedText control;
+    return control.Add("mounted-").Add(name);
 }
 
 bool IsMounted(const char* name)
 {
-    return direct::IsLink(PointPath(name).Get());
-}
-
-void Uncover(const char* name)
-{
-    direct::Remove(PointPath(name).Get());
-    if (!direct::Rename(CoveredPath(name).Get(), PointPath(name).Get()))
-        direct::MakeDirectory(PointPath(name).Get());
+    return HasControl(MountControl(name).Get());
 }
 
 void PullMedium()
 {
     for (const char* name : kMountPoints)
-        if (IsMounted(name))
-            Uncover(name);
+        RemoveControl(MountControl(name).Get());
     ForgetMediumFiles();
-    Text line;
+    BoundedText line;
     Journal(line.Add("medium pulled"));
 }
 
 }  // namespace
 
-bool IsMediumAt(const char* path)
+const char* PathOnMedium(const char* path, unsigned long long& flags)
 {
     const KeepErrno kept;
     const char* name = MountPointOf(path);
-    return name != nullptr && IsMounted(name);
-}
-
-bool IsMediumReadOnly()
-{
-    unsigned long long flags = 0;
-    return ReadControl(kMountFlags, flags) && (flags & MS_RDONLY) != 0;
+    if (name == nullptr || !IsMounted(name))
+        return nullptr;
+    ReadControl(MountControl(name).Get(), flags);
+    return path + std::strlen(kMountParent) + 1 + std::strlen(name);
 }
 
 int MountMedium(const char* source, const char* target, unsigned long flags)
 {
     const KeepErrno kept;
     const char* name = MountPointOf(target);
-    if (name == nullptr || std::strcmp(source, kDevice) != 0)
+    if (name == nullptr || std::strcmp(source, kMediumDevice) != 0)
         return ENOENT;
     if (IsMounted(name))
         return EBUSY;
     unsigned long long left = 1;
     ReadControl(kPullAfter, left);
-    const Text medium = InRoot("/medium");
-    if (left == 0 || !direct::Exists(medium.Get()))
+    if (left == 0 || !direct::Exists(InRoot(kMedium).Get()))
         return ENOMEDIUM;
-
-    direct::Rename(PointPath(name).Get(), CoveredPath(name).Get());
-    if (!direct::Link(medium.Get(), PointPath(name).Get()))
-        return errno;
-    Text line;
-    WriteControl(kMountFlags, line.AddHex(flags).Add("\n"));
+    BoundedText line;
+    WriteControl(MountControl(name).Get(), line.AddHex(flags).Add("\n"));
     return 0;
 }
 
@@ -112,11 +87,11 @@ int UnmountMedium(const char* target)
         return EINVAL;
     if (HasMediumFiles())
         return EBUSY;
-    Uncover(name);
+    RemoveControl(MountControl(name).Get());
     return 0;
 }
 
-long MediumRoom(std::size_t wanted, bool toMedium)
+long LimitToMedium(std::size_t wanted, bool toMedium)
 {
     unsigned long long room = wanted;
     unsigned long long left = 0;
@@ -136,12 +111,12 @@ long MediumRoom(std::size_t wanted, bool toMedium)
     return static_cast<long>(room);
 }
 
-void MediumMoved(std::size_t count, bool toMedium)
+void CountOnMedium(std::size_t count, bool toMedium)
 {
     unsigned long long left = 0;
     const auto take = [&](const char* control) {
         left = left > count ? left - count : 0;
-        Text line;
+        BoundedText line;
         WriteControl(control, line.AddNumber(left).Add("\n"));
     };
     if (count > 0 && toMedium && ReadControl(kFullAfter, left))

@@ -2,24 +2,19 @@
 
 #include <cstddef>
 
-#include "Text.h"
+// The removable medium: a folder, ROOT/medium. It is mounted at /mnt/NAME while
+// ROOT/sim/mounted-NAME exists, which contains the flags of the mount, none in an empty file.
 
-// The removable medium: a folder, ROOT/medium, that appears at a mount point as a symbolic link.
-// The directory that the link covers waits in ROOT/sim.
+// What comes after the mount point in a path on the medium; null when the path isn't on it.
+const char* PathOnMedium(const char* path, unsigned long long& flags);
 
-// True when the path lies at or below a mount point with the medium in it.
-bool IsMediumAt(const char* path);
-
-// True when the medium is mounted read-only.
-bool IsMediumReadOnly();
-
-// The played calls, without count and journal: 0, or the errno.
+// The simulated calls, without count and journal: 0, or the errno.
 int MountMedium(const char* source, const char* target, unsigned long flags);
 int UnmountMedium(const char* target);
 
-// How many of `wanted` bytes can be moved to or from the medium now, by what full-after and
-// pull-after say; -1 with errno when none can.
-long MediumRoom(std::size_t wanted, bool toMedium);
+// How many of `wanted` bytes can be moved to or from the medium now, by full-after and pull-after;
+// -1 with errno when none can.
+long LimitToMedium(std::size_t wanted, bool toMedium);
 
 // Takes what was moved off those limits, and pulls the medium out at the end of the latter.
-void MediumMoved(std::size_t count, bool toMedium);
+void CountOnMedium(std::size_t count, bool toMedium);

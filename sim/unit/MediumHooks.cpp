@@ -8,9 +8,10 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include "AtPath.h"
 #include "Descriptors.h"
 #include "Journal.h"
+#include "MappedPath.h"
+#include "Medium.h"
 #include "Real.h"
 #include "Settings.h"
 
@@ -41,13 +42,13 @@ template <typename Found>
 int StatfsWith(Real<int(const char*, Found*)>& real, const char* asked, Found* found)
 {
     const UnitPath path(asked);
-    const int result =
-        AtPath(Call::Statfs, Intent::Look, path, [&](const char* at) { return real(at, found); });
+    const int result = CallAtPath(Call::Statfs, Intent::Look, path,
+                                  [&](const char* at) { return real(at, found); });
     if (!path.IsUnits())
         return result;
     if (result == 0 && path.IsOnMedium())
         SetFree(*found);
-    Text line;
+    BoundedText line;
     line.Add("statfs(").Add(asked).Add(")");
     if (result < 0)
         return JournalResult(line, result);
@@ -55,32 +56,32 @@ int StatfsWith(Real<int(const char*, Found*)>& real, const char* asked, Found* f
     return result;
 }
 
-// The result of a played call with an outcome of 0 or an errno.
-int Played(const Text& line, int error)
+// The result of a simulated call with an outcome of 0 or an errno.
+int JournalOutcome(const BoundedText& line, int error)
 {
     errno = error;
     return JournalResult(line, error == 0 ? 0 : -1);
 }
 
-int Unmounted(const char* target)
+int Unmount(const char* target)
 {
     int error = FailsNow(Call::Umount, target) ? errno : ControlErrno("umount-errno");
     if (error == 0)
         error = UnmountMedium(target);
-    Text line;
-    return Played(line.Add("umount(").Add(target).Add(")"), error);
+    BoundedText line;
+    return JournalOutcome(line.Add("umount(").Add(target).Add(")"), error);
 }
 
-void TellEnd(const char* how)
+void JournalEnd(const char* how)
 {
-    Text line;
+    BoundedText line;
     Journal(line.Add(how).Add(" descriptors=").AddNumber(OpenDescriptors()));
 }
 
-// A server that is told to end by a signal tells what it leaves, too.
+// A server that a signal ends journals what it leaves, too.
 void OnTerminate(int)
 {
-    TellEnd("terminated");
+    JournalEnd("terminated");
     std::signal(SIGTERM, SIG_DFL);
     std::raise(SIGTERM);
 }
@@ -96,7 +97,7 @@ __attribute__((constructor)) void Begin()
 __attribute__((destructor)) void End()
 {
     if (Root() != nullptr)
-        TellEnd("exit");
+        JournalEnd("exit");
 }
 
 }  // namespace
@@ -113,22 +114,22 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
     int error = FailsNow(Call::Mount, target) ? errno : ControlErrno("mount-errno");
     if (error == 0)
         error = MountMedium(source, target, flags);
-    Text line;
+    BoundedText line;
     line.Add("mount(").Add(source).Add(", ").Add(target).Add(", ").Add(type).Add(", ");
     line.AddHex(flags).Add(", ").Add(data == nullptr ? "" : static_cast<const char*>(data));
-    return Played(line.Add(")"), error);
+    return JournalOutcome(line.Add(")"), error);
 }
 
 int umount(const char* target) noexcept
 {
     static Real<int(const char*)> real("umount");
-    return Root() == nullptr ? real(target) : Unmounted(target);
+    return Root() == nullptr ? real(target) : Unmount(target);
 }
 
 int umount2(const char* target, int flags) noexcept
 {
     static Real<int(const char*, int)> real("umount2");
-    return Root() == nullptr ? real(target, flags) : Unmounted(target);
+    return Root() == nullptr ? real(target, flags) : Unmount(target);
 }
 
 void sync() noexcept
@@ -138,7 +139,7 @@ void sync() noexcept
         real();
         return;
     }
-    Text line;
+    BoundedText line;
     Journal(line.Add("sync()"));
 }
 

@@ -10,7 +10,7 @@
 #include <unistd.h>
 #include <utime.h>
 
-#include "Opened.h"
+#include "MappedPath.h"
 #include "Real.h"
 #include "Turn.h"
 
@@ -23,7 +23,7 @@ using OpenAt = int(int, const char*, int, ...);
 using OpenChecked = int(const char*, int);
 using OpenAtChecked = int(int, const char*, int);
 
-// The permission bits, which stand behind the flags when a file may be created.
+// The permission bits, which follow the flags when a file may be created.
 mode_t ModeOf(int flags, std::va_list arguments)
 {
     const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
@@ -32,12 +32,13 @@ mode_t ModeOf(int flags, std::va_list arguments)
 
 int OpenWith(Real<Open>& real, const char* path, int flags, mode_t mode)
 {
-    return Opened(path, flags, [&](const char* at) { return real(at, flags, mode); });
+    return OpenMapped(path, flags, [&](const char* at) { return real(at, flags, mode); });
 }
 
 int OpenAtWith(Real<OpenAt>& real, int directory, const char* path, int flags, mode_t mode)
 {
-    return Opened(path, flags, [&](const char* at) { return real(directory, at, flags, mode); });
+    return OpenMapped(path, flags,
+                      [&](const char* at) { return real(directory, at, flags, mode); });
 }
 
 Real<Open> realOpen("open");
@@ -128,28 +129,28 @@ int close(int descriptor)
 int unlink(const char* path) noexcept
 {
     static Real<int(const char*)> real("unlink");
-    return AtPath(Call::Unlink, Intent::Change, UnitPath(path), real);
+    return CallAtPath(Call::Unlink, Intent::Change, UnitPath(path), real);
 }
 
 int unlinkat(int directory, const char* path, int flags) noexcept
 {
     static Real<int(int, const char*, int)> real("unlinkat");
-    return AtPath(Call::Unlink, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(directory, at, flags); });
+    return CallAtPath(Call::Unlink, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(directory, at, flags); });
 }
 
 int remove(const char* path) noexcept
 {
     static Real<int(const char*)> real("remove");
-    return AtPath(Call::Unlink, Intent::Change, UnitPath(path), real);
+    return CallAtPath(Call::Unlink, Intent::Change, UnitPath(path), real);
 }
 
 int rename(const char* from, const char* to) noexcept
 {
     static Real<int(const char*, const char*)> real("rename");
-    return AtPath(Call::Rename, Intent::Change, UnitPath(from), [&](const char* source) {
-        return AtPath(Call::Uncounted, Intent::Change, UnitPath(to),
-                      [&](const char* target) { return real(source, target); });
+    return CallAtPath(Call::Rename, Intent::Change, UnitPath(from), [&](const char* source) {
+        return CallAtPath(Call::Uncounted, Intent::Change, UnitPath(to),
+                          [&](const char* target) { return real(source, target); });
     });
 }
 
@@ -157,36 +158,36 @@ int access(const char* path, int mode) noexcept
 {
     static Real<int(const char*, int)> real("access");
     const Intent intent = (mode & W_OK) != 0 ? Intent::Change : Intent::Look;
-    return AtPath(Call::Uncounted, intent, UnitPath(path),
-                  [&](const char* at) { return real(at, mode); });
+    return CallAtPath(Call::Uncounted, intent, UnitPath(path),
+                      [&](const char* at) { return real(at, mode); });
 }
 
 int mkdir(const char* path, mode_t mode) noexcept
 {
     static Real<int(const char*, mode_t)> real("mkdir");
-    return AtPath(Call::Uncounted, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(at, mode); });
+    return CallAtPath(Call::Uncounted, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(at, mode); });
 }
 
 int utime(const char* path, const utimbuf* times) noexcept
 {
     static Real<int(const char*, const utimbuf*)> real("utime");
-    return AtPath(Call::Utime, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(at, times); });
+    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(at, times); });
 }
 
 int utimes(const char* path, const timeval* times) noexcept
 {
     static Real<int(const char*, const timeval*)> real("utimes");
-    return AtPath(Call::Utime, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(at, times); });
+    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(at, times); });
 }
 
 int utimensat(int directory, const char* path, const timespec* times, int flags) noexcept
 {
     static Real<int(int, const char*, const timespec*, int)> real("utimensat");
-    return AtPath(Call::Utime, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(directory, at, times, flags); });
+    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(directory, at, times, flags); });
 }
 
 // The forms with 64-bit times of 32-bit machines.
@@ -194,22 +195,22 @@ int utimensat(int directory, const char* path, const timespec* times, int flags)
 int __utime64(const char* path, const void* times)
 {
     static Real<int(const char*, const void*)> real("__utime64");
-    return AtPath(Call::Utime, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(at, times); });
+    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(at, times); });
 }
 
 int __utimes64(const char* path, const void* times)
 {
     static Real<int(const char*, const void*)> real("__utimes64");
-    return AtPath(Call::Utime, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(at, times); });
+    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(at, times); });
 }
 
 int __utimensat64(int directory, const char* path, const void* times, int flags)
 {
     static Real<int(int, const char*, const void*, int)> real("__utimensat64");
-    return AtPath(Call::Utime, Intent::Change, UnitPath(path),
-                  [&](const char* at) { return real(directory, at, times, flags); });
+    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+                      [&](const char* at) { return real(directory, at, times, flags); });
 }
 #endif
 

@@ -2,8 +2,8 @@
 
 #include <dlfcn.h>
 
-// The next function of a name behind this library: libc's. It is looked up at the first call, since
-// hooks are called before any constructor of the library has run.
+// The next function of a name after this library's: libc's. It is looked up at the first call,
+// since hooks are called before any constructor of the library has run.
 template <typename Function>
 class Real {
 public:

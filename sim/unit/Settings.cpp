@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Paths.h"
 #include "System.h"
 
 namespace {
@@ -18,11 +19,9 @@ int DigitOf(char letter, unsigned base)
     return -1;
 }
 
-Text ControlPath(const char* name)
+BoundedText ControlPath(const char* name)
 {
-    Text path = InRoot("/sim/");
-    path.Add(name);
-    return path;
+    return InRoot(kSimulation).Add("/").Add(name);
 }
 
 // The control file's first line.
@@ -64,9 +63,9 @@ unsigned Speed()
     return speed;
 }
 
-Text InRoot(const char* path)
+BoundedText InRoot(const char* path)
 {
-    Text full;
+    BoundedText full;
     full.Add(Root()).Add(path);
     return full;
 }
@@ -77,7 +76,13 @@ bool ReadControl(const char* name, unsigned long long& number)
     return ParseNumber(ControlLine(name).text, number);
 }
 
-void WriteControl(const char* name, const Text& text)
+bool HasControl(const char* name)
+{
+    const KeepErrno kept;
+    return direct::Exists(ControlPath(name).Get());
+}
+
+void WriteControl(const char* name, const BoundedText& text)
 {
     const KeepErrno kept;
     const int file = direct::Open(ControlPath(name).Get(), O_WRONLY | O_CREAT | O_TRUNC);
@@ -85,6 +90,12 @@ void WriteControl(const char* name, const Text& text)
         return;
     direct::Write(file, text.Get(), text.Length());
     direct::Close(file);
+}
+
+void RemoveControl(const char* name)
+{
+    const KeepErrno kept;
+    direct::Remove(ControlPath(name).Get());
 }
 
 int ControlErrno(const char* name)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Text.h"
+#include "BoundedText.h"
 
 // What the environment of the program says, and the control files below ROOT/sim.
 
@@ -11,11 +11,13 @@ const char* Root();
 unsigned Speed();
 
 // An absolute path below the root.
-Text InRoot(const char* path);
+BoundedText InRoot(const char* path);
 
 // The number in ROOT/sim/NAME. False when the file is absent or empty.
 bool ReadControl(const char* name, unsigned long long& number);
-void WriteControl(const char* name, const Text& text);
+bool HasControl(const char* name);
+void WriteControl(const char* name, const BoundedText& text);
+void RemoveControl(const char* name);
 
 // The errno, a number or a name, in ROOT/sim/NAME; 0 when the file is absent.
 int ControlErrno(const char* name);

@@ -22,7 +22,7 @@
 
 namespace {
 
-int Tracked(int descriptor, Owner owner)
+int Track(int descriptor, Owner owner)
 {
     if (descriptor >= 0)
         SetOwner(descriptor, owner);
@@ -31,7 +31,7 @@ int Tracked(int descriptor, Owner owner)
 
 // Makes a call with an address, which is that below the root when it is a path of the unit.
 template <typename RealCall>
-int AtAddress(const sockaddr* address, socklen_t length, RealCall call)
+int CallAtAddress(const sockaddr* address, socklen_t length, RealCall call)
 {
     sockaddr_un copy = {};
     if (address == nullptr || length > sizeof(copy) || length <= offsetof(sockaddr_un, sun_path) ||
@@ -64,14 +64,14 @@ void SendAtOnce(int descriptor)
         syscall(SYS_setsockopt, descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
 }
 
-int Accepted(int descriptor, int listener)
+int TrackAccepted(int descriptor, int listener)
 {
     if (descriptor >= 0)
         SendAtOnce(descriptor);
-    return Tracked(descriptor, OwnerOf(listener));
+    return Track(descriptor, OwnerOf(listener));
 }
 
-// A connect to a UNIX socket waits for room in the listener's queue, of which nothing tells.
+// A connect to a UNIX socket waits for room in the listener's queue, which no poll reports.
 int ConnectInTurn(Real<int(int, const sockaddr*, socklen_t)>& real, int descriptor,
                   const sockaddr* address, socklen_t length)
 {
@@ -87,15 +87,15 @@ int ConnectInTurn(Real<int(int, const sockaddr*, socklen_t)>& real, int descript
         syscall(SYS_fcntl, descriptor, F_SETFL, flags);
         if (result == 0 || errno != EAGAIN)
             return result;
-        Text call;
+        BoundedText call;
         AwaitTurn(call.Add("connect"), ClockNow() + kAgain, [] { return false; });
     }
 }
 
 // What a connection is made to, as journals name it.
-Text AddressName(const sockaddr* address, socklen_t length)
+BoundedText AddressName(const sockaddr* address, socklen_t length)
 {
-    Text name;
+    BoundedText name;
     sockaddr_un copy = {};
     if (address == nullptr || address->sa_family != AF_UNIX)
         return name.Add("tcp");
@@ -103,7 +103,7 @@ Text AddressName(const sockaddr* address, socklen_t length)
     return name.Add(copy.sun_path);
 }
 
-// The port that a listener has got, whatever was asked for; 0 when it has none.
+// The port that a listener has got, whatever was requested; 0 when it has none.
 unsigned PortOf(int descriptor)
 {
     const KeepErrno kept;
@@ -124,7 +124,7 @@ int socket(int family, int type, int protocol) noexcept
     static Real<int(int, int, int)> real("socket");
     if (FailsNow(Call::Socket, family == AF_UNIX ? "socket" : "tcp"))
         return -1;
-    return Tracked(real(family, type, protocol), family == AF_UNIX ? Owner::Socket : Owner::Tcp);
+    return Track(real(family, type, protocol), family == AF_UNIX ? Owner::Socket : Owner::Tcp);
 }
 
 int connect(int descriptor, const sockaddr* address, socklen_t length)
@@ -135,7 +135,7 @@ int connect(int descriptor, const sockaddr* address, socklen_t length)
     SendAtOnce(descriptor);
     if (OwnerOf(descriptor) == Owner::Tcp)
         NoteTcp();
-    return AtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
+    return CallAtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
         if (!HasClock() || !MayBlock(descriptor))
             return real(descriptor, at, size);
         return ConnectInTurn(real, descriptor, at, size);
@@ -154,7 +154,7 @@ int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
     static Real<int(int, const sockaddr*, socklen_t)> real("bind");
     if (FailsNow(Call::Bind, descriptor))
         return -1;
-    return AtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
+    return CallAtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
         return real(descriptor, at, size);
     });
 }
@@ -166,7 +166,7 @@ int listen(int descriptor, int backlog) noexcept
     const unsigned port = PortOf(descriptor);
     if (port == 0)
         return result;
-    Text line;
+    BoundedText line;
     line.Add("listen(tcp ").AddNumber(port).Add(")");
     return JournalResult(line, result);
 }
@@ -177,7 +177,7 @@ int accept(int descriptor, sockaddr* address, socklen_t* length)
     if (FailsNow(Call::Accept, descriptor))
         return -1;
     AwaitDescriptor("accept", descriptor, POLLIN);
-    return Accepted(real(descriptor, address, length), descriptor);
+    return TrackAccepted(real(descriptor, address, length), descriptor);
 }
 
 int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
@@ -186,7 +186,7 @@ int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
     if (FailsNow(Call::Accept, descriptor))
         return -1;
     AwaitDescriptor("accept", descriptor, POLLIN);
-    return Accepted(real(descriptor, address, length, flags), descriptor);
+    return TrackAccepted(real(descriptor, address, length, flags), descriptor);
 }
 
 }  // extern "C"

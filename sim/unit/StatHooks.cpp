@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "AtPath.h"
+#include "MappedPath.h"
 #include "Real.h"
 
 #pragma GCC visibility push(default)
@@ -18,21 +18,21 @@ using OldStat = int(int, const char*, void*);
 template <typename Function, typename Result>
 int StatWith(Real<Function>& real, const char* path, Result* found)
 {
-    return AtPath(Call::Stat, Intent::Look, UnitPath(path),
-                  [&](const char* at) { return real(at, found); });
+    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+                      [&](const char* at) { return real(at, found); });
 }
 
 template <typename Function, typename Result>
 int StatAtWith(Real<Function>& real, int directory, const char* path, Result* found, int flags)
 {
-    return AtPath(Call::Stat, Intent::Look, UnitPath(path),
-                  [&](const char* at) { return real(directory, at, found, flags); });
+    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+                      [&](const char* at) { return real(directory, at, found, flags); });
 }
 
 int OldStatWith(Real<OldStat>& real, int version, const char* path, void* found)
 {
-    return AtPath(Call::Stat, Intent::Look, UnitPath(path),
-                  [&](const char* at) { return real(version, at, found); });
+    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+                      [&](const char* at) { return real(version, at, found); });
 }
 
 }  // namespace
@@ -78,8 +78,8 @@ int fstatat64(int directory, const char* path, struct stat64* found, int flags) 
 int statx(int directory, const char* path, int flags, unsigned mask, struct statx* found) noexcept
 {
     static Real<int(int, const char*, int, unsigned, struct statx*)> real("statx");
-    return AtPath(Call::Stat, Intent::Look, UnitPath(path),
-                  [&](const char* at) { return real(directory, at, flags, mask, found); });
+    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+                      [&](const char* at) { return real(directory, at, flags, mask, found); });
 }
 
 // What programs call that were built with an older libc.

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Moved.h"
-#include "Opened.h"
+#include "MappedPath.h"
 #include "Real.h"
+#include "Transfer.h"
 
 #pragma GCC visibility push(default)
 
@@ -24,8 +24,9 @@ int DescriptorOf(void* cookie)
 ssize_t ReadStream(void* cookie, char* bytes, std::size_t size)
 {
     const int descriptor = DescriptorOf(cookie);
-    return Moved(Call::StreamRead, descriptor, size,
-                 [&](std::size_t fits) { return direct::Read(descriptor, bytes, fits); });
+    return TransferWithFaults(Call::StreamRead, descriptor, size, [&](std::size_t fits) {
+        return direct::Read(descriptor, bytes, fits);
+    });
 }
 
 // As libc does it for a file: what a short write leaves goes out with the next one.
@@ -35,8 +36,9 @@ ssize_t WriteStream(void* cookie, const char* bytes, std::size_t size)
     std::size_t done = 0;
     while (done < size) {
         const ssize_t count =
-            Moved(Call::StreamWrite, descriptor, size - done,
-                  [&](std::size_t fits) { return direct::Write(descriptor, bytes + done, fits); });
+            TransferWithFaults(Call::StreamWrite, descriptor, size - done, [&](std::size_t fits) {
+                return direct::Write(descriptor, bytes + done, fits);
+            });
         if (count < 0)
             break;
         done += static_cast<std::size_t>(count);
@@ -60,7 +62,7 @@ int CloseStream(void* cookie)
     return 0;
 }
 
-// What open needs to be told for a mode such as "a+"; -1 for none of fopen's modes.
+// The flags of open for a mode such as "a+"; -1 for none of fopen's modes.
 int FlagsOf(const char* mode)
 {
     const bool both = std::strchr(mode, '+') != nullptr;
@@ -79,7 +81,7 @@ int FlagsOf(const char* mode)
 std::FILE* StreamOf(int descriptor, const char* mode)
 {
     static Real<std::FILE*(void*, const char*, cookie_io_functions_t)> make("fopencookie");
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a cookie is a pointer, and the number all it holds
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a cookie is a pointer, here a number
     void* cookie = reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
     return make(cookie, mode,
                 cookie_io_functions_t{ReadStream, WriteStream, SeekStream, CloseStream});
@@ -87,7 +89,7 @@ std::FILE* StreamOf(int descriptor, const char* mode)
 
 using Fopen = std::FILE*(const char*, const char*);
 
-std::FILE* OpenedStream(Real<Fopen>& real, const char* path, const char* mode)
+std::FILE* OpenStream(Real<Fopen>& real, const char* path, const char* mode)
 {
     static Real<int(const char*, int, ...)> open("open64");
     const int flags = FlagsOf(mode);
@@ -98,7 +100,7 @@ std::FILE* OpenedStream(Real<Fopen>& real, const char* path, const char* mode)
         return stranger;
     }
     const int made =
-        Opened(path, flags, [&](const char* at) { return open(at, flags, kPermissions); });
+        OpenMapped(path, flags, [&](const char* at) { return open(at, flags, kPermissions); });
     return made < 0 ? nullptr : StreamOf(made, mode);
 }
 
@@ -109,13 +111,13 @@ extern "C" {
 std::FILE* fopen(const char* path, const char* mode)
 {
     static Real<Fopen> real("fopen");
-    return OpenedStream(real, path, mode);
+    return OpenStream(real, path, mode);
 }
 
 std::FILE* fopen64(const char* path, const char* mode)
 {
     static Real<Fopen> real("fopen64");
-    return OpenedStream(real, path, mode);
+    return OpenStream(real, path, mode);
 }
 
 // A stream on a descriptor that has come from one of the open calls.

@@ -11,7 +11,7 @@
 
 namespace {
 
-// An address with room for a NUL behind the longest path.
+// An address with room for a NUL after the longest path.
 struct Address {
     sockaddr_un name = {};
     char end = '\0';
@@ -23,8 +23,8 @@ bool HasAddress(long call, int descriptor, Address& address)
     return syscall(call, descriptor, &address.name, &length) == 0;
 }
 
-// False for what is no socket.
-bool IsSocket(int descriptor, Text& name)
+// False for what isn't a socket.
+bool NameSocket(int descriptor, BoundedText& name)
 {
     Address own;
     if (!HasAddress(SYS_getsockname, descriptor, own))
@@ -41,15 +41,15 @@ bool IsSocket(int descriptor, Text& name)
 
 }  // namespace
 
-Text SubjectName(int descriptor)
+BoundedText SubjectName(int descriptor)
 {
     const KeepErrno kept;
-    Text name;
+    BoundedText name;
     if (descriptor < 0)
         return name.Add("-");
-    if (IsSocket(descriptor, name))
+    if (NameSocket(descriptor, name))
         return name;
-    Text link;
+    BoundedText link;
     link.Add("/proc/self/fd/").AddNumber(static_cast<unsigned>(descriptor));
     char target[PATH_MAX] = "";
     if (syscall(SYS_readlinkat, AT_FDCWD, link.Get(), target, sizeof(target) - 1) < 0)
@@ -57,9 +57,9 @@ Text SubjectName(int descriptor)
     return SubjectName(target);
 }
 
-Text SubjectName(const char* path)
+BoundedText SubjectName(const char* path)
 {
-    Text name;
+    BoundedText name;
     const std::size_t length = Root() == nullptr ? 0 : std::strlen(Root());
     const bool isBelow = length > 0 && std::strncmp(path, Root(), length) == 0;
     return name.Add(isBelow ? path + length : path);

@@ -37,36 +37,14 @@ inline bool Exists(const char* path)
     return syscall(SYS_faccessat, AT_FDCWD, path, F_OK) == 0;
 }
 
-inline bool IsLink(const char* path)
-{
-    char target[1];
-    return syscall(SYS_readlinkat, AT_FDCWD, path, target, sizeof(target)) >= 0;
-}
-
-inline bool Rename(const char* from, const char* to)
-{
-    return syscall(SYS_renameat, AT_FDCWD, from, AT_FDCWD, to) == 0;
-}
-
 inline bool Remove(const char* path)
 {
     return syscall(SYS_unlinkat, AT_FDCWD, path, 0) == 0;
 }
 
-inline bool Link(const char* target, const char* path)
-{
-    return syscall(SYS_symlinkat, target, AT_FDCWD, path) == 0;
-}
-
-inline bool MakeDirectory(const char* path)
-{
-    constexpr int kMode = 0777;
-    return syscall(SYS_mkdirat, AT_FDCWD, path, kMode) == 0;
-}
-
 }  // namespace direct
 
-// What the library does beside a call must not show in the caller's errno.
+// What the library does around a call must not show in the caller's errno.
 class KeepErrno {
 public:
     KeepErrno() : kept(errno) {}

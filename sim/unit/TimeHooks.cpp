@@ -96,7 +96,7 @@ int SelectInTurn(virtualtime::Moment deadline, fd_set* readable, fd_set* writabl
     for (int i = 0; i < 3; ++i)
         if (sets[i] != nullptr)
             wanted[i] = *sets[i];
-    Text name;
+    BoundedText name;
     return PollInTurn(name.Add("select"), deadline, [&] {
         for (int i = 0; i < 3; ++i)
             if (sets[i] != nullptr)
@@ -108,7 +108,7 @@ int SelectInTurn(virtualtime::Moment deadline, fd_set* readable, fd_set* writabl
 int PollInTurn(Real<int(pollfd*, nfds_t, int)>& real, pollfd* polled, nfds_t count,
                virtualtime::Moment deadline)
 {
-    Text name;
+    BoundedText name;
     return PollInTurn(name.Add("poll"), deadline, [&] { return real(polled, count, 0); });
 }
 
@@ -169,7 +169,7 @@ int SleepWith(const Time* wanted, Time* left, RealCall call)
     if (wanted == nullptr || wanted->tv_sec < 0 || wanted->tv_nsec < 0)
         return call(wanted, left);
     if (HasClock()) {
-        Text name;
+        BoundedText name;
         AwaitTurn(name.Add("sleep"), DeadlineOf(wanted, &Time::tv_nsec, kNanos),
                   [] { return false; });
         return 0;
@@ -183,11 +183,11 @@ int SleepWith(const Time* wanted, Time* left, RealCall call)
 
 Real<int(const timespec*, timespec*)> realNanosleep("nanosleep");
 
-// Tells the journal of the sleep and makes it. 0, or -1 with what is left.
+// Journals the sleep and makes it. 0, or -1 with what is left.
 int JournalledSleep(const char* name, unsigned number, timespec& time)
 {
     if (Root() != nullptr) {
-        Text line;
+        BoundedText line;
         Journal(line.Add(name).Add("(").AddNumber(number).Add(")"));
     }
     return SleepWith(&time, &time, realNanosleep);

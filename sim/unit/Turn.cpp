@@ -31,7 +31,7 @@ int HighOne(int descriptor)
 
 [[noreturn]] void Fail(const char* what)
 {
-    Text line;
+    BoundedText line;
     line.Add("libsimunit: the clock ").Add(what).Add("\n");
     direct::Write(STDERR_FILENO, line.Get(), line.Length());
     syscall(SYS_exit_group, 1);
@@ -48,7 +48,7 @@ struct Clock {
         const char* path = std::getenv("SIMUNIT_CLOCK");
         if (path == nullptr)
             return;
-        Text timePath;
+        BoundedText timePath;
         time = HighOne(direct::Open(timePath.Add(path).Add(".time").Get(), O_RDONLY));
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
@@ -79,7 +79,7 @@ __attribute__((constructor)) void Begin()
 {
     if (!HasClock())
         return;
-    Text call;
+    BoundedText call;
     AwaitTurn(call.Add("start"), ClockNow(), [] { return true; });
 }
 
@@ -104,7 +104,7 @@ void NoteTcp()
     usesTcp = true;
 }
 
-void SendWait(const Text& call, Moment deadline)
+void SendWait(const BoundedText& call, Moment deadline)
 {
     const KeepErrno kept;
     Message message;
@@ -112,7 +112,7 @@ void SendWait(const Text& call, Moment deadline)
     message.deadline = deadline;
     message.usesTcp = usesTcp;
     usesTcp = false;
-    Text text;
+    BoundedText text;
     text.Add(program_invocation_short_name).Add(" waits in ").Add(call.Get());
     std::memcpy(message.call, text.Get(), std::min(text.Length(), sizeof(message.call) - 1));
     Send(message);
@@ -156,7 +156,7 @@ void AwaitDescriptor(const char* call, int descriptor, short events)
         const timespec none = {};
         return static_cast<int>(syscall(SYS_ppoll, &watched, 1, &none, nullptr, 0));
     };
-    Text text;
+    BoundedText text;
     text.Add(call).Add(" ").Add(SubjectName(descriptor).Get());
     PollInTurn(text, virtualtime::kNever, poll);
 }

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Protocol.h"
 #include "Settings.h"
+#include "VirtualTime.h"
 
-// This process as a participant of the clock; see Protocol.h.
+// This process as a participant of the clock; see VirtualTime.h.
 
 // False without SIMUNIT_CLOCK: then times are real ones, or divided.
 bool HasClock();
@@ -12,13 +12,13 @@ bool HasClock();
 virtualtime::Moment ClockNow();
 
 // The steps of a wait.
-void SendWait(const Text& call, virtualtime::Moment deadline);
+void SendWait(const BoundedText& call, virtualtime::Moment deadline);
 bool IsAsked();  // Waits for the clock. True for a Check, false for a Turn.
 void SendAnswer(bool isReady);
 
 // Waits until the clock gives a turn: when `isReady` returns true, or at the deadline.
 template <typename IsReady>
-void AwaitTurn(const Text& call, virtualtime::Moment deadline, IsReady isReady)
+void AwaitTurn(const BoundedText& call, virtualtime::Moment deadline, IsReady isReady)
 {
     SendWait(call, deadline);
     while (IsAsked())
@@ -28,7 +28,7 @@ void AwaitTurn(const Text& call, virtualtime::Moment deadline, IsReady isReady)
 // Makes a call that would block. `poll` makes it without a wait, and returns 0 while there is
 // nothing.
 template <typename Poll>
-int PollInTurn(const Text& call, virtualtime::Moment deadline, Poll poll)
+int PollInTurn(const BoundedText& call, virtualtime::Moment deadline, Poll poll)
 {
     const int result = poll();
     if (result != 0 || deadline <= ClockNow())

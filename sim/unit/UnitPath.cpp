@@ -2,12 +2,13 @@
 
 #include <cstring>
 
+#include <sys/mount.h>
+
 #include "Medium.h"
+#include "Paths.h"
 #include "Settings.h"
 
 namespace {
-
-constexpr char kDspDevice[] = "/dev/PciDsp";
 
 enum class Match { Whole, Start, Tree };
 
@@ -17,16 +18,10 @@ struct Rule {
 };
 
 constexpr Rule kUnitPaths[] = {
-    {"/home/i2c_server_sock", Match::Whole},
-    {"/tmp/rcseq_socket", Match::Whole},
-    {"/tmp/csp_prog.", Match::Start},
-    {"/usr/local/lib/diag", Match::Tree},
-    {"/etc/KVT-", Match::Start},
-    {"/mnt/usb", Match::Tree},
-    {"/mnt/cdrom", Match::Tree},
-    {"/mnt/floppy", Match::Tree},
-    {kDspDevice, Match::Whole},
-    {"/dev/sda", Match::Whole},
+    {kPatcherSocket, Match::Whole},   {kRcServerSocket, Match::Whole},
+    {"/tmp/csp_prog.", Match::Start}, {"/usr/local/lib/diag", Match::Tree},
+    {"/etc/KVT-", Match::Start},      {kMountParent, Match::Tree},
+    {kDspDevice, Match::Whole},       {kMediumDevice, Match::Whole},
 };
 
 bool Fits(const Rule& rule, const char* path)
@@ -57,7 +52,7 @@ bool IsBelowRoot(const char* path)
     const std::size_t length = std::strlen(Root());
     if (std::strncmp(path, Root(), length) != 0 || path[length] != '/')
         return false;
-    return !Fits({"/sim", Match::Tree}, path + length);
+    return !Fits({kSimulation, Match::Tree}, path + length);
 }
 
 }  // namespace
@@ -67,14 +62,18 @@ UnitPath::UnitPath(const char* path) : asked(path)
     if (Root() == nullptr || path == nullptr || path[0] == '\0')
         return;
     const bool map = IsMapped(path);
-    if (map)
+    const char* onMedium = map ? PathOnMedium(path, mountFlags) : nullptr;
+    isOnMedium = onMedium != nullptr;
+    if (isOnMedium)
+        mapped = InRoot(kMedium).Add(onMedium);
+    else if (map)
         mapped = InRoot(path);
     isUnits = map || path[0] != '/' || IsBelowRoot(path);
 }
 
-bool UnitPath::IsOnMedium() const
+bool UnitPath::IsReadOnly() const
 {
-    return mapped.Length() > 0 && IsMediumAt(asked);
+    return (mountFlags & MS_RDONLY) != 0;
 }
 
 bool UnitPath::IsDspDevice() const

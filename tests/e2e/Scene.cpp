@@ -1,7 +1,7 @@
 #include "Scene.h"
 
-#include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -12,14 +12,16 @@ namespace {
 
 constexpr std::size_t kVersionAt = 0x400;
 constexpr std::size_t kStampSize = 20;  // "06/03/14/09:05:07 - "
-constexpr char kRebooting[] = "Rebooting CSP...\n";
 constexpr char kPianoOn[] = "ioctl(/dev/PciDsp, 33, 0xc01)";
 
-// Runs a shell command. False when it fails or isn't there.
-bool Shell(const std::string& command)
+constexpr std::size_t kKindAt = 4;  // in a frame to the piano
+
+// The end of what is longer than the last time.
+std::string TakeFresh(const std::string& all, std::size_t& taken)
 {
-    // NOLINTNEXTLINE(cert-env33-c): the test's own words
-    return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+    std::string fresh = all.substr(taken);
+    taken = all.size();
+    return fresh;
 }
 
 }  // namespace
@@ -39,43 +41,18 @@ std::string PackedText(const std::string& data)
     return packed;
 }
 
-std::string BytesOf(const Unit& unit, const std::string& name)
-{
-    const std::string from = unit.Path(name);
-    const std::string to = unit.Path("sim/bytes.bin");
-    EXPECT_TRUE(Shell("srec_cat " + from + " -Intel -offset -0x90040000 -o " + to + " -Binary || " +
-                      "objcopy -I ihex -O binary " + from + " " + to));
-    return unit.Read("sim/bytes.bin");
-}
-
 std::string LogTexts(const Unit& unit, const std::string& name)
 {
     std::istringstream lines(unit.Log(name));
     std::string texts;
     for (std::string line; std::getline(lines, line);)
-        texts += line.substr(std::min(kStampSize, line.size())) + "\n";
+        texts += line.substr(std::min(kStampSize, line.size())) + (lines.eof() ? "" : "\n");
     return texts;
 }
 
-std::vector<std::string> Events(const Unit& unit, const std::string& start)
+std::string Frames(const std::vector<std::string>& lines, const std::string& head)
 {
-    std::istringstream lines(unit.MidiLog());
-    std::vector<std::string> events;
-    std::string stamp;
-    for (std::string event; lines >> stamp && std::getline(lines >> std::ws, event);)
-        if (event.compare(0, start.size(), start) == 0)
-            events.push_back(event);
-    return events;
-}
-
-std::string LinesOf(const std::string& text, const std::string& start)
-{
-    std::istringstream lines(text);
-    std::string found;
-    for (std::string line; std::getline(lines, line);)
-        if (line.compare(0, start.size(), start) == 0)
-            found += line + "\n";
-    return found;
+    return MidiPeer::EncodeLines(lines, head);
 }
 
 std::size_t Count(const std::string& text, const std::string& part)
@@ -86,77 +63,129 @@ std::size_t Count(const std::string& text, const std::string& part)
     return count;
 }
 
-bool EndsClean(const Unit& unit, Process& program)
+Unit::Words Split(const std::string& line)
 {
-    const int status = program.Wait();
-    const std::string journal = unit.Journal();
-    EXPECT_EQ(status, 0) << program.Error();
-    EXPECT_EQ(LinesOf(journal, "exit"), "exit descriptors=0\n");
-    return status == 0;
+    std::istringstream words(line);
+    return {std::istream_iterator<std::string>(words), {}};
 }
 
-bool TellPiano(const Unit& unit, const std::string& text)
+std::size_t CountDescriptors(const Process& program)
 {
-    std::filesystem::rename(unit.Write("sim/say.new", text + "\n"), unit.Path("sim/say"));
-    return WaitUntil([&] { return !unit.Exists("sim/say"); });
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(program.Id()) + "/fd");
+    return static_cast<std::size_t>(std::distance(all, {}));
 }
 
-void FailReadBack(Patcher& patcher)
+void ExpectCleanEnd(const Unit& unit, Process& program)
 {
-    ASSERT_TRUE(patcher.WaitForLine("STATUS"));
-    patcher.SendLines({"Status:Flash Idle", "Start READ"});
-    ASSERT_TRUE(patcher.WaitForLine("NEXT   :"));
-    patcher.SendLines({"no record"});
+    EXPECT_EQ(program.Wait(), 0) << program.Error();
+    EXPECT_EQ(Count(unit.Journal(), "exit descriptors=0\n"), 1U) << unit.Journal();
 }
 
-OpenServer::OpenServer(const Unit::Words& pianoOptions, const std::string& faults)
-    : piano(&unit.StartPiano(pianoOptions)), server(nullptr)
+ServerWithPiano::ServerWithPiano()
+    : piano(unit.StartPiano({"--bad-checksum-at", "90040000"})),
+      server(unit.StartServer()),
+      controller(unit.Port())
 {
-    Open(faults);
-}
-
-void OpenServer::Open(const std::string& faults)
-{
-    const std::size_t restarts = Count(unit.Journal(), kPianoOn);
-    // Taken as soon as the link is up, so before anything is asked.
-    unit.Write("sim/say", "@faults " + faults + "\n");
-    server = &unit.StartServer();
-    EXPECT_TRUE(WaitUntil([&] { return Count(unit.Journal(), kPianoOn) > restarts; }))
-        << server->Error();
+    EXPECT_TRUE(unit.WaitForJournal(kPianoOn)) << server.Error();
     SetFaults("");
+}
+
+void ServerWithPiano::SetFaults(const std::string& options) const
+{
+    unit.Control("say", "@faults " + options);
+    EXPECT_TRUE(WaitUntil([&] { return !unit.Exists("sim/say"); }));
+}
+
+std::string ServerWithPiano::Ask(const std::string& groups, const std::string& until)
+{
+    const std::size_t before = controller.Received().size();
+    EXPECT_TRUE(controller.Send(Bytes(groups)));
+    EXPECT_TRUE(WaitUntil([&] {
+        return controller.Received().find(until, before) != std::string::npos;
+    })) << groups
+        << " isn't answered with " << until;
+    return controller.Received().substr(before);
+}
+
+ServerWithPeers::ServerWithPeers(const std::function<void(Unit&)>& arrange)
+    : patcher(unit.Path("home/i2c_server_sock")), rcServer(unit.Path("tmp/rcseq_socket"))
+{
+    if (arrange)
+        arrange(unit);
+    server = &unit.StartServer();
+    EXPECT_TRUE(patcher.Accept() && patcher.WaitForLine("STATUS")) << server->Error();
+    rcServer.Accept(std::chrono::milliseconds(0));
     Connect();
 }
 
-std::string OpenServer::Ask(const std::string& groups, const std::string& until)
+void ServerWithPeers::Open()
 {
-    const std::size_t before = controller->Received().size();
+    patcher.SendLines({"Status:Flash Idle", "Start READ"});
+    EXPECT_TRUE(patcher.WaitForLine("NEXT   :"));
+    patcher.SendLines({"no record"});
+    EXPECT_TRUE(unit.WaitForJournal(kPianoOn));
+    TakeReplies();
+    TakeFrames();
+    TakeLog();
+}
+
+std::unique_ptr<Controller> ServerWithPeers::Connect()
+{
+    auto last = std::make_unique<Controller>(unit.Port());
+    last.swap(controller);
+    replySize = 0;
+    Settle();
+    return last;
+}
+
+void ServerWithPeers::Send(const std::string& groups) const
+{
     EXPECT_TRUE(controller->Send(Bytes(groups)));
-    EXPECT_TRUE(WaitUntil([&] {
-        return controller->Received().find(until, before) != std::string::npos;
-    })) << groups
-        << " isn't answered with " << until;
-    return controller->Received().substr(before);
 }
 
-std::string OpenServer::AskAndReboot(const std::string& groups)
+std::string ServerWithPeers::Ask(const std::string& groups)
 {
-    const std::size_t restarts = Count(unit.Journal(), kPianoOn);
-    std::string answers = Ask(groups, kRebooting);
-    EXPECT_TRUE(WaitUntil([&] { return Count(unit.Journal(), kPianoOn) > restarts; }));
-    return answers;
+    Send(groups);
+    return TakeReplies();
 }
 
-void OpenServer::SetFaults(const std::string& options)
+void ServerWithPeers::Say(const std::string& frames)
 {
-    EXPECT_TRUE(TellPiano(unit, "@faults " + options));
+    SayBytes(MidiPeer::Stuff(frames));
 }
 
-bool OpenServer::HasLogged(const std::string& text) const
+void ServerWithPeers::SayBytes(const std::string& bytes)
 {
-    return WaitUntil([&] { return LogTexts(unit).find(text) != std::string::npos; });
+    EXPECT_TRUE(patcher.Send(bytes));
+    Settle();
 }
 
-void OpenServer::PutParameters(const std::string& data) const
+void ServerWithPeers::Settle()
 {
-    unit.Write("usr/local/lib/diag/csp_param.hex", HexText(data, 32, "\r\n"));
+    EXPECT_TRUE(WaitUntil([] { return true; }));
+}
+
+std::string ServerWithPeers::TakeReplies()
+{
+    Settle();
+    return TakeFresh(controller->Received(), replySize);
+}
+
+std::string ServerWithPeers::TakeFrames()
+{
+    Settle();
+    const std::vector<std::string> all = patcher.Frames();
+    std::string fresh;
+    for (; frameCount < all.size(); ++frameCount) {
+        const std::string data = ToHex(all[frameCount].substr(kKindAt)) + "\n";
+        if (data[0] != '3')  // no text of the console
+            fresh += data;
+    }
+    return fresh;
+}
+
+std::string ServerWithPeers::TakeLog()
+{
+    Settle();
+    return TakeFresh(LogTexts(unit), logSize);
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,9 +12,9 @@
 // What the end-to-end tests share, in addition to the unit itself.
 
 constexpr std::uint32_t kImageStart = 0x90040000;
-constexpr std::size_t kParameterSize = 0x60000;  // bytes that a read-back covers
 constexpr char kUpdateLog[] = "cspupdate.log";
 constexpr char kServerLog[] = "diagserver.log";
+constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
 
 // The controller's commands.
 constexpr char kFindUpdate[] = "DF DF 00 AA";
@@ -24,8 +25,6 @@ constexpr char kUpdateParameters[] = "DF DF 00 C2";
 constexpr char kBackup[] = "DF DF 00 C3";
 constexpr char kRestore[] = "DF DF 00 C4";
 constexpr char kVersion[] = "DF DF DF DF";
-constexpr char kRepliesOn[] = "DF DF DF E0";
-constexpr char kRepliesOff[] = "DF DF DF E1";
 constexpr char kServiceText[] = "KVT : Update the Service Center.\n";
 
 // Firmware that carries the version at its place, 0x400 bytes after its start.
@@ -34,57 +33,76 @@ std::string FirmwareOf(const std::string& version, std::size_t size);
 // An image from 0x90040000 on in the compressed form, without any run in it.
 std::string PackedText(const std::string& data);
 
-// The flash's bytes from 0x90040000 on out of a hex file of the unit, by somebody else's tool.
-std::string BytesOf(const Unit& unit, const std::string& name);
-
 // The texts of a log's entries, without their time stamps.
 std::string LogTexts(const Unit& unit, const std::string& name = kServerLog);
 
-// The console lines and events of the piano's transcript that begin so, without time stamps.
-std::vector<std::string> Events(const Unit& unit, const std::string& start);
-
-// The lines of a text that begin so.
-std::string LinesOf(const std::string& text, const std::string& start);
+// The frames of console lines, one after the other.
+std::string Frames(const std::vector<std::string>& lines,
+                   const std::string& head = MidiPeer::kHead);
 
 std::size_t Count(const std::string& text, const std::string& part);
 
-// True when the program has ended with status 0 and has left no descriptor open.
-bool EndsClean(const Unit& unit, Process& program);
+// The words of a command line.
+Unit::Words Split(const std::string& line);
 
-// Writes lines for the piano to say, or orders for it, and waits until it has taken them.
-bool TellPiano(const Unit& unit, const std::string& text);
+std::size_t CountDescriptors(const Process& program);
 
-// Plays the CSP of a read-back, on an accepted link, that ends at once in a line that is no record.
-void FailReadBack(Patcher& patcher);
+// Expects that the program ends with status 0 and leaves no descriptor open.
+void ExpectCleanEnd(const Unit& unit, Process& program);
 
-// A server whose first read-back has failed, so that it takes commands, with its piano and a
-// controller.
-class OpenServer {
+// A server with a piano and a controller, after a failed first read-back, so that it takes
+// commands.
+class ServerWithPiano {
 public:
-    explicit OpenServer(const Unit::Words& pianoOptions = {}, const std::string& faults = kRefused);
-
-    // Starts the server again when the last one has ended. Its first read-back fails by the faults.
-    void Open(const std::string& faults = kRefused);
-
-    // Sends the groups in one write and waits for the text. What has come since then.
-    std::string Ask(const std::string& groups, const std::string& until);
-    // As above, until the end of a restart of the CSP.
-    std::string AskAndReboot(const std::string& groups);
+    ServerWithPiano();
 
     // The piano misbehaves so from here on; without options not at all.
-    void SetFaults(const std::string& options);
-
-    // A new controller in place of the last.
-    void Connect() { controller = std::make_unique<Controller>(unit.Port()); }
-    // Waits for entries of the log, which come after the texts for the controller.
-    bool HasLogged(const std::string& text) const;
-    void PutParameters(const std::string& data) const;
+    void SetFaults(const std::string& options) const;
+    // Sends the groups in one write and waits for the text. What has come since then.
+    std::string Ask(const std::string& groups, const std::string& until);
 
     Unit unit;
-    Process* piano;
+    Process& piano;
+    Process& server;
+    Controller controller;
+};
+
+// A server between peers that the test simulates itself, so that each byte and each moment is its
+// own. It begins where the server asks for the CSP's state, its first read-back under way.
+class ServerWithPeers {
+public:
+    // `arrange` changes the unit before the server starts in it.
+    explicit ServerWithPeers(const std::function<void(Unit&)>& arrange = nullptr);
+
+    // Lets the first read-back fail, so that the controller's commands are taken.
+    void Open();
+    // A new controller in place of the last, which is returned.
+    std::unique_ptr<Controller> Connect();
+
+    // Groups of the controller in one write. Ask returns the replies.
+    void Send(const std::string& groups) const;
+    std::string Ask(const std::string& groups);
+    // One message of the piano's side: its frames in one block, or any bytes.
+    void Say(const std::string& frames);
+    void SayBytes(const std::string& bytes);
+
+    // Waits until the server waits itself, without time that passes.
+    static void Settle();
+
+    // What the server has done since the last call, once it is settled: texts and messages to the
+    // controller; MIDI frames, "C0 00 90 3C 40 00\n" each (kind and data); entries of the log.
+    std::string TakeReplies();
+    std::string TakeFrames();
+    std::string TakeLog();
+
+    Unit unit;
+    MidiPeer patcher;
+    Neighbour rcServer;
     Process* server;
     std::unique_ptr<Controller> controller;
 
 private:
-    static constexpr char kRefused[] = "--bad-checksum-at 90040000";
+    std::size_t replySize = 0;
+    std::size_t frameCount = 0;
+    std::size_t logSize = 0;
 };

@@ -1,6 +1,17 @@
 #include "FaultyUnit.h"
 
+#include <csignal>
+#include <sstream>
 #include <stdexcept>
+
+#include "HexText.h"
+
+namespace {
+
+// How long a scenario waits for an end, in the unit's time.
+constexpr std::chrono::seconds kEndLimit{6000};
+
+}  // namespace
 
 bool Contains(const std::string& text, const std::string& piece)
 {
@@ -19,14 +30,6 @@ FaultyUnit::FaultyUnit(const std::string& itsFault) : fault(itsFault)
         Set("SIMUNIT_FAULT=" + fault);
 }
 
-Process& FaultyUnit::StartFaultyPiano(Words options)
-{
-    const std::size_t blank = fault.find(' ');
-    if (blank != std::string::npos)
-        options.insert(options.end(), {fault.substr(0, blank), fault.substr(blank + 1)});
-    return StartPiano(options);
-}
-
 std::string FaultyUnit::SeenFault() const
 {
     if (Contains(fault, "--")) {
@@ -40,12 +43,14 @@ std::string FaultyUnit::SeenFault() const
                                    : journal.substr(at + 1, journal.find('\n', at + 1) - at - 1);
 }
 
-bool FaultyUnit::IsHit(std::initializer_list<const char*> subjects, const std::string& kind) const
+bool FaultyUnit::IsHit(const Causes& causes) const
 {
     const std::string line = SeenFault();
-    if (!kind.empty() && !Contains(line, "fault " + kind + " "))
-        return false;
-    for (const std::string subject : subjects) {
+    for (const std::string& cause : causes) {
+        const std::size_t blank = cause.find(' ');
+        const std::string subject = cause.substr(blank + 1);
+        if (blank != std::string::npos && !Contains(line, "fault " + cause.substr(0, blank + 1)))
+            continue;
         // A socket that isn't connected yet may be either neighbor's.
         const bool isLink = subject == kMidiLink || subject == kRcLink;
         if (Contains(line, subject) || (isLink && Contains(line, " on socket")))
@@ -54,14 +59,132 @@ bool FaultyUnit::IsHit(std::initializer_list<const char*> subjects, const std::s
     return false;
 }
 
+void FaultyUnit::Expect(bool isKept, const std::string& promise, const Causes& causes)
+{
+    Check(isKept || IsHit(causes), "broken for no reason: " + promise);
+    lost += isKept ? 0 : 1;
+}
+
+void FaultyUnit::ExpectLog(const Words& lines)
+{
+    const std::string log = Log();
+    std::size_t at = 0;
+    for (const std::string& line : lines) {
+        at = log.find(line + "\n", at == std::string::npos ? 0 : at);
+        Expect(at != std::string::npos, "the log has: " + line, {kLogs});
+    }
+}
+
+void FaultyUnit::ExpectReadBack(const std::string& name)
+{
+    Expect(Read(name) == HexText(Read("sim/flash"), 8, "\r\n"),
+           "a saved read-back equals the flash", {"open csp_param.hex", "fwrite csp_param.hex"});
+}
+
+bool FaultyUnit::Judge(const Reply& reply, const std::vector<Result>& results)
+{
+    for (const Result& result : results) {
+        const bool isShown = Contains(reply.shown, result.shown);
+        const bool isLogged = Contains(reply.logged, result.logged);
+        if ((!isShown && !isLogged) || !(result.causes.empty() || IsHit(result.causes)))
+            continue;
+        Expect(isShown, "it shows: " + result.shown, {kController});
+        Expect(isLogged, "it logs: " + result.logged, {kLogs});
+        hasFailed = hasFailed || !result.causes.empty();
+        return result.causes.empty();
+    }
+    Expect(false, "a command has a result, with a reason", {kController});
+    return false;
+}
+
+Outcome FaultyUnit::GetOutcome() const
+{
+    if (lost > 0)
+        return Outcome::Lost;
+    return hasFailed ? Outcome::Reported : Outcome::Kept;
+}
+
 void FaultyUnit::CheckEnd(Process& program) const
 {
-    constexpr std::size_t kMostReported = 400;
     const int status = program.Wait(kEndLimit);
     const std::string errors = program.Error();
     Check(!Contains(errors, "Sanitizer") && !Contains(errors, "runtime error"),
-          "a sanitizer reports " + errors.substr(0, kMostReported));
+          "a sanitizer reports " + errors);
     Check(status != -1, "it hangs");
     Check(status == 0, "exit status " + std::to_string(status));
     Check(Contains(Journal(), "\nexit descriptors=0\n"), "a descriptor is left");
+}
+
+Process& FaultyUnit::StartFaultyPiano(Words options)
+{
+    const std::size_t blank = fault.find(' ');
+    if (blank != std::string::npos)
+        options.insert(options.end(), {fault.substr(0, blank), fault.substr(blank + 1)});
+    return StartPiano(options);
+}
+
+Unit::Words FaultyUnit::ReadBackOptions(int size) const
+{
+    std::ostringstream stop;
+    stop << std::hex << 0x90040000U + static_cast<unsigned>(size);
+    const std::string flash =
+        Write("sim/flash", Firmware(static_cast<std::size_t>(size))) + "@90040000";
+    return {"--join", "--read-cut", "8", "--load", flash, "--read-stop", stop.str()};
+}
+
+void FaultyUnit::Run(const Scenario& scenario)
+{
+    if (scenario.flash == kNoServer)
+        return scenario.run(*this);
+    // The bad record is the last one, so that nothing follows it.
+    const Words failing = {"--join",      "--bad-checksum-at", "90040000",
+                           "--read-stop", "9004000C",          "--allow-gaps"};
+    piano = &StartFaultyPiano(scenario.flash == kFailingRead ? failing
+                                                             : ReadBackOptions(scenario.flash));
+    server = &StartServer();
+    // The log may be what the fault has hit. A read-back that has worked ends the server.
+    const auto isOver = [this] {
+        const std::string log = Log();
+        return !IsServing() ||
+               ((Contains(log, "CSP Read Failed") || Contains(log, "Rebooting CSP")) &&
+                !Contains(server->Output(), "CSP Update Finished"));
+    };
+    Check(WaitUntil(isOver, kEndLimit), "the first read-back has no end");
+    hasFailed = Contains(Log(), "MIDI Patcher is not active.") && IsHit({kMidiLink});
+    if (!hasFailed)
+        scenario.run(*this);
+    StopPiano();
+    if (IsServing())
+        EndServer();
+    CheckEnd(*server);
+}
+
+Reply FaultyUnit::Ask(const std::string& groups, std::chrono::nanoseconds time)
+{
+    if (!IsServing())
+        return {};
+    if (!controller || controller->IsClosed())
+        controller = std::make_unique<Controller>(Port());
+    const std::size_t shownBefore = controller->Received().size();
+    const std::size_t loggedBefore = Log().size();
+    controller->Send(Bytes(groups));
+    const auto end = UnitTime() + time;
+    WaitUntil([&] { return UnitTime() >= end || !IsServing(); }, 2 * time);
+    return {controller->Received().substr(shownBefore), Log().substr(loggedBefore)};
+}
+
+void FaultyUnit::EndServer()
+{
+    const std::size_t before = MidiLog().size();
+    StartPiano(ReadBackOptions(0x30));
+    const auto isConnected = [&] { return Contains(MidiLog().substr(before), " connected\n"); };
+    Check(WaitUntil(isConnected, kEndLimit), "the link to the piano isn't made again");
+    // The fault may take one connection, one command or one read. A command counts only while the
+    // gate is open.
+    for (const auto limit = UnitTime() + kEndLimit; IsServing() && UnitTime() < limit;) {
+        controller.reset();
+        Ask("DF DF 00 C0", std::chrono::seconds(80));
+    }
+    Check(!IsServing(), "no command ends it: the gate is shut, or it hangs");
+    ExpectReadBack(kParameterFile);
 }

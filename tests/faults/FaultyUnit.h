@@ -1,43 +1,111 @@
 #pragma once
 
 #include <chrono>
-#include <initializer_list>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "Unit.h"
 
-// What a fault can hit, by a part of the name that the journal has for it.
-constexpr char kMidiLink[] = "i2c_server_sock";
-constexpr char kRcLink[] = "rcseq_socket";
-constexpr char kController[] = "tcp";
-constexpr char kServerLog[] = "diagserver.log";
-
-// How long a scenario waits for an end, in the unit's time.
-constexpr std::chrono::seconds kEndLimit{6000};
+constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
 
 bool Contains(const std::string& text, const std::string& piece);
 // Throws std::runtime_error with the text when the condition is false.
 void Check(bool condition, const std::string& otherwise);
 
+// What a fault can hit: a part of the name that the journal has for it, with the kind of call in
+// front of it unless any counts ("csp_param.hex", "umount /mnt").
+using Causes = std::vector<std::string>;
+constexpr char kMidiLink[] = "i2c_server_sock";
+constexpr char kRcLink[] = "rcseq_socket";
+constexpr char kController[] = "tcp";
+constexpr char kLogs[] = ".log";
+
+// What a command, or a program, has shown and logged.
+struct Reply {
+    std::string shown;
+    std::string logged;
+};
+
+// How a command can end: a text, and what the fault must have hit for it. Nothing if it is a
+// success. Without a text of its own the log gets the shown one.
+struct Result {
+    std::string shown;
+    Causes causes;
+    std::string logged = shown;
+};
+
+// What became of a scenario's promises: all were kept, it failed and reported that, the fault has
+// cost one that isn't reported, or one is broken for no reason.
+enum class Outcome { Kept, Reported, Lost, Violation };
+
+class FaultyUnit;
+
+// One flow of the program from the start of its processes to their end. It throws when a promise
+// is broken for no reason.
+struct Scenario {
+    std::string name;
+    // The frames after which the link is cut, and the piano ends, both ways: all, or so many of the
+    // last.
+    int frames;
+    // How much the server's first read-back finds. With nothing to read it fails, and only then
+    // does the server take commands. Below 0 `run` starts the program itself.
+    int flash;
+    void (*run)(FaultyUnit&);
+};
+constexpr int kAllFrames = 1000000;
+constexpr int kFailingRead = 0;
+constexpr int kNoServer = -1;
+
+extern const std::vector<Scenario> kScenarios;
+
 // A unit in which one thing fails: a call of the program, "write:3:EIO", or the piano's link by an
 // option of simpiano, "--die-after 12". Nothing does when the fault is empty.
+//
+// Its one rule: a promise is kept, unless the fault has hit what it depends on.
 class FaultyUnit : public Unit {
 public:
     explicit FaultyUnit(const std::string& itsFault);
 
-    Process& StartFaultyPiano(Words options);
-
     // True once the fault has come.
     bool HasFault() const { return !SeenFault().empty(); }
-    // True when the fault has hit one of these, by a call of that kind if one is named.
-    bool IsHit(std::initializer_list<const char*> subjects, const std::string& kind = "") const;
+    bool IsHit(const Causes& causes) const;
 
+    // Throws when a promise is broken and the fault has hit none of the causes.
+    void Expect(bool isKept, const std::string& promise, const Causes& causes);
+    // The same for lines of the server's log, in this order.
+    void ExpectLog(const Words& lines);
+    // The same for a file that a read-back of the last piano has written.
+    void ExpectReadBack(const std::string& name);
+    // The same for one of the results of a command, which is shown and logged. True for a success.
+    bool Judge(const Reply& reply, const std::vector<Result>& results);
+
+    Outcome GetOutcome() const;
+    int Lost() const { return lost; }
+
+    // Starts a server with a piano, carries out what the scenario does after the end of the first
+    // read-back, and ends the server by a read-back from a new, good piano.
+    void Run(const Scenario& scenario);
+
+    Process& StartFaultyPiano(Words options);
     // Waits for the end of a program and checks what every program must leave.
     void CheckEnd(Process& program) const;
+
+    bool IsServing() { return server->IsRunning(); }
+    void StopPiano() { piano->Kill(SIGTERM); }
+    // Sends groups and lets time pass. Returns what comes meanwhile.
+    Reply Ask(const std::string& groups, std::chrono::nanoseconds time = std::chrono::seconds(20));
 
 private:
     // Such as "fault write #3 EIO on tcp"; empty until it comes.
     std::string SeenFault() const;
+    Words ReadBackOptions(int size) const;
+    void EndServer();
 
     std::string fault;
+    int lost = 0;
+    bool hasFailed = false;
+    Process* piano = nullptr;
+    Process* server = nullptr;
+    std::unique_ptr<Controller> controller;
 };

@@ -1,70 +1,31 @@
 #include <csignal>
-#include <functional>
-#include <vector>
 
-#include "FaultyServer.h"
+#include "FaultyUnit.h"
 #include "HexText.h"
-#include "Scenario.h"
 
 namespace {
 
-using Reply = FaultyServer::Reply;
-using Body = std::function<std::string(FaultyServer&)>;
-
-constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
-
-std::string WithServer(FaultyUnit& unit, const Unit::Words& pianoOptions, const Body& body)
-{
-    FaultyServer server(unit, pianoOptions);
-    return server.End(server.LacksPatcher() ? "ended without the MIDI Patcher" : body(server));
-}
-
-// The lines are in the log, in this order, unless the fault has hit the log itself.
-void CheckLogged(const FaultyUnit& unit, std::initializer_list<const char*> lines)
-{
-    const std::string log = unit.Log();
-    std::size_t at = 0;
-    for (const std::string line : lines) {
-        at = log.find(line + "\n", at);
-        Check(at != std::string::npos || unit.IsHit({kServerLog}), "the log lacks: " + line);
-        if (at == std::string::npos)
-            return;
-    }
-}
-
-std::string StartWithoutPiano(FaultyUnit& unit)
+void StartWithoutPiano(FaultyUnit& unit)
 {
     unit.CheckEnd(unit.StartServer());
-    CheckLogged(unit, {"Diag Server Start Now.", "MIDI Patcher is not active.",
-                       "RC Server is not active."});
+    unit.ExpectLog(
+        {"Diag Server Start Now.", "MIDI Patcher is not active.", "RC Server is not active."});
     Check(!Contains(unit.Log(), "Initialize OK"), "a start without a piano is reported as good");
-    return "ended by itself";
 }
 
-// A start with a piano whose flash ends at `stop`.
-std::string ReadUpTo(FaultyUnit& unit, const std::string& stop, std::size_t size)
+void ReadBack(FaultyUnit& unit)
 {
     constexpr char kFile[] = "cwd/csp_param.hex";
-    const std::string flash = Firmware(size);
-    const std::string load = unit.Write("sim/flash", flash) + "@90040000";
-    const Unit::Words options = {"--join", "--read-cut", "8", "--load", load, "--read-stop", stop};
-    return WithServer(unit, options, [&](FaultyServer& server) -> std::string {
-        CheckLogged(unit, {"Diag Server Start Now.", "MIDI Patcher is active.",
-                           "RC Server is active.", "Diag Server Initialize OK"});
-        if (server.IsRunning()) {
-            CheckLogged(unit, {"CSP Read Failed."});
-            Check(unit.IsHit({kMidiLink}), "a read-back fails for no reason");
-            Check(!unit.Exists(kFile), "a read-back that failed leaves a file");
-            return "failed and reported";
-        }
-        CheckLogged(unit, {"CSP Read Success."});
-        if (unit.Read(kFile) == HexText(flash, 8, "\r\n"))
-            return "saved, file equal";
-        if (unit.IsHit({"csp_param.hex"}, "open"))
-            return "read, file not made";
-        Check(unit.IsHit({"csp_param.hex"}, "fwrite"), "the file is wrong");
-        return "read, file cut by a full disk";
-    });
+    constexpr char kSuccess[] = "CSP Read Success.\n";
+    constexpr char kFailure[] = "CSP Read Failed.\n";
+    unit.ExpectLog({"Diag Server Start Now.", "MIDI Patcher is active.", "RC Server is active.",
+                    "Diag Server Initialize OK"});
+    // A success shows in that it ends.
+    if (unit.Judge({unit.IsServing() ? kFailure : kSuccess, unit.Log()},
+                   {{kSuccess, {}}, {kFailure, {kMidiLink}}}))
+        unit.ExpectReadBack(kFile);
+    else
+        Check(!unit.Exists(kFile), "a read-back that failed leaves a file");
 }
 
 // Firmware with the version 1.2 in it: few rows, and yet four blocks, one of which ends at 64 KiB.
@@ -74,11 +35,11 @@ struct UpdateImage {
 
     UpdateImage()
     {
-        constexpr std::size_t kRows[] = {0x0000, 0x0400,  0x1FF0,  0x3FF0,
+        constexpr std::size_t kRows[] = {0,      0x400,   0x1FF0,  0x3FF0,
                                          0xFFF0, 0x10000, 0x11FF0, 0x12000};
+        const std::string image = Firmware(0x12010).replace(0x400, 4, "1.2\0", 4);
         for (const std::size_t at : kRows) {
-            std::string row = at == 0x0400 ? std::string("1.2\0", 4) : "";
-            row += Firmware(64 + at / 0x400).substr(at / 0x400, 16 - row.size());
+            const std::string row = image.substr(at, 16);
             if (at % 0x10000 == 0)
                 hex += at == 0 ? ":02000004900466\r\n" : ":02000004900565\r\n";
             hex += Record(0, at % 0x10000, row) + "\r\n";
@@ -88,11 +49,10 @@ struct UpdateImage {
     }
 };
 
-void CheckFlash(const FaultyUnit& unit, Process& piano, const UpdateImage& firmware)
+void CheckFlash(const FaultyUnit& unit)
 {
-    piano.Kill(SIGTERM);
-    Check(unit.Flash(0x90040000, firmware.flash.size()) == firmware.flash,
-          "finished with a wrong flash");
+    const std::string flash = UpdateImage().flash;
+    Check(unit.Flash(0x90040000, flash.size()) == flash, "finished with a wrong flash");
 }
 
 std::string LogEntries(int from)
@@ -103,293 +63,173 @@ std::string LogEntries(int from)
     return entries;
 }
 
-// Of the old log the last 50 entries are kept and the line is added, unless the fault has hit it.
-std::string LogOutcome(const FaultyUnit& unit, const std::string& line)
+void UpdateAlone(FaultyUnit& unit)
 {
-    const std::string log = unit.Log("cspupdate.log");
-    const bool isKept =
-        log.rfind(LogEntries(10), 0) == 0 && Contains(log, "CSP Updater Start Now.\n");
-    if (isKept && Contains(log, " - " + line))
-        return "";
-    Check(unit.IsHit({"cspupdate.log"}), isKept ? "the log lacks: " + line : "the old log is lost");
-    return ", log hurt";
-}
-
-// How a failed update shows on standard output and in the log. Only the first has its cause in the
-// file, and isn't logged.
-constexpr const char* kFailures[][2] = {
-    {"No Update File!\n", "CSP Updater Start Now.\n"},
-    {"Error:-3\n", "Update Error No.-3\n"},
-    {"Piano is not connected 2\n", "Piano is not connected 2\n"},
-    {"Piano is no reply\n", "Piano is no reply\n"},
-    {"Piano Comunication Error !\n", "Piano Comunication Error !\n"},
-    {"CSP Update Failed\n", "CSP Update Failed\n"},
-};
-
-std::string FailedUpdateOutcome(const FaultyUnit& unit, const std::string& printed)
-{
-    for (const auto& [onOutput, onLog] : kFailures) {
-        if (!Contains(printed, onOutput))
-            continue;
-        const bool isUnread = onOutput == kFailures[0][0];
-        Check(unit.IsHit({isUnread ? "fw.hex" : kMidiLink}), "an update fails for no reason");
-        return "failed and reported" + LogOutcome(unit, onLog);
-    }
-    Check(false, "neither finished nor failed");
-    return "";
-}
-
-std::string StandAloneUpdate(FaultyUnit& unit)
-{
-    const UpdateImage firmware;
-    unit.Write("cwd/fw.hex", firmware.hex);
+    const std::string hex = UpdateImage().hex;
+    unit.Write("cwd/fw.hex", hex);
     unit.Write("usr/local/lib/diag/cspupdate.log", LogEntries(0));
     Process& piano = unit.StartFaultyPiano({"--allow-gaps"});
     Process& program = unit.Start("diag_server", {"-b", "-f", "fw.hex"});
     unit.CheckEnd(program);
-    const std::string printed = program.Output();
+    piano.Kill(SIGTERM);
+    const Reply reply{program.Output(), unit.Log("cspupdate.log")};
     // The file has its new name, after the version in it, when that is reported, else its old one.
-    const bool isRenamed = Contains(printed, "Rename OK\n");
-    Check(unit.Read(isRenamed ? "cwd/12.hex" : "cwd/fw.hex") == firmware.hex, "the file is lost");
+    const bool isRenamed = Contains(reply.shown, "Rename OK\n");
+    Check(unit.Read(isRenamed ? "cwd/12.hex" : "cwd/fw.hex") == hex, "the file is lost");
     Check(!unit.Exists(isRenamed ? "cwd/fw.hex" : "cwd/12.hex"), "the file has two names");
-    if (!Contains(printed, "APE Update Finished\n")) {
-        piano.Kill(SIGTERM);
-        return FailedUpdateOutcome(unit, printed);
+    // Only the first failure has its cause in the file, and isn't logged.
+    if (unit.Judge(reply, {{"APE Update Finished\n", {}, " - CSP Update Finished\n"},
+                           {"No Update File!\n", {"fw.hex"}, " - CSP Updater Start Now.\n"},
+                           {"Error:-3\n", {kMidiLink}, " - Update Error No.-3\n"},
+                           {"Piano is not connected 2\n", {kMidiLink}},
+                           {"Piano is no reply\n", {kMidiLink}},
+                           {"Piano Comunication Error !\n", {kMidiLink}},
+                           {"CSP Update Failed\n", {kMidiLink}}})) {
+        CheckFlash(unit);
+        unit.Expect(isRenamed, "the file is renamed", {"rename fw.hex"});
     }
-    CheckFlash(unit, piano, firmware);
-    Check(isRenamed || (Contains(printed, "Rename NG\n") && unit.IsHit({"fw.hex"}, "rename")),
-          "the file isn't renamed");
-    return "finished, flash equal" + LogOutcome(unit, "CSP Update Finished\n");
+    unit.Expect(reply.logged.rfind(LogEntries(10), 0) == 0 &&
+                    Contains(reply.logged, "CSP Updater Start Now.\n"),
+                "the last 50 entries are kept", {kLogs});
 }
 
-std::string ServerUpdate(FaultyUnit& unit)
+void UpdateFromMedium(FaultyUnit& unit)
 {
-    constexpr char kSuccess[] = "CSP Update Success.\n";
-    constexpr char kFailure[] = "CSP Update Failed.\n";
-    constexpr char kRefusal[] = "Cannot Execute CSP Update.\n";
-    const UpdateImage firmware;
-    unit.Write("medium/csp_prog.hex", firmware.hex);
+    unit.Write("medium/csp_prog.hex", UpdateImage().hex);
     unit.Mount("usb");
-    return WithServer(unit, FaultyServer::kFailingRead, [&](FaultyServer& server) -> std::string {
-        server.Ask("DF DF 00 AA");
-        const Reply reply = server.Ask("DF DF 00 BB", {kSuccess, kFailure, kRefusal});
-        if (reply.Has(kSuccess)) {
-            server.CheckReported(reply, kSuccess);
-            CheckFlash(unit, server.piano, firmware);
-            return "finished, flash equal";
-        }
-        if (reply.Has(kFailure)) {
-            server.CheckReported(reply, kFailure);
-            // A piano that is off stays silent.
-            Check(unit.IsHit({kMidiLink, "PciDsp"}), "an update fails for no reason");
-            return "failed and reported";
-        }
-        Check(unit.IsHit({"csp_prog.hex", kController}), "the file isn't found");
-        return reply.Has(kRefusal) ? "not found, refused" : "command lost";
-    });
+    unit.Ask("DF DF 00 AA");
+    // A piano that is off stays silent. Without a file the command is refused.
+    if (unit.Judge(unit.Ask("DF DF 00 BB", std::chrono::seconds(600)),
+                   {{"CSP Update Success.\n", {}},
+                    {"CSP Update Failed.\n", {kMidiLink, "PciDsp"}},
+                    {"Cannot Execute CSP Update.\n", {"csp_prog.hex", kController}}})) {
+        unit.StopPiano();
+        CheckFlash(unit);
+    }
 }
 
-// What is lost of a sequence that must all get through but for the fault.
-struct Losses {
-    const FaultyUnit& unit;
-    std::string text;
-    int count = 0;
-
-    void Expect(bool hasCome, const std::string& what, std::initializer_list<const char*> ways)
-    {
-        if (hasCome)
-            return;
-        Check(unit.IsHit(ways), what + " is lost for no reason");
-        text += (text.empty() ? "lost " : " and ") + what;
-        ++count;
-    }
-    std::string Outcome(const std::string& otherwise) const
-    {
-        return text.empty() ? otherwise : text;
-    }
-};
-
-std::string Bridge(FaultyUnit& unit)
+void Bridge(FaultyUnit& unit)
 {
-    return WithServer(unit, FaultyServer::kFailingRead, [&](FaultyServer& server) {
-        Losses losses{unit, "", 0};
-        const Reply version = server.Ask("90 3C 40 00 6C 01 02 03 DF DF DF DF");
-        losses.Expect(Contains(version.received, "KVT : Update the Service Center.\n"), "an answer",
-                      {kController});
-        losses.Expect(Contains(unit.MidiLog(), "> midi C0 90 3C 40 00\n") &&
-                          Contains(unit.MidiLog(), "> midi 80 6C 01 02 03\n"),
-                      "a group", {kController, kMidiLink});
-        const Reply release = server.Ask("DF DF DF E0 DF DF DF DF");
-        losses.Expect(Contains(release.received, "1.00\n"), "the release",
-                      {kController, "KVT-release"});
+    const std::string version = unit.Ask("90 3C 40 00 6C 01 02 03 DF DF DF DF").shown;
+    unit.Expect(Contains(version, "KVT : Update the Service Center.\n"), "an answer",
+                {kController});
+    unit.Expect(Contains(unit.MidiLog(), "> midi C0 90 3C 40 00\n") &&
+                    Contains(unit.MidiLog(), "> midi 80 6C 01 02 03\n"),
+                "every group", {kController, kMidiLink});
+    const std::string release = unit.Ask("DF DF DF E0 DF DF DF DF").shown;
+    unit.Expect(Contains(release, "1.00\n"), "the release", {kController, "KVT-release"});
 
-        constexpr char kBox[] = "<message_box a>\r\n";
-        const std::string received = server.Say("<message_box a>\nhello\n");
-        const std::string shown = unit.Read("sim/rc.log");
-        losses.Expect(Contains(received, "hello\r\n"), "a line", {kController, kMidiLink});
-        // A box that isn't shown goes to the controller, but what was cut short counts as shown.
-        const bool isPassedOn = Contains(received, kBox);
-        Check(!isPassedOn || unit.IsHit({kRcLink}), "a box goes to the controller for no reason");
-        const bool isCut = !shown.empty() && shown != kBox && unit.IsHit({kRcLink}, "write");
-        losses.Expect(shown == kBox || isPassedOn || isCut, "a message box", {kMidiLink});
-        if (isCut)
-            return losses.Outcome("carried, a box cut");
-        return losses.Outcome(isPassedOn ? "carried, a box to the controller" : "carried");
-    });
+    constexpr char kBox[] = "<message_box a>\r\n";
+    unit.Control("say", "<message_box a>\nhello");
+    const std::string received = unit.Ask("").shown;
+    const std::string shown = unit.Read("sim/rc.log");
+    unit.Expect(Contains(received, "hello\r\n"), "a line", {kController, kMidiLink});
+    // A box that isn't shown goes to the controller, but what was cut short counts as shown.
+    unit.Expect(Contains(received, kBox) != (shown == kBox), "one message box",
+                {kMidiLink, "write rcseq_socket"});
+    unit.Expect(!Contains(received, kBox), "a box goes to the RC Server", {kRcLink});
 }
 
-// Bytes with a long run, a short one and the escape byte, and their compressed form; the rest has
-// neither runs nor escapes.
+// The packed form of a long run, a short one, the escape byte and bytes without either, and the hex
+// file that it comes from.
 struct Parameters {
-    std::string bytes = "abccccc\xDD\xDD"
-                        "d\xDD";
-    std::string packed = "\x04\x90"
-                         "ab\xDD"
-                         "c\x05\xDD\xDD\x02"
-                         "d\xDD\xDD\x01";
+    std::string packed = Bytes("04 90 61 62 DD 63 05 DD DD 02 64 DD DD 01");
     std::string hex;
 
     explicit Parameters(std::size_t size)
     {
-        constexpr std::size_t kPeriod = 0xDD;
+        constexpr std::size_t kEscape = 0xDD;
+        std::string bytes = Bytes("61 62 63 63 63 63 63 DD DD 64 DD");
         for (std::size_t i = 0; bytes.size() < size; ++i) {
-            bytes += static_cast<char>(i % kPeriod);
-            packed += static_cast<char>(i % kPeriod);
+            bytes += static_cast<char>(i % kEscape);
+            packed += bytes.back();
         }
         hex = HexText(bytes, 32, "\r\n");
     }
 };
-constexpr std::size_t kSmall = 64;
-constexpr std::size_t kLarge = 0x10020;  // a record past the first 64 KiB
 
 // Firmware is looked for here, in this order; packed files are expanded to the unit's disk.
 constexpr const char* kSources[] = {"mnt/usb/csp_prog.hex", "mnt/usb/csp_prog.rlg",
                                     "mnt/cdrom/csp_prog.hex", "mnt/cdrom/csp_prog.rlg",
                                     "mnt/floppy/csp_prog.rlg"};
 
-std::string Search(FaultyUnit& unit)
+void Search(FaultyUnit& unit)
 {
-    return WithServer(unit, FaultyServer::kFailingRead, [&](FaultyServer& server) {
-        Losses losses{unit, "", 0};
-        const Parameters parameters(kSmall);
-        for (const char* source : kSources) {
-            const bool isPacked = Contains(source, ".rlg");
-            unit.Write(source, isPacked ? parameters.packed : UpdateImage().hex);
-            unit.Write("tmp/csp_prog.hex", "an older one");
-            const Reply found = server.Ask("DF DF 00 AA");
-            unit.Remove(source);
-            // Without a version in it, a packed file is answered with an empty line.
-            const bool isFound =
-                Contains(found.received, isPacked ? "Update File ]\n\n" : "Update File ]\n1.2\n");
-            losses.Expect(isFound, "a file", {"csp_prog", kController});
-            Check(!isFound || !isPacked || unit.Read("tmp/csp_prog.hex") == parameters.hex,
-                  "another file was expanded");
-        }
-        const Reply none = server.Ask("DF DF 00 AA");
-        losses.Expect(Contains(none.received, "Update File is not exsit.\n"), "an answer",
-                      {kController});
-        unit.Write(kParameterFile, parameters.hex);
-        const Reply shown = server.Ask("DF DF 00 C1");
-        losses.Expect(Contains(shown.received, "CSP Parameter : "), "the parameter file",
-                      {"csp_param.hex", kController});
-        Check(losses.count <= 1, "one fault has cost more than one answer");
-        return losses.Outcome("found");
-    });
-}
-
-// What a copy reports, and what the fault must have hit then: anything or nothing by an empty text.
-struct CopyResult {
-    const char* text;
-    const char* kind;
-    const char* subject;
-};
-constexpr CopyResult kCopyResults[] = {
-    {"Copy Success.\n", "", ""},
-    {"Parameter file is not exists.\n", "", "csp_param"},
-    {"Binary file error.\n", "", "csp_param"},
-    {"Copy error.\n", "mount", "/mnt"},
-    {"Copy error.\n", "", "csp_param"},
-    {"Floppy in not inserted.\n", "umount", "/mnt"},
-};
-
-// Carries a copy command out. The reported text, empty when the command was lost.
-std::string Copy(const FaultyUnit& unit, FaultyServer& server, const char* command)
-{
-    const Reply reply = server.Ask(command);
-    for (const CopyResult& result : kCopyResults) {
-        if (!reply.Has(result.text) || !unit.IsHit({result.subject}, result.kind))
-            continue;
-        server.CheckReported(reply, result.text);
-        return result.text;
+    const Parameters parameters(64);
+    for (const char* source : kSources) {
+        const bool isPacked = Contains(source, ".rlg");
+        unit.Write(source, isPacked ? parameters.packed : UpdateImage().hex);
+        unit.Write("tmp/csp_prog.hex", "an older one");
+        // Without a version in it, a packed file is answered with an empty line.
+        const bool isFound = Contains(unit.Ask("DF DF 00 AA").shown,
+                                      isPacked ? "Update File ]\n\n" : "Update File ]\n1.2\n");
+        unit.Remove(source);
+        unit.Expect(isFound, "a file is found", {"csp_prog", kController});
+        Check(!isFound || !isPacked || unit.Read("tmp/csp_prog.hex") == parameters.hex,
+              "another file was expanded");
     }
-    Check(unit.IsHit({kController}) && reply.received.empty(),
-          "no result, or refused for no reason");
-    return "";
+    unit.Expect(Contains(unit.Ask("DF DF 00 AA").shown, "Update File is not exsit.\n"),
+                "no file is found", {kController});
+    unit.Write(kParameterFile, parameters.hex);
+    unit.Expect(Contains(unit.Ask("DF DF 00 C1").shown, "CSP Parameter : "),
+                "the parameter file is found", {"csp_param.hex", kController});
+    Check(unit.Lost() <= 1, "one fault has cost more than one answer");
 }
 
-std::string Backup(FaultyUnit& unit)
+const std::vector<Result> kCopyResults = {
+    {"Copy Success.\n", {}},
+    {"Parameter file is not exists.\n", {"csp_param"}},
+    {"Binary file error.\n", {"csp_param"}},
+    {"Floppy in not inserted.\n", {"umount /mnt"}},
+    {"Copy error.\n", {"mount /mnt", "csp_param"}},
+};
+
+void Backup(FaultyUnit& unit)
 {
     constexpr char kCopy[] = "medium/csp_param.rlg";
-    const Parameters parameters(kSmall);
+    const Parameters parameters(64);
     unit.Write(kParameterFile, parameters.hex);
     unit.Write(kCopy, "old");
     unit.Mount("usb");
-    return WithServer(unit, FaultyServer::kFailingRead, [&](FaultyServer& server) -> std::string {
-        const std::string text = Copy(unit, server, "DF DF 00 C3");
-        const std::string copy = unit.Read(kCopy);
-        Check(unit.Read(kParameterFile) == parameters.hex, "the parameter file has changed");
-        if (text == "Copy Success.\n") {
-            // Stdio shows a failed read as the end of the file.
-            const bool isCut =
-                unit.IsHit({"csp_param.hex"}, "fread") && copy.size() < parameters.packed.size();
-            Check(copy == parameters.packed || isCut, "something else was copied");
-            return copy == parameters.packed ? "copied" : "copied, cut by a read error";
-        }
-        if (text == "Copy error.\n" && !unit.IsHit({"/mnt"}, "mount"))
-            return "failed and reported";
+    const Reply reply = unit.Ask("DF DF 00 C3");
+    const bool isCopied = unit.Judge(reply, kCopyResults);
+    const std::string copy = unit.Read(kCopy);
+    Check(unit.Read(kParameterFile) == parameters.hex, "the parameter file has changed");
+    // Stdio shows a failed read as the end of the file.
+    if (isCopied)
+        unit.Expect(copy == parameters.packed, "the copy is whole", {"fread csp_param.hex"});
+    else if (!Contains(reply.shown, "Copy error.\n") || unit.IsHit({"mount /mnt"}))
         Check(copy == "old", "the old copy is gone");
-        return text.empty() ? "command lost" : "refused, old copy kept";
-    });
 }
 
-std::string Restore(FaultyUnit& unit, std::size_t size)
+template <std::size_t size>
+void Restore(FaultyUnit& unit)
 {
     const Parameters parameters(size);
     const std::string old = HexText(Firmware(0x20), 32, "\r\n");
     unit.Write(kParameterFile, old);
     unit.Write("medium/csp_param.rlg", parameters.packed);
     unit.Mount("floppy");
-    return WithServer(unit, FaultyServer::kFailingRead, [&](FaultyServer& server) -> std::string {
-        const std::string text = Copy(unit, server, "DF DF 00 C4");
-        const std::string file = unit.Read(kParameterFile);
-        if (text == "Copy Success.\n") {
-            Check(file == parameters.hex, "something else was copied");
-            return "copied, file equal";
-        }
-        // The file is written in place, so what stops the last step leaves it cut.
-        Check(file == old || unit.IsHit({"csp_param.hex"}, "write") ||
-                  unit.IsHit({"csp_param.bin"}, "read"),
-              "the old file is gone for no reason");
-        if (text.empty())
-            return "command lost";
-        return file == old ? "failed and reported, old file kept" : "failed and reported, file cut";
-    });
+    const bool isCopied = unit.Judge(unit.Ask("DF DF 00 C4"), kCopyResults);
+    // The file is written in place, so what stops the last step leaves it cut.
+    Check(unit.Read(kParameterFile) == (isCopied ? parameters.hex : old) ||
+              (!isCopied && unit.IsHit({"write csp_param.hex", "read csp_param.bin"})),
+          "the file is neither the new one nor the old one");
 }
 
 }  // namespace
 
 const std::vector<Scenario> kScenarios = {
-    {"start without a piano", StartWithoutPiano},
-    {"start-up", [](FaultyUnit& unit) { return ReadUpTo(unit, "90040018", 0x18); }, kAllFrames},
-    {"read-back", [](FaultyUnit& unit) { return ReadUpTo(unit, "90042010", 0x2010); }, kAllFrames},
+    {"start without a piano", 0, kNoServer, StartWithoutPiano},
+    {"start-up", kAllFrames, 0x18, ReadBack},
+    {"read-back", kAllFrames, 0x2010, ReadBack},
     // The last frames are those of the 64 KiB border and of the last block.
-    {"read-back over 64 KiB", [](FaultyUnit& unit) { return ReadUpTo(unit, "90050010", 0x10010); },
-     60},
-    {"stand-alone update", StandAloneUpdate, kAllFrames},
-    {"server update", ServerUpdate, kAllFrames},
-    {"bridge", Bridge},
-    {"search", Search},
-    {"backup", Backup},
-    {"restore", [](FaultyUnit& unit) { return Restore(unit, kSmall); }},
-    {"restore over 64 KiB", [](FaultyUnit& unit) { return Restore(unit, kLarge); }},
+    {"read-back over 64 KiB", 60, 0x10010, ReadBack},
+    {"stand-alone update", kAllFrames, kNoServer, UpdateAlone},
+    {"server update", kAllFrames, kFailingRead, UpdateFromMedium},
+    {"bridge", 0, kFailingRead, Bridge},
+    {"search", 0, kFailingRead, Search},
+    {"backup", 0, kFailingRead, Backup},
+    {"restore", 0, kFailingRead, Restore<64>},
+    {"restore over 64 KiB", 0, kFailingRead, Restore<0x10020>},
 };

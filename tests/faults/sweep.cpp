@@ -2,43 +2,38 @@
 // the piano's link and ends the piano after every frame. Prints a table of the outcomes;
 // docs/testing.md explains it.
 //
-//   sweep [--every N] [--jobs N] [--scenario NAME [--fault FAULT]]
+//   sweep [EVERY [SCENARIO [FAULT]]]
 //
-// --every N tries every N-th fault; --jobs N runs so many units at once (as many as there are
-// cores); --fault FAULT tries one, such as "write:3:EIO" or "--die-after 12", and keeps its unit.
+// tries every N-th fault, every one by default, of all scenarios or of one; or a single one, such
+// as "write:3:EIO" or "--die-after 12", and keeps its unit.
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <map>
+#include <numeric>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "Scenario.h"
+#include "FaultyUnit.h"
 
 namespace {
 
-using Words = std::vector<std::string>;
-
-// A kind of call that a scenario makes more often than kMostCalls is tried at the first and the
-// last kEdge and at as many evenly between.
-constexpr std::size_t kMostCalls = 10000;
-constexpr std::size_t kEdge = 100;
-
-constexpr char kViolation[] = "violation";
+using Words = Unit::Words;
 
 const std::map<std::string, Words> kErrors = {
     {"socket read", {"ECONNRESET", "EIO", "EINTR", "short"}},
     {"socket write", {"EPIPE", "ECONNRESET", "EINTR", "short"}},
     {"read", {"EIO", "EINTR", "short"}},
     {"write", {"ENOSPC", "EIO", "EINTR", "short"}},
+    {"fread", {"EIO", "EINTR", "short"}},
+    {"fwrite", {"ENOSPC", "EIO", "EINTR", "short"}},
     {"open", {"EACCES", "EMFILE", "EIO"}},
     {"connect", {"ECONNREFUSED", "EACCES", "EINTR"}},
     {"accept", {"EMFILE", "EINTR", "ECONNABORTED"}},
@@ -56,10 +51,8 @@ const std::map<std::string, Words> kErrors = {
     {"utime", {"EIO", "EACCES"}},
 };
 
-const Words& ErrorsOf(std::string kind, const std::string& subject)
+const Words& ErrorsOf(const std::string& kind, const std::string& subject)
 {
-    if (kind == "fread" || kind == "fwrite")
-        kind.erase(0, 1);
     const bool isSocket =
         Contains(subject, kMidiLink) || Contains(subject, kRcLink) || subject == kController;
     return kErrors.at(isSocket && (kind == "read" || kind == "write") ? "socket " + kind : kind);
@@ -70,14 +63,7 @@ struct Faults {
     Words all;
     std::size_t calls = 0;
     int frames = 0;
-    std::string sampled;  // the kinds of which not each call is tried
 };
-
-bool IsTried(std::size_t index, std::size_t count)
-{
-    return count <= kMostCalls || index < kEdge || index >= count - kEdge ||
-           index % (count / kEdge) == 0;
-}
 
 void AddCalls(Faults& faults, const std::string& list)
 {
@@ -87,16 +73,16 @@ void AddCalls(Faults& faults, const std::string& list)
     std::string number;
     for (std::string subject; lines >> kind >> number >> subject; ++faults.calls)
         subjects[kind].push_back(subject);
-    for (const auto& [each, all] : subjects) {
-        for (std::size_t i = 0; i < all.size(); ++i) {
+    // Of a kind that is called byte by byte every so many are tried, and all of the last.
+    constexpr std::size_t kMostCalls = 400;
+    constexpr std::size_t kLast = 100;
+    for (const auto& [each, all] : subjects)
+        for (std::size_t i = 0; i < all.size();
+             i += i + kLast < all.size() ? 1 + all.size() / kMostCalls : 1) {
             const std::string call = each + ":" + std::to_string(i + 1) + ":";
-            if (IsTried(i, all.size()))
-                for (const std::string& error : ErrorsOf(each, all[i]))
-                    faults.all.push_back(call + error);
+            for (const std::string& error : ErrorsOf(each, all[i]))
+                faults.all.push_back(call + error);
         }
-        if (all.size() > kMostCalls)
-            faults.sampled += " " + each + " " + std::to_string(all.size());
-    }
 }
 
 // The scenario's own piano is the first that ends, and notes its frames then.
@@ -106,147 +92,93 @@ void AddFrames(Faults& faults, const std::string& passed, int most)
     const std::size_t at = passed.find(kFrames);
     Check(at != std::string::npos, "the piano hasn't noted its frames");
     std::istringstream words(passed.substr(at + sizeof(kFrames) - 1));
-    int came = 0;
-    int went = 0;
-    std::string skipped;
-    words >> came >> skipped >> went;
-    faults.frames = came + went;
-    const auto add = [&](int count, const char* cut, const char* die) {
+    std::string to;
+    for (const Words& options : {Words{"--cut-link-after ", "--die-after "},
+                                 Words{"--cut-after-sent ", "--die-after-sent "}}) {
+        int count = 0;
+        words >> count >> to;
+        faults.frames += count;
         for (int i = std::max(1, count - most + 1); i <= count; ++i)
-            for (const char* option : {cut, die})
-                faults.all.push_back(option + (" " + std::to_string(i)));
-    };
-    add(came, "--cut-link-after", "--die-after");
-    add(went, "--cut-after-sent", "--die-after-sent");
+            for (const std::string& option : options)
+                faults.all.push_back(option + std::to_string(i));
+    }
 }
 
-Faults FaultsOf(const Scenario& scenario)
-{
-    FaultyUnit unit("");
-    unit.Set("SIMUNIT_CALLS=" + unit.Path("sim/calls"));
-    scenario.run(unit);
-    Faults faults;
-    AddCalls(faults, unit.Read("sim/calls"));
-    if (scenario.frames > 0)
-        AddFrames(faults, unit.MidiLog(), scenario.frames);
-    return faults;
-}
-
-// The class of the outcome, in a line. A violation is reported on standard error.
-std::string Try(const Scenario& scenario, const std::string& fault)
+// Notes what can go wrong if it is asked for faults.
+Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults = nullptr)
 {
     try {
         FaultyUnit unit(fault);
-        const std::string outcome = scenario.run(unit);
-        return (unit.HasFault() ? outcome : "the fault didn't come") + "\n";
+        if (faults != nullptr)
+            unit.Set("SIMUNIT_CALLS=" + unit.Path("sim/calls"));
+        unit.Run(scenario);
+        if (faults != nullptr)
+            AddCalls(*faults, unit.Read("sim/calls"));
+        if (faults != nullptr && scenario.frames > 0)
+            AddFrames(*faults, unit.MidiLog(), scenario.frames);
+        Check(unit.HasFault() == !fault.empty(), "the fault hasn't come");
+        return unit.GetOutcome();
     } catch (const std::exception& violation) {
-        std::cerr << scenario.name << ", " + fault + ": " + violation.what() + "\n";
-        return std::string(kViolation) + "\n";
+        std::cerr << scenario.name + ", " + fault + ": " + violation.what() + "\n";
+        return Outcome::Violation;
     }
 }
 
-using Outcomes = std::map<std::string, int>;
+using Counts = std::atomic<std::size_t>[static_cast<int>(Outcome::Violation) + 1];
 
-// Each job is a process, since a unit starts others. Lines are short enough to be written whole.
-Outcomes TryAll(const Scenario& scenario, const Words& faults, std::size_t jobs)
+// Tries every N-th fault. Each job is a process, since a unit starts others.
+void TryAll(const Scenario& scenario, const Words& faults, std::size_t every, Counts& counts)
 {
-    int ends[2];
-    if (pipe(ends) < 0)
-        std::exit(2);
+    const std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
     for (std::size_t job = 0; job < jobs; ++job) {
         if (fork() != 0)
             continue;
-        for (std::size_t i = job; i < faults.size(); i += jobs) {
-            const std::string line = Try(scenario, faults[i]);
-            if (write(ends[1], line.data(), line.size()) < 0)
-                _exit(1);
-        }
+        for (std::size_t i = job * every; i < faults.size(); i += jobs * every)
+            ++counts[static_cast<int>(Try(scenario, faults[i]))];
         _exit(0);
     }
-    close(ends[1]);
-    Outcomes outcomes;
-    std::string line;
-    for (char byte = 0; read(ends[0], &byte, 1) == 1;) {
-        if (byte != '\n')
-            line += byte;
-        else
-            ++outcomes[std::exchange(line, "")];
-    }
-    close(ends[0]);
     while (wait(nullptr) > 0) {
     }
-    return outcomes;
 }
 
 // Prints a row of the table. False when anything is violated or not tried.
-bool Sweep(const Scenario& scenario, std::size_t every, std::size_t jobs)
+bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
 {
-    static std::size_t number = 0;  // of the fault, over all scenarios
-    Faults faults;
-    try {
-        faults = FaultsOf(scenario);
-    } catch (const std::exception& violation) {
-        std::cerr << scenario.name << ", without a fault: " << violation.what() << "\n";
+    Faults faults{{only}};
+    if (only.empty() && Try(scenario, "", &(faults = {})) != Outcome::Kept)
         return false;
-    }
-    Words taken;
-    for (const std::string& fault : faults.all)
-        if (number++ % every == 0)
-            taken.push_back(fault);
-    Outcomes outcomes = TryAll(scenario, taken, jobs);
-    const int violated = std::exchange(outcomes[kViolation], 0);
-    std::cout << "| " << scenario.name << " | " << faults.calls << faults.sampled << " | "
-              << faults.frames << " | " << taken.size() << " | ";
-    std::size_t passed = 0;
-    for (const auto& [outcome, count] : outcomes) {
-        if (count > 0)
-            std::cout << (passed > 0 ? "; " : "") << outcome << " " << count;
-        passed += static_cast<std::size_t>(count);
-    }
-    std::cout << " | " << violated << " |" << std::endl;
-    return passed == taken.size();
+    auto& counts = *static_cast<Counts*>(
+        mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    TryAll(scenario, faults.all, every, counts);
+    const std::size_t tried = std::accumulate(std::begin(counts), std::end(counts), std::size_t{});
+    std::cout << "| " << scenario.name << " | " << faults.calls << " | " << faults.frames << " | "
+              << tried;
+    for (const auto& count : counts)
+        std::cout << " | " << count;
+    std::cout << " |" << std::endl;
+    return tried == (faults.all.size() + every - 1) / every &&
+           counts[static_cast<int>(Outcome::Violation)] == 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    std::map<std::string, std::string> options = {
-        {"--every", "1"},
-        {"--jobs", std::to_string(std::max(1U, std::thread::hardware_concurrency()))},
-        {"--scenario", ""},
-        {"--fault", ""}};
-    bool isGood = argc % 2 == 1;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        isGood = isGood && options.count(argv[i]) > 0;
-        options[argv[i]] = argv[i + 1];
-    }
-    const std::size_t every = std::strtoul(options["--every"].c_str(), nullptr, 10);
-    const std::size_t jobs = std::strtoul(options["--jobs"].c_str(), nullptr, 10);
-    if (!isGood || every == 0 || jobs == 0) {
-        std::cerr << "sweep [--every N] [--jobs N] [--scenario NAME [--fault FAULT]]\n";
+    const Words words(argv + 1, argv + argc);
+    const std::size_t every = words.empty() ? 1 : std::strtoul(words[0].c_str(), nullptr, 10);
+    if (every == 0 || words.size() > 3) {
+        std::cerr << "sweep [EVERY [SCENARIO [FAULT]]]\n";
         return 2;
     }
-    const bool isOne = !options["--fault"].empty();
-    if (isOne)
+    if (words.size() == 3)
         setenv("DIAG_KEEP", "1", 1);
-    else
-        std::cout << "| scenario | calls | frames | faults | outcomes | violations |\n"
-                     "|---|---|---|---|---|---|"
-                  << std::endl;
-    int tried = 0;
+    std::cout << "| scenario | calls | frames | faults | kept | reported | lost | violations |\n"
+                 "|---|---|---|---|---|---|---|---|"
+              << std::endl;
+    int good = 0;
     int failed = 0;
-    for (const Scenario& scenario : kScenarios) {
-        if (!options["--scenario"].empty() && options["--scenario"] != scenario.name)
-            continue;
-        ++tried;
-        if (!isOne) {
-            failed += Sweep(scenario, every, jobs) ? 0 : 1;
-            continue;
-        }
-        const std::string outcome = Try(scenario, options["--fault"]);
-        std::cout << outcome;
-        failed += outcome.rfind(kViolation, 0) == 0 ? 1 : 0;
-    }
-    return tried > 0 && failed == 0 ? 0 : 1;
+    for (const Scenario& scenario : kScenarios)
+        if (words.size() < 2 || words[1] == scenario.name)
+            ++(Sweep(scenario, every, words.size() == 3 ? words[2] : "") ? good : failed);
+    return good > 0 && failed == 0 ? 0 : 1;
 }

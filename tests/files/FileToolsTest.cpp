@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include "Descriptors.h"
 #include "FileTools.h"
 #include "HexText.h"
 #include "TempDir.h"

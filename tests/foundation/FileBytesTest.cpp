@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -13,11 +12,7 @@
 #include "TempDir.h"
 #include "UniqueFd.h"
 
-namespace {
-
-std::size_t readLimit = SIZE_MAX;  // the most bytes that one read returns
-
-}  // namespace
+static std::size_t readLimit = SIZE_MAX;  // the most bytes that one read returns
 
 // Takes the place of libc's in this program.
 extern "C" ssize_t read(int descriptor, void* target, std::size_t size)
@@ -55,12 +50,9 @@ TEST(FileBytes, RefusesWhatItCannotReadInFull)
 
 TEST(UniqueFd, OwnsAlsoDescriptor0)
 {
+    EXPECT_TRUE(static_cast<bool>(UniqueFd(0)));
+    EXPECT_EQ(open("/dev/null", O_RDONLY), 0) << "closed with its owner";
     UniqueFd input(0);
-    EXPECT_TRUE(static_cast<bool>(input));
     EXPECT_EQ(input.Release(), 0);
     EXPECT_FALSE(static_cast<bool>(input));
-    {
-        const UniqueFd closed(0);
-    }
-    EXPECT_EQ(open("/dev/null", O_RDONLY), 0) << "free again";
 }

@@ -2,15 +2,11 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <stdexcept>
 
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -23,48 +19,21 @@ const sockaddr* General(const Address& address)
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-// A socket without waits. What can't be bound fails to listen.
-int BindPath(const std::string& path)
-{
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path))
-        throw std::length_error(path);
-    std::memcpy(address.sun_path, path.data(), path.size());
-    unlink(path.c_str());
-    const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    return bind(made, General(address), sizeof(address)) < 0 ? -1 : made;
-}
-
-std::pair<int, int> BindFreePort()
-{
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (bind(made, General(address), size) < 0 ||
-        getsockname(made, reinterpret_cast<sockaddr*>(&address), &size) < 0)
-        throw std::runtime_error("no free port");
-    return {made, ntohs(address.sin_port)};
-}
-
 }  // namespace
 
 bool Connection::Send(const std::string& bytes) const
 {
     std::size_t done = 0;
-    // False once the peer is gone.
-    const auto sendMore = [&] {
-        const ssize_t count =
-            send(descriptor, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
+    bool isUp = true;
+    const auto isOver = [&] {
+        const ssize_t count = send(Descriptor(), bytes.data() + done, bytes.size() - done,
+                                   MSG_NOSIGNAL | MSG_DONTWAIT);
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
-        return count > 0 || (count < 0 && errno == EAGAIN);
+        isUp = count >= 0 || errno == EAGAIN;
+        return !isUp || done == bytes.size();
     };
     NoteTcp();
-    bool isUp = sendMore();
-    if (isUp && done < bytes.size())
-        WaitUntil([&] { return !(isUp = sendMore()) || done == bytes.size(); });
-    return done == bytes.size();
+    return (isOver() || WaitUntil(isOver)) && isUp;
 }
 
 const std::string& Connection::Received()
@@ -72,10 +41,10 @@ const std::string& Connection::Received()
     // The program's next text isn't sent before the last one is confirmed, which takes a while if
     // the system isn't told to do it at once, again and again. Means nothing to a UNIX socket.
     const int on = 1;
-    setsockopt(descriptor, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
+    setsockopt(Descriptor(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
     char bytes[8192];
     while (!closed) {
-        const ssize_t count = recv(descriptor, bytes, sizeof(bytes), MSG_DONTWAIT);
+        const ssize_t count = recv(Descriptor(), bytes, sizeof(bytes), MSG_DONTWAIT);
         if (count > 0)
             received.append(bytes, static_cast<std::size_t>(count));
         else if (count < 0 && errno == EAGAIN)
@@ -99,17 +68,15 @@ bool Connection::IsClosed()
 
 void Connection::Close()
 {
-    if (descriptor >= 0)
-        close(descriptor);
+    owned.reset();
     NoteTcp();
-    descriptor = -1;
     closed = true;
 }
 
 void Connection::Attach(int connected)
 {
     Close();
-    descriptor = connected;
+    owned.emplace(connected);
     closed = connected < 0;
 }
 
@@ -136,40 +103,46 @@ void Controller::Reset()
     Close();
 }
 
-Listener::Listener(int socket, const std::string& name) : listener(socket)
+Peer::Peer()
+{
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
+        throw std::runtime_error("no pair of sockets");
+    Attach(ends[0]);
+    other = ends[1];
+}
+
+Neighbour::Neighbour(const std::string& path)
+    : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     constexpr int kBacklog = 4;
-    if (listen(listener, kBacklog) < 0)
-        throw std::runtime_error("nobody can listen at " + name);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path))
+        throw std::length_error(path);
+    path.copy(address.sun_path, path.size());
+    unlink(path.c_str());
+    if (bind(listener.Get(), General(address), sizeof(address)) < 0 ||
+        listen(listener.Get(), kBacklog) < 0)
+        throw std::runtime_error("nobody can listen at " + path);
 }
 
-Listener::~Listener()
-{
-    close(listener);
-}
-
-Neighbour::Neighbour(const std::string& path) : Listener(BindPath(path), path) {}
-
-Port::Port() : Port(BindFreePort()) {}
-
-Port::Port(std::pair<int, int> socketAndNumber)
-    : Listener(socketAndNumber.first, "a free port"), number(socketAndNumber.second)
-{}
-
-bool Listener::Accept(std::chrono::nanoseconds limit)
+bool Neighbour::Accept(std::chrono::nanoseconds limit)
 {
     int made = -1;
-    WaitUntil([&] { return (made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0; },
+    WaitUntil([&] { return (made = accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC)) >= 0; },
               limit);
     Attach(made);
     return made >= 0;
 }
 
-bool Listener::WaitUntilRead()
+Port::Port() : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    return WaitUntil([&] {
-        int unread = 1;
-        Received();
-        return ioctl(Descriptor(), SIOCOUTQ, &unread) == 0 && unread == 0;
-    });
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    address.sin_family = AF_INET;
+    if (bind(taken.Get(), General(address), size) < 0 ||
+        getsockname(taken.Get(), reinterpret_cast<sockaddr*>(&address), &size) < 0)
+        throw std::runtime_error("no free port");
+    number = ntohs(address.sin_port);
 }

@@ -1,19 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
-#include <utility>
 
+#include "UniqueFd.h"
 #include "Wait.h"
 
 // One end of a stream socket, and all bytes that have come through it.
 class Connection {
 public:
-    Connection() = default;
-    ~Connection() { Close(); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
     // False when the link is down or the peer is gone.
     bool Send(const std::string& bytes) const;
 
@@ -32,10 +28,10 @@ public:
 protected:
     // Takes the descriptor over.
     void Attach(int connected);
-    int Descriptor() const { return descriptor; }
+    int Descriptor() const { return owned ? owned->Get() : -1; }
 
 private:
-    int descriptor = -1;
+    std::optional<UniqueFd> owned;
     bool closed = true;
     std::string received;
 };
@@ -49,41 +45,38 @@ public:
     void Reset();
 };
 
-// Somebody who listens. Connections wait until they are accepted.
-class Listener : public Connection {
+// One end of a pair of connected sockets. The other end is for whom the test is about, who takes it
+// over and closes it.
+class Peer : public Connection {
 public:
-    ~Listener();
+    Peer();
+    int Other() const { return other; }
+
+private:
+    int other;
+};
+
+// A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher of
+// a test that looks at the bytes themselves. The path belongs to the unit's tree. Connections wait
+// until they are accepted.
+class Neighbour : public Connection {
+public:
+    explicit Neighbour(const std::string& path);
 
     // Takes the next connection in place of the last. False when none comes.
     bool Accept(std::chrono::nanoseconds limit = kLimit);
 
-    // Waits until the program has read all that was sent, so that the next bytes begin a read.
-    // Takes in what it sends meanwhile, since it may wait for that.
-    bool WaitUntilRead();
-
-protected:
-    // Takes the bound socket over. Throws std::runtime_error with the name when it can't listen.
-    Listener(int socket, const std::string& name);
-
 private:
-    int listener;
+    UniqueFd listener;
 };
 
-// A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher of
-// a test that looks at the bytes themselves. The path belongs to the unit's tree.
-class Neighbour : public Listener {
-public:
-    explicit Neighbour(const std::string& path);
-};
-
-// A free TCP port of this machine.
-class Port : public Listener {
+// Keeps a free TCP port of this machine from the program.
+class Port {
 public:
     Port();
     int Number() const { return number; }
 
 private:
-    explicit Port(std::pair<int, int> socketAndNumber);
-
+    UniqueFd taken;
     int number;
 };

@@ -2,24 +2,48 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <sstream>
+#include <stdexcept>
 #include <string>
+
+// The bytes of a text such as "E2 E0 E1 06". Throws on anything but pairs of hexadecimal digits.
+inline std::string Bytes(const std::string& hex)
+{
+    std::istringstream words(hex);
+    std::string bytes;
+    for (std::string word; words >> word;) {
+        std::size_t used = 0;
+        bytes += static_cast<char>(std::stoi(word, &used, 16));
+        if (used != 2 || word.size() != 2)
+            throw std::invalid_argument("no byte: " + word);
+    }
+    return bytes;
+}
+
+// The other way round, for messages that a reader can compare.
+inline std::string ToHex(const std::string& bytes, const char* separator = " ")
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string hex;
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        hex += hex.empty() ? "" : separator;
+        hex += kDigits[value / 16];
+        hex += kDigits[value % 16];
+    }
+    return hex;
+}
 
 // One Intel HEX record without a line end.
 inline std::string Record(unsigned type, std::size_t address, const std::string& data)
 {
-    constexpr char kDigits[] = "0123456789ABCDEF";
     std::string bytes{static_cast<char>(data.size()), static_cast<char>(address >> 8U),
                       static_cast<char>(address), static_cast<char>(type)};
     bytes += data;
     unsigned char sum = 0;
     for (const char c : bytes)
         sum = static_cast<unsigned char>(sum + c);
-    std::string text = ":";
-    for (const char c : bytes + static_cast<char>(-sum)) {
-        text += kDigits[static_cast<unsigned char>(c) >> 4U];
-        text += kDigits[static_cast<unsigned char>(c) & 0xFU];
-    }
-    return text;
+    return ":" + ToHex(bytes + static_cast<char>(-sum), "");
 }
 
 // An image from 0x90040000 on as a hex file.

@@ -1,5 +1,6 @@
 #include "Process.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include <fcntl.h>
@@ -8,64 +9,24 @@
 #include <unistd.h>
 
 #include "Clock.h"
-#include "TempDir.h"
 
 namespace {
 
 constexpr int kNotStarted = 127;
 constexpr int kSignalled = 128;
 
-// Which of two variables with one name a program sees is up to whoever starts it.
-void AddUnlessNamed(std::vector<std::string>& environment, const std::string& variable)
+// Puts what is opened in the place of a stream; the lower ones are open. Closes it without a path.
+void Reopen(int stream, const std::string& path, int flags)
 {
-    const std::string name = variable.substr(0, variable.find('=') + 1);
-    for (const std::string& present : environment)
-        if (present.compare(0, name.size(), name) == 0)
-            return;
-    environment.push_back(variable);
-}
-
-std::vector<char*> Pointers(const std::vector<std::string>& texts)
-{
-    std::vector<char*> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (const std::string& text : texts)
-        pointers.push_back(const_cast<char*>(text.c_str()));
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
-void Redirect(const std::string& path, int target)
-{
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(file, target);
-    close(file);
-}
-
-void OpenStreams(const Process::Setup& setup)
-{
-    const int nothing = open("/dev/null", O_RDONLY);
-    dup2(nothing, STDIN_FILENO);
-    close(nothing);
-    if (setup.output.empty())
-        close(STDOUT_FILENO);
-    else
-        Redirect(setup.output, STDOUT_FILENO);
-    Redirect(setup.error, STDERR_FILENO);
+    close(stream);
+    if (!path.empty())
+        open(path.c_str(), flags, 0600);
 }
 
 }  // namespace
 
 Process::Process(const Setup& begin) : setup(begin)
 {
-    std::vector<std::string> environment;
-    for (const std::string& variable : setup.environment)
-        AddUnlessNamed(environment, variable);
-    for (char** variable = environ; *variable != nullptr; ++variable)
-        AddUnlessNamed(environment, *variable);
-    const std::vector<char*> words = Pointers(setup.command);
-    const std::vector<char*> variables = Pointers(environment);
-
     id = fork();
     if (id < 0)
         throw std::runtime_error("no process");
@@ -75,9 +36,18 @@ Process::Process(const Setup& begin) : setup(begin)
         return;
     }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    OpenStreams(setup);
+    constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC;
+    Reopen(STDIN_FILENO, "/dev/null", O_RDONLY);
+    Reopen(STDERR_FILENO, setup.error, kNew);
+    Reopen(STDOUT_FILENO, setup.output, kNew);
+    for (std::string& variable : setup.environment)
+        putenv(variable.data());
+    std::vector<char*> words;
+    for (std::string& word : setup.command)
+        words.push_back(word.data());
+    words.push_back(nullptr);
     if (chdir(setup.directory.c_str()) == 0)
-        execvpe(words[0], words.data(), variables.data());
+        execvp(words[0], words.data());
     _exit(kNotStarted);
 }
 
@@ -110,14 +80,4 @@ int Process::Kill(int signal)
     if (IsRunning())
         kill(id, signal);
     return Wait();
-}
-
-std::string Process::Output() const
-{
-    return ReadFile(setup.output);
-}
-
-std::string Process::Error() const
-{
-    return ReadFile(setup.error);
 }

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include "TempDir.h"
 #include "Wait.h"
 
 // A program that runs in parallel with the test and ends with it, at the latest with this object.
@@ -14,7 +15,7 @@ class Process {
 public:
     struct Setup {
         std::vector<std::string> command;      // the program's path and its arguments
-        std::vector<std::string> environment;  // NAME=VALUE; of two with a name the first counts
+        std::vector<std::string> environment;  // NAME=VALUE; of two with a name the last counts
         std::string directory;                 // to run in
         std::string output;                    // the file that takes it; without one it is closed
         std::string error;
@@ -35,8 +36,8 @@ public:
     int Kill(int signal = SIGKILL);
 
     pid_t Id() const { return id; }
-    std::string Output() const;
-    std::string Error() const;
+    std::string Output() const { return ReadFile(setup.output); }
+    std::string Error() const { return ReadFile(setup.error); }
 
 private:
     Setup setup;

@@ -1,12 +1,20 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+
+// How many descriptors the process has open.
+inline std::ptrdiff_t OpenDescriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 
 // All bytes of the file; empty when it isn't there. In one read, since whole flash images and
 // transcripts are read again and again.
@@ -24,10 +32,10 @@ class TempDir {
 public:
     TempDir()
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "diag-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr)
+        const char* const parent = std::getenv("TMPDIR");
+        directory = (parent == nullptr ? std::string("/tmp") : parent) + "/diag-XXXXXX";
+        if (mkdtemp(directory.data()) == nullptr)
             throw std::runtime_error("no temporary directory");
-        directory = pattern;
     }
     ~TempDir()
     {

@@ -12,11 +12,9 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint32_t kFlashBase = 0x90000000;
-constexpr char kLogs[] = "usr/local/lib/diag/";
 
-// The server's state machines live until the process ends, so at its end nothing points to them.
-constexpr char kNoLeaks[] = "leak:TDiagServer::StartFirstRead\n";
-constexpr char kNoLeaksFile[] = "sim/leaks";
+// The words in front of a program of another processor; none on its own machine.
+const Unit::Words kEmulator = {DIAG_EMULATOR};
 
 // Another build's diag_server can take the place of this one's.
 std::string Program(const std::string& name)
@@ -27,42 +25,32 @@ std::string Program(const std::string& name)
     return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
 }
 
-// The words in front of a program of another processor; none on its own machine.
-Unit::Words Emulator()
-{
-    std::istringstream words(DIAG_EMULATOR);
-    Unit::Words all;
-    for (std::string word; words >> word;)
-        all.push_back(word);
-    return all;
-}
-
 // An emulator is of this machine, so the library is only for the program inside it.
 std::string Preload()
 {
     const std::string preload = "LD_PRELOAD=" + Program("libsimunit.so");
-    return Emulator().empty() ? preload : "QEMU_SET_ENV=" + preload;
+    return kEmulator.empty() ? preload : "QEMU_SET_ENV=" + preload;
 }
 
-std::unique_ptr<TempDir> MakeTree()
+Unit::Words Join(Unit::Words words, const Unit::Words& more)
 {
-    auto tree = std::make_unique<TempDir>();
-    for (const char* name : {"home", "tmp", "dev", "etc", "usr/local/lib/diag", "mnt/usb",
-                             "mnt/cdrom", "mnt/floppy", "medium", "cwd", "sim"})
-        fs::create_directories(tree->Path(name));
-    return tree;
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
 }
 
 }  // namespace
 
-Unit::Unit() : tree(MakeTree()), clock(Path("sim/clock"))
+void CopyNewUnit(const std::string& root)
 {
-    SetClock(&clock);
-    Write("dev/PciDsp", "");
-    Write("etc/KVT-release", "1.00\n");
-    Write("etc/KVT-lang", "en\n");
-    Write(kNoLeaksFile, kNoLeaks);
-    Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" + Path(kNoLeaksFile));
+    fs::copy(DIAG_NEW_UNIT, root, fs::copy_options::recursive);
+}
+
+Unit::Unit()
+{
+    CopyNewUnit(Path());
+    clock.emplace(Path("sim/clock"));
+    SetClock(&*clock);
+    Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" DIAG_LEAKS);
 }
 
 Unit::~Unit()
@@ -81,48 +69,25 @@ Unit::~Unit()
     }
 }
 
-std::string Unit::Write(const std::string& name, const std::string& bytes) const
+Process& Unit::Spawn(const Words& command, const Words& variables)
 {
-    return tree->Write(name, bytes);
-}
-
-void Unit::Set(const std::string& variable)
-{
-    environment.insert(environment.begin(), variable);
-}
-
-void Unit::Remove(const std::string& name) const
-{
-    fs::remove_all(Path(name));
-}
-
-Process& Unit::Spawn(const Words& command, Words variables)
-{
-    for (const std::string& own : {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")})
-        variables.push_back(own);
     const std::string streams =
         Path("sim/" + fs::path(command[0]).filename().string() + std::to_string(processes.size()));
-    Words words = Emulator();
-    words.insert(words.end(), command.begin(), command.end());
-    return processes.emplace_back(Process::Setup{words, variables, Path("cwd"),
-                                                 output.value_or(streams + ".out"),
-                                                 streams + ".err", &clock});
+    return processes.emplace_back(
+        Process::Setup{Join(kEmulator, command),
+                       Join(variables, {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")}),
+                       Path("cwd"), output.value_or(streams + ".out"), streams + ".err", &*clock});
 }
 
 Process& Unit::Start(const std::string& program, const Words& arguments)
 {
-    Words command{Program(program)};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    Words variables = environment;
-    variables.push_back("SIMUNIT_ROOT=" + Path());
-    return Spawn(command, variables);
+    return Spawn(Join({Program(program)}, arguments),
+                 Join(environment, {"SIMUNIT_ROOT=" + Path()}));
 }
 
 Process& Unit::StartServer(const Words& arguments)
 {
-    Words words{"-P", "0"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    return Start("diag_server", words);
+    return Start("diag_server", Join({"-P", "0"}, arguments));
 }
 
 Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
@@ -135,10 +100,9 @@ Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
 Process& Unit::StartPiano(const Words& arguments)
 {
     // The flash is written to a file again and again, so it ends where the parameters do.
-    Words command{Program("simpiano"), "--root", Path(), "--save",
-                  Path("flash.bin"),   "--size", "A0000"};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    Process& piano = Spawn(command, {});
+    const Words command{Program("simpiano"), "--root", Path(), "--save",
+                        Path("flash.bin"),   "--size", "A0000"};
+    Process& piano = Spawn(Join(command, arguments), {});
     if (!WaitUntil([&] { return piano.Output() == "ready\n" || !piano.IsRunning(); }))
         throw std::runtime_error("simpiano isn't ready: " + piano.Error());
     return piano;
@@ -154,11 +118,6 @@ int Unit::Port() const
     constexpr int kDecimal = 10;
     const char* number = journal.c_str() + at + sizeof(kListens) - 1;
     return static_cast<int>(std::strtol(number, nullptr, kDecimal));
-}
-
-std::string Unit::Log(const std::string& name) const
-{
-    return Read(kLogs + name);
 }
 
 std::string Unit::Journal() const
@@ -177,27 +136,10 @@ bool Unit::WaitFor(const std::string& name, const std::string& text,
     return WaitUntil([&] { return Read(name).find(text) != std::string::npos; }, limit);
 }
 
-bool Unit::WaitForLog(const std::string& text) const
-{
-    return WaitFor(kLogs + std::string("diagserver.log"), text);
-}
-
 void Unit::Control(const std::string& name, const std::string& text) const
 {
     // In one step, since the program may be reading it.
     fs::rename(Write("sim/" + name + ".new", text + "\n"), Path("sim/" + name));
-}
-
-void Unit::Mount(const std::string& point) const
-{
-    fs::rename(Path("mnt/" + point), Path("sim/under-" + point));
-    fs::create_directory_symlink(Path("medium"), Path("mnt/" + point));
-    Control("mount-flags", "0xc0ed000a");
-}
-
-bool Unit::IsMounted(const std::string& point) const
-{
-    return fs::is_symlink(Path("mnt/" + point));
 }
 
 std::string Unit::Flash(std::uint32_t address, std::size_t size) const

@@ -2,45 +2,38 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <list>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "Bytes.h"
 #include "Clock.h"
 #include "Connection.h"
-#include "Patcher.h"
+#include "HexText.h"
+#include "MidiPeer.h"
 #include "Process.h"
 #include "TempDir.h"
 #include "Wait.h"
 
-// A simulated unit in a directory of its own, with the programs that run in it. At the end of the
-// scope all of them are killed and the directory goes, unless DIAG_KEEP is set: then its path is
-// printed.
-class Unit {
+// Makes the empty directory a unit, as `simunit new` does.
+void CopyNewUnit(const std::string& root);
+
+// A simulated unit, whose files have their paths below its root ("etc/KVT-lang"), with the programs
+// that run in it. At the end of the scope all of them are killed and the directory goes, unless
+// DIAG_KEEP is set: then its path is printed.
+class Unit : public TempDir {
 public:
     using Words = std::vector<std::string>;
 
     Unit();
     ~Unit();
-    Unit(const Unit&) = delete;
-    Unit& operator=(const Unit&) = delete;
 
-    // Leaves the unit's directory on the disk.
-    void Keep() const { tree->Keep(); }
-
-    // The unit's files, by their path below its root ("etc/KVT-lang").
-    std::string Path(const std::string& name = "") const { return tree->Path(name); }
-    std::string Read(const std::string& name) const { return tree->Read(name); }
-    std::string Write(const std::string& name, const std::string& bytes) const;
-    bool Exists(const std::string& name) const { return tree->Exists(name); }
-    void Remove(const std::string& name) const;
+    void Remove(const std::string& name) const { std::filesystem::remove_all(Path(name)); }
 
     // A setting for the programs started from here on, such as "SIMUNIT_FAULT=read:3:EIO", in
     // place of an earlier one of that name.
-    void Set(const std::string& variable);
+    void Set(const std::string& variable) { environment.push_back(variable); }
 
     // The standard output of the programs that are started from here on, in place of a file of each
     // one's own; closed without a path.
@@ -60,37 +53,39 @@ public:
     // The port of the server that was started last; 0 when none listens in time.
     int Port() const;
 
-    std::string Log(const std::string& name = "diagserver.log") const;
-    // What was played: "call(arguments) = result" a line, without time and process.
+    std::string Log(const std::string& name = "diagserver.log") const
+    {
+        return Read(kLogFolder + name);
+    }
+    // The simulated calls: "call(arguments) = result" a line, without time and process.
     std::string Journal() const;
     std::string MidiLog() const { return Read("sim/midi.log"); }
     // Waits for a text in a file of the unit.
     bool WaitFor(const std::string& name, const std::string& text,
                  std::chrono::nanoseconds limit = kLimit) const;
-    bool WaitForLog(const std::string& text) const;
+    bool WaitForLog(const std::string& text) const
+    {
+        return WaitFor(kLogFolder + std::string("diagserver.log"), text);
+    }
     bool WaitForJournal(const std::string& text) const { return WaitFor("sim/journal", text); }
 
-    // The limits of the medium, in bytes, and the errors of the played calls, by name ("EIO").
-    void Free(std::uint64_t bytes) const { Control("free", std::to_string(bytes)); }
-    void FullAfter(std::uint64_t bytes) const { Control("full-after", std::to_string(bytes)); }
-    void PullAfter(std::uint64_t bytes) const { Control("pull-after", std::to_string(bytes)); }
-    void DspErrno(const std::string& error) const { Control("dsp-errno", error); }
-    void MountErrno(const std::string& error) const { Control("mount-errno", error); }
-    void UmountErrno(const std::string& error) const { Control("umount-errno", error); }
-
+    // A setting of the simulation: the bytes that the medium takes ("full-after", "pull-after"),
+    // the error of a simulated call by name ("dsp-errno", "mount-errno"), or what the piano does
+    // ("say").
+    void Control(const std::string& name, const std::string& text) const;
     // Puts the medium in at "usb", "cdrom" or "floppy".
-    void Mount(const std::string& point) const;
-    bool IsMounted(const std::string& point) const;
+    void Mount(const std::string& point) const { Control("mounted-" + point, ""); }
+    bool IsMounted(const std::string& point) const { return Exists("sim/mounted-" + point); }
 
     // The bytes at an address of the piano's flash, as it was last saved.
     std::string Flash(std::uint32_t address, std::size_t size) const;
 
 private:
-    void Control(const std::string& name, const std::string& text) const;
-    Process& Spawn(const Words& command, Words variables);
+    static constexpr char kLogFolder[] = "usr/local/lib/diag/";
 
-    std::unique_ptr<TempDir> tree;
-    Clock clock;
+    Process& Spawn(const Words& command, const Words& variables);
+
+    std::optional<Clock> clock;
     std::optional<std::string> output;
     Words environment;
     std::list<Process> processes;

@@ -14,12 +14,10 @@ bool WaitForThreads(const std::function<bool()>& holds)
 {
     constexpr std::chrono::seconds kRealLimit{20};
     const auto end = std::chrono::steady_clock::now() + kRealLimit;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
+    bool isOver = false;
+    while (!(isOver = holds()) && std::chrono::steady_clock::now() < end)
         std::this_thread::yield();
-    }
-    return true;
+    return isOver;
 }
 
 }  // namespace

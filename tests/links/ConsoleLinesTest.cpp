@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Bytes.h"
-#include "Patcher.h"
+#include "HexText.h"
+#include "MidiPeer.h"
 #include "TMidiCom.h"
 
 namespace {
@@ -16,11 +16,7 @@ using Lines = std::vector<std::string>;
 // The frames of whole lines.
 std::string Frames(const Lines& lines)
 {
-    std::string frames;
-    for (const std::string& line : lines)
-        for (const std::string& frame : Patcher::ConsoleFrames(line, Patcher::kHead))
-            frames += frame;
-    return frames;
+    return MidiPeer::EncodeLines(lines);
 }
 
 // The frames of a line without its end.
@@ -31,8 +27,7 @@ std::string Begun(const std::string& text)
 }
 
 // A link, fed with messages of exactly their size, so that a byte too far shows.
-class Console {
-public:
+struct Console {
     // The lines, or "bad" for a bad frame.
     Lines Take(const std::string& message, std::size_t capacity = 100)
     {
@@ -43,7 +38,6 @@ public:
         return count < 0 ? Lines{"bad"} : Lines{lines.begin(), lines.begin() + count};
     }
 
-private:
     TMidiCom midi;
 };
 
@@ -88,6 +82,6 @@ TEST(ConsoleLines, AreCutAt1021BytesAndAtCallersTable)
               (Lines{longest + "\r\n", longest + "\r\n", "short\r\n"}));
     EXPECT_EQ(console.Take(Frames({"1", "2", "3"}) + Begun("begun"), 2), (Lines{"1\r\n", "2\r\n"}));
     EXPECT_EQ(console.Take(Frames({" on"})), Lines{"begun on\r\n"}) << "without the dropped line";
-    EXPECT_EQ(console.Take(Frames(Lines(910)) + Patcher::kHead, TMidiCom::kMaxLines),
+    EXPECT_EQ(console.Take(Frames(Lines(910)) + MidiPeer::kHead, TMidiCom::kMaxLines),
               Lines(910, "\r\n"));
 }

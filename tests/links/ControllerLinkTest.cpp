@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Peer.h"
+#include "Connection.h"
 #include "TZaurusCom.h"
 
 TEST(ControllerLink, ReadsAtMost8193BytesAtOnceAndEndsWithPeer)

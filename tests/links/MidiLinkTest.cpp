@@ -11,9 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Bytes.h"
-#include "Descriptors.h"
-#include "Patcher.h"
+#include "HexText.h"
+#include "MidiPeer.h"
 #include "TMidiCom.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
@@ -22,7 +21,7 @@ namespace {
 
 const unsigned char kGroup[] = {0xBF, 0x66, 0x01, 0x00};
 const std::string kEndFrame = Bytes("00 E1 06 37 00 00 00 00 00");
-const std::string kEnd = Patcher::Stuffed(kEndFrame);
+const std::string kEnd = MidiPeer::Stuff(kEndFrame);
 
 // A link that is up, and the MIDI Patcher at its other end.
 struct MidiLink {
@@ -60,7 +59,7 @@ struct MidiLink {
 
     TempDir dir;
     std::string path{dir.Path("patcher")};
-    Patcher patcher{path};
+    MidiPeer patcher{path};
     TMidiCom midi;
 };
 
@@ -68,21 +67,17 @@ struct MidiLink {
 
 TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
 {
+    const unsigned char groups[][4] = {
+        {0x6C, 0x01, 0x7F, 0xFF}, {0xBF, 0x66, 0x01, 0x02}, {0xFE, 0xFF, 0xFE, 0xFE}};
     MidiLink link;
-    const auto sendGroup = [&](int kind, const char* group) {
-        EXPECT_TRUE(link.midi.WriteMidi(kind, reinterpret_cast<const unsigned char*>(group)));
-    };
-    const auto sendText = [&](unsigned char channel, const std::string& text) {
-        EXPECT_TRUE(link.midi.WriteConsole(channel, text.data(), static_cast<int>(text.size())));
-    };
     EXPECT_TRUE(link.midi.Connect_i2cserver());
-    sendGroup(1, "\x6C\x01\x7F\xFF");
-    sendGroup(-1, "\xBF\x66\x01\x02");
-    sendGroup(0, "\xFE\xFF\xFE\xFE");
-    sendText(0, "STATUS");
-    sendText(0, "ABCDE");
-    sendText(1, "\xFE\xFF");
-    sendText(33, "");
+    EXPECT_TRUE(link.midi.WriteMidi(1, groups[0]));
+    EXPECT_TRUE(link.midi.WriteMidi(-1, groups[1]));
+    EXPECT_TRUE(link.midi.WriteMidi(0, groups[2]));
+    EXPECT_TRUE(link.midi.WriteConsole(0, "STATUS", 6));
+    EXPECT_TRUE(link.midi.WriteConsole(0, "ABCDE", 5));
+    EXPECT_TRUE(link.midi.WriteConsole(1, "\xFE\xFF", 2));
+    EXPECT_TRUE(link.midi.WriteConsole(33, "", 0));
     EXPECT_EQ(ToHex(link.patcher.Received()),
               "FE E1 E2 E0 E1 06 80 FF 6C 01 7F 00 FE FF "
               "E2 E0 E1 06 34 02 BF 66 01 00 FE FF "
@@ -108,60 +103,57 @@ TEST(MidiLink, TakesTextOf8193BytesAndSendsNothingOfLongerOne)
     EXPECT_TRUE(sent.get());
 }
 
-TEST(MidiLink, ClosesWhenFrameWouldGoToUnknownPeer)
-{
-    for (const int type : {0, 226, 481}) {
-        for (const bool asText : {false, true}) {
-            MidiLink link(type);
-            EXPECT_FALSE(link.midi.Connect_i2cserver());
-            EXPECT_GE(link.midi.GetMidiDescriptor(), 0);
-            EXPECT_FALSE(link.Write(asText));
-            EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
-            EXPECT_TRUE(link.patcher.IsClosed());
-        }
-    }
-}
-
 TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
 {
     std::signal(SIGPIPE, SIG_DFL);
     const auto descriptors = OpenDescriptors();
-    for (const bool asText : {false, true}) {
-        MidiLink link;
-        link.patcher.Close();
-        EXPECT_FALSE(link.midi.Connect_i2cserver());
-        EXPECT_GE(link.midi.GetMidiDescriptor(), 0) << "the first frame closes, not the sequence";
-        EXPECT_FALSE(link.Write(asText));
-        EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
+    for (const int type : {0, 226, 481, 225}) {  // the last is a peer that exists
+        for (const bool asText : {false, true}) {
+            SCOPED_TRACE(testing::Message() << type << ' ' << asText);
+            MidiLink link(type);
+            if (type == 225)
+                link.patcher.Close();
+            EXPECT_FALSE(link.midi.Connect_i2cserver());
+            EXPECT_GE(link.midi.GetMidiDescriptor(), 0) << "the first frame closes it";
+            EXPECT_FALSE(link.Write(asText));
+            EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
+            EXPECT_TRUE(link.patcher.IsClosed());
 
-        EXPECT_FALSE(link.Write(asText));
-        EXPECT_FALSE(link.midi.Connect_i2cserver());
-        EXPECT_EQ(link.midi.SetMidiDescriptor(link.dir.Path("nobody").c_str()), -1);
-        EXPECT_GE(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
-        EXPECT_TRUE(link.Write(asText));
+            link.midi.Set_connecttype(225);
+            EXPECT_FALSE(link.Write(asText));
+            EXPECT_FALSE(link.midi.Connect_i2cserver());
+            EXPECT_EQ(link.midi.SetMidiDescriptor(link.dir.Path("nobody").c_str()), -1);
+            EXPECT_GE(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
+            EXPECT_TRUE(link.Write(asText));
+        }
     }
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST(MidiLink, WorksWithLowestDescriptor)
+TEST(MidiLink, WorksWithLowestDescriptorAndPrintsItsLife)
 {
     const UniqueFd input(dup(STDIN_FILENO));
     for (const bool breaks : {false, true}) {
+        testing::internal::CaptureStdout();
         {
-            MidiLink link;
+            MidiLink link(229);
             close(link.midi.GetMidiDescriptor());
             close(STDIN_FILENO);
             EXPECT_EQ(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
             EXPECT_TRUE(link.patcher.Accept());
             EXPECT_TRUE(link.midi.Connect_i2cserver() && link.Write(false) && link.Write(true));
             link.patcher.Send(kEnd);
-            EXPECT_EQ(link.Read(), kEndFrame);
+            char buffer[TMidiCom::kMaxMessage];
+            char* line = nullptr;
+            EXPECT_EQ(link.midi.ReadConsoleMessage2(buffer, &line, 1), 1);
             if (breaks)
                 link.patcher.Close();
             EXPECT_EQ(link.Write(false), !breaks);
         }
         EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is closed";
         dup2(input.Get(), STDIN_FILENO);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  "Init Midicom\nMIDI Alive\nMIDI Alive\nRcv message\nDelete Midicom\n");
     }
 }
 
@@ -169,8 +161,8 @@ TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
 {
     const std::string text = Bytes("FE E5 06 C0 FE FC 06 FE FE");
     const std::string escapes = Bytes("00 E1 06 CF 01 02 03 FE FF");
-    const std::string wire = Patcher::Stuffed(text) + kEnd;
-    std::vector<std::string> pieces = {Patcher::Stuffed(text), kEnd, Patcher::Stuffed(escapes),
+    const std::string wire = MidiPeer::Stuff(text) + kEnd;
+    std::vector<std::string> pieces = {MidiPeer::Stuff(text), kEnd, MidiPeer::Stuff(escapes),
                                        kEnd + wire};
     for (std::size_t at = 0; at < wire.size(); at += pieces.back().size())
         pieces.push_back(wire.substr(at, wire[at] == '\xFE' ? 2 : 1));  // pairs stay together
@@ -183,15 +175,21 @@ TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
     EXPECT_EQ(ToHex(link.Read()), ToHex(text + kEndFrame)) << "byte by byte";
 }
 
-TEST(MidiMessage, IsDroppedAbove8193Bytes)
+TEST(MidiMessage, IsDroppedAbove8193BytesOr4TimesThatOnSocket)
 {
     const std::string longest = std::string(8193 - 9, 'x') + kEndFrame;
+    std::string ends;  // of blocks add nothing, so no count of gathered bytes would ever end it
+    while (ends.size() < 8192)
+        ends += "\xFE\xFF\xFE\xFE";  // four bytes for one
     MidiLink link;
-    link.SendInPieces({longest.substr(0, 100), longest.substr(100), "x", longest, kEnd});
+    link.SendInPieces({longest.substr(0, 100), longest.substr(100), "x", longest, kEnd, ends, ends,
+                       ends, ends, "\xFE\xFF\xFE\xFE", "x", kEnd});
 
     EXPECT_EQ(link.Read(), longest);
     EXPECT_EQ(link.Read(), "-1");
     EXPECT_EQ(link.Read(), kEndFrame) << "the link is up, and nothing was kept";
+    EXPECT_EQ(link.Read(), "-1");
+    EXPECT_EQ(link.Read(), kEndFrame);
 }
 
 TEST(MidiMessage, ShowsNothingOfEarlierOne)
@@ -209,19 +207,6 @@ TEST(MidiMessage, ShowsNothingOfEarlierOne)
     EXPECT_EQ(link.midi.ToConsole2(buffer.data(), 6, lines, 1), 0);
     EXPECT_EQ(link.midi.ReadConsoleMessage2(buffer.data(), lines, 1), 1);
     EXPECT_STREQ(lines[0], "AB\r\n");
-}
-
-// A block's end adds nothing, so no count of gathered bytes would ever end it.
-TEST(MidiMessage, IsDroppedAbove4Times8193BytesOnSocket)
-{
-    std::string quarter;
-    while (quarter.size() < 8192)
-        quarter += "\xFE\xFF\xFE\xFE";  // four bytes for one
-    MidiLink link;
-    link.SendInPieces({quarter, quarter, quarter, quarter, "\xFE\xFF\xFE\xFE", "\xFE\xFF", kEnd});
-
-    EXPECT_EQ(link.Read(), "-1");
-    EXPECT_EQ(link.Read(), kEndFrame);
 }
 
 TEST(MidiMessage, IsDroppedWhenPeerGoesInTheMiddle)

@@ -4,15 +4,13 @@
 #include <filesystem>
 #include <string>
 
-#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "Descriptors.h"
-#include "Peer.h"
+#include "Connection.h"
 #include "ReadSet.h"
 #include "Sockets.h"
 #include "TRCServerCom.h"
@@ -48,14 +46,11 @@ TEST_F(Sockets, ReportWhatFailedAndLeaveNoDescriptor)
     close(mkservsocUNIX(stale.c_str()));
     std::filesystem::create_directory(dir.Path("full"));
     const std::string file = dir.Write("full/file", "");
-    const UniqueFd taken(mkservsocINET(0));
+    const Port taken;
     const auto descriptors = OpenDescriptors();
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    getsockname(taken.Get(), reinterpret_cast<sockaddr*>(&address), &size);
     int reuse = 0;
-    size = sizeof(reuse);
-    getsockopt(taken.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, &size);
+    socklen_t size = sizeof(reuse);
+    getsockopt(UniqueFd(mkservsocINET(0)).Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, &size);
 
     EXPECT_EQ(mkclisocUNIX(stale.c_str()), -2) << "nobody listens";
     EXPECT_EQ(mkclisocUNIX((longest + "x").c_str()), -2);
@@ -63,7 +58,7 @@ TEST_F(Sockets, ReportWhatFailedAndLeaveNoDescriptor)
     EXPECT_EQ(mkservsocUNIX(dir.Path("missing/socket").c_str()), -2);
     EXPECT_EQ(mkservsocUNIX((file + "/socket").c_str()), -1);
     EXPECT_EQ(mkservsocUNIX(dir.Path("full").c_str()), -1) << "a directory isn't removed";
-    EXPECT_EQ(mkservsocINET(0x10000 + ntohs(address.sin_port)), -2) << "its low 16 bits are taken";
+    EXPECT_EQ(mkservsocINET(0x10000 + taken.Number()), -2) << "its low 16 bits are taken";
     EXPECT_NE(reuse, 0) << "a restart doesn't wait for old connections";
 
     rlimit limit = {};

@@ -2,11 +2,12 @@
 #include <string>
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "Peer.h"
+#include "Connection.h"
 #include "TextService.h"
 #include "UniqueFd.h"
 
@@ -28,8 +29,9 @@ TEST_F(TextService, SendsTextWithItsNulAndCutsLongOne)
 {
     sendmes(-1, "lost");
     sendmes(service.Get(), "%s %d%%\r\n", "at", 50);
+    sendmes(service.Get(), "%s", "");
     sendmes(service.Get(), "%s", (kLongest + kLongest).c_str());
-    EXPECT_EQ(client.Received(), "at 50%\r\n\0"s + kLongest.substr(1) + '\0');
+    EXPECT_EQ(client.Received(), "at 50%\r\n\0\0"s + kLongest.substr(1) + '\0');
 
     std::signal(SIGPIPE, SIG_DFL);
     client.Close();
@@ -56,9 +58,10 @@ TEST_F(TextService, TakesLineAfterLine)
     client.Send("one\r\n  two \nthree\0\x80\r"s + kLongest + "y\nlast\nbegun");
     for (const std::string& line : {"one"s, ""s, "two "s, "three"s, "\x80"s, kLongest, "last"s})
         EXPECT_EQ(receivemes2(service.Get()), line);
-    client.Close();
+    shutdown(service.Get(), SHUT_RD);
     EXPECT_EQ(receivemes2(service.Get()), nullptr) << "a line without its end";
     EXPECT_EQ(receivemes(service.Get()), nullptr);
+    EXPECT_EQ(client.Received(), "") << "an end is no failure";
 }
 
 TEST_F(TextService, ReportsFailedReadToPeer)
@@ -70,12 +73,14 @@ TEST_F(TextService, ReportsFailedReadToPeer)
     EXPECT_EQ(client.Received(), text + text);
 }
 
-TEST_F(TextService, ReadsStandardInputByLineOnly)
+TEST_F(TextService, ReceivesFromStandardInputByLineOnly)
 {
     client.Send("line\n");
     const UniqueFd before(dup(STDIN_FILENO));
     dup2(service.Get(), STDIN_FILENO);
     EXPECT_EQ(receivemes(STDIN_FILENO), nullptr);
     EXPECT_STREQ(receivemes2(STDIN_FILENO), "line");
+    sendmes(STDIN_FILENO, "sent");
+    EXPECT_EQ(client.Received(), "sent\0"s);
     dup2(before.Get(), STDIN_FILENO);
 }

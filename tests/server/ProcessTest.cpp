@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include "Bytes.h"
+#include "HexText.h"
+#include "MidiPeer.h"
 #include "OwnUnit.h"
-#include "Patcher.h"
 #include "TDiagServer.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
@@ -28,7 +28,7 @@ protected:
     }
 
     TempDir files;
-    Patcher patcher{ownUnit.Path("home/i2c_server_sock")};
+    MidiPeer patcher{ownUnit.Path("home/i2c_server_sock")};
     TDiagServer server;
 };
 

@@ -59,7 +59,7 @@ TEST_P(UnitTest, MountsMediumAtOnePoint)
                  "open /mnt/floppy/file = 0", "read = 5", "create /mnt/floppy/new = -1 EROFS",
                  "fappend /mnt/floppy/file = -1 EROFS", "unlink /mnt/floppy/file = -1 EROFS",
                  "rename /mnt/floppy/file = -1 EROFS"});
-    unit.MountErrno("ENXIO");
+    unit.Control("mount-errno", "ENXIO");
     ExpectCalls({"umount /mnt/floppy = 0", "mount /mnt/floppy = -1 ENXIO"});
 
     EXPECT_EQ(unit.Read("medium/file"), "12345");
@@ -69,12 +69,12 @@ TEST_P(UnitTest, MountsMediumAtOnePoint)
 TEST_P(UnitTest, FillsMediumAndPullsItOutUnderOpenFile)
 {
     unit.Mount("usb");
-    unit.FullAfter(150);
+    unit.Control("full-after", "150");
     ExpectCalls({"create /mnt/usb/file = 0", "write = 100", "write = 50", "write = -1 ENOSPC",
                  "fappend /mnt/usb/file = -1 ENOSPC", "fread /mnt/usb/file = 150",
                  "create /mnt/floppy/elsewhere = 0", "write = 100"});
 
-    unit.PullAfter(250);
+    unit.Control("pull-after", "250");
     ExpectCalls({"fread /mnt/usb/file = 150", "open /mnt/usb/file = 0", "read = 100",
                  "read = -1 EIO", "stat /mnt/usb/file = -1 ENOENT", "umount /mnt/usb = -1 EINVAL",
                  "mount /mnt/usb = -1 ENOMEDIUM"});
@@ -113,6 +113,15 @@ TEST_P(UnitTest, FailsNthCallOfKind)
         EXPECT_NE(unit.Journal().find(std::string(" on ") + row.subject + "\n"), std::string::npos);
         unit.Remove("sim/journal");
     }
+}
+
+TEST(SimPiano, IsRefusedWhereOneRuns)
+{
+    Unit unit;
+    unit.StartPiano();
+    Process& second = unit.Start("simpiano", {"--root", unit.Path()});
+    EXPECT_EQ(second.Wait(), 2);
+    EXPECT_EQ(second.Error(), "simpiano: another simpiano runs in " + unit.Path() + "\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Builds, UnitTest,

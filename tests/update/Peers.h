@@ -1,62 +1,120 @@
 #pragma once
 
+// A machine's links, with the CSP and the controller at their other ends.
+
 #include <cstddef>
+#include <cstdio>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "Connection.h"
 #include "Console.h"
+#include "HexText.h"
+#include "MidiPeer.h"
 #include "OwnUnit.h"
-#include "Patcher.h"
-#include "Peer.h"
 #include "TMidiCom.h"
 #include "TZaurusCom.h"
 #include "TempDir.h"
+#include "UnitPaths.h"
 
 using namespace Status;
 using Lines = std::vector<std::string>;
 
-// The links of a machine with the CSP and the controller at their other ends. One at a time.
+// One pass of a conversation: something that happens, the step after it, and what both lead to.
+struct Pass {
+    std::string happens;        // "nothing", "20 s" of silence, "9 unwanted" answers, or an answer
+    Lines sent = {};            // to the CSP
+    int result = 1;             // of the step: it goes on
+    const char* reported = "";  // to the controller
+};
+
+// One at a time, since the MIDI Patcher has one path.
 class Peers {
 public:
     virtual ~Peers() = default;
     Peers(const Peers&) = delete;
     Peers& operator=(const Peers&) = delete;
 
-    // What the CSP has got since the last look: console lines, those in `names` by their names, and
-    // MIDI groups such as "BF 66 01 00".
-    Lines Sent();
-    // What an answer of the CSP, without its line end, makes the machine send.
-    Lines After(const std::string& answer);
-    // What the controller has got since the last look.
-    std::string Told();
+    // Makes the passes and checks each. Returns all that is printed meanwhile.
+    std::string Converse(const std::vector<Pass>& passes)
+    {
+        Sent();
+        testing::internal::CaptureStdout();
+        for (const Pass& pass : passes) {
+            SCOPED_TRACE(pass.happens);
+            const std::size_t before = controller.Received().size();
+            Let(pass.happens);
+            EXPECT_EQ(Step(), pass.result);
+            EXPECT_EQ(Sent(), pass.sent);
+            EXPECT_EQ(controller.Received().substr(before), pass.reported);
+        }
+        std::string printed = testing::internal::GetCapturedStdout();
+        std::fputs(printed.c_str(), stdout);  // with the failures
+        return printed;
+    }
+
+    virtual int Step() = 0;
+
+    // What a pass begins with. An answer comes without its line end.
+    void Let(const std::string& happen)
+    {
+        std::istringstream words(happen);
+        int count = 0;
+        std::string unit;
+        words >> count >> unit;
+        if (count == 0 && happen != "nothing")
+            Hear((happen + "\r\n").c_str(), static_cast<int>(happen.size()) + 2);
+        for (int i = 0; i < count; i += unit == "s" ? kServerTimeout : 1) {
+            if (unit == "s")
+                CountTimeout();
+            else
+                Hear("?\r\n", 3);
+            patcher.Received();  // makes room for what comes next
+        }
+    }
+
+    // What the CSP has got since the last call: MIDI groups as the data of their frames, then
+    // console lines, those in `names` by their names.
+    Lines Sent()
+    {
+        Lines sent;
+        const Lines frames = patcher.Frames();
+        for (; framesTaken < frames.size(); ++framesTaken)
+            if (frames[framesTaken][4] == '\xC0')
+                sent.push_back(ToHex(frames[framesTaken].substr(5)));
+        const Lines lines = patcher.Lines();
+        for (; linesTaken < lines.size(); ++linesTaken) {
+            const auto named = names.find(lines[linesTaken]);
+            sent.push_back(named == names.end() ? lines[linesTaken] : named->second);
+        }
+        return sent;
+    }
 
     TempDir dir;
     TMidiCom midi;
     TZaurusCom zaurus;
 
 protected:
-    Peers() { zaurus.SetZaurusId(controller.Other()); }
-    // Connects `midi`.
-    void OpenMidi();
+    Peers()
+    {
+        zaurus.SetZaurusId(controller.Other());
+        midi.Set_connecttype(TMidiCom::kPiano);
+        EXPECT_GE(midi.SetMidiDescriptor(kMidiPatcherSocket), 0);
+        EXPECT_TRUE(patcher.Accept());
+    }
 
-    Patcher patcher{ownUnit.Path("home/i2c_server_sock")};
+    MidiPeer patcher{ownUnit.Path("home/i2c_server_sock")};
     std::map<std::string, std::string> names;
 
 private:
+    virtual void CountTimeout() = 0;
     virtual void Hear(const char* message, int length) = 0;
-    void TakeFrame(const std::string& frame);
 
     Peer controller;
-    std::size_t bytesTaken = 0;
-    std::size_t bytesTold = 0;
-    std::string block;
-    std::string line;
-    Lines sent;
+    std::size_t framesTaken = 0;
+    std::size_t linesTaken = 0;
 };
-
-inline Lines operator+(Lines lines, const Lines& more)
-{
-    lines.insert(lines.end(), more.begin(), more.end());
-    return lines;
-}

@@ -20,7 +20,7 @@ enum Mode { Alone, InServer };
 // record, at a 64 KiB boundary and at the end.
 constexpr char kImage[] = "9004: 40000 41FF4 42000 43FF4 44000 4FFF4 9005: 50000 51FF4 end";
 
-// An update of the image that the words stand for.
+// An update of the image that the words stand for, at its start.
 class Update : public Peers {
 public:
     explicit Update(Mode chosen, const std::string& image = kImage) : mode(chosen)
@@ -32,49 +32,28 @@ public:
             names[row] = word;
             file += row + "\r\n";
         }
-        path = dir.Write("image.hex", file);
+        const std::string path = dir.Write("image.hex", file);
         if (mode == InServer) {
-            OpenMidi();
-            Restart();
+            EXPECT_EQ(updater.LoadIntelHex(path.c_str(), nullptr), 0);
+            EXPECT_TRUE(updater.SetUpdateStatus(Connect));
         } else {
             EXPECT_EQ(updater.Initialize(false, 0, path.c_str(), TMidiCom::kPiano), 0);
             EXPECT_TRUE(patcher.Accept());
         }
     }
 
-    // To the begin of an update, which in the server comes after a search.
-    void Restart()
-    {
-        if (mode == InServer) {
-            EXPECT_EQ(updater.LoadIntelHex(path.c_str(), nullptr), 0);
-        }
-        EXPECT_TRUE(updater.SetUpdateStatus(Connect));
-    }
-
-    int Step()
-    {
-        return mode == InServer ? updater.UpdateStatusDiag(&midi, &zaurus) : updater.UpdateStatus();
-    }
-    // So many times ten seconds without an answer.
-    void Wait(int timeouts)
-    {
-        for (int i = 0; i < timeouts; ++i)
-            updater.IncUpdateCounter();
-    }
-    // So many unwanted answers.
-    void Refuse(int answers)
-    {
-        for (int i = 0; i < answers; ++i)
-            EXPECT_EQ(After("?"), Lines{});
-    }
-    // From the request to the first block, which it returns.
-    Lines Begin()
+    // Sends the first block.
+    void Begin()
     {
         updater.SetUpdateStatus(Request);
-        After("Start WRITE ?");
-        EXPECT_EQ(Step(), 1);
-        EXPECT_EQ(updater.GetUpdateStatus(), Transfer);
-        return Sent();
+        Let("Start WRITE ?");
+        Step();
+        Sent();
+    }
+
+    int Step() override
+    {
+        return mode == InServer ? updater.UpdateStatusDiag(&midi, &zaurus) : updater.UpdateStatus();
     }
 
     TUpdater updater;
@@ -92,6 +71,7 @@ private:
             Record(0, number % 0x10000, std::string(12, static_cast<char>(number >> 16U)));
         return record.substr(0, record.size() - (word.back() == '!' ? 2 : 0));
     }
+    void CountTimeout() override { updater.IncUpdateCounter(); }
     void Hear(const char* message, int length) override
     {
         if (mode == InServer)
@@ -101,318 +81,242 @@ private:
     }
 
     Mode mode;
-    std::string path;
 };
 
-const std::vector<Mode> kBoth = {Alone, InServer};
-
+const Lines kFlashMode = {"00 BF 00 7F 00", "00 BF 66 01 00", "STATUS"};
+const Lines kWrite = {"WRITE  :"};
 const Lines kFirst = {"9004:", "40000", "41FF4"};  // the blocks of kImage
 const Lines kSecond = {"42000", "43FF4"};
-const Lines kRetried = {"41FF4"};
 const Lines kThird = {"44000", "4FFF4"};
 const Lines kFourth = {"9005:", "50000", "51FF4"};
 
 enum Count { Counts, Keeps, Forgets };
-enum Silence { Ends, Lasts };
+enum Silence { Ends = 10, Lasts = 20 };  // seconds ten seconds later
+
+// What an answer does to the count of unwanted answers and to the silence before it, and what goes
+// out.
+struct Effect {
+    Count unwanted;
+    Silence silence;
+    Lines sent = {};
+};
+const Effect kWanted = {Forgets, Ends};
+const Effect kUnwanted = {Counts, Lasts};
+const Effect kIgnored = {Keeps, Lasts};
+const Effect kClosing = {Keeps, Ends};
+const Effect kNextBlock = {Forgets, Ends, kSecond};
 
 }  // namespace
 
-TEST(Updater, ActsOnTheAnswersOfEachStatus)
+TEST(Updater, ActsOnAnswersOfEachStatus)
 {
     const struct {
-        std::vector<Mode> modes;
-        const char* answer;
         int status;
+        const char* answer;
         int reached;
-        Count unwanted;   // what the answer does to the count of unwanted answers
-        Silence silence;  // and to the silence before it
-        Lines sent = {};
-        const char* printed = "";
+        Effect alone;
+        Effect inServer;
     } rows[] = {
-        {kBoth, "Status:Flash Idle", Connect, Request, Forgets, Ends},
-        {kBoth, "Status:Flash Idle now", Connect, Request, Forgets, Ends},
-        {kBoth, "Status:Flash Idl", Connect, Connect, Counts, Lasts},
-        {kBoth, "Start WRITE ?", Connect, Connect, Counts, Lasts},
-        {kBoth, "Start WRITE ?", Request, StartData, Forgets, Ends},
-        {kBoth, "Start WRITE", Request, Request, Counts, Lasts},
-        {{Alone}, "OK 90042000", Transfer, Transfer, Forgets, Ends, kSecond, "OK 90042000\r\n"},
-        {{InServer}, "OK 90042000", Transfer, Transfer, Forgets, Ends, kSecond},
-        {{InServer}, "OK:90042000", Transfer, Transfer, Forgets, Ends, kSecond},
-        {{Alone}, "OK 90044000", Transfer, Transfer, Forgets, Ends, kSecond, "OK 90044000\r\n"},
-        {{InServer}, "OK 90044000", Transfer, Transfer, Forgets, Ends},
-        {{Alone}, "OK 9004200%s", Transfer, Transfer, Forgets, Ends, kSecond, "OK 9004200%s\r\n"},
-        {{InServer}, "OK 9004200%s", Transfer, Transfer, Forgets, Ends},
-        {{InServer}, "OK 900420", Transfer, Transfer, Forgets, Ends},
-        {kBoth, "OK 90042", Transfer, Transfer, Counts, Lasts},
-        {{Alone}, "NG 90040010", Transfer, Transfer, Counts, Ends, kRetried},
-        {{InServer},
-         "NG 90040010",
-         Transfer,
-         Transfer,
-         Counts,
-         Lasts,
-         kRetried,
-         "NG Recive NG 90040010\r\n\n"},
-        {{Alone}, "NG %s", Transfer, Transfer, Counts, Ends},
-        {{InServer}, "NG %s", Transfer, Transfer, Counts, Lasts, {}, "NG Recive NG %s\r\n\n"},
-        {{Alone}, "Erasing 5%n", Transfer, Transfer, Forgets, Ends, {}, "Erasing 5%n\r\n"},
-        {{InServer}, "Erasing 5%n", Transfer, Transfer, Counts, Lasts},
-        {{Alone}, "WR:90042000", Transfer, Transfer, Forgets, Ends, {}, "WR:90042000\r\n"},
-        {{InServer}, "WR:90042000", Transfer, Transfer, Counts, Lasts},
-        {{Alone}, "END", Transfer, Transfer, Keeps, Ends},
-        {{InServer}, "END", Transfer, Transfer, Keeps, Lasts, {}, "End Recive\n"},
-        {{Alone}, "Finished", Transfer, Finished, Keeps, Ends},
-        {{InServer}, "Finished", Transfer, Finished, Keeps, Ends, {}, "Finish Recive\n"},
-        {{Alone}, "Failed", Transfer, Failed, Keeps, Ends},
-        {{InServer}, "Failed", Transfer, Failed, Keeps, Ends, {}, "Fail Recive\n"},
-        {kBoth, "Status:Flash Idle", Transfer, Transfer, Counts, Lasts},
-        {kBoth, "finished", Transfer, Transfer, Counts, Lasts},
-        {kBoth, "OK 90042000", Idle, Idle, Keeps, Ends},
-        {kBoth, "Failed", StartData, StartData, Keeps, Ends},
-        {kBoth, "Failed", Finished, Finished, Keeps, Ends},
-        {kBoth, "Finished", Failed, Failed, Keeps, Ends},
+        {Connect, "Status:Flash Idle now", Request, kWanted, kWanted},
+        {Connect, "Status:Flash Idl", Connect, kUnwanted, kUnwanted},
+        {Request, "Start WRITE ?", StartData, kWanted, kWanted},
+        {Request, "Start WRITE", Request, kUnwanted, kUnwanted},
+        {Transfer, "OK:90042000", Transfer, kNextBlock, kNextBlock},
+        {Transfer, "OK 90044000", Transfer, kNextBlock, kWanted},
+        {Transfer, "OK 9004200%s", Transfer, kNextBlock, kWanted},
+        {Transfer, "OK 900420", Transfer, kNextBlock, kWanted},
+        {Transfer, "OK 90042", Transfer, kUnwanted, kUnwanted},
+        {Transfer, "NG 90040010", Transfer, {Counts, Ends, {"41FF4"}}, {Counts, Lasts, {"41FF4"}}},
+        {Transfer, "NG %s", Transfer, {Counts, Ends}, kUnwanted},
+        {Transfer, "Erasing 5%n", Transfer, kWanted, kUnwanted},
+        {Transfer, "WR:90042000", Transfer, kWanted, kUnwanted},
+        {Transfer, "END", Transfer, kClosing, kIgnored},
+        {Transfer, "Finished", Finished, kClosing, kIgnored},
+        {Transfer, "Failed", Failed, kClosing, kIgnored},
+        {Transfer, "finished", Transfer, kUnwanted, kUnwanted},
+        {Idle, "OK 90042000", Idle, kIgnored, kIgnored},
+        {Finished, "Failed", Finished, kIgnored, kIgnored},
     };
     for (const auto& row : rows) {
-        for (const Mode mode : row.modes) {
+        for (const Mode mode : {Alone, InServer}) {
             SCOPED_TRACE(testing::Message() << mode << ' ' << row.status << ' ' << row.answer);
-            Update counting(mode);
-            counting.Begin();
-            counting.Refuse(1024);
-            counting.updater.SetUpdateStatus(row.status);
+            const Effect& effect = mode == Alone ? row.alone : row.inServer;
+            Update update(mode);
+            update.Begin();
+            update.Let("1024 unwanted");
+            update.Let("30 s");  // which a new status forgets
+            update.updater.SetUpdateStatus(row.status);
+            update.Let("10 s");
+            update.Let(row.answer);
+            EXPECT_EQ(update.Sent(), effect.sent);
+            EXPECT_EQ(update.updater.GetUpdateStatus(), row.reached);
             testing::internal::CaptureStdout();
-            EXPECT_EQ(counting.After(row.answer), row.sent);
-            EXPECT_EQ(testing::internal::GetCapturedStdout(), row.printed);
-            EXPECT_EQ(counting.updater.GetUpdateStatus(), row.reached);
-            counting.updater.SetUpdateStatus(Transfer);
-            EXPECT_EQ(counting.Step(), row.unwanted == Counts ? -1 : 1);
-            counting.Refuse(1);
-            EXPECT_EQ(counting.Step(), row.unwanted == Forgets ? 1 : -1);
-
-            if (row.reached != Connect && row.reached != Request && row.reached != Transfer)
-                continue;  // nothing waits there
-            Update waiting(mode);
-            waiting.Begin();
-            waiting.updater.SetUpdateStatus(row.status);
-            waiting.Wait(3);
-            waiting.After(row.answer);
-            waiting.Wait(1);
-            const bool ended =
-                waiting.Step() < 0 || waiting.updater.GetUpdateStatus() != row.reached;
-            EXPECT_EQ(ended, row.silence == Lasts);
+            update.Let("10 s");
+            EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                      "Update Counter Inc 10+ " + std::to_string(effect.silence) + "\n");
+            update.updater.SetUpdateStatus(Transfer);
+            EXPECT_EQ(update.Step(), effect.unwanted == Counts ? -1 : 1);
+            update.Let("1 unwanted");
+            EXPECT_EQ(update.Step(), effect.unwanted == Forgets ? 1 : -1);
         }
     }
 }
 
-TEST(Updater, SendsTheImageInBlocksThatEndOnMultiplesOf0x2000)
+TEST(Updater, SendsRefusedBlockOnceMoreAfterSilenceAndStartsAgainOnceInUpdateMode)
 {
-    const struct {
-        const char* name;
-        const char* image;
-        std::vector<Lines> blocks;
-    } rows[] = {
-        {"at records and bases", kImage, {kFirst, kSecond, kThird, kFourth, {"end"}, {}}},
-        {"records that step over",
-         "9004: 41FF8 43FFC 45FF4 46000",
-         {{"9004:", "41FF8", "43FFC", "45FF4"}, {"46000"}}},
-        {"an empty row on an end", "9004: 41FF4 - 43FF4", {{"9004:", "41FF4"}, {}, {"43FF4"}}},
-        {"empty rows elsewhere", "- 9004: 40000 - 41FF4 -", {{}, kFirst, {}}},
-        {"an empty row after a base", "9004: - 40000", {{"9004:"}, {"40000"}}},
-        {"two bases", "9004: 9005: 50000", {{"9004:", "9005:"}, {"50000"}}},
-        {"a base at the end", "41FF4 9005:", {{"41FF4"}, {"9005:"}}},
-        {"a record short of its checksum", "40000 41FF4! 42000", {{"40000", "41FF4!"}, {"42000"}}},
-        {"a record without address",
-         "40000 other 41FF4 end",
-         {{"40000", "other", "41FF4"}, {"end"}}},
-        {"no rows", "", {{}, {}}},
-    };
-    for (const auto& row : rows) {
-        Update update(Alone, row.image);
-        std::vector<Lines> blocks = {update.Begin()};
-        while (blocks.size() < row.blocks.size())
-            blocks.push_back(update.After("OK 00000000"));
-        EXPECT_EQ(blocks, row.blocks) << row.name;
-    }
+    const std::string upTo30 =
+        "Update Counter Inc 10+ 10\nUpdate Counter Inc 10+ 20\nUpdate Counter Inc 10+ 30\n";
+    const std::string above30 = "Update Counter Inc 10+ 40\n";
+    const std::string longest = "WR:" + std::string(1020, 'x');  // that is looked at
+    const Lines again = {"41FF4"};
+    Update update(Alone);
+    EXPECT_EQ(update.Converse({{"nothing", kFlashMode},
+                               {"30 s"},
+                               {"10 s"},
+                               {"30 s", kWrite},
+                               {"10 s", kWrite, -1},
+                               {"Start WRITE ?", kFirst},
+                               {"OK 9004200%s", kSecond},
+                               {"NG 90040010", again},
+                               {"30 s"},
+                               {"10 s", again},
+                               {"30 s"},
+                               {"NG 90040010", again},
+                               {"40 s", again},
+                               {"30 s"},
+                               {"10 s", {}, -1}}),
+              "Send Flash Mode TUpdater Update\n" + upTo30 + above30 + upTo30 +
+                  "Send WriteCommand\n" + above30 +
+                  "Send WriteCommand\nPiano is not connected 2\n" +
+                  "Start APE Update\nOK 9004200%s\r\n" + upTo30 + above30 + upTo30 + upTo30 +
+                  above30 + upTo30 + above30 + "Piano is no reply\n");
+    EXPECT_EQ(update.Converse({{"Erasing 5%n"},
+                               {longest + "yy"},
+                               {"Failed"},
+                               {"nothing", kWrite},
+                               {"Start WRITE ?", kFirst},
+                               {"Finished", {}, 0}}),
+              "Erasing 5%n\r\n" + longest +
+                  "CSP Update Failed\nSend WriteCommand\nStart APE Update\nAPE Update Finished\n");
 }
 
-TEST(Updater, GoesOnFromARefusedAddress)
+TEST(Updater, ReportsToControllerWhileDataRemain)
 {
-    const struct {
-        const char* where;
-        const char* refusal;
-        Lines sent;
-        Lines next;
-    } rows[] = {
-        {"the start", "NG 90040000", kFirst, kSecond},
-        {"inside a record", "NG 90040008", {"40000", "41FF4"}, kSecond},
-        {"after a record", "NG 9004000C", {"41FF4"}, kSecond},
-        {"where sending has got", "NG 90042000", kSecond, kThird},
-        {"lower case", "NG 9004fff8", {"4FFF4"}, kFourth},
-        {"a base", "NG 90050000", kFourth, {"end"}},
-        {"after the last row", "NG 90052000", {}, {}},
-        {"before the first", "NG 12345678", kFirst, kSecond},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.where);
-        Update update(Alone);
-        update.Begin();
-        EXPECT_EQ(update.After(row.refusal), row.sent);
-        EXPECT_EQ(update.After(row.refusal), Lines{}) << "it is on its way already";
-        EXPECT_EQ(update.After("OK 90042000"), row.next);
-    }
-}
-
-TEST(Updater, SendsARefusedBlockOnceMoreAfterSilenceUnlessInTheServer)
-{
-    Update alone(Alone);
-    alone.Begin();
-    alone.After("NG 90042000");
-    alone.Wait(3);
-    alone.After("NG 90040010");
-    alone.Wait(3);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.Sent(), Lines{}) << "a refusal ends the silence";
-    alone.Wait(1);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.Sent(), Lines{"41FF4"});
-    alone.Wait(3);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.After("NG 90040010"), Lines{"41FF4"}) << "it counts as new again";
-    for (const int result : {1, -1}) {
-        alone.Wait(4);
-        EXPECT_EQ(alone.Step(), result);
-    }
-
-    Update inServer(InServer);
-    inServer.Begin();
-    inServer.After("NG 90040010");
-    inServer.Wait(4);
-    EXPECT_EQ(inServer.Step(), -1);
-}
-
-TEST(Updater, ReportsEvenPercentagesWhileDataRemain)
-{
-    const struct {
-        const char* answer;
-        const char* told;
-    } rows[] = {
-        {"OK 90042000", ""},
-        {"OK 90044000", "Sending Data 22%\n"},
-        {"OK 90050000", "Sending Data 88%\n"},
-        {"OK 90052000", "Sending Data 100%\n"},
-        {"OK 90052000", ""},
-    };
+    constexpr char kConnecting[] = "Connecting to CSP\n";
     Update update(InServer);
-    update.Begin();
-    for (const auto& row : rows) {
-        update.After(row.answer);
-        EXPECT_EQ(update.Told(), row.told) << row.answer;
-    }
-    EXPECT_EQ(update.After("NG 90050000"), kFourth);
-    EXPECT_EQ(update.After("OK 90052000"), Lines{}) << "rows after that block stay unsent";
+    update.Converse({{"nothing", kFlashMode, 1, kConnecting},
+                     {"30 s", kFlashMode, 1, kConnecting},
+                     {"10 s", kFlashMode, 1, kConnecting},
+                     {"30 s", kWrite},
+                     {"10 s", kWrite, -1, "CSP is not connected.\n"},
+                     {"Start WRITE ?", kFirst},
+                     {"OK 90042000", kSecond},
+                     {"OK 90044000", kThird, 1, "Sending Data 22%\n"},
+                     {"OK 90050000", kFourth, 1, "Sending Data 88%\n"},
+                     {"OK 90052000", {"end"}, 1, "Sending Data 100%\n"},
+                     {"OK 90052000"},
+                     {"NG 90050000", kFourth},
+                     {"OK 90052000"},
+                     {"30 s"},
+                     {"10 s", {}, -1}});
+    EXPECT_EQ(update.Converse({{"NG %s", kFirst, -1}, {"Finished", {}, 0}}),
+              "NG Recive NG %s\r\n\nUpdate Status APE\nFinish Recive\nUpdate Status APE\n");
 
     Update ended(InServer);
     ended.Begin();
-    ended.After("END");
-    EXPECT_EQ(ended.After("OK 90042000"), Lines{});
+    EXPECT_EQ(ended.Converse({{"END"}, {"OK 90042000"}, {"Failed", {}, -1}}),
+              "End Recive\nUpdate Status APE\nUpdate Status APE\nFail Recive\nUpdate Status APE\n");
 
     Update noSize(InServer, "9004: 9004: end");
     noSize.Begin();
-    EXPECT_EQ(noSize.After("OK 90040000"), Lines{"end"});
-    EXPECT_EQ(noSize.Told(), "");
+    noSize.Converse({{"OK 90040000", {"end"}}});
 }
 
-TEST(Updater, EndsAboveItsLimits)
+TEST(Updater, ConnectsThroughFlashModeEvery100000Steps)
+{
+    Update update(Alone);
+    update.Converse({{"nothing", kFlashMode}});
+    for (int i = 1; i < 100000; ++i)
+        update.Step();
+    EXPECT_EQ(update.Sent(), Lines{});
+    update.Converse({{"nothing", kFlashMode}, {"Status:Flash Idle", kWrite}});
+    update.updater.SetUpdateStatus(Connect);
+    update.Converse({{"nothing", kFlashMode}});
+}
+
+TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
 {
     const struct {
-        int status;
-        Mode mode;
-        int timeouts;
-        int result;
-        int reached;
-        const char* printed;
-        const char* told;
+        const char* image;
+        std::vector<Lines> blocks;
     } rows[] = {
-        {Connect, Alone, 3, 1, Connect, "", ""},
-        {Connect, Alone, 4, 1, Request, "", ""},
-        {Request, Alone, 3, 1, Request, "Send WriteCommand\n", ""},
-        {Request, Alone, 4, -1, Request, "Send WriteCommand\nPiano is not connected 2\n", ""},
-        {Transfer, Alone, 3, 1, Transfer, "", ""},
-        {Transfer, Alone, 4, -1, Transfer, "Piano is no reply\n", ""},
-        {Connect, InServer, 3, 1, Connect, "Update Status APE\n", "Connecting to CSP\n"},
-        {Connect, InServer, 4, 1, Request, "Update Status APE\n", "Connecting to CSP\n"},
-        {Request, InServer, 3, 1, Request, "Update Status APE\n", ""},
-        {Request, InServer, 4, -1, Request, "Update Status APE\n", "CSP is not connected.\n"},
-        {Transfer, InServer, 3, 1, Transfer, "Update Status APE\n", ""},
-        {Transfer, InServer, 4, -1, Transfer, "Update Status APE\n", ""},
-        {Finished, Alone, 0, 0, Finished, "APE Update Finished\n", ""},
-        {Finished, InServer, 0, 0, Finished, "Update Status APE\n", ""},
-        {Failed, InServer, 0, -1, Failed, "Update Status APE\n", ""},
+        {kImage, {kFirst, kSecond, kThird, kFourth, {"end"}, {}}},
+        {"9004: 41FF8 43FFC 45FF4 46000", {{"9004:", "41FF8", "43FFC", "45FF4"}, {"46000"}}},
+        {"9004: 41FF4 - 43FF4", {{"9004:", "41FF4"}, {}, {"43FF4"}}},
+        {"- 9004: 40000 - 41FF4 -", {{}, kFirst, {}}},
+        {"9004: - 40000", {{"9004:"}, {"40000"}}},
+        {"9004: 9005: 50000", {{"9004:", "9005:"}, {"50000"}}},
+        {"41FF4 9005:", {{"41FF4"}, {"9005:"}}},
+        {"40000 41FF4! 42000", {{"40000", "41FF4!"}, {"42000"}}},
+        {"40000 other 41FF4 end", {{"40000", "other", "41FF4"}, {"end"}}},
+        {"", {{}, {}}},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.status << ' ' << row.mode << ' ' << row.timeouts);
-        Update update(row.mode);
-        update.Step();  // flash mode, in a stand-alone update
-        update.Begin();
-        update.Told();
-        update.updater.SetUpdateStatus(row.status);
-        update.Wait(row.timeouts);
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(update.Step(), row.result);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), row.printed);
-        EXPECT_EQ(update.updater.GetUpdateStatus(), row.reached);
-        EXPECT_EQ(update.Told(), row.told);
-        if (row.status > Transfer)
-            continue;
-
-        update.updater.SetUpdateStatus(row.status);
-        update.Refuse(1024);
-        EXPECT_EQ(update.Step(), 1);
-        update.Refuse(1);
-        EXPECT_EQ(update.Step(), -1);
+        SCOPED_TRACE(row.image);
+        Update update(Alone, row.image);
+        update.updater.SetUpdateStatus(Request);
+        std::string answer = "Start WRITE ?";
+        for (const Lines& block : row.blocks) {
+            update.Converse({{answer, block}});
+            answer = "OK 00000000";
+        }
     }
+
+    Update update(InServer);
+    update.updater.SendIntelHex(&update.midi, 0x90042000, 1);
+    EXPECT_EQ(update.Sent(), Lines{"42000"}) << "any size";
+    update.updater.SendIntelHex(&update.midi, 0x90042000, 0);
+    EXPECT_EQ(update.Sent(), Lines{});
+    update.updater.ClearUpdateStatus();
+    update.updater.SendIntelHex(&update.midi, 0, 1);
+    EXPECT_EQ(update.Sent(), Lines{}) << "no image";
 }
 
-TEST(Updater, ConnectsThroughFlashMode)
-{
-    const Lines flashMode = {"BF 00 7F 00", "BF 66 01 00", "STATUS"};
-    Update alone(Alone);
-    EXPECT_EQ(alone.Step(), 1);
-    EXPECT_EQ(alone.Sent(), flashMode);
-    for (int i = 1; i < 100000; ++i)
-        alone.Step();
-    EXPECT_EQ(alone.Sent(), Lines{}) << "once in 100,000 steps";
-    alone.Step();
-    EXPECT_EQ(alone.Sent(), flashMode);
-    alone.After("Status:Flash Idle");
-    alone.updater.SetUpdateStatus(Connect);
-    alone.Step();
-    EXPECT_EQ(alone.Sent(), flashMode);
-
-    Update inServer(InServer);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(inServer.Step(), 1);
-        EXPECT_EQ(inServer.Sent(), flashMode);
-        EXPECT_EQ(inServer.Told(), "Connecting to CSP\n");
-    }
-}
-
-TEST(Updater, StartsAgainOnceAfterAFailure)
+TEST(Updater, ContinuesFromRefusedAddress)
 {
     Update update(Alone);
     update.Begin();
-    update.After("OK 90042000");
-    update.After("Failed");
-    EXPECT_EQ(update.Step(), 1);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_EQ(update.Step(), 1);
-        EXPECT_EQ(update.Sent(), Lines{"WRITE  :"});
-    }
-    EXPECT_EQ(update.Begin(), kFirst);
-    update.After("Failed");
-    EXPECT_EQ(update.Step(), -1);
+    update.Converse({{"NG 90040008", {"40000", "41FF4"}},
+                     {"NG 90040008"},
+                     {"OK 90042000", kSecond},
+                     {"NG 9004000C", {"41FF4"}},
+                     {"OK 90042000", kSecond},
+                     {"NG 90044000", kThird},
+                     {"OK 90050000", kFourth},
+                     {"NG 9004fff8", {"4FFF4"}},
+                     {"OK 90050000", kFourth},
+                     {"NG 90050000", kFourth},
+                     {"OK 90052000", {"end"}},
+                     {"NG 90052000"},
+                     {"NG 12345678", kFirst},
+                     {"OK 90042000", kSecond}});
 }
 
-TEST(Updater, HasAnImageUntilTheNextLoadOrTheEndOfAnUpdate)
+TEST(Updater, ForgetsAddressesWhenItBeginsOrSeeks)
+{
+    Update update(InServer, "- 01FF4 9004: 42000");
+    for (int i = 0; i < 2; ++i) {
+        update.updater.SetUpdateStatus(Request);
+        update.Converse({{"Start WRITE ?"},  // an empty row ends at address 0
+                         {"OK 00000000", {"01FF4"}},
+                         {"OK 00002000", {"9004:", "42000"}},
+                         {"NG 00001000", {"01FF4"}},
+                         {"NG 90042000", {"42000"}},
+                         {"NG 00002001", {"9004:", "42000"}}});
+    }
+}
+
+TEST(Updater, HasImageUntilNextLoadOrEndOfUpdate)
 {
     const TempDir dir;
     const std::string longest = std::string(255 - dir.Path().size() - 1, 'x');
@@ -424,16 +328,9 @@ TEST(Updater, HasAnImageUntilTheNextLoadOrTheEndOfAnUpdate)
     for (const std::string& unloadable : {dir.Path("missing"), dir.Write(longest + "x", image)}) {
         EXPECT_EQ(updater.LoadIntelHex(dir.Write(longest, image).c_str(), version), 0);
         EXPECT_STREQ(version, "V1.2");
-        EXPECT_EQ(updater.GetUpdateStatus(), Idle);
         EXPECT_TRUE(updater.SetUpdateStatus(Connect));
         EXPECT_EQ(updater.LoadIntelHex(unloadable.c_str(), nullptr), -1);
         EXPECT_EQ(updater.GetUpdateStatus(), Idle);
         EXPECT_FALSE(updater.SetUpdateStatus(Connect)) << "the older image is gone";
     }
-
-    EXPECT_EQ(updater.LoadIntelHex(dir.Path(longest).c_str(), nullptr), 0);
-    EXPECT_TRUE(updater.SetUpdateStatus(Connect));
-    updater.ClearUpdateStatus();
-    EXPECT_EQ(updater.GetUpdateStatus(), Idle);
-    EXPECT_FALSE(updater.SetUpdateStatus(Connect));
 }

@@ -24,7 +24,7 @@ inline std::size_t ShortSize(int descriptor, std::size_t size, bool isRead)
 
 // Moves up to `size` bytes with `call`, less what a fault or the medium takes away.
 template <typename RealCall>
-ssize_t Moved(Call kind, int descriptor, std::size_t size, RealCall call)
+ssize_t TransferWithFaults(Call kind, int descriptor, std::size_t size, RealCall call)
 {
     const Owner owner = OwnerOf(descriptor);
     if (!IsUnits(owner))
@@ -48,12 +48,12 @@ ssize_t Moved(Call kind, int descriptor, std::size_t size, RealCall call)
         return count;
     }
 
-    const long room = MediumRoom(size, !isRead);
+    const long room = LimitToMedium(size, !isRead);
     if (room < 0)
         return -1;
     const ssize_t count = call(static_cast<std::size_t>(room));
     if (count > 0)
-        MediumMoved(static_cast<std::size_t>(count), !isRead);
+        CountOnMedium(static_cast<std::size_t>(count), !isRead);
     if (!isRead)
         StampFile(descriptor);
     return count;

@@ -13,8 +13,7 @@
 // start. So a run is the same each time, to the microsecond, however busy the machine is.
 //
 //   participant                        clock
-//   connects, sends Wait(0)    ---->   (a process that was started, and hasn't come yet, is waited
-//   for)
+//   connects, sends Wait(0)    ---->              waits for each process that was started
 //                              <----   Turn       goes on: its wait is over
 //   ... works, time stands still ...
 //   Wait(deadline, call)       ---->              a call that would block, such as select
@@ -32,7 +31,7 @@
 // and goes on when it has come: packets keep their order.
 //
 // A participant leaves when its process has ended, which its pidfd reports: by then all its
-// descriptors are closed. Time goes as a file, SIMUNIT_CLOCK.time, that holds one Moment.
+// descriptors are closed. The time is in a file, SIMUNIT_CLOCK.time, as one Moment.
 namespace virtualtime {
 
 // Nanoseconds since 1970.

@@ -4,14 +4,14 @@
 #include <cstddef>
 
 // A text of bounded length, put together without heap, locale or stdio: hooks run before the
-// program's runtime is set up. What doesn't fit is cut and told.
-class Text {
+// program's runtime is set up. What doesn't fit is cut, which IsCut() reports.
+class BoundedText {
 public:
     const char* Get() const { return bytes; }
     std::size_t Length() const { return length; }
     bool IsCut() const { return cut; }
 
-    Text& Add(const char* text)
+    BoundedText& Add(const char* text)
     {
         for (; *text != '\0'; ++text)
             AddByte(*text);
@@ -19,7 +19,7 @@ public:
     }
 
     // At least `digits` digits.
-    Text& AddNumber(unsigned long long number, unsigned base = kDecimal, unsigned digits = 1)
+    BoundedText& AddNumber(unsigned long long number, unsigned base = kDecimal, unsigned digits = 1)
     {
         char reversed[kMostDigits];
         unsigned count = 0;
@@ -30,9 +30,9 @@ public:
         return *this;
     }
 
-    Text& AddHex(unsigned long long number) { return Add("0x").AddNumber(number, kHex); }
+    BoundedText& AddHex(unsigned long long number) { return Add("0x").AddNumber(number, kHex); }
 
-    Text& AddSigned(long long number)
+    BoundedText& AddSigned(long long number)
     {
         if (number >= 0)
             return AddNumber(static_cast<unsigned long long>(number));

@@ -3,9 +3,31 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "AtPath.h"
 #include "Descriptors.h"
+#include "Faults.h"
 #include "Journal.h"
+#include "System.h"
+#include "UnitPath.h"
+
+enum class Intent { Look, Change };
+
+// Makes a call at a path of the program: `call` gets the path to use in its place. -1 with errno
+// when the call is to fail, or would change a medium that is mounted read-only.
+template <typename RealCall>
+int CallAtPath(Call kind, Intent intent, const UnitPath& path, RealCall call)
+{
+    if (path.IsTooLong()) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    if (path.IsUnits() && FailsNow(kind, path.Asked()))
+        return -1;
+    if (intent == Intent::Change && path.IsReadOnly()) {
+        errno = EROFS;
+        return -1;
+    }
+    return call(path.Real());
+}
 
 inline Owner OwnerAt(const UnitPath& path)
 {
@@ -16,7 +38,7 @@ inline Owner OwnerAt(const UnitPath& path)
     return path.IsUnits() ? Owner::File : Owner::Stranger;
 }
 
-// Gives a file that is empty, so new or cut, the time of its opening.
+// Stamps a file that is empty, so new or cut, with the time of its opening.
 inline void StampNewFile(int descriptor)
 {
     struct stat found = {};
@@ -27,18 +49,18 @@ inline void StampNewFile(int descriptor)
 // Opens a path of the program with `call`, which gets the path to use in its place, and notes what
 // the descriptor belongs to. The machine itself isn't written to: that is journalled as "stray".
 template <typename RealCall>
-int Opened(const char* asked, int flags, RealCall call)
+int OpenMapped(const char* asked, int flags, RealCall call)
 {
     const UnitPath path(asked);
     const bool changes = (flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0;
     if (changes && path.IsMachines()) {
-        Text line;
+        BoundedText line;
         Journal(line.Add("stray open(").Add(asked).Add(")"));
         errno = EROFS;
         return -1;
     }
     const Owner owner = OwnerAt(path);
-    const int made = AtPath(Call::Open, changes ? Intent::Change : Intent::Look, path, call);
+    const int made = CallAtPath(Call::Open, changes ? Intent::Change : Intent::Look, path, call);
     if (made >= 0)
         SetOwner(made, owner);
     if (made >= 0 && (owner == Owner::File || owner == Owner::Medium) &&

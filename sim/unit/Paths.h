@@ -1,0 +1,13 @@
+#pragma once
+
+// Paths of the unit, below its root: what its system has, and what only the simulation knows.
+
+constexpr char kPatcherSocket[] = "/home/i2c_server_sock";
+constexpr char kRcServerSocket[] = "/tmp/rcseq_socket";
+constexpr char kDspDevice[] = "/dev/PciDsp";
+constexpr char kMediumDevice[] = "/dev/sda";
+constexpr char kMountParent[] = "/mnt";
+
+constexpr char kSimulation[] = "/sim";  // logs, settings and sockets
+constexpr char kDspSocket[] = "/sim/dsp.sock";
+constexpr char kMedium[] = "/medium";

@@ -1,0 +1,70 @@
+#include "MidiPeer.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+#include "FrameCodec.h"
+
+namespace {
+
+constexpr std::size_t kData = 5;      // data bytes of a frame
+constexpr std::size_t kOutSize = 10;  // bytes of a frame of the program
+constexpr char kLineEnd = 0x37;
+
+}  // namespace
+
+const std::string MidiPeer::kHead = "\xE2\xE1\x06";
+
+std::string MidiPeer::Stuff(const std::string& block)
+{
+    const Bytes stuffed = FrameCodec::Stuff({block.begin(), block.end()});
+    return {stuffed.begin(), stuffed.end()};
+}
+
+std::string MidiPeer::EncodeLines(const std::vector<std::string>& lines, const std::string& head)
+{
+    std::string frames;
+    for (const std::string& line : lines) {
+        for (std::size_t at = 0; at < line.size(); at += kData) {
+            std::string data = line.substr(at, kData);
+            frames += head + static_cast<char>(0x30U + data.size());
+            data.resize(kData);
+            frames += data;
+        }
+        frames += head + kLineEnd + std::string(kData, '\0');
+    }
+    return frames;
+}
+
+std::vector<std::string> MidiPeer::Frames()
+{
+    std::vector<std::string> frames;
+    FrameCodec codec;
+    for (const char byte : Received())
+        if (codec.Take(static_cast<unsigned char>(byte)) == FrameCodec::Found::Block)
+            frames.emplace_back(codec.Block().begin(), codec.Block().end());
+    return frames;
+}
+
+std::vector<std::string> MidiPeer::Lines()
+{
+    std::vector<std::string> lines;
+    std::string line;
+    for (const std::string& frame : Frames()) {
+        const char kind = frame.size() == kOutSize ? frame[kOutSize - kData - 1] : '\0';
+        if (kind == kLineEnd)
+            lines.push_back(std::exchange(line, ""));
+        else if (kind >= 0x31 && kind < kLineEnd)
+            line += frame.substr(kOutSize - kData, static_cast<std::size_t>(kind - 0x30));
+    }
+    return lines;
+}
+
+bool MidiPeer::WaitForLine(const std::string& line)
+{
+    return WaitUntil([&] {
+        const std::vector<std::string> lines = Lines();
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    });
+}

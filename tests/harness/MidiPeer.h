@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Connection.h"
+
+// Simulates the MIDI Patcher for a test that chooses each byte and each moment itself.
+class MidiPeer : public Neighbour {
+public:
+    using Neighbour::Neighbour;
+
+    // Sends lines of the console, without their line ends, in one write.
+    bool SendLines(const std::vector<std::string>& lines) const
+    {
+        return Send(Stuff(EncodeLines(lines)));
+    }
+
+    // The frames that came, without stuffing and connect sequence.
+    std::vector<std::string> Frames();
+    // The console lines among them, each ended by its end frame.
+    std::vector<std::string> Lines();
+    bool WaitForLine(const std::string& line);
+
+    // The first three bytes of a frame to the program.
+    static const std::string kHead;
+    static std::string Stuff(const std::string& block);
+    // The frames of console lines one after the other, without stuffing.
+    static std::string EncodeLines(const std::vector<std::string>& lines,
+                                   const std::string& head = kHead);
+};

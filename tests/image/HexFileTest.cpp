@@ -1,0 +1,270 @@
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "HexText.h"
+#include "THexFile.h"
+#include "TempDir.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+using Rows = std::vector<std::string>;
+
+const std::string kUpper = ":02000004900466";
+const std::string kHead = kUpper + "\n";
+const std::string kData = ":0300000041424337";  // ABC at 0
+constexpr std::uint32_t kStart = 0x90040000;
+
+// A copy with not a byte to spare, so that a read past the text's end shows.
+std::vector<char> Exactly(const std::string& text)
+{
+    return {text.c_str(), text.c_str() + text.size() + 1};
+}
+
+// A line with a record that loads.
+std::string Line(unsigned address, const std::string& bytes)
+{
+    return Record(0, address, bytes) + "\n";
+}
+
+Rows RowsOf(const THexFile& file)
+{
+    return {file.lines, file.lines + file.lineCount};
+}
+
+void ExpectNothingLoaded(const THexFile& file)
+{
+    EXPECT_EQ(file.maxLineLength + file.lineCount, 0);
+    EXPECT_EQ(file.lines, nullptr);
+    EXPECT_EQ(file.startAddress + file.endAddress, 0U);
+    EXPECT_STREQ(file.versionText, "");
+}
+
+}  // namespace
+
+TEST(LoadedFile, BreaksTheFileIntoRows)
+{
+    const struct {
+        const char* name;
+        std::string text;
+        int longest;
+        Rows rows;
+    } cases[] = {
+        {"CR LF", "abc\r\nd\r\n", 5, {"abc", "d"}},
+        {"bytes past the last LF are no line", "a\nbcdef", 2, {"a"}},
+        {"an empty LF line moves the rows up", "a\n\n\nb\nc\n", 2, {"a", "", "b", "c", ""}},
+        {"an empty first LF line swallows one", "\n\na\n", 2, {"", "a", ""}},
+        {"an empty CR LF line has a row", "a\r\n\r\nb\r\n", 3, {"a", "", "b"}},
+        {"a CR in a line pushes the last row out", "ab\rcd\ne\nf\n", 6, {"ab", "cd", "e"}},
+        {"80 bytes", std::string(78, 'x') + "\r\nb\n", 80, {std::string(78, 'x'), "b"}},
+        {"an empty file", "", 0, {}},
+    };
+    const TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        THexFile file;
+        EXPECT_TRUE(file.LoadFromFile(dir.Write("image.hex", c.text).c_str()));
+        EXPECT_EQ(file.maxLineLength, c.longest);
+        EXPECT_EQ(RowsOf(file), c.rows);
+    }
+}
+
+TEST(LoadedFile, IsDroppedWhenTheNextOneCannotBeLoaded)
+{
+    const TempDir dir;
+    const std::string image = dir.Write("image.hex", kHead + Line(0x400, "1.23"));
+    const std::string tooLong = dir.Write("81.hex", std::string(79, 'x') + "\r\n");
+    const std::string pipe = dir.Path("pipe.hex");
+    EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const auto descriptors = OpenDescriptors();
+    THexFile file;
+    ExpectNothingLoaded(file);
+    for (const std::string& refused : {tooLong, dir.Path("missing.hex"), dir.Path(), pipe}) {
+        EXPECT_TRUE(file.LoadFromFile(image.c_str()));
+        EXPECT_FALSE(file.LoadFromFile(refused.c_str())) << refused;
+        ExpectNothingLoaded(file);
+    }
+    EXPECT_TRUE(file.LoadFromFile(image.c_str()));
+    EXPECT_TRUE(file.LoadFromFile(dir.Write("a.hex", "a\n").c_str()));
+    EXPECT_STREQ(file.versionText, "");
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST(LoadedFile, IsRefusedWhenItNeedsMoreMemoryThanThereIs)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__arm__)
+    GTEST_SKIP() << "a sanitizer and an emulator need the address space for themselves";
+#endif
+    const TempDir dir;
+    const std::string rows = dir.Write("rows", std::string(79, 'x') + std::string(4 << 20, '\n'));
+    const std::string bytes = dir.Write("bytes", "");
+    EXPECT_EQ(truncate(bytes.c_str(), 1 << 30), 0);
+    rlimit saved{};
+    getrlimit(RLIMIT_AS, &saved);
+    const rlimit little = {128 << 20, saved.rlim_max};
+    setrlimit(RLIMIT_AS, &little);
+    THexFile file;
+    const bool isLoaded = file.LoadFromFile(rows.c_str()) || file.LoadFromFile(bytes.c_str());
+    setrlimit(RLIMIT_AS, &saved);
+    EXPECT_FALSE(isLoaded);
+    ExpectNothingLoaded(file);
+}
+
+TEST(LoadedFile, IsScannedForItsAddressesAndItsVersion)
+{
+    const struct {
+        const char* name;
+        std::string text;
+        std::uint32_t start, end;
+        const char* version = "";
+    } cases[] = {
+        {"last address, not highest", kHead + Line(0x20, "a") + Line(8, "b"), kStart, kStart + 9},
+        {"first upper address but 0", ":020000040000FA\n" + kHead, kStart, kStart},
+        {"no upper address", Line(0x30, "ab"), 0, 0x32},
+        {"address wraps", ":02000004FFFFFC\n" + Line(0xFFFE, "abc"), 0xFFFF0000, 1},
+        {"past the end", kHead + ":00000001FF\n" + Line(0x10, "a"), kStart, kStart + 0x11},
+        {"bad checksum, no colon", "x02000004900400\nx0100100041FF\n", kStart, kStart + 0x11},
+        {"lower case reads as 0", ":02000004900a5C\n", 0x90000000, 0x90000000},
+        {"first byte above 7F is text", "\xFF" + kHead.substr(1), kStart, kStart},
+        {"control character isn't", "\t" + kHead.substr(1), 0, 0},
+        {"upper address, count 0", ":000000049004\n", kStart, kStart},
+        {"upper address, count 0, cut", ":00000004900\n", 0, 0},
+        {"data without data", kHead + ":04001000\n:0100200\n", kStart, kStart + 0x14},
+        {"cut version", kHead + ":0404000041424\n", kStart, kStart + 0x404, "AB"},
+        {"version", kHead + Line(0x400, "V1") + Line(0x402, "x"), kStart, kStart + 0x403, "V1"},
+        {"two versions", kHead + Line(0x400, "V1") + Line(0x400, "2"), kStart, kStart + 0x401, "2"},
+        {"version elsewhere", ":02000004900565\n" + Line(0x400, "V1"), 0x90050000, 0x90050402},
+    };
+    const TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        THexFile file;
+        ASSERT_TRUE(file.LoadFromFile(dir.Write("image.hex", c.text).c_str()));
+        EXPECT_EQ(file.startAddress, c.start);
+        EXPECT_EQ(file.endAddress, c.end);
+        EXPECT_STREQ(file.versionText, c.version);
+    }
+}
+
+TEST(LoadedFile, MayComeFromObjcopy)
+{
+    const TempDir dir;
+    const std::string command = "objcopy -I binary -O ihex --change-addresses 0x90040000 " +
+                                dir.Write("flash", Firmware(0x25123)) + " " + dir.Path("image.hex");
+    ASSERT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): the test's own words
+    THexFile file;
+    EXPECT_TRUE(file.LoadFromFile(dir.Path("image.hex").c_str()));
+    std::string text;
+    for (const std::string& row : RowsOf(file))
+        text += row + "\r\n";
+    EXPECT_EQ(text, dir.Read("image.hex"));
+}
+
+TEST(SentRecord, MovesTheAddressesOfTheSender)
+{
+    constexpr unsigned long kSent = 0x90040123;
+    const struct {
+        const char* record;
+        unsigned long upper, sent;
+        bool isUpper = false;
+        unsigned long upperBefore = kStart;
+    } cases[] = {
+        {":0310000041424327", kStart, 0x90041003},
+        {":02FFFF0041427D", 0xFFFF0000, 1, false, 0xFFFF0000},  // 32 bits on every machine
+        {":02000004900565\r\n", 0x90050000, 0x90050000, true},
+        {":03100000\r\n", kStart, 0x90041003},
+        {":0310000\r\n", kStart, kSent},  // the line end is no digit
+        {":020000049005\r\n", 0x90050000, 0x90050000, true},
+        {":02000004900\r\n", kStart, kSent},
+        {":00000001FF", kStart, kSent},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.record);
+        unsigned long upper = c.upperBefore;
+        unsigned long sent = kSent;
+        EXPECT_EQ(THexFile().GetSendedAddress(c.record, &upper, &sent), c.isUpper);
+        EXPECT_EQ(upper, c.upper);
+        EXPECT_EQ(sent, c.sent);
+    }
+}
+
+TEST(CheckedRecord, IsKeptWhereItGoesOnFromTheLastUntilAReset)
+{
+    const struct {
+        const char* name;
+        std::vector<std::string> accepted;
+        std::string record;
+        int result;
+        std::uint32_t next;
+    } cases[] = {
+        {"data after data", {kUpper, kData}, ":0100030044B8", 0, kStart + 4},
+        {"jump", {kData}, kUpper, 0, kStart},
+        {"no data", {kUpper}, ":0000000000", 0, kStart},
+        {"more after the checksum", {kUpper}, kData + "xx", 0, kStart + 3},
+        {"upper address, third byte not summed", {}, ":0300000490047765", 0, kStart},
+        {"upper address that is its own checksum", {}, ":00000004FE00", 0, 0xFE000000},
+        {"end, wrong checksum", {kUpper}, ":0000000100", -1, kStart},
+        {"gap", {kUpper}, Record(0, 1, "abc"), 5, kStart},
+        {"repeated data", {kUpper, kData}, kData, 5, kStart + 3},
+        {"wrong address and checksum", {kUpper}, ":0300010041424337", 5, kStart},
+        {"wrong checksum", {kUpper}, ":0300000041424338", 4, kStart},
+        {"upper address, wrong checksum", {}, ":02000004900467", 4, 0},
+        {"start address", {kUpper}, ":040000059004000063", 3, kStart},
+        {"lower case data is 0", {kUpper}, ":01000000aF50", 4, kStart},
+        {"bytes above 7F are 0", {kUpper}, ":\xFF\xFF\x80\x80\xFF\xFF\xFF\xFF\xFF\xFF", 0, kStart},
+        {"no colon", {kUpper}, "0300000041424337", 1, kStart},
+        {"lying count", {kUpper}, ":FF00000041424337", 2, kStart},
+        {"another type, cut", {kUpper}, ":FF000003", 2, kStart},
+    };
+    const TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        THexFile file;
+        std::string kept;
+        for (const std::string& record : c.accepted) {
+            ASSERT_EQ(file.CheckIntelHex(record.c_str()), 0);
+            kept += record;
+        }
+        EXPECT_EQ(file.CheckIntelHex(Exactly(c.record).data()), c.result);
+
+        EXPECT_EQ(file.GetNextAddress(), c.next);
+        EXPECT_TRUE(file.SaveToFile(dir.Path("kept.hex").c_str()));
+        EXPECT_EQ(dir.Read("kept.hex"), c.result <= 0 ? kept + c.record : kept);
+        EXPECT_FALSE(file.SaveToFile(dir.Path("missing/kept.hex").c_str()));
+
+        file.Reset();
+        EXPECT_EQ(file.GetNextAddress(), 0U);
+        EXPECT_TRUE(file.SaveToFile(dir.Path("kept.hex").c_str()));
+        EXPECT_EQ(dir.Read("kept.hex"), "");
+        EXPECT_EQ(file.CheckIntelHex(kData.c_str()), 0) << "data at 0 is what comes next";
+    }
+    THexFile file;
+    EXPECT_EQ(file.CheckIntelHex(":02000004900467"), 4);
+    EXPECT_EQ(file.baseAddress, kStart) << "even with a wrong checksum";
+}
+
+TEST(CheckedRecord, IsRefusedWhereverItIsCut)
+{
+    const std::string longest = Record(0, 0, std::string(255, 'x'));
+    for (const std::string& record : {kUpper, kData, longest, ":00000001FF"s, ":00000004FE00"s}) {
+        for (std::size_t length = 0; length < record.size(); ++length) {
+            SCOPED_TRACE(record.substr(0, length));
+            THexFile file;
+            for (const char* lineEnd : {"", "\r\n", "\n"}) {
+                const auto cut = Exactly(record.substr(0, length) + lineEnd);
+                EXPECT_EQ(file.CheckIntelHex(cut.data()), length == 0 ? 1 : 2);
+            }
+            EXPECT_EQ(file.baseAddress + file.GetNextAddress(), 0U);
+        }
+        EXPECT_LE(THexFile().CheckIntelHex(Exactly(record).data()), 0);
+    }
+}
