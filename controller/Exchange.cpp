@@ -1,25 +1,42 @@
 #include "Exchange.h"
 
 #include <algorithm>
+#include <cassert>
 #include <charconv>
+#include <utility>
 
 namespace {
 
 constexpr int kMaxPercent = 100;
 
+constexpr std::string_view kServiceText = "KVT : Update the Service Center.";
 constexpr std::string_view kConnecting = "Connecting to CSP";
 constexpr std::string_view kReading = "Reading CSP ";
 constexpr std::string_view kSending = "Sending Data ";
-// What the unit says only while a read-back or an update runs.
-constexpr std::string_view kJobTexts[] = {kConnecting, kReading, kSending};
+constexpr std::string_view kRestarting = "Rebooting CSP...";
+constexpr std::string_view kReadSuccess = "CSP Read Success.";
+constexpr std::string_view kReadFailure = "CSP Read Failed.";
+constexpr std::string_view kUpdateSuccess = "CSP Update Success.";
+constexpr std::string_view kUpdateFailure = "CSP Update Failed.";
+
+struct Phase {
+    std::string_view text;
+    std::string_view name;
+};
+constexpr Phase kPhases[] = {
+    {kConnecting, "connecting"},
+    {kReading, "reading"},
+    {kSending, "writing"},
+    {kRestarting, "restarting"},
+};
 
 const std::vector<Reply> kUpdateReplies = {
     {kConnecting, Effect::Starts},
     {kSending, Effect::GoesOn},
     {"CSP is not connected.", Effect::GoesOn},
-    {"CSP Update Success.", Effect::Succeeds},
-    {"CSP Update Failed.", Effect::Fails},
-    {"Rebooting CSP...", Effect::Ends},
+    {kUpdateSuccess, Effect::Succeeds},
+    {kUpdateFailure, Effect::Fails},
+    {kRestarting, Effect::Ends},
     {"Cannot Execute CSP Update.", Effect::Refuses},
     {"Cannot execute Parameter Update.", Effect::Refuses},
 };
@@ -27,9 +44,9 @@ const std::vector<Reply> kReadReplies = {
     {kConnecting, Effect::Starts},
     {kReading, Effect::GoesOn},
     {"CSP is not connected.", Effect::GoesOn},
-    {"CSP Read Success.", Effect::Succeeds},
-    {"CSP Read Failed.", Effect::Fails},
-    {"Rebooting CSP...", Effect::Ends},
+    {kReadSuccess, Effect::Succeeds},
+    {kReadFailure, Effect::Fails},
+    {kRestarting, Effect::Ends},
 };
 const std::vector<Reply> kCopyReplies = {
     {"Copying CSP Parameters...", Effect::Starts},      {"Copy Success.", Effect::Answers},
@@ -39,77 +56,29 @@ const std::vector<Reply> kCopyReplies = {
 };
 // A monitor ends with the latest result that it has seen.
 const std::vector<Reply> kMonitorReplies = {
-    {"CSP Read Success.", Effect::Succeeds},
-    {"CSP Read Failed.", Effect::Fails},
-    {"CSP Update Success.", Effect::Succeeds},
-    {"CSP Update Failed.", Effect::Fails},
+    {kReadSuccess, Effect::Succeeds},
+    {kReadFailure, Effect::Fails},
+    {kUpdateSuccess, Effect::Succeeds},
+    {kUpdateFailure, Effect::Fails},
 };
+
+constexpr std::uint32_t kAskVersion = 0xDFDFDFDF;
+constexpr std::uint32_t kAnswerRelease = 0xDFDFDFE0;
+constexpr std::uint32_t kAnswerService = 0xDFDFDFE1;
 
 bool BeginsWith(std::string_view line, std::string_view text)
 {
     return line.substr(0, text.size()) == text;
 }
 
-bool IsJobText(std::string_view line)
+// What the unit says only while a read-back or an update runs.
+bool IsWork(std::string_view line)
 {
-    return std::any_of(std::begin(kJobTexts), std::end(kJobTexts),
-                       [&](std::string_view text) { return BeginsWith(line, text); });
+    return BeginsWith(line, kConnecting) || BeginsWith(line, kReading) ||
+           BeginsWith(line, kSending);
 }
 
-}  // namespace
-
-// clang-format off
-const std::vector<Command>& Commands()
-{
-    static const std::vector<Command> commands = {
-        {"version", "the text or the version that the unit answers with",
-         Wait::Replies, 0xDFDFDFDF, {{"", Effect::Answers}}},
-        {"version on", "from now on answer with the version", Wait::Taken, 0xDFDFDFE0, {}},
-        {"version off", "from now on answer with the text", Wait::Taken, 0xDFDFDFE1, {}},
-        {"find-update", "look for a firmware file on the media and load it",
-         Wait::Replies, 0xDFDF00AA,
-         {{"[ System version: Update File ]", Effect::Heads},
-          {"Update File is not exsit.", Effect::Refuses}}},
-        {"update", "write the firmware file that was found",
-         Wait::Replies, 0xDFDF00BB, kUpdateReplies},
-        {"find-parameters", "look for the unit's parameter file and load it",
-         Wait::Replies, 0xDFDF00C1,
-         {{"[ Parameter Back Up File ]", Effect::Starts},
-          {"CSP Parameter : ", Effect::Answers},
-          {"Parameter File is not exsit.", Effect::Refuses}}},
-        {"update-parameters", "write the parameter file that was found",
-         Wait::Replies, 0xDFDF00C2, kUpdateReplies},
-        {"read", "read the parameters back into the unit's file; a success ends the server",
-         Wait::Replies, 0xDFDF00C0, kReadReplies},
-        {"backup", "copy the parameter file to the medium",
-         Wait::Replies, 0xDFDF00C3, kCopyReplies},
-        {"restore", "copy the parameter file from the medium",
-         Wait::Replies, 0xDFDF00C4, kCopyReplies},
-        {"send", "send BYTES, in hex, and show what comes back for 2 seconds",
-         Wait::Window, 0, {}},
-        {"monitor", "show everything until the unit ends the connection",
-         Wait::Close, 0, kMonitorReplies},
-    };
-    return commands;
-}
-// clang-format on
-
-const Command* FindCommand(std::string_view name)
-{
-    const auto& commands = Commands();
-    const auto found = std::find_if(commands.begin(), commands.end(),
-                                    [&](const Command& command) { return command.name == name; });
-    return found == commands.end() ? nullptr : &*found;
-}
-
-std::string GroupBytes(const Command& command)
-{
-    std::string bytes;
-    for (unsigned shift = 24; command.group != 0 && bytes.size() < 4; shift -= 8)
-        bytes += static_cast<char>(command.group >> shift & 0xFF);
-    return bytes;
-}
-
+// The percentage that the line ends with, if it does.
 std::optional<int> PercentOf(std::string_view line)
 {
     if (line.empty() || line.back() != '%')
@@ -123,56 +92,155 @@ std::optional<int> PercentOf(std::string_view line)
                                                               : std::nullopt;
 }
 
-bool Exchange::Take(std::string_view line)
+// clang-format off
+const std::vector<Query>& Queries()
 {
-    if (headed) {
-        End(Status::Success, {});
-        return true;
-    }
-    const auto fits = [&](const Reply& reply) { return BeginsWith(line, reply.text); };
-    const auto found = std::find_if(command.replies.begin(), command.replies.end(), fits);
-    const Effect effect = found == command.replies.end() ? Effect::Nothing : found->effect;
+    // A version request has no mark of its own in its answer: between two answers with the text
+    // that is always the same lies the one that is wanted. The unit is left with the first kind.
+    static const std::vector<Query> queries = {
+        {"version", Wait::Replies,
+         {kAnswerService, kAskVersion, kAnswerRelease, kAskVersion, kAnswerService, kAskVersion},
+         {{kServiceText, Effect::Encloses}}},
+        {"version on", Wait::Taken, {kAnswerRelease}, {}},
+        {"version off", Wait::Taken, {kAnswerService}, {}},
+        {"find-update", Wait::Replies, {0xDFDF00AA},
+         {{"[ System version: Update File ]", Effect::Heads},
+          {"Update File is not exsit.", Effect::Refuses}}},
+        {"update", Wait::Replies, {0xDFDF00BB}, kUpdateReplies},
+        {"find-parameters", Wait::Replies, {0xDFDF00C1},
+         {{"[ Parameter Back Up File ]", Effect::Starts},
+          {"CSP Parameter : ", Effect::Answers},
+          {"Parameter File is not exsit.", Effect::Refuses}}},
+        {"update-parameters", Wait::Replies, {0xDFDF00C2}, kUpdateReplies},
+        {"read", Wait::Replies, {0xDFDF00C0}, kReadReplies},
+        {"backup", Wait::Replies, {0xDFDF00C3}, kCopyReplies},
+        {"restore", Wait::Replies, {0xDFDF00C4}, kCopyReplies},
+        {"send", Wait::Window, {}, {}},
+        {"monitor", Wait::Close, {}, kMonitorReplies},
+    };
+    return queries;
+}
+// clang-format on
 
-    // Somebody else's work: the unit has dropped this command without a word.
-    const bool isOwn = effect == Effect::Starts || (started && effect != Effect::Nothing);
-    if (command.wait == Wait::Replies && IsJobText(line) && !isOwn) {
-        End(Status::NoAnswer, "the unit is busy with a read-back or an update");
-        return true;
-    }
-    SetResult(effect, line);
-    return effect != Effect::Nothing || command.wait == Wait::Close;
+}  // namespace
+
+const Query& QueryOf(std::string_view command)
+{
+    const auto& queries = Queries();
+    const auto found = std::find_if(queries.begin(), queries.end(),
+                                    [&](const Query& query) { return query.command == command; });
+    assert(found != queries.end());
+    return *found;
 }
 
-void Exchange::SetResult(Effect effect, std::string_view line)
+std::string GroupBytes(const Query& query)
+{
+    std::string bytes;
+    for (const std::uint32_t group : query.groups) {
+        for (unsigned shift = 32; shift > 0; shift -= 8)
+            bytes += static_cast<char>(group >> (shift - 8) & 0xFFU);
+    }
+    return bytes;
+}
+
+std::optional<Progress> ProgressOf(std::string_view line)
+{
+    for (const Phase& phase : kPhases) {
+        if (BeginsWith(line, phase.text))
+            return Progress{phase.name, PercentOf(line)};
+    }
+    return std::nullopt;
+}
+
+std::string TextOf(const Progress& progress)
+{
+    const std::string phase(progress.phase);
+    return progress.percent ? phase + ", " + std::to_string(*progress.percent) + " %" : phase;
+}
+
+bool Exchange::Take(std::string_view line)
+{
+    const Effect effect = EffectOf(line);
+    // Another's work: the unit has dropped this command without a word, or will.
+    const bool isOwn = effect == Effect::Starts || (started && effect != Effect::Nothing);
+    if (IsWork(line) && !isOwn) {
+        otherWork = ProgressOf(line);
+        return query.wait == Wait::Close;
+    }
+    if (TakeAnswer(line))
+        return true;
+    Apply(effect, line);
+    return effect != Effect::Nothing || query.wait == Wait::Close;
+}
+
+Effect Exchange::EffectOf(std::string_view line) const
+{
+    for (const Reply& reply : query.replies) {
+        if (BeginsWith(line, reply.text))
+            return reply.effect;
+    }
+    return Effect::Nothing;
+}
+
+// True when the line was waited for as an answer.
+bool Exchange::TakeAnswer(std::string_view line)
+{
+    if (headed) {
+        answer = line;
+        End(Status::Success, {});
+    }
+    if (enclosed && EffectOf(line) == Effect::Nothing)
+        answer = line;
+    return headed;
+}
+
+void Exchange::TakeEnclosure()
+{
+    if (!std::exchange(enclosed, true))
+        return;
+    if (answer.empty())
+        End(Status::Failed, "the unit has no release line");
+    else
+        End(Status::Success, {});
+}
+
+void Exchange::Apply(Effect effect, std::string_view line)
 {
     switch (effect) {
     case Effect::Nothing:
     case Effect::GoesOn: break;
     case Effect::Starts: started = true; break;
     case Effect::Heads: headed = true; break;
+    case Effect::Encloses: TakeEnclosure(); break;
     case Effect::Succeeds:
         status = Status::Success;
+        serverEnds = line == kReadSuccess;
         reason.clear();
         break;
     case Effect::Fails:
-        status = Status::UnitFailed;
+        status = Status::Failed;
+        serverEnds = false;
         reason = line;
         break;
-    case Effect::Answers: End(Status::Success, {}); break;
-    case Effect::Refuses: End(Status::UnitFailed, line); break;
+    case Effect::Answers:
+        answer = line;
+        End(Status::Success, {});
+        break;
+    case Effect::Refuses: End(Status::Failed, line); break;
     // The end of work that was under way before doesn't end this one.
     case Effect::Ends: ended = status.has_value(); break;
     }
 }
 
+// A server closes the connection by itself once it has read all there is, and after a read-back
+// that succeeded.
 Status Exchange::ResultAt(bool close) const
 {
-    const Wait wait = command.wait;
-    const bool isExpected =
-        close ? wait == Wait::Taken || wait == Wait::Close : wait == Wait::Window;
-    if (status || isExpected)
-        return Result();
-    return close ? Status::Connection : Status::NoAnswer;
+    if (!close)
+        return status || query.wait == Wait::Window ? Result() : Status::NoAnswer;
+    if (query.wait == Wait::Close)
+        return serverEnds ? Status::Success : Status::Connection;
+    return status || query.wait == Wait::Taken ? Result() : Status::Connection;
 }
 
 void Exchange::End(Status with, std::string_view why)

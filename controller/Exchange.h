@@ -6,17 +6,10 @@
 #include <string_view>
 #include <vector>
 
+#include "Status.h"
+
 // The controller's protocol: groups of four bytes to the unit, lines of text back. A reply doesn't
 // name the command that it belongs to, so each command knows its texts.
-
-// The exit statuses.
-enum class Status {
-    Success = 0,
-    UnitFailed = 1,
-    Usage = 2,
-    Connection = 3,
-    NoAnswer = 4,
-};
 
 // What a line means to the command that waits for it.
 enum class Effect {
@@ -29,6 +22,7 @@ enum class Effect {
     Answers,   // a success and the end
     Refuses,   // a failure and the end
     Heads,     // the next line is the answer, whatever it says
+    Encloses,  // comes twice, with the answer between
 };
 
 struct Reply {
@@ -44,36 +38,44 @@ enum class Wait {
     Close,    // everything until the connection ends
 };
 
-struct Command {
-    std::string_view name;
-    std::string_view help;
+struct Query {
+    std::string_view command;
     Wait wait;
-    std::uint32_t group;  // its bytes in the order of the wire; 0 for none
+    std::vector<std::uint32_t> groups;  // each in the order of the wire
     std::vector<Reply> replies;
 };
 
-// The commands, in the order of the help text.
-const std::vector<Command>& Commands();
+// The query of a command that talks to the unit. There must be one of that name.
+const Query& QueryOf(std::string_view command);
 
-// Null when there is no such command. Names of two words have one blank between them.
-const Command* FindCommand(std::string_view name);
+// The bytes that go out for it, in one write.
+std::string GroupBytes(const Query& query);
 
-// The bytes that go out for it.
-std::string GroupBytes(const Command& command);
+// What the unit says about work that takes long.
+struct Progress {
+    std::string_view phase;      // a word for a program: "connecting", "reading" ...
+    std::optional<int> percent;  // where the line has it
+};
 
-// The percentage that the line ends with, if it does.
-std::optional<int> PercentOf(std::string_view line);
+std::optional<Progress> ProgressOf(std::string_view line);
+
+// For a sentence: "reading, 43 %".
+std::string TextOf(const Progress& progress);
 
 // One command on its way: takes the unit's lines and knows when the command has ended, and how.
 class Exchange {
 public:
-    explicit Exchange(const Command& sent) : command(sent) {}
+    explicit Exchange(const Query& sent) : query(sent) {}
 
     // True when the line belongs to the command, which allows it some more time.
     bool Take(std::string_view line);
 
     bool HasEnded() const { return ended; }
     bool HasStarted() const { return started; }
+    bool HasSucceeded() const { return status == Status::Success; }
+
+    // The progress of work that isn't this command's, and so keeps the unit from taking it.
+    const std::optional<Progress>& OtherWork() const { return otherWork; }
 
     // How the command has ended: by its texts, by the end of the connection or by silence.
     Status Result() const { return status.value_or(Status::Success); }
@@ -82,14 +84,24 @@ public:
     // The reason for a result other than success; empty when the status says it all.
     const std::string& Reason() const { return reason; }
 
-private:
-    void End(Status with, std::string_view why);
-    void SetResult(Effect effect, std::string_view line);
+    // The line that was asked for, where there is one.
+    const std::string& Answer() const { return answer; }
 
-    const Command& command;
+private:
+    Effect EffectOf(std::string_view line) const;
+    bool TakeAnswer(std::string_view line);
+    void TakeEnclosure();
+    void Apply(Effect effect, std::string_view line);
+    void End(Status with, std::string_view why);
+
+    const Query& query;
     std::optional<Status> status;
     std::string reason;
+    std::string answer;
+    std::optional<Progress> otherWork;
     bool started = false;
     bool headed = false;
+    bool enclosed = false;
+    bool serverEnds = false;
     bool ended = false;
 };

@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -17,49 +21,51 @@ constexpr std::size_t kReadSize = 4096;
 // A text that the unit sends without a line end is whole when so much time has gone by.
 constexpr auto kTextWait = std::chrono::milliseconds(500);
 
-// Waits until there is something to read. False when the deadline has passed.
-bool WaitReadable(int descriptor, Clock::time_point deadline)
+// A unit that has vanished without a word is given up after 25 seconds.
+constexpr int kKeepAliveIdle = 10;   // seconds without a byte, after which it is probed
+constexpr int kKeepAliveEvery = 5;   // seconds between two probes
+constexpr int kKeepAliveProbes = 3;  // without an answer
+
+void SetOption(int descriptor, int level, int name, int value)
 {
-    pollfd watched = {descriptor, POLLIN, 0};
-    while (true) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        const int ready =
-            poll(&watched, 1, static_cast<int>(std::clamp<long long>(left, 0, 60000)));
-        if (ready > 0)
-            return true;
-        if (ready == 0 && Clock::now() >= deadline)
-            return false;
-    }
+    setsockopt(descriptor, level, name, &value, sizeof(value));
+}
+
+void KeepAlive(int descriptor)
+{
+    SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdle);
+    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveEvery);
+    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
 }
 
 // Connects to one address. The limit for sending is the one for connecting, too.
 int ConnectTo(const addrinfo& address, Clock::duration limit)
 {
-    const int descriptor =
-        socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol);
-    if (descriptor < 0)
+    UniqueFd descriptor(
+        socket(address.ai_family, address.ai_socktype | SOCK_CLOEXEC, address.ai_protocol));
+    if (!descriptor)
         return -1;
     const auto micros = std::chrono::duration_cast<std::chrono::microseconds>(limit).count();
     timeval wait = {};
     wait.tv_sec = static_cast<time_t>(micros / 1000000);
     wait.tv_usec = static_cast<suseconds_t>(micros % 1000000);
-    setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
-    if (connect(descriptor, address.ai_addr, address.ai_addrlen) == 0)
-        return descriptor;
-    const int reason = errno == EINPROGRESS ? ETIMEDOUT : errno;
-    close(descriptor);
-    errno = reason;
+    setsockopt(descriptor.Get(), SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
+    KeepAlive(descriptor.Get());
+    if (connect(descriptor.Get(), address.ai_addr, address.ai_addrlen) == 0)
+        return descriptor.Release();
+    if (errno == EINPROGRESS)
+        errno = ETIMEDOUT;
     return -1;
 }
 
-}  // namespace
-
-Link::~Link()
+std::string ReasonOf(int error)
 {
-    if (descriptor >= 0)
-        close(descriptor);
+    const std::string reason = std::strerror(error);
+    return error == ECONNREFUSED ? reason + " (is the server running?)" : reason;
 }
+
+}  // namespace
 
 bool Link::Connect(const std::string& host, const std::string& port, Clock::duration limit,
                    std::string& error)
@@ -72,27 +78,40 @@ bool Link::Connect(const std::string& host, const std::string& port, Clock::dura
         error = "no address for " + host + ": " + gai_strerror(failure);
         return false;
     }
-    for (const addrinfo* each = addresses; each != nullptr && descriptor < 0; each = each->ai_next)
-        descriptor = ConnectTo(*each, limit);
-    const int reason = errno;
+    closed = false;
+    received.clear();
+    skipping = false;
+    descriptor.Reset(-1);
+    int reason = 0;
+    for (const addrinfo* each = addresses; each != nullptr && !descriptor; each = each->ai_next) {
+        descriptor.Reset(ConnectTo(*each, limit));
+        reason = errno;
+    }
     freeaddrinfo(addresses);
-    if (descriptor >= 0)
-        return true;
-    error = "can't connect to " + host + " port " + port + ": " + std::strerror(reason);
-    if (reason == ECONNREFUSED)
-        error += " (is the server running?)";
-    return false;
+    if (!descriptor)
+        error = "can't connect to " + host + " port " + port + ": " + ReasonOf(reason);
+    return static_cast<bool>(descriptor);
 }
 
 bool Link::Send(const std::string& bytes) const
 {
-    const ssize_t sent = send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    trace('>', bytes);
+    const ssize_t sent = send(descriptor.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     return sent == static_cast<ssize_t>(bytes.size());
 }
 
 void Link::EndSending() const
 {
-    shutdown(descriptor, SHUT_WR);
+    shutdown(descriptor.Get(), SHUT_WR);
+}
+
+void Link::WatchInterrupt()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    if (!interrupt && sigprocmask(SIG_BLOCK, &signals, nullptr) == 0)
+        interrupt.Reset(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
 Link::Event Link::Next(Clock::time_point deadline, std::string& line, bool& isCut)
@@ -104,17 +123,34 @@ Link::Event Link::Next(Clock::time_point deadline, std::string& line, bool& isCu
             return Event::Silence;
         isLate = Clock::now() >= deadline;
         if (closed && received.empty())
-            return Event::Closed;
+            return lostBy.empty() ? Event::Closed : Event::Lost;
         const auto textEnd = received.empty() ? deadline : Clock::now() + kTextWait;
-        if (closed || !WaitReadable(descriptor, std::min(deadline, textEnd))) {
+        switch (closed ? Ready::Nothing : Await(std::min(deadline, textEnd))) {
+        case Ready::Interrupt: return Event::Interrupted;
+        case Ready::Bytes: Fill(); break;
+        case Ready::Nothing:
             if (received.empty())
                 return Event::Silence;
             received += '\n';
-        } else if (!Fill()) {
-            closed = true;
         }
     }
     return Event::Line;
+}
+
+// Waits until there is something to read, or the deadline has passed.
+Link::Ready Link::Await(Clock::time_point deadline) const
+{
+    pollfd watched[] = {{descriptor.Get(), POLLIN, 0}, {interrupt.Get(), POLLIN, 0}};
+    while (true) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        const int ready = poll(watched, std::size(watched),
+                               static_cast<int>(std::clamp<long long>(left, 0, 60000)));
+        if (ready > 0)
+            return watched[1].revents != 0 ? Ready::Interrupt : Ready::Bytes;
+        if (ready == 0 && Clock::now() >= deadline)
+            return Ready::Nothing;
+    }
 }
 
 bool Link::TakeLine(std::string& line, bool& isCut)
@@ -131,15 +167,21 @@ bool Link::TakeLine(std::string& line, bool& isCut)
     return true;
 }
 
-// Reads once. False when the connection has ended.
-bool Link::Fill()
+// Reads once.
+void Link::Fill()
 {
     char bytes[kReadSize];
-    const ssize_t count = read(descriptor, bytes, sizeof(bytes));
-    if (count <= 0)
-        return count < 0 && errno == EINTR;
-    Keep({bytes, static_cast<std::size_t>(count)});
-    return true;
+    const ssize_t count = read(descriptor.Get(), bytes, sizeof(bytes));
+    if (count < 0 && errno == EINTR)
+        return;
+    if (count < 0)
+        lostBy = std::strerror(errno);
+    closed = count <= 0;
+    if (closed)
+        return;
+    const std::string_view piece(bytes, static_cast<std::size_t>(count));
+    trace('<', piece);
+    Keep(piece);
 }
 
 void Link::Keep(std::string_view bytes)

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
+
+#include "UniqueFd.h"
 
 using Clock = std::chrono::steady_clock;
 
@@ -10,35 +13,47 @@ using Clock = std::chrono::steady_clock;
 class Link {
 public:
     // What Next has come to.
-    enum class Event { Line, Closed, Silence };
+    enum class Event { Line, Closed, Lost, Silence, Interrupted };
 
-    Link() = default;
-    ~Link();
-    Link(const Link&) = delete;
-    Link& operator=(const Link&) = delete;
+    // Takes each piece of bytes on the wire, with '>' for the way to the unit and '<' back.
+    using Trace = std::function<void(char direction, std::string_view bytes)>;
 
-    // False with the reason in `error`.
+    explicit Link(Trace shown) : trace(std::move(shown)) {}
+
+    // False with the reason in `error`. A link that is there already is given up.
     bool Connect(const std::string& host, const std::string& port, Clock::duration limit,
                  std::string& error);
 
     // Sends the bytes in one write, since the unit cuts each of its reads into groups anew.
     bool Send(const std::string& bytes) const;
 
-    // Tells the unit that nothing more is coming. It closes the connection when it has read
+    // Lets the unit know that nothing more is coming. It closes the connection when it has read
     // everything.
     void EndSending() const;
+
+    // From here on Ctrl-C is an event.
+    void WatchInterrupt();
 
     // Waits for a line until `deadline`. A text without a line end counts as a line when nothing
     // follows it. A line over the limit is cut and `isCut` set.
     Event Next(Clock::time_point deadline, std::string& line, bool& isCut);
 
+    // The system's reason for Event::Lost.
+    const std::string& LostBy() const { return lostBy; }
+
 private:
+    enum class Ready { Bytes, Interrupt, Nothing };
+
+    Ready Await(Clock::time_point deadline) const;
     bool TakeLine(std::string& line, bool& isCut);
-    bool Fill();
+    void Fill();
     void Keep(std::string_view bytes);
 
-    int descriptor = -1;
+    UniqueFd descriptor{-1};
+    UniqueFd interrupt{-1};
+    Trace trace;
     bool closed = false;
+    std::string lostBy;
     std::string received;   // not shown yet; never longer than a line and a read
     bool skipping = false;  // in the part of a long line that isn't shown
 };

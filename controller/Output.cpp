@@ -2,57 +2,57 @@
 
 #include <cstdio>
 
+#include "Command.h"
+#include "Json.h"
+
 namespace {
 
-constexpr int kBarWidth = 40;
+constexpr int kBarWidth = 30;
 constexpr int kPercent = 100;
-constexpr unsigned char kFirstPrintable = 0x20;
-constexpr unsigned char kLastPrintable = 0x7E;
+constexpr int kMinute = 60;
+constexpr int kParameterSize = 384;  // KiB of flash that a read-back covers
 
-// The bytes with everything escaped that isn't printable ASCII or is one of `special`. `form` is
-// how a byte is written that can't stand for itself.
-std::string Escaped(std::string_view bytes, std::string_view special, const char* form)
+std::string Duration(long long seconds)
 {
-    std::string text;
-    for (const char byte : bytes) {
-        const auto value = static_cast<unsigned char>(byte);
-        if (value < kFirstPrintable || value > kLastPrintable) {
-            char number[sizeof("\\u00FF")];
-            std::snprintf(number, sizeof(number), form, value);
-            text += number;
-            continue;
-        }
-        if (special.find(byte) != std::string_view::npos)
-            text += '\\';
-        text += byte;
-    }
+    const long long rest = seconds % kMinute;
+    return std::to_string(seconds / kMinute) + (rest < 10 ? ":0" : ":") + std::to_string(rest);
+}
+
+// How much of the flash that is; empty where the size isn't known.
+std::string Amount(std::string_view phase, int percent)
+{
+    if (phase != "reading")
+        return {};
+    return "  " + std::to_string(kParameterSize * percent / kPercent) + " of " +
+           std::to_string(kParameterSize) + " KiB";
+}
+
+std::string Times(Clock::duration elapsed, int percent)
+{
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
+    std::string text = "  " + Duration(seconds);
+    if (percent > 0 && percent < kPercent)
+        text += ", " + Duration(seconds * (kPercent - percent) / percent) + " left";
     return text;
-}
-
-std::string Readable(std::string_view bytes)
-{
-    return Escaped(bytes, "\\", "\\x%02X");
-}
-
-// A byte above ASCII becomes the character of the same number, so that a program can get the bytes
-// back whatever encoding they are in.
-std::string Json(std::string_view bytes)
-{
-    return "\"" + Escaped(bytes, "\"\\", "\\u00%02X") + "\"";
 }
 
 }  // namespace
 
-void Output::ShowLine(std::string_view line, bool isCut)
+void Output::ShowLine(std::string_view line, bool isCut, bool hasSucceeded)
 {
-    const std::optional<int> percent = PercentOf(line);
-    if (form == Form::Json) {
-        std::printf("{\"line\":%s", Json(line).c_str());
-        if (percent)
-            std::printf(",\"percent\":%d", *percent);
-        std::printf("%s}\n", isCut ? ",\"cut\":true" : "");
-    } else if (form == Form::Bar && percent) {
-        ShowBar(line.substr(0, line.find_last_of(' ')), *percent);
+    if (form == Form::Answer)
+        return;
+    if (hasSucceeded)
+        Complete();
+    const auto progress = ProgressOf(line);
+    if (progress && (form == Form::Json || (form == Form::Bar && progress->percent))) {
+        ShowProgress(*progress, line);
+    } else if (form == Form::Json) {
+        Json object = MakeEvent("line");
+        object["text"] = MakeText(line);
+        if (isCut)
+            object["cut"] = true;
+        Print(object);
     } else {
         EndBar();
         std::printf("%s%s\n", Readable(line).c_str(), isCut ? "..." : "");
@@ -60,24 +60,35 @@ void Output::ShowLine(std::string_view line, bool isCut)
     std::fflush(stdout);
 }
 
-void Output::ShowResult(Status status, const std::string& reason)
+void Output::ShowBusy(const Progress& progress)
 {
     EndBar();
-    if (form == Form::Json)
-        std::printf("{\"status\":%d,\"reason\":%s}\n", static_cast<int>(status),
-                    Json(reason).c_str());
-    std::fflush(stdout);
-    if (!reason.empty())
-        std::fprintf(stderr, "diagctl: %s\n", Readable(reason).c_str());
+    if (form == Form::Json) {
+        Json object = MakeEvent("busy");
+        object["phase"] = progress.phase;
+        if (progress.percent)
+            object["percent"] = *progress.percent;
+        Print(object);
+    }
+    Complain("the unit is busy (" + TextOf(progress) + ")");
 }
 
-void Output::ShowBar(std::string_view label, int percent)
+void Output::ShowResult(Status status, const std::string& reason, const std::string& answer)
 {
-    const auto filled = static_cast<std::size_t>(percent * kBarWidth / kPercent);
-    std::printf("\r%s [%s%s] %3d%%\x1B[K", Readable(label).c_str(),
-                std::string(filled, '#').c_str(), std::string(kBarWidth - filled, '.').c_str(),
-                percent);
-    barStands = true;
+    EndBar();
+    if (form == Form::Json) {
+        Json object = MakeEvent("result");
+        object["status"] = static_cast<int>(status);
+        if (!answer.empty())
+            object["version"] = MakeText(answer);
+        object["text"] = MakeText(reason);
+        Print(object);
+    } else if (form == Form::Answer && !answer.empty()) {
+        std::printf("%s\n", Readable(answer).c_str());
+    }
+    std::fflush(stdout);
+    if (!reason.empty())
+        Complain(reason);
 }
 
 void Output::EndBar()
@@ -85,4 +96,37 @@ void Output::EndBar()
     if (barStands)
         std::printf("\n");
     barStands = false;
+    std::fflush(stdout);
+}
+
+void Output::ShowProgress(const Progress& progress, std::string_view line)
+{
+    if (progress.phase != last.phase)
+        begin = Clock::now();
+    last = progress;
+    if (form == Form::Bar)
+        return ShowBar(progress.percent.value_or(0));
+    Json object = MakeEvent("progress");
+    object["phase"] = progress.phase;
+    if (progress.percent)
+        object["percent"] = *progress.percent;
+    if (!line.empty())
+        object["text"] = MakeText(line);
+    Print(object);
+}
+
+void Output::ShowBar(int percent)
+{
+    const auto filled = static_cast<std::size_t>(percent * kBarWidth / kPercent);
+    const std::string rest = Amount(last.phase, percent) + Times(Clock::now() - begin, percent);
+    std::printf("\r%s [%s%s] %3d%%%s\x1B[K", std::string(last.phase).c_str(),
+                std::string(filled, '#').c_str(), std::string(kBarWidth - filled, '.').c_str(),
+                percent, rest.c_str());
+    barStands = true;
+}
+
+void Output::Complete()
+{
+    if (last.percent.value_or(kPercent) < kPercent)
+        ShowProgress({last.phase, kPercent}, {});
 }

@@ -1,33 +1,45 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
 #include "Exchange.h"
+#include "Link.h"
 
-// What the user, or the program that reads this one's output, gets to see. The unit's text is not
-// trusted: bytes outside printable ASCII are escaped.
+// What the user, or the program that reads this one's output, gets to see of a conversation. The
+// unit's text is not trusted: bytes outside printable ASCII are escaped.
 class Output {
 public:
     enum class Form {
-        Plain,  // a line for each line
-        Bar,    // a terminal: lines with a percentage become a bar that moves
-        Json,   // an object for each line, and one for the result
+        Plain,   // a line for each line
+        Bar,     // a terminal: progress becomes a bar that moves
+        Json,    // an object for each event
+        Answer,  // nothing but an answer
     };
 
     explicit Output(Form chosen) : form(chosen) {}
 
-    // `isCut` when the unit's line was longer than what is shown.
-    void ShowLine(std::string_view line, bool isCut);
+    // `isCut` when the unit's line was longer than what is shown. A line that comes when work has
+    // succeeded completes its progress, which the unit doesn't always do.
+    void ShowLine(std::string_view line, bool isCut, bool hasSucceeded);
 
-    // Goes to standard error, and with Json to standard output, too. A success without a reason
-    // shows in Json alone.
-    void ShowResult(Status status, const std::string& reason);
+    // What keeps the unit from taking a command.
+    void ShowBusy(const Progress& progress);
 
-private:
-    void ShowBar(std::string_view label, int percent);
+    // The end: the answer, if there is one, and the reason for a failure to standard error.
+    void ShowResult(Status status, const std::string& reason, const std::string& answer);
+
+    // Ends the line that a bar stands in.
     void EndBar();
 
+private:
+    void ShowProgress(const Progress& progress, std::string_view line);
+    void ShowBar(int percent);
+    void Complete();
+
     Form form;
+    Progress last = {};
+    Clock::time_point begin;  // of the phase
     bool barStands = false;
 };

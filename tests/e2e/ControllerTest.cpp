@@ -1,8 +1,27 @@
 // The controller's tool against the server, as its user and a script see it.
 
+#include <csignal>
+
 #include <gtest/gtest.h>
 
 #include "Scene.h"
+
+namespace {
+
+Process& StartTool(Unit& unit, Unit::Words words)
+{
+    words.insert(words.begin(), {"--port", std::to_string(unit.Port())});
+    return unit.Start("diagctl", words);
+}
+
+Process& RunTool(Unit& unit, const Unit::Words& words)
+{
+    Process& tool = StartTool(unit, words);
+    tool.Wait();
+    return tool;
+}
+
+}  // namespace
 
 TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
 {
@@ -13,21 +32,29 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         std::string output;  // its end
         std::string error;   // likewise
     } rows[] = {
-        {"", {"version"}, 0, kServiceText, ""},
+        {"", {"version"}, 0, "1.00\n", ""},
+        {"", {"send", "DFDFDFDF"}, 0, kServiceText, ""},
         {"", {"version", "on"}, 0, "", ""},
         {"", {"send", "DFDF", "DFDF"}, 0, "1.00\n", ""},
-        {"", {"--json", "update"}, 1, "\"reason\":\"Cannot Execute CSP Update.\"}\n", "Update.\n"},
-        {"", {"versions"}, 2, "", "no such command: versions\nTry: diagctl help\n"},
-        {"", {"--port", "0", "version"}, 2, "", "no port: 0\nTry: diagctl help\n"},
+        {"",
+         {"--json", "update"},
+         1,
+         "\"status\":1,\"text\":\"Cannot Execute CSP Update.\"}\n",
+         "Update.\n"},
+        {"", {"versions"}, 2, "", "no such command: versions\nTry: diagctl --help\n"},
+        {"", {"--port", "0", "version"}, 2, "", "no port: 0\nTry: diagctl --help\n"},
         {"--silent", {"--timeout", "2", "read"}, 4, "CSP\n", "the unit has fallen silent\n"},
         {"", {"version"}, 4, "", "(monitor shows it)\n"},
         {"", {"--timeout", "100", "monitor"}, 1, "CSP...\n", "CSP Read Failed.\n"},
+        {"", {"find-update", "--quiet"}, 0, "V7\n", ""},
+        {"", {"--json", "update"}, 0, "\"status\":0,\"text\":\"\"}\n", ""},
         {"--join --read-stop 90042000", {"read"}, 0, "Success.\nRebooting CSP...\n", ""},
-        {"", {"version"}, 3, "", "it serves the controller that came last\n"},
+        {"", {"version"}, 3, "", "serves a controller that came later\n"},
         {"", {"version"}, 3, "", "(is the server running?)\n"},
     };
     ServerWithPiano scene;
-    const std::string port = std::to_string(scene.unit.Port());
+    scene.unit.Mount("usb");
+    scene.unit.Write("medium/csp_prog.rlg", PackedText(FirmwareOf("V7", 0x4000)));
     const auto endOf = [](const std::string& text, const std::string& end) {
         return end.empty() ? text : text.substr(text.size() - std::min(text.size(), end.size()));
     };
@@ -35,12 +62,43 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         SCOPED_TRACE(testing::PrintToString(row.words));
         if (*row.faults != '\0')
             scene.SetFaults(row.faults);
-        Unit::Words words = {"--port", port};
-        words.insert(words.end(), row.words.begin(), row.words.end());
-        Process& tool = scene.unit.Start("diagctl", words);
+        Process& tool = RunTool(scene.unit, row.words);
 
         EXPECT_EQ(tool.Wait(), row.status);
         EXPECT_EQ(endOf(tool.Output(), row.output), row.output);
         EXPECT_EQ(endOf(tool.Error(), row.error), row.error);
     }
+}
+
+TEST(ControllerTool, WaitsForABusyUnitAndReportsALostOne)
+{
+    ServerWithPiano scene;
+    Unit& unit = scene.unit;
+    unit.Mount("usb");
+    unit.Write("medium/csp_prog.rlg", PackedText(FirmwareOf("V7", 0x4000)));
+    const auto hasBegun = [](const Process& tool) {
+        return WaitUntil([&] { return tool.Output().find("Connecting") != std::string::npos; });
+    };
+    RunTool(unit, {"find-update"});
+    scene.SetFaults("--silent");
+    Process& updater = StartTool(unit, {"update"});
+    ASSERT_TRUE(hasBegun(updater));
+
+    Process& version = RunTool(unit, {"version"});
+    EXPECT_EQ(version.Wait(), 4);
+    EXPECT_EQ(version.Output(), "");
+    EXPECT_EQ(version.Error(), "diagctl: the unit is busy (connecting)\n");
+    EXPECT_EQ(updater.Wait(), 3);
+    EXPECT_NE(updater.Error().find("has closed the connection"), std::string::npos);
+    EXPECT_EQ(RunTool(unit, {"send", "DFDFDFDF"}).Error(), version.Error());
+
+    Process& patient = RunTool(unit, {"version", "--wait", "300"});
+    EXPECT_EQ(patient.Output(), "1.00\n");
+    EXPECT_EQ(patient.Error(), version.Error());
+    EXPECT_EQ(patient.Wait(), 0);
+
+    Process& reader = StartTool(unit, {"read"});
+    ASSERT_TRUE(hasBegun(reader));
+    EXPECT_EQ(reader.Kill(SIGINT), 128 + SIGINT);
+    EXPECT_EQ(reader.Error(), "diagctl: the unit continues with the read-back\n");
 }

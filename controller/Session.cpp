@@ -1,0 +1,283 @@
+#include "Session.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <utility>
+
+#include <unistd.h>
+
+#include "Exchange.h"
+#include "Hexadecimal.h"
+#include "Link.h"
+#include "Output.h"
+
+namespace {
+
+// Seconds. The unit is deaf for 5 while it restarts the CSP. While it waits for a silent one, it
+// counts silences of 10, which a command that is sent again more often would keep from ever ending.
+constexpr double kAnswerLimit = 15;
+constexpr double kJobLimit = 120;    // seconds; the unit itself gives a silent CSP up before that
+constexpr double kWindow = 2;        // seconds in which `send` shows what comes
+constexpr double kForever = 1e9;
+constexpr double kRetryWait = 0.5;       // seconds between two attempts to connect
+constexpr std::size_t kMaxBytes = 8192;  // more doesn't fit in one read of the unit
+constexpr std::size_t kGroupSize = 4;
+constexpr std::size_t kTracedBytes = 16;  // in a line
+constexpr int kHex = 16;
+
+Clock::duration Seconds(double seconds)
+{
+    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+void TraceLine(char direction, std::string_view bytes)
+{
+    std::string hex;
+    std::string text;
+    for (const char byte : bytes) {
+        hex += TwoDigits(static_cast<unsigned char>(byte)) + " ";
+        text += byte >= ' ' && byte <= '~' ? byte : '.';
+    }
+    hex.resize(3 * kTracedBytes, ' ');
+    std::fprintf(stderr, "%c %s %s\n", direction, hex.c_str(), text.c_str());
+}
+
+void TraceBytes(char direction, std::string_view bytes)
+{
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kTracedBytes)))
+        TraceLine(direction, bytes.substr(0, kTracedBytes));
+}
+
+Link::Trace TraceOf(const Invocation& invocation)
+{
+    return invocation.verbose ? TraceBytes : [](char, std::string_view) {};
+}
+
+Output::Form FormOf(const Invocation& invocation)
+{
+    if (invocation.json)
+        return Output::Form::Json;
+    if (invocation.quiet || invocation.command->name == "version")
+        return Output::Form::Answer;
+    return isatty(STDOUT_FILENO) != 0 ? Output::Form::Bar : Output::Form::Plain;
+}
+
+std::string_view WorkOf(std::string_view command)
+{
+    if (command == "read")
+        return "read-back";
+    return command.substr(0, 6) == "update" ? "update" : "copy";
+}
+
+class Session {
+public:
+    Session(const Invocation& of, std::string groups)
+        : invocation(of),
+          query(QueryOf(of.command->name)),
+          bytes(std::move(groups)),
+          serveBy(Clock::now() + Seconds(of.wait)),
+          output(FormOf(of)),
+          link(TraceOf(of)),
+          exchange(query)
+    {}
+
+    Status Run();
+
+private:
+    Status Connect();
+    bool Send();
+    std::optional<Status> OnEvent(Link::Event event);
+    std::optional<Status> OnLine();
+    std::optional<Status> OnSilence();
+    void OnOtherWork();
+    Status OnInterrupt();
+
+    bool MayWait() const;
+    double SilenceLimit() const;
+    void AllowTime() { deadline = Clock::now() + Seconds(SilenceLimit()); }
+    std::string ReasonFor(Status status) const;
+
+    const Invocation& invocation;
+    const Query& query;
+    const std::string bytes;
+    const Clock::time_point serveBy;  // until then the unit may refuse, drop or be busy
+
+    Output output;
+    Link link;
+    Exchange exchange;
+    Clock::time_point deadline;
+    std::string error;  // of the link
+    bool isConnected = false;
+    bool busyIsShown = false;
+    std::string line;
+    bool isCut = false;
+};
+
+Status Session::Run()
+{
+    Status status = Connect();
+    while (status == Status::Connection && MayWait()) {
+        usleep(static_cast<useconds_t>(kRetryWait * 1e6));
+        status = Connect();
+    }
+    output.ShowResult(status, ReasonFor(status), exchange.Answer());
+    return status;
+}
+
+// From the connection to the end of the exchange.
+Status Session::Connect()
+{
+    const double limit = invocation.timeout > 0 ? invocation.timeout : kAnswerLimit;
+    isConnected = link.Connect(invocation.host, invocation.port, Seconds(limit), error);
+    if (!isConnected)
+        return Status::Connection;
+    if (!Send()) {
+        error = "the command could not be sent";
+        return Status::Connection;
+    }
+    error.clear();
+    link.WatchInterrupt();
+    std::optional<Status> status;
+    while (!status)
+        status = OnEvent(link.Next(deadline, line, isCut));
+    return *status;
+}
+
+bool Session::Send()
+{
+    AllowTime();
+    if (!bytes.empty() && !link.Send(bytes))
+        return false;
+    if (query.wait == Wait::Taken)
+        link.EndSending();
+    return true;
+}
+
+std::optional<Status> Session::OnEvent(Link::Event event)
+{
+    switch (event) {
+    case Link::Event::Line: return OnLine();
+    case Link::Event::Silence: return OnSilence();
+    case Link::Event::Lost:
+        error = "the connection was lost: " + link.LostBy();
+        return Status::Connection;
+    case Link::Event::Interrupted: return OnInterrupt();
+    default: return exchange.ResultAt(true);
+    }
+}
+
+std::optional<Status> Session::OnLine()
+{
+    const bool isOwn = exchange.Take(line);
+    output.ShowLine(line, isCut, exchange.HasSucceeded());
+    if (exchange.HasEnded())
+        return exchange.Result();
+    if (isOwn)
+        AllowTime();
+    if (exchange.OtherWork())
+        OnOtherWork();
+    const bool isBusy = exchange.OtherWork() && query.wait == Wait::Replies;
+    if (isBusy && !MayWait())
+        return Status::NoAnswer;
+    // A flood of foreign lines must not keep the command waiting.
+    return isOwn || Clock::now() < deadline ? std::nullopt : OnSilence();
+}
+
+// A unit that hasn't answered by now has dropped the command: it is never deaf for so long.
+std::optional<Status> Session::OnSilence()
+{
+    if (query.wait != Wait::Replies || !MayWait())
+        return exchange.ResultAt(false);
+    return Send() ? std::nullopt : std::optional(Status::Connection);
+}
+
+// Shown once: to a user who waits, and to one whose bytes the unit drops.
+void Session::OnOtherWork()
+{
+    const bool isNews = MayWait() || query.wait == Wait::Window;
+    if (isNews && query.wait != Wait::Close && !std::exchange(busyIsShown, true))
+        output.ShowBusy(*exchange.OtherWork());
+}
+
+Status Session::OnInterrupt()
+{
+    output.EndBar();
+    if (exchange.HasStarted())
+        Complain("the unit continues with the " + std::string(WorkOf(query.command)));
+    std::signal(SIGINT, SIG_DFL);
+    std::raise(SIGINT);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    return Status::Connection;
+}
+
+// True while a command that the unit hasn't taken may be tried again.
+bool Session::MayWait() const
+{
+    const bool isRepeatable = !isConnected || query.wait == Wait::Replies;
+    return isRepeatable && !exchange.HasStarted() && Clock::now() < serveBy;
+}
+
+// How long the unit may say nothing that belongs to the command.
+double Session::SilenceLimit() const
+{
+    if (invocation.timeout > 0)
+        return invocation.timeout;
+    switch (query.wait) {
+    case Wait::Window: return kWindow;
+    case Wait::Close: return kForever;
+    default: return exchange.HasStarted() ? kJobLimit : kAnswerLimit;
+    }
+}
+
+std::string Session::ReasonFor(Status status) const
+{
+    if (status == Status::Success || !exchange.Reason().empty())
+        return exchange.Reason();
+    if (status == Status::Connection)
+        return !error.empty() ? error
+                              : "the unit has closed the connection: the server has ended, or "
+                                "serves a controller that came later";
+    if (exchange.OtherWork())
+        return "the unit is busy (" + TextOf(*exchange.OtherWork()) + ")";
+    return exchange.HasStarted() ? "the unit has fallen silent"
+                                 : "no answer; the unit drops commands while a read-back or an "
+                                   "update runs (monitor shows it)";
+}
+
+// Pairs of hex digits; blanks between them are passed over. False for anything else.
+bool ParseBytes(std::string digits, std::string& bytes)
+{
+    digits.erase(std::remove(digits.begin(), digits.end(), ' '), digits.end());
+    if (digits.empty() || digits.size() % 2 != 0 || digits.size() / 2 > kMaxBytes ||
+        digits.find_first_not_of("0123456789ABCDEFabcdef") != std::string::npos)
+        return false;
+    for (std::size_t at = 0; at < digits.size(); at += 2)
+        bytes += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, kHex));
+    return true;
+}
+
+}  // namespace
+
+Status Ask(const Invocation& invocation)
+{
+    if (!invocation.arguments.empty())
+        return WrongUsage(std::string(invocation.command->name) + " takes no arguments");
+    const Query& query = QueryOf(invocation.command->name);
+    return Session(invocation, GroupBytes(query)).Run();
+}
+
+Status SendBytes(const Invocation& invocation)
+{
+    std::string digits;
+    for (const std::string& argument : invocation.arguments)
+        digits += argument;
+    std::string bytes;
+    if (!ParseBytes(digits, bytes))
+        return WrongUsage("send takes up to 8192 bytes, two hex digits each");
+    if (bytes.size() % kGroupSize != 0)
+        Complain("the unit drops the bytes after the last whole group of 4");
+    return Session(invocation, bytes).Run();
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "Command.h"
+
+// A command that talks to the unit: sends its groups, shows what comes back line by line, and ends
+// by the texts that it knows.
+Status Ask(const Invocation& invocation);
+
+// The same with bytes that the user gives.
+Status SendBytes(const Invocation& invocation);

@@ -1,0 +1,23 @@
+#pragma once
+
+// How a command ends: the exit status of the program. Help and manual show this table.
+enum class Status {
+    Success = 0,
+    Failed = 1,
+    Usage = 2,
+    Connection = 3,
+    NoAnswer = 4,
+};
+
+struct StatusMeaning {
+    Status status;
+    const char* text;
+};
+
+constexpr StatusMeaning kStatusMeanings[] = {
+    {Status::Success, "success; a clean file; equal images"},
+    {Status::Failed, "the unit or the command failed; errors in a file; different images"},
+    {Status::Usage, "wrong usage, or a file that can't be read"},
+    {Status::Connection, "no connection, or a lost one"},
+    {Status::NoAnswer, "no answer, or a unit that is still busy"},
+};
