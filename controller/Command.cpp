@@ -9,6 +9,10 @@
 const std::vector<Command>& Commands()
 {
     static const std::vector<Command> commands = {
+        {"check", "FILE...", "what is wrong with image files, what is in them, and a picture",
+         CheckFiles},
+        {"convert", "IN OUT", "make one of .hex, .bin and .rlg from another", ConvertImage},
+        {"diff", "A B", "where two images differ", CompareImages},
         {"version", "", "the unit's release; the unit goes on answering with the service text",
          Ask},
         {"version on", "", "from now on the unit answers controllers with the release", Ask},

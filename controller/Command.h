@@ -43,3 +43,8 @@ Status WrongUsage(std::string_view reason);
 
 // The bytes with everything escaped that isn't printable ASCII.
 std::string Readable(std::string_view bytes);
+
+// Commands on images.
+Status CheckFiles(const Invocation& invocation);
+Status ConvertImage(const Invocation& invocation);
+Status CompareImages(const Invocation& invocation);

@@ -1,5 +1,5 @@
-// The controller's side of the unit as a command-line tool. Ends with a status that a script
-// can use.
+// The controller's side of the unit as a command-line tool, and a technician's tool for image
+// files. Ends with a status that a script can use.
 
 #include <cstdio>
 #include <sstream>
@@ -23,6 +23,8 @@ constexpr char kOptionHelp[] =
     "  --json       an object a line, for other programs\n"
     "  --quiet      the answer and nothing else\n"
     "  --verbose    the bytes on the wire, too, to standard error\n"
+    "  --svg FILE   check: the picture as a file\n"
+    "  --force      convert: overwrites the target\n"
     "  --version    the version of this program\n"
     "  --help       this text, or a command's\n";
 

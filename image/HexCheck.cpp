@@ -164,7 +164,7 @@ void Checker::TakeLine(std::string_view line)
         damage = line.empty() ? "a blank line before the end record" : DamageOf(line);
     if (damage.empty())
         return TakeRecord(HexRecord(line.data()));  // which ends at the line end
-    Error(std::move(damage));
+    Error(std::move(damage), nextIsKnown ? std::optional<std::uint32_t>(next) : std::nullopt);
     nextIsKnown = nextIsKnown && line.empty();
     baseIsNew = baseIsNew && line.empty();
 }

@@ -1,0 +1,119 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include <sys/stat.h>
+
+#include "Command.h"
+#include "Hexadecimal.h"
+#include "Image.h"
+#include "ImageFile.h"
+
+namespace {
+
+constexpr std::uint32_t kPageSize = 0x10000;
+
+Status Fail(const std::string& reason)
+{
+    Complain(reason);
+    return Status::Failed;
+}
+
+// Why the image can't be in the form; empty when it can. A .bin or .rlg file has the upper half of
+// one start address, and then only data.
+std::string Obstacle(const HexReport& report, ImageForm form)
+{
+    if (form == ImageForm::Hex)
+        return {};
+    if (report.ranges.size() > 1)
+        return "the data have a gap, which the target form cannot hold";
+    if (const std::uint32_t start = report.ranges[0].start; start % kPageSize != 0)
+        return "the data start at " + EightDigits(start) +
+               ", and the target form holds a multiple of 64 KiB only";
+    return {};
+}
+
+Status LoadClean(const std::string& path, ImageFile& file)
+{
+    std::string error;
+    const Status status = Load(path, file, error);
+    if (status != Status::Success) {
+        Complain(error);
+        return status;
+    }
+    for (const Finding& finding : file.report.findings) {
+        if (finding.severity == Severity::Error)
+            Complain(Describe(path, finding));
+    }
+    return file.report.errors == 0 ? Status::Success : Status::Failed;
+}
+
+// Converts into `work`, reads that back and compares.
+std::string ConvertInto(const std::string& work, ImageForm form, const ImageFile& input,
+                        const ScratchDirectory& scratch, ImageFile& output)
+{
+    const std::string hexPath = scratch.Path("input.hex");
+    std::ofstream hex(hexPath, std::ios::binary);
+    hex << input.hexText;
+    hex.close();
+    if (!hex || !Save(hexPath, form, work))
+        return "the target can't be written";
+    std::string error;
+    if (Load(work, output, error) != Status::Success)
+        return error;
+    const bool isSame = Image(output.hexText) == Image(input.hexText);
+    return isSame ? "" : "the converted image differs from the input; nothing was written";
+}
+
+// The unit keeps what it writes to itself. A file of this tool's is as open as any other.
+void LetOthersRead(const std::string& path)
+{
+    constexpr mode_t kAll = 0666;
+    const mode_t mask = umask(0);
+    umask(mask);
+    chmod(path.c_str(), kAll & ~mask);
+}
+
+Status ConvertTo(const std::string& target, ImageForm form, const ImageFile& input)
+{
+    const std::string directory = std::filesystem::path(target).parent_path();
+    const ScratchDirectory scratch(directory.empty() ? "." : directory);
+    if (!scratch)
+        return Fail(target + ": " + std::strerror(errno));
+    // The name of the work file has the extension by which its form is known.
+    const std::string extension = std::filesystem::path(target).extension();
+    const std::string work = scratch.Path("output" + extension);
+    ImageFile output;
+    if (const std::string error = ConvertInto(work, form, input, scratch, output); !error.empty())
+        return Fail(target + ": " + error);
+    if (output.report.version != input.report.version)
+        Complain("the version text becomes \"" + output.report.version +
+                 "\", because the unit makes other records");
+    LetOthersRead(work);
+    if (std::rename(work.c_str(), target.c_str()) != 0)
+        return Fail(target + ": " + std::strerror(errno));
+    return Status::Success;
+}
+
+}  // namespace
+
+Status ConvertImage(const Invocation& invocation)
+{
+    if (invocation.arguments.size() != 2)
+        return WrongUsage("convert takes the file to read and the file to write");
+    const std::string& source = invocation.arguments[0];
+    const std::string& target = invocation.arguments[1];
+    const auto form = FormOf(target);
+    if (!form || form == FormOf(source))
+        return WrongUsage("convert goes from one of .hex, .bin and .rlg to another");
+    if (!invocation.force && std::filesystem::exists(target))
+        return Fail(target + " exists; --force overwrites it");
+    ImageFile input;
+    if (const Status status = LoadClean(source, input); status != Status::Success)
+        return status;
+    if (const std::string obstacle = Obstacle(input.report, *form); !obstacle.empty())
+        return Fail(source + ": " + obstacle);
+    return ConvertTo(target, *form, input);
+}

@@ -1,0 +1,35 @@
+#include "Image.h"
+
+#include "HexFormat.h"
+#include "HexRecord.h"
+
+Image::Image(std::string_view hexText)
+{
+    std::uint32_t base = 0;
+    for (std::size_t end = 0; (end = hexText.find(kLf)) != std::string_view::npos;
+         hexText.remove_prefix(end + 1)) {
+        const HexRecord record(hexText.data());
+        if (!record.IsComplete())
+            continue;
+        if (record.Type() == HexRecord::kUpperAddress)
+            base = record.UpperAddress();
+        for (int i = 0; record.Type() == HexRecord::kData && i < record.Count(); ++i)
+            Put(record.Address(base) + static_cast<std::uint32_t>(i), record.Data(i));
+    }
+}
+
+std::int16_t Image::At(std::uint32_t address) const
+{
+    const std::uint32_t offset = address % kCellSize;
+    const auto found = cells.find(address - offset);
+    return found == cells.end() ? kNoData : found->second[offset];
+}
+
+void Image::Put(std::uint32_t address, unsigned char byte)
+{
+    const std::uint32_t offset = address % kCellSize;
+    const auto [cell, isNew] = cells.try_emplace(address - offset);
+    if (isNew)
+        cell->second.fill(kNoData);
+    cell->second[offset] = byte;
+}

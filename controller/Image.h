@@ -1,0 +1,31 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string_view>
+
+// The bytes of an image by their addresses.
+class Image {
+public:
+    static constexpr std::uint32_t kCellSize = 0x400;
+    static constexpr std::int16_t kNoData = -1;
+    using Cell = std::array<std::int16_t, kCellSize>;
+
+    Image() = default;
+    // From the text of an Intel HEX file without errors.
+    explicit Image(std::string_view hexText);
+
+    // The byte there, or kNoData.
+    std::int16_t At(std::uint32_t address) const;
+
+    // What has data, by the address that it begins at.
+    const std::map<std::uint32_t, Cell>& Cells() const { return cells; }
+
+    bool operator==(const Image& other) const { return cells == other.cells; }
+
+private:
+    void Put(std::uint32_t address, unsigned char byte);
+
+    std::map<std::uint32_t, Cell> cells;
+};

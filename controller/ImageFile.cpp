@@ -1,0 +1,146 @@
+#include "ImageFile.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+
+#include "Compress.h"
+#include "FileBytes.h"
+#include "IntelBin.h"
+#include "RunLength.h"
+#include "UniqueFd.h"
+
+namespace {
+
+constexpr std::size_t kRunItemSize = 3;
+constexpr std::size_t kBinaryHeadSize = 2;
+
+bool ReadBytes(const std::string& path, std::string& bytes)
+{
+    const UniqueFd file(open(path.c_str(), O_RDONLY | kOpenFlags));
+    FileBytes whole;
+    if (!file || !ReadWholeFile(file.Get(), whole))
+        return false;
+    bytes.assign(reinterpret_cast<const char*>(whole.data.get()), whole.size);
+    return true;
+}
+
+std::string ReasonOf(const std::string& path)
+{
+    return path + ": " + (errno == 0 ? "can't be read" : std::strerror(errno));
+}
+
+// How many bytes the coding stands for; nothing when its last run item is cut off.
+std::optional<std::size_t> ExpandedSize(std::string_view coded)
+{
+    std::size_t size = 0;
+    while (!coded.empty()) {
+        const bool isRun = static_cast<unsigned char>(coded[0]) == escape;
+        const std::size_t item = isRun ? kRunItemSize : 1;
+        if (coded.size() < item)
+            return std::nullopt;
+        size += isRun ? static_cast<unsigned char>(coded[2]) : 1;
+        coded.remove_prefix(item);
+    }
+    return size;
+}
+
+// What is wrong with the form of a .bin or .rlg file; empty for a good one.
+std::string FormError(ImageForm form, std::string_view bytes)
+{
+    const auto size = form == ImageForm::Rlg ? ExpandedSize(bytes) : bytes.size();
+    if (!size)
+        return "the last run is cut off";
+    if (*size < kBinaryHeadSize)
+        return "fewer than 2 bytes, so there is no start address";
+    return {};
+}
+
+bool Expand(const std::string& path, ImageForm form, std::string& hexText)
+{
+    const ScratchDirectory scratch(std::filesystem::temp_directory_path());
+    const std::string hexPath = scratch.Path("image.hex");
+    const auto convert = form == ImageForm::Rlg ? Decompress : Bin2Intel;
+    return scratch && convert(path.c_str(), hexPath.c_str()) && ReadBytes(hexPath, hexText);
+}
+
+}  // namespace
+
+std::optional<ImageForm> FormOf(const std::string& path)
+{
+    std::string extension = std::filesystem::path(path).extension();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (extension == ".hex")
+        return ImageForm::Hex;
+    if (extension == ".bin")
+        return ImageForm::Bin;
+    if (extension == ".rlg")
+        return ImageForm::Rlg;
+    return std::nullopt;
+}
+
+ScratchDirectory::ScratchDirectory(const std::string& parent)
+{
+    std::string pattern = parent + "/.diagctl-XXXXXX";
+    if (mkdtemp(pattern.data()) != nullptr)
+        path = pattern;
+}
+
+ScratchDirectory::~ScratchDirectory()
+{
+    std::error_code ignored;
+    if (!path.empty())
+        std::filesystem::remove_all(path, ignored);
+}
+
+Status Load(const std::string& path, ImageFile& file, std::string& error)
+{
+    const auto form = FormOf(path);
+    std::string bytes;
+    errno = 0;
+    if (!form || !ReadBytes(path, bytes)) {
+        error = form ? ReasonOf(path) : path + ": neither .hex, .bin nor .rlg";
+        return Status::Usage;
+    }
+    file.form = *form;
+    if (*form == ImageForm::Hex) {
+        file.hexText = std::move(bytes);
+        file.report = CheckHex(file.hexText);
+        return Status::Success;
+    }
+    if (std::string wrong = FormError(*form, bytes); !wrong.empty()) {
+        file.report.findings.push_back({0, Severity::Error, std::move(wrong), std::nullopt});
+        file.report.errors = 1;
+        return Status::Success;
+    }
+    if (!Expand(path, *form, file.hexText)) {
+        error = ReasonOf(path);
+        return Status::Failed;
+    }
+    file.report = CheckHex(file.hexText);
+    for (Finding& finding : file.report.findings)
+        finding.line = 0;
+    return Status::Success;
+}
+
+std::string Describe(const std::string& path, const Finding& finding)
+{
+    const std::string line = finding.line > 0 ? ":" + std::to_string(finding.line) : std::string();
+    const char* const severity = finding.severity == Severity::Error ? "error" : "warning";
+    return path + line + ": " + severity + ": " + finding.text;
+}
+
+bool Save(const std::string& hexPath, ImageForm form, const std::string& path)
+{
+    if (form == ImageForm::Hex)
+        return std::rename(hexPath.c_str(), path.c_str()) == 0;
+    return (form == ImageForm::Rlg ? Compress : Intel2Bin)(hexPath.c_str(), path.c_str());
+}
