@@ -79,6 +79,7 @@ bool Link::Connect(const std::string& host, const std::string& port, Clock::dura
         return false;
     }
     closed = false;
+    lostBy.clear();
     received.clear();
     skipping = false;
     descriptor.Reset(-1);
@@ -123,7 +124,7 @@ Link::Event Link::Next(Clock::time_point deadline, std::string& line, bool& isCu
             return Event::Silence;
         isLate = Clock::now() >= deadline;
         if (closed && received.empty())
-            return lostBy.empty() ? Event::Closed : Event::Lost;
+            return lost ? Event::Lost : Event::Closed;
         const auto textEnd = received.empty() ? deadline : Clock::now() + kTextWait;
         switch (closed ? Ready::Nothing : Await(std::min(deadline, textEnd))) {
         case Ready::Interrupt: return Event::Interrupted;
@@ -174,7 +175,8 @@ void Link::Fill()
     const ssize_t count = read(descriptor.Get(), bytes, sizeof(bytes));
     if (count < 0 && errno == EINTR)
         return;
-    if (count < 0)
+    lost = count < 0;
+    if (lost && errno != ECONNRESET)
         lostBy = std::strerror(errno);
     closed = count <= 0;
     if (closed)

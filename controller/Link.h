@@ -38,7 +38,8 @@ public:
     // follows it. A line over the limit is cut and `isCut` set.
     Event Next(Clock::time_point deadline, std::string& line, bool& isCut);
 
-    // The system's reason for Event::Lost.
+    // The system's reason for Event::Lost; empty when the unit closed the connection with bytes
+    // that it had not read.
     const std::string& LostBy() const { return lostBy; }
 
 private:
@@ -53,6 +54,7 @@ private:
     UniqueFd interrupt{-1};
     Trace trace;
     bool closed = false;
+    bool lost = false;  // in which case it is closed, too
     std::string lostBy;
     std::string received;   // not shown yet; never longer than a line and a read
     bool skipping = false;  // in the part of a long line that isn't shown

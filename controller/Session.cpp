@@ -17,8 +17,8 @@ namespace {
 // Seconds. The unit is deaf for 5 while it restarts the CSP. While it waits for a silent one, it
 // counts silences of 10, which a command that is sent again more often would keep from ever ending.
 constexpr double kAnswerLimit = 15;
-constexpr double kJobLimit = 120;    // seconds; the unit itself gives a silent CSP up before that
-constexpr double kWindow = 2;        // seconds in which `send` shows what comes
+constexpr double kJobLimit = 120;  // seconds; the unit itself gives a silent CSP up before that
+constexpr double kWindow = 2;      // seconds in which `send` shows what comes
 constexpr double kForever = 1e9;
 constexpr double kRetryWait = 0.5;       // seconds between two attempts to connect
 constexpr std::size_t kMaxBytes = 8192;  // more doesn't fit in one read of the unit
@@ -160,7 +160,8 @@ std::optional<Status> Session::OnEvent(Link::Event event)
     case Link::Event::Line: return OnLine();
     case Link::Event::Silence: return OnSilence();
     case Link::Event::Lost:
-        error = "the connection was lost: " + link.LostBy();
+        if (!link.LostBy().empty())
+            error = "the connection was lost: " + link.LostBy();
         return Status::Connection;
     case Link::Event::Interrupted: return OnInterrupt();
     default: return exchange.ResultAt(true);

@@ -46,7 +46,7 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         {"--silent", {"--timeout", "2", "read"}, 4, "CSP\n", "the unit has fallen silent\n"},
         {"", {"version"}, 4, "", "(monitor shows it)\n"},
         {"", {"--timeout", "100", "monitor"}, 1, "CSP...\n", "CSP Read Failed.\n"},
-        {"", {"find-update", "--quiet"}, 0, "V7\n", ""},
+        {"--join", {"find-update", "--quiet"}, 0, "V7\n", ""},
         {"", {"--json", "update"}, 0, "\"status\":0,\"text\":\"\"}\n", ""},
         {"--join --read-stop 90042000", {"read"}, 0, "Success.\nRebooting CSP...\n", ""},
         {"", {"version"}, 3, "", "serves a controller that came later\n"},
