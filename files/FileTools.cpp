@@ -103,7 +103,7 @@ int CopyFile(const char* source, const char* target)
     if (!output)
         return -1;
 
-    // Before the copy: a source that grows meanwhile isn't the one that was asked for.
+    // Before the copy: a source that grows meanwhile isn't the one that was requested.
     struct stat state {};
     const bool hasSize = stat(source, &state) == 0;
     const Copied copied = CopyBlocks(input.Get(), output.Get(), AtWriteError::Stop);

@@ -13,8 +13,8 @@ void CharToHex(unsigned char value, char* target);
 unsigned char HexToChar(const char* text);
 
 // The value of the first `length` characters, or of all if `length` is below 1. Either case counts.
-// Any other character among them, the end of a shorter text included, makes the result 0 as a
-// whole; of more than 8 digits the last 8 count.
+// Any other character among them, the end of a shorter text included, makes all of the result
+// 0; of more than 8 digits the last 8 count.
 unsigned int HexToUInt(const char* text, int length);
 
 // Writes exactly `width` upper-case digits, zero-filled, high digits dropped, and a NUL. Always

@@ -8,5 +8,5 @@ public:
     TSLink& operator=(const TSLink&) = delete;
 
     TSLink* next = nullptr;  // null in the link at the tail; owned by the list
-    void* item;              // null in the link at the tail
+    void* item = nullptr;    // null in the link at the tail
 };

@@ -1,8 +1,5 @@
 #include "TSList.h"
 
-// The empty link is there from the start, so that nothing has to ask for an empty list.
-TSList::TSList() : head(new TSLink(nullptr)), tail(head), current(head) {}
-
 TSList::~TSList()
 {
     Clear();  // all links but the empty one

@@ -15,7 +15,7 @@
 // count from 0; a negative one is out of range. Insert is for the unit's other programs.
 class TSList {
 public:
-    TSList();
+    TSList() = default;
     ~TSList();
     TSList(const TSList&) = delete;
     TSList& operator=(const TSList&) = delete;
@@ -43,9 +43,11 @@ public:
     void* GetNext();
 
 private:
-    TSLink* head;     // owned, as is every link that follows it
-    TSLink* tail;     // the empty link
-    TSLink* current;  // the cursor; the tail at the end
+    // Owned, as is every link that follows it. The empty link is there from the start, so that
+    // nothing has to ask for an empty list.
+    TSLink* head = new TSLink(nullptr);
+    TSLink* tail = head;     // the empty link
+    TSLink* current = head;  // the cursor; the tail at the end
 
     // The link field that leads to the entry; the index must be below `count`.
     TSLink** Place(int index);

@@ -1,5 +1,7 @@
 #include "TSStringList.h"
 
+#include <memory>
+
 #include "TextFile.h"
 
 TSStringList::~TSStringList()
@@ -14,7 +16,7 @@ TSStringList& TSStringList::Add(const TSString& text)
 
 TSStringList& TSStringList::Add(const char* text)
 {
-    TSList::Add(new TSString(text));
+    TSList::Add(std::make_unique<TSString>(text).release());
     return *this;
 }
 
@@ -33,7 +35,7 @@ TSString TSStringList::GetNextString()
 void TSStringList::RemoveFirst()
 {
     First();
-    delete NextString();
+    const std::unique_ptr<const TSString> removed(NextString());
     Delete(0);
 }
 

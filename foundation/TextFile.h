@@ -51,6 +51,6 @@ private:
         return stream;
     }
 
-    UniqueFile file;   // null when it couldn't be opened
-    char piece[1024];  // ended by a NUL; not set before the first Next
+    UniqueFile file;        // null when it couldn't be opened
+    char piece[1024] = {};  // the last piece, ended by a NUL
 };

@@ -35,5 +35,5 @@ public:
     }
 
 private:
-    int descriptor;  // below 0 when there is none: the error that the opening returned
+    int descriptor = -1;  // below 0 when there is none: the error that the opening returned
 };

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-// Where everything of the unit lies that the program opens: each of its paths, once.
+// The path of everything of the unit that the program opens, each written here and nowhere else.
 
 // What the server has done.
 inline constexpr const char* kServerLog = "/usr/local/lib/diag/diagserver.log";

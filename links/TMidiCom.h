@@ -15,16 +15,16 @@
 // each FE is doubled, and FE FF ends a block.
 //
 // An outgoing frame has ten bytes, is a block of its own and leaves in one write:
-//    0    1         2        3     4      5 .. 9
-//   +----+----+-------------+----+------+------------+   kind C0, 80, 34   a MIDI group:
-//   | E2 | E0 | connecttype | 06 | kind | five bytes |                     [3], [0], [1], [2], 0
-//   +----+----+-------------+----+------+------------+        31 .. 35     1 to 5 bytes of text
-//                                                             37           end of the line, zeros
+//    0    1         2        3     4      5 .. 9      kind C0, 80, 34: a MIDI group as
+//   +----+----+-------------+----+------+------------+      [3], [0], [1], [2], 0
+//   | E2 | E0 | connecttype | 06 | kind | five bytes |  kind 31 .. 35: 1 to 5 bytes of text
+//   +----+----+-------------+----+------+------------+  kind 37: the end of the line, zeros
+//
 // An incoming frame has nine:
 //    0    1        2    3      4 .. 8
-//   +----+--------+----+------+------------+             kind 3n           n bytes of text, at most
-//   5 | xx | E1, E5 | 06 | kind | five bytes |                  37, 3F       end of the line
-//   +----+--------+----+------+------------+                  other        no text
+//   +----+--------+----+------+------------+  kind 31 .. 36: 1 to 5 bytes of text; 37: the end of
+//   | xx | E1, E5 | 06 | kind | five bytes |  the line; 38 .. 3F are the same on another channel;
+//   +----+--------+----+------+------------+  any other kind: no text
 //
 // A message is a run of incoming frames up to one with 7 in the low three bits of its kind. At 225
 // the line "STATUS" is on the socket
