@@ -103,7 +103,7 @@ int CopyFile(const char* source, const char* target)
     if (!output)
         return -1;
 
-    // Before the copy: a source that grows meanwhile isn't the one that was requested.
+    // Measured before the copy: a source that grows meanwhile isn't the one that was requested.
     struct stat state {};
     const bool hasSize = stat(source, &state) == 0;
     const Copied copied = CopyBlocks(input.Get(), output.Get(), AtWriteError::Stop);
@@ -140,6 +140,7 @@ bool FileCompare(const char* first, const char* second)
 
 bool CheckDiskFree(const char* pathOnTarget, const char* file)
 {
+    // A copy that may fit is worth the attempt, so what can't be measured counts as room enough.
     struct statfs target {};
     struct stat state {};
     if (statfs(pathOnTarget, &target) != 0 || stat(file, &state) != 0)
