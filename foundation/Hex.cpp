@@ -13,10 +13,10 @@ constexpr signed char kNoDigit = -1;
 // The value of each character as a digit. A look-up, since a digit is a letter as often as not and
 // a branch on that is guessed wrong as often.
 struct DigitTable {
-    constexpr explicit DigitTable(bool lowerCase) : value()
+    constexpr DigitTable(bool lowerCase, signed char other) : value()
     {
         for (signed char& each : value)
-            each = kNoDigit;
+            each = other;
         for (signed char digit = 0; digit < kRadix; ++digit) {
             const unsigned char character = kDigits[digit];
             value[character] = digit;
@@ -26,13 +26,14 @@ struct DigitTable {
     }
     constexpr int operator[](unsigned char character) const { return value[character]; }
 
-    signed char value[kCharacters];  // kNoDigit for every other character
+    signed char value[kCharacters];
 };
 
 // Two tables: records of the piano's files are in upper case, and a lower-case letter in one is
-// damage, while the fields of answers and of the files of other tools are in either.
-constexpr DigitTable kUpperDigits(false);
-constexpr DigitTable kAnyDigits(true);
+// damage, while the fields of answers and of the files of other tools are in either. A bad digit of
+// a record counts as 0 and doesn't spoil the other one, unlike in a field.
+constexpr DigitTable kUpperDigits(false, 0);
+constexpr DigitTable kAnyDigits(true, kNoDigit);
 
 }  // namespace
 
@@ -44,10 +45,7 @@ void CharToHex(unsigned char value, char* target)
 
 unsigned char HexToChar(const char* text)
 {
-    // A bad digit doesn't spoil the other one, unlike in a field.
-    const int high = std::max(kUpperDigits[text[0]], 0);
-    const int low = std::max(kUpperDigits[text[1]], 0);
-    return static_cast<unsigned char>(high * kRadix + low);
+    return static_cast<unsigned char>(kUpperDigits[text[0]] * kRadix + kUpperDigits[text[1]]);
 }
 
 unsigned int HexToUInt(const char* text, int length)

@@ -44,7 +44,7 @@ std::string Character(char character)
 
 std::size_t LengthByCount(std::string_view line)
 {
-    return kShortestRecord + std::size_t{2} * HexRecord(line.data()).Count();
+    return kShortestRecord + std::size_t{2} * HexRecord(line).Count();
 }
 
 std::string WrongDigit(char character)
@@ -76,7 +76,7 @@ std::string DamageOf(std::string_view line)
         return WrongDigit(line[wrong]);
     if (line.size() != expected)
         return WrongLength(line.size(), expected);
-    const HexRecord record(line.data());
+    const HexRecord record(line);
     if (!record.IsChecksumGood(record.Count()))
         return "wrong checksum";
     return {};
@@ -163,7 +163,7 @@ void Checker::TakeLine(std::string_view line)
     else
         damage = line.empty() ? "a blank line before the end record" : DamageOf(line);
     if (damage.empty())
-        return TakeRecord(HexRecord(line.data()));  // which ends at the line end
+        return TakeRecord(HexRecord(line));
     Error(std::move(damage), nextIsKnown ? std::optional<std::uint32_t>(next) : std::nullopt);
     nextIsKnown = nextIsKnown && line.empty();
     baseIsNew = baseIsNew && line.empty();

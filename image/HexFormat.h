@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 // What the readers of Intel HEX files have in common. HexRecord.h shows a record.
 
@@ -10,3 +11,10 @@ constexpr std::int32_t kLongestLine = 80;  // bytes, the line end included
 
 constexpr std::uint32_t kVersionAddress = 0x90040400;
 constexpr int kWriteBlock = 0x2000;  // bytes of flash between two answers of the CSP
+
+// What precedes the first CR or LF of a text.
+inline std::string_view FirstLine(std::string_view text)
+{
+    const std::string_view line = text.substr(0, text.find(kLf));
+    return line.substr(0, line.find(kCr));
+}

@@ -29,31 +29,31 @@ unsigned char LowByte(std::uint32_t value)
 }
 
 // True when the line has `text` at `position`.
-bool Has(const TSString& line, int position, std::string_view text)
+bool Has(std::string_view line, std::size_t position, std::string_view text)
 {
-    return position < line.Length() &&
-           std::string_view(line.c_str() + position).substr(0, text.size()) == text;
+    return position < line.size() && line.substr(position, text.size()) == text;
 }
 
-// The field of `digits` hex digits that begins at `position`; 0 where the line has ended before.
+// The field of `digits` hex digits that begins at `position`; 0 where the line has ended before, or
+// ends inside the field, with the NUL that follows it.
 // Digits of either case count, unlike in an image, so the reader of HexRecord.h won't do.
-unsigned Field(const TSString& line, int position, int digits)
+unsigned Field(std::string_view line, std::size_t position, int digits)
 {
-    return position < line.Length() ? HexToUInt(line.c_str() + position, digits) : 0;
+    return position < line.size() ? HexToUInt(line.data() + position, digits) : 0;
 }
 
-bool WriteBinaryHead(int output, const TSString& line)
+bool WriteBinaryHead(int output, std::string_view line)
 {
     const unsigned upper = Field(line, HexRecord::kDataAt, 2 * kBinaryHeadSize);
     const unsigned char head[kBinaryHeadSize] = {LowByte(upper), LowByte(upper >> 8U)};
     return WriteWhole(output, head, sizeof(head));
 }
 
-bool WriteBinaryData(int output, const TSString& line)
+bool WriteBinaryData(int output, std::string_view line)
 {
     unsigned char data[HexRecord::kLargestCount];
     const unsigned count = Field(line, HexRecord::kCountAt, 2);
-    int position = HexRecord::kDataAt;
+    std::size_t position = HexRecord::kDataAt;
     for (unsigned i = 0; i < count; ++i) {
         data[i] = LowByte(Field(line, position, 2));
         position += 2;
@@ -140,13 +140,13 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
 
     list.First();
     const TSString* first = list.NextString();
-    if (first == nullptr || !Has(*first, 0, kUpperAddressHead))
+    if (first == nullptr || !Has(first->c_str(), 0, kUpperAddressHead))
         return false;
-    if (!WriteBinaryHead(output.Get(), *first))
+    if (!WriteBinaryHead(output.Get(), first->c_str()))
         return false;
-    while (list.HasNext()) {
-        const TSString* line = list.NextString();
-        if (Has(*line, HexRecord::kTypeAt, kDataType) && !WriteBinaryData(output.Get(), *line))
+    while (const TSString* next = list.NextString()) {
+        const std::string_view line(next->c_str());
+        if (Has(line, HexRecord::kTypeAt, kDataType) && !WriteBinaryData(output.Get(), line))
             return false;
     }
     return true;

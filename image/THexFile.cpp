@@ -3,71 +3,54 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 
 #include "FileBytes.h"
 #include "HexFormat.h"
 #include "HexRecord.h"
-#include "TSString.h"
-#include "TSStringList.h"
 #include "UniqueFd.h"
 
 namespace {
 
 constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // an address where a long has 64 bits, too
 
-// The first `sought` from `text` on, or `end`.
-const char* Find(const char* text, const char* end, char sought)
-{
-    const void* const found = std::memchr(text, sought, static_cast<std::size_t>(end - text));
-    return found == nullptr ? end : static_cast<const char*>(found);
-}
-
 struct LineTable {
     std::int32_t count = 0;
-    std::ptrdiff_t longest = 0;  // bytes, the line end included
-    const char* end = nullptr;   // behind the last line end
+    std::size_t longest = 0;  // bytes, the line end included
+    std::size_t size = 0;     // bytes of all lines
+    bool areAllCrLf = true;
 };
 
-LineTable CountLines(const char* text, std::size_t size)
+LineTable CountLines(std::string_view text)
 {
     LineTable table;
-    table.end = text;
-    const char* const textEnd = text + size;
     for (;;) {
-        const char* const lf = Find(table.end, textEnd, kLf);
-        if (lf == textEnd)
+        const std::size_t lf = text.find(kLf, table.size);
+        if (lf == std::string_view::npos)
             return table;
         ++table.count;
-        table.longest = std::max(table.longest, lf + 1 - table.end);
-        table.end = lf + 1;
+        table.longest = std::max(table.longest, lf + 1 - table.size);
+        table.areAllCrLf = table.areAllCrLf && lf > table.size && text[lf - 1] == kCr;
+        table.size = lf + 1;
     }
+}
+
+// Where a CR precedes each LF, it is the only one to look for.
+std::string_view FirstRow(std::string_view text, bool areAllCrLf)
+{
+    return areAllCrLf ? text.substr(0, text.find(kCr)) : FirstLine(text);
+}
+
+// Such a first character makes a row no record.
+bool IsControl(unsigned char character)
+{
+    return character <= kCr;
 }
 
 }  // namespace
 
-THexFile::THexFile()
-    : baseAddress(0),
-      nextAddress(0),
-      checkedLines(new TSStringList),
-      maxLineLength(0),
-      lineCount(0),
-      startAddress(0),
-      endAddress(0),
-      versionText(),
-      lines(nullptr)
-{}
-
-THexFile::~THexFile()
-{
-    DropRows();
-    delete checkedLines;
-}
-
 bool THexFile::LoadFromFile(const char* path)
 {
     DropRows();
-    startAddress = 0;
     endAddress = 0;
     versionText[0] = '\0';
 
@@ -76,12 +59,11 @@ bool THexFile::LoadFromFile(const char* path)
     if (!file || !ReadWholeFile(file.Get(), bytes))
         return false;
 
-    const auto* text = reinterpret_cast<const char*>(bytes.data.get());
-    const LineTable table = CountLines(text, bytes.size);
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data.get()), bytes.size);
+    const LineTable table = CountLines(text);
     if (table.longest > kLongestLine || !MakeRows(table.count, table.longest))
         return false;
-    FillRows(text, table.end);
-    GetStartEndAddress();
+    FillRows(text.substr(0, table.size), table.areAllCrLf);
     return true;
 }
 
@@ -89,28 +71,14 @@ void THexFile::GetStartEndAddress()
 {
     startAddress = 0;
     std::uint32_t upper = 0;
-    for (std::int32_t i = 0; i < lineCount; ++i) {
-        const bool isText = static_cast<unsigned char>(lines[i][0]) > kCr;
-        const HexRecord record(lines[i]);
-        if (!isText || !record.HasAddress())
-            continue;
-        switch (record.Type()) {
-        case HexRecord::kData: ScanData(record, upper); break;
-        case HexRecord::kUpperAddress:
-            upper = record.UpperAddress();
-            if (startAddress == 0)
-                startAddress = upper;
-            endAddress = upper;
-            break;
-        default: break;
-        }
-    }
+    for (std::int32_t i = 0; i < lineCount; ++i)
+        ScanRow(lines[i], upper);
 }
 
 bool THexFile::GetSendedAddress(const char* text, unsigned long* upperAddress,
                                 unsigned long* sendedAddress) const
 {
-    const HexRecord record(text);
+    const HexRecord record(FirstLine(text));
     if (!record.HasAddress())
         return false;
     switch (record.Type()) {
@@ -129,15 +97,11 @@ int THexFile::CheckIntelHex(const char* text)
 {
     if (text[0] != ':')
         return NotARecord;
-    const HexRecord record(text);
-    if (!record.IsComplete())
-        return CutShort;
-    switch (record.Type()) {
-    case HexRecord::kData: return CheckData(text);
-    case HexRecord::kEndOfFile: return Accept(text, LastAccepted);  // whatever its checksum
-    case HexRecord::kUpperAddress: return CheckUpperAddress(text);
-    default: return UnknownType;
-    }
+    const HexRecord record(FirstLine(text));
+    const RecordResult result = record.IsComplete() ? Check(record) : CutShort;
+    if (result == Accepted || result == LastAccepted)
+        checkedLines->Add(text);
+    return result;
 }
 
 bool THexFile::SaveToFile(const char* path)
@@ -159,92 +123,111 @@ std::uint32_t THexFile::GetNextAddress() const
 
 void THexFile::DropRows()
 {
-    if (lines != nullptr)
-        std::free(lines[0]);
-    std::free(lines);
+    memory = nullptr;
     lines = nullptr;
     maxLineLength = 0;
     lineCount = 0;
+    startAddress = 0;
 }
 
-// All rows lie in one block, zeroed, so that rows left over at the end are empty. calloc refuses a
-// size that overflows, and untouched rows cost no memory, as in a file of nothing but line ends.
-bool THexFile::MakeRows(std::int32_t count, std::ptrdiff_t longest)
+// The table and all rows are in one block, zeroed, so that rows left over at the end are empty.
+// calloc refuses a size that overflows, and untouched rows cost no memory, as in a file of nothing
+// but line ends.
+bool THexFile::MakeRows(std::int32_t count, std::size_t longest)
 {
     if (count == 0)
         return true;
-    const auto rows = static_cast<std::size_t>(count);
-    const auto rowSize = static_cast<std::size_t>(longest) + 1;
-    auto* block = static_cast<char*>(std::calloc(rows, rowSize));
-    lines = static_cast<char**>(std::calloc(rows, sizeof(*lines)));
-    if (block == nullptr || lines == nullptr) {
-        std::free(block);
-        std::free(lines);
-        lines = nullptr;
+    const std::size_t rowSize = longest + 1;
+    memory.reset(static_cast<char**>(std::calloc(count, sizeof(*lines) + rowSize)));
+    if (!memory)
         return false;
-    }
-    lines[0] = block;
-    for (std::size_t i = 1; i < rows; ++i)
+    lines = memory.get();
+    lines[0] = reinterpret_cast<char*>(lines + count);
+    for (std::int32_t i = 1; i < count; ++i)
         lines[i] = lines[i - 1] + rowSize;
     maxLineLength = static_cast<std::int32_t>(longest);
     lineCount = count;
     return true;
 }
 
-// A row ends at a CR or an LF, and an LF right behind either goes with it. So a lone CR makes one
-// row more, and the last rows of the file then find no place. `end` lies behind an LF.
-void THexFile::FillRows(const char* text, const char* end)
+// A row ends at a CR or an LF, and an LF right after either goes with it. So a lone CR makes one
+// row more, and the last rows of the file then find no place. `text` ends in an LF. Each row is
+// scanned while its length is known: to find it again would cost as much as the scan.
+void THexFile::FillRows(std::string_view text, bool areAllCrLf)
 {
-    for (std::int32_t i = 0; i < lineCount && text != end; ++i) {
-        const char* const rowEnd = Find(text, Find(text, end, kLf), kCr);
-        std::memcpy(lines[i], text, static_cast<std::size_t>(rowEnd - text));
-        text = rowEnd + 1;
-        if (text != end && *text == kLf)
-            ++text;
+    std::uint32_t upper = 0;
+    for (std::int32_t i = 0; i < lineCount && !text.empty(); ++i) {
+        const std::string_view row = FirstRow(text, areAllCrLf);
+        row.copy(lines[i], row.size());
+        ScanRow(row, upper);
+        text.remove_prefix(row.size() + 1);
+        if (!text.empty() && text.front() == kLf)
+            text.remove_prefix(1);
+    }
+}
+
+// `upper` is what the last upper address before the row has set, and is set by the row.
+void THexFile::ScanRow(std::string_view row, std::uint32_t& upper)
+{
+    const HexRecord record(row);
+    if (!record.HasAddress() || IsControl(row.front()))
+        return;
+    switch (record.Type()) {
+    case HexRecord::kData: return ScanData(record, upper);
+    case HexRecord::kUpperAddress:
+        upper = record.UpperAddress();
+        endAddress = upper;
+        if (startAddress == 0)
+            startAddress = upper;
+        return;
+    default: return;
     }
 }
 
 void THexFile::ScanData(const HexRecord& record, std::uint32_t upper)
 {
-    endAddress = record.Address(upper);
-    if (endAddress == kVersionAddress)
+    const std::uint32_t address = record.Address(upper);
+    if (address == kVersionAddress)
         TakeVersion(record);
-    endAddress += record.Count();
+    endAddress = address + record.Count();
 }
 
 // Takes the data as text, as far as the row has it.
 void THexFile::TakeVersion(const HexRecord& record)
 {
-    const int count = record.CountPresent();
-    for (int i = 0; i < count; ++i)
-        versionText[i] = static_cast<char>(record.Data(i));
+    const std::size_t count = record.CountPresent();
+    for (std::size_t i = 0; i < count; ++i)
+        versionText[i] = record.Data(i);
     versionText[count] = '\0';
 }
 
-// The address is tested before the checksum: a record that isn't the next one is no damaged one.
-int THexFile::CheckData(const char* text)
+THexFile::RecordResult THexFile::Check(const HexRecord& record)
 {
-    const HexRecord record(text);
+    switch (record.Type()) {
+    case HexRecord::kData: return CheckData(record);
+    case HexRecord::kEndOfFile: return LastAccepted;  // whatever its checksum
+    case HexRecord::kUpperAddress: return CheckUpperAddress(record);
+    default: return UnknownType;
+    }
+}
+
+// The address is tested before the checksum: a record that isn't the next one is no damaged one.
+THexFile::RecordResult THexFile::CheckData(const HexRecord& record)
+{
     if (record.Address(baseAddress) != nextAddress)
         return WrongAddress;
     if (!record.IsChecksumGood(record.Count()))
         return BadChecksum;
     nextAddress += record.Count();
-    return Accept(text, Accepted);
+    return Accepted;
 }
 
-int THexFile::CheckUpperAddress(const char* text)
+// The base changes even if the checksum is wrong: the read ends there anyway.
+THexFile::RecordResult THexFile::CheckUpperAddress(const HexRecord& record)
 {
-    const HexRecord record(text);
     baseAddress = record.UpperAddress();
     if (!record.IsChecksumGood(HexRecord::kUpperAddressCount))
         return BadChecksum;
     nextAddress = baseAddress;
-    return Accept(text, Accepted);
-}
-
-int THexFile::Accept(const char* text, RecordResult result)
-{
-    checkedLines->Add(text);
-    return result;
+    return Accepted;
 }

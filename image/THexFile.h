@@ -2,9 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+#include "TSStringList.h"
 
 class HexRecord;
-class TSStringList;
 
 // A firmware or parameter image as Intel HEX text, the form in which it lives from file to wire: a
 // record of HexRecord.h in each line.
@@ -23,19 +27,19 @@ public:
         WrongAddress = 5
     };
 
-    THexFile();
-    ~THexFile();
+    THexFile() = default;
+    ~THexFile() = default;
     THexFile(const THexFile&) = delete;
     THexFile& operator=(const THexFile&) = delete;
 
     // Loads a file of any content into rows and scans it. An earlier file's rows are released
     // first. False, with nothing loaded, when the file can't be read whole, when a line has over 80
-    // bytes with its line end, or when there is no memory for it. Bytes behind the last LF are left
-    // out. An LF right behind a line end goes with it, so that such an empty line gets no row: the
-    // rows behind it move up, and what is left over at the end is empty.
+    // bytes with its line end, or when there is no memory for it. Bytes after the last LF are left
+    // out. An LF right after a line end goes with it, so that such an empty line gets no row: the
+    // rows after it move up, and what is left over at the end is empty.
     bool LoadFromFile(const char* path);
 
-    // Scans the rows for startAddress, endAddress and versionText. LoadFromFile calls it.
+    // Scans the rows for startAddress, endAddress and versionText, as loading has done.
     void GetStartEndAddress();
 
     // Follows the addresses of records that are sent one after the other. Data set `sendedAddress`
@@ -60,23 +64,33 @@ public:
 
     static constexpr int kVersionSize = 256;
 
-    std::uint32_t baseAddress;   // of the checked half; the low 16 bits are 0
-    std::uint32_t nextAddress;   // of the checked half
-    TSStringList* checkedLines;  // owned
-    std::int32_t maxLineLength;  // bytes, the line end included
-    std::int32_t lineCount;
-    std::uint32_t startAddress;      // the first upper address that isn't 0
-    std::uint32_t endAddress;        // behind the last data record, in the order of the file
-    char versionText[kVersionSize];  // the data of the record at 0x90040400, empty without one
-    char** lines;                    // owned; lineCount rows of maxLineLength + 1 bytes, NUL-ended
+    // The checked half.
+    std::uint32_t baseAddress = 0;  // of the last upper address; the low 16 bits are 0
+    std::uint32_t nextAddress = 0;  // where the next data record must begin
+    std::unique_ptr<TSStringList> checkedLines = std::make_unique<TSStringList>();  // never null
+
+    // The loaded half.
+    std::int32_t maxLineLength = 0;       // bytes, the line end included; 0 when there are no rows
+    std::int32_t lineCount = 0;           // rows
+    std::uint32_t startAddress = 0;       // the first upper address that isn't 0
+    std::uint32_t endAddress = 0;         // follows the last data record, in the order of the file
+    char versionText[kVersionSize] = {};  // the data at 0x90040400; empty without a record there
+    char** lines = nullptr;               // rows of maxLineLength + 1 bytes, NUL-ended; null: none
 
 private:
+    struct Free {
+        void operator()(void* block) const { std::free(block); }
+    };
+
     void DropRows();
-    bool MakeRows(std::int32_t count, std::ptrdiff_t longest);
-    void FillRows(const char* text, const char* end);
+    bool MakeRows(std::int32_t count, std::size_t longest);
+    void FillRows(std::string_view text, bool areAllCrLf);
+    void ScanRow(std::string_view row, std::uint32_t& upper);
     void ScanData(const HexRecord& record, std::uint32_t upper);
     void TakeVersion(const HexRecord& record);
-    int CheckData(const char* text);
-    int CheckUpperAddress(const char* text);
-    int Accept(const char* text, RecordResult result);
+    RecordResult Check(const HexRecord& record);
+    RecordResult CheckData(const HexRecord& record);
+    RecordResult CheckUpperAddress(const HexRecord& record);
+
+    std::unique_ptr<char*, Free> memory;  // of `lines` and of the rows
 };
