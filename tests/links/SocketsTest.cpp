@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <string>
 
-#include <sys/resource.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
