@@ -161,9 +161,10 @@ TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
 {
     const std::string text = Bytes("FE E5 06 C0 FE FC 06 FE FE");
     const std::string escapes = Bytes("00 E1 06 CF 01 02 03 FE FF");
+    const std::string shortest = Bytes("37 00 00 00 00 00");
     const std::string wire = MidiPeer::Stuff(text) + kEnd;
     std::vector<std::string> pieces = {MidiPeer::Stuff(text), kEnd, MidiPeer::Stuff(escapes),
-                                       kEnd + wire};
+                                       MidiPeer::Stuff(shortest), kEnd + wire};
     for (std::size_t at = 0; at < wire.size(); at += pieces.back().size())
         pieces.push_back(wire.substr(at, wire[at] == '\xFE' ? 2 : 1));  // pairs stay together
     MidiLink link;
@@ -171,6 +172,7 @@ TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
 
     EXPECT_EQ(ToHex(link.Read()), ToHex(text + kEndFrame));
     EXPECT_EQ(ToHex(link.Read()), ToHex(escapes)) << "any kind of end";
+    EXPECT_EQ(ToHex(link.Read()), ToHex(shortest));
     EXPECT_EQ(ToHex(link.Read()), ToHex(kEndFrame + text + kEndFrame)) << "two in one read";
     EXPECT_EQ(ToHex(link.Read()), ToHex(text + kEndFrame)) << "byte by byte";
 }

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -92,6 +93,7 @@ TEST_F(Sockets, CarryTextToRcServerUntilItGoes)
     server.Close();
     EXPECT_FALSE(link.WriteMessage("lost", 4));
     EXPECT_EQ(link.GetRCSDescriptor(), -1);
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), -1) << "it is closed";
     EXPECT_GE(link.SetRCSDescriptor(path.c_str()), 0) << "and its destructor closes it";
 }
 
