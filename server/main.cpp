@@ -1,24 +1,22 @@
 // The entry of the program: the diagnostic server, or with a file name the stand-alone firmware
-// update or the print of the file's version. The exit status is 0 in every mode and after every
-// failure; failures show as text on the standard streams and in the logs.
+// update or the print of the file's version. Without --strict the exit status is 0 in every mode
+// and after every failure; failures show as text on the standard streams and in the logs.
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include <fcntl.h>
-#include <getopt.h>
 #include <unistd.h>
 
+#include "CommandLine.h"
+#include "Strict.h"
 #include "TDiagServer.h"
 #include "THexFile.h"
 #include "TMidiCom.h"
 #include "TSString.h"
 #include "TUpdater.h"
 #include "Trace.h"
-#include "UnitPaths.h"
 
 // The mode's main object. Only main sets and reads them.
 TDiagServer* diag = nullptr;
@@ -26,11 +24,8 @@ TUpdater* updater = nullptr;
 
 namespace {
 
-constexpr int kDefaultPort = 4917;
-constexpr int kDecimal = 10;
-
-constexpr char kProgramVersion[] = "Diag Server Ver.0.26\n";
-constexpr char kNameTooLong[] = "diag_server: file name is too long\n";
+// What --strict ends with.
+enum ExitStatus { Success = 0, Failure = 1, Usage = 2 };
 
 // What the program was started without would be the number of its first link, and every text would
 // go to the piano. `open` takes the lowest number that is free.
@@ -42,26 +37,6 @@ void FillStandardStreams()
     }
 }
 
-// What the command line asks for, by default the server.
-struct Options {
-    int port = kDefaultPort;             // TCP port of the controller
-    int connecttype = TMidiCom::kPiano;  // kPiano or kOther; the last option decides
-    bool renameFile = false;             // to its version, after a finished update
-    bool versionOnly = false;            // counts with a file name only
-    char filename[kPathSize] = {};       // empty: run the server
-};
-
-// An empty name counts as none and leaves an earlier one. False when it doesn't fit: a cut name
-// would be another file.
-bool StoreFileName(Options& options, std::string_view name)
-{
-    if (name.size() >= sizeof(options.filename))
-        return false;
-    if (!name.empty())
-        *std::copy(name.begin(), name.end(), options.filename) = '\0';
-    return true;
-}
-
 void PrintVersion(const char* filename)
 {
     THexFile file;
@@ -71,71 +46,52 @@ void PrintVersion(const char* filename)
     line.Print(false);
 }
 
-void RunServer(int port)
+// Each run returns 0 or more when it has done its work.
+
+int RunServer(int port)
 {
     diag = new TDiagServer;
-    if (diag->Initialize(port, TMidiCom::kPiano) >= 0)
-        diag->Run();
+    int result = diag->Initialize(port, TMidiCom::kPiano);
+    if (result >= 0)
+        result = diag->Run();
     delete diag;
     diag = nullptr;
+    return result;
 }
 
-void RunUpdate(const Options& options)
+int RunUpdate(const Options& options)
 {
     updater = new TUpdater;
-    if (updater->Initialize(options.renameFile, options.port, options.filename,
-                            options.connecttype) >= 0)
-        updater->Run();
+    int result = updater->Initialize(options.renameFile, options.port, options.filename,
+                                     options.connecttype);
+    if (result >= 0)
+        result = updater->Run();
     delete updater;
     updater = nullptr;
+    return result;
 }
 
-void RunMode(const Options& options)
+int RunMode(const Options& options)
 {
-    if (options.filename[0] == '\0') {
-        RunServer(options.port);
-        return;
-    }
+    if (!options.HasFile())
+        return RunServer(options.port);
     Trace(kProgramVersion);
-    if (options.versionOnly)
-        PrintVersion(options.filename);
-    else
-        RunUpdate(options);
+    if (!options.versionOnly)
+        return RunUpdate(options);
+    PrintVersion(options.filename);
+    return 0;
+}
+
+int RunStrictly(int argc, char** argv)
+{
+    Options options;
+    if (!ParseStrictOptions(argc, argv, options))
+        return options.mistake ? Usage : Success;
+    Strict strict(options);
+    return strict.Prepare() && RunMode(options) >= 0 ? Success : Failure;
 }
 
 }  // namespace
-
-void usage()
-{
-    std::fputs("diag_server [-P Port] [-b] [-v] [-f filename]\n", stderr);
-}
-
-// False when nothing is to run: the usage was asked for, or the file name doesn't fit.
-static bool ParseOptions(int argc, char** argv, Options& options)
-{
-    int option = 0;
-    while ((option = getopt(argc, argv, "hcbvf:a:P:")) != -1) {
-        switch (option) {
-        case 'h': usage(); return false;
-        case 'b':
-        case 'c':
-            options.connecttype = option == 'b' ? TMidiCom::kPiano : TMidiCom::kOther;
-            options.renameFile = true;
-            break;
-        case 'v': options.versionOnly = true; break;
-        case 'f':
-        case 'a':
-            options.connecttype = option == 'f' ? TMidiCom::kPiano : TMidiCom::kOther;
-            if (StoreFileName(options, optarg))
-                break;
-            std::fputs(kNameTooLong, stderr);
-            return false;
-        case 'P': options.port = static_cast<int>(std::strtol(optarg, nullptr, kDecimal)); break;
-        default: break;  // getopt has printed what is wrong, and the rest counts
-        }
-    }
-    return true;
-}
 
 int main(int argc, char** argv)
 {
@@ -145,6 +101,19 @@ int main(int argc, char** argv)
     // A closed standard output must not end an update half way.
     std::signal(SIGPIPE, SIG_IGN);
 
+    const std::string_view first = argc > 1 ? argv[1] : "";
+    if (first == kHelpWord) {
+        PrintHelp();
+        return 0;
+    }
+    if (first == kVersionWord) {
+        Trace(kProgramVersion);
+        return 0;
+    }
+    if (first == kStrictWord) {
+        argv[1] = argv[0];
+        return RunStrictly(argc - 1, argv + 1);
+    }
     Options options;
     if (ParseOptions(argc, argv, options))
         RunMode(options);

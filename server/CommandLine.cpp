@@ -1,0 +1,146 @@
+#include "CommandLine.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include <getopt.h>
+
+#include "Trace.h"
+
+namespace {
+
+constexpr int kDecimal = 10;
+constexpr int kHighestPort = 65535;
+constexpr std::size_t kPortDigits = 5;
+
+constexpr char kNameTooLong[] = "diag_server: file name is too long\n";
+
+constexpr char kHelp[] =
+    "diag_server [-P PORT]                    serve a controller\n"
+    "diag_server [-b | -c] -f FILE | -a FILE  write FILE into the flash of the CSP board\n"
+    "diag_server -v -f FILE                   print the version of FILE\n"
+    "diag_server --strict [--verify] ...      the same, with checks before and after\n"
+    "\n"
+    "  -P PORT     TCP port of the controller, 4917 if left out\n"
+    "  -f FILE     an Intel HEX file; the peer is 225\n"
+    "  -a FILE     the same; the peer is 229\n"
+    "  -b, -c      rename the file after the update to its version; peer 225, 229\n"
+    "  -v          print the file's version, and end\n"
+    "  -h          print the usage line, and end\n"
+    "As the first word only:\n"
+    "  --strict    refuse mistakes on the command line and damaged files, keep a second instance\n"
+    "              from starting, replace a parameter file only by a complete one; the exit\n"
+    "              status is 0 after a success, 1 after a failure, 2 after a mistake\n"
+    "  --strict --verify\n"
+    "              also read the flash back after an update, and compare\n"
+    "  --help      print this, and end\n"
+    "  --version   print the program's version, and end\n";
+
+// An empty name counts as none and leaves an earlier one. False when it doesn't fit: a cut name
+// would be another file.
+bool StoreFileName(Options& options, std::string_view name)
+{
+    if (name.size() >= sizeof(options.filename))
+        return false;
+    if (!name.empty())
+        *std::copy(name.begin(), name.end(), options.filename) = '\0';
+    return true;
+}
+
+int ToPort(const char* text)
+{
+    return static_cast<int>(std::strtol(text, nullptr, kDecimal));
+}
+
+bool IsPort(std::string_view text)
+{
+    const bool isNumber = !text.empty() && text.size() <= kPortDigits &&
+                          text.find_first_not_of("0123456789") == std::string_view::npos;
+    return isNumber && ToPort(text.data()) >= 1 && ToPort(text.data()) <= kHighestPort;
+}
+
+bool TakeFileName(Options& options, const char* name)
+{
+    if (*name == '\0')
+        options.mistake = "the file name is empty";
+    if (StoreFileName(options, name))
+        return true;
+    std::fputs(kNameTooLong, stderr);
+    options.mistake = "";
+    return false;
+}
+
+// What is wrong with options that are good by themselves.
+std::optional<std::string> FindContradiction(const Options& options)
+{
+    const bool needsFile = options.versionOnly || options.renameFile || options.verify;
+    if (needsFile && !options.HasFile())
+        return "-v, -b, -c and --verify need a file";
+    if (options.verify && options.versionOnly)
+        return "--verify needs an update, which -v is none";
+    return std::nullopt;
+}
+
+}  // namespace
+
+void usage()
+{
+    std::fputs("diag_server [-P Port] [-b] [-v] [-f filename]\n", stderr);
+}
+
+void PrintHelp()
+{
+    Trace(kHelp);
+}
+
+bool ParseOptions(int argc, char** argv, Options& options)
+{
+    int option = 0;
+    while ((option = getopt(argc, argv, "hcbvf:a:P:")) != -1) {
+        switch (option) {
+        case 'h': usage(); return false;
+        case 'b':
+        case 'c':
+            options.connecttype = option == 'b' ? TMidiCom::kPiano : TMidiCom::kOther;
+            options.renameFile = true;
+            break;
+        case 'v': options.versionOnly = true; break;
+        case 'f':
+        case 'a':
+            options.connecttype = option == 'f' ? TMidiCom::kPiano : TMidiCom::kOther;
+            if (!TakeFileName(options, optarg))
+                return false;
+            break;
+        case 'P':
+            options.port = ToPort(optarg);
+            if (!IsPort(optarg))
+                options.mistake = "the port is no number from 1 to 65535";
+            break;
+        default: options.mistake = ""; break;  // getopt has printed what is wrong
+        }
+    }
+    return true;
+}
+
+bool ParseStrictOptions(int argc, char** argv, Options& options)
+{
+    if (argc > 1 && std::string_view(argv[1]) == kVerifyWord) {
+        options.verify = true;
+        argv[1] = argv[0];
+        --argc;
+        ++argv;
+    }
+    const bool runs = ParseOptions(argc, argv, options);
+    if (optind < argc && runs)
+        options.mistake = std::string("no option: ") + argv[optind];
+    else if (!options.mistake && runs)
+        options.mistake = FindContradiction(options);
+    if (!options.mistake)
+        return runs;
+    if (!options.mistake->empty())
+        std::fprintf(stderr, "diag_server: %s\n", options.mistake->c_str());
+    usage();
+    return false;
+}

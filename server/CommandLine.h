@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "TMidiCom.h"
+#include "UnitPaths.h"
+
+// The line that names the program. A file mode begins with it.
+inline constexpr char kProgramVersion[] = "Diag Server Ver.0.26\n";
+
+// The words that count as the first one only, and written in full. `--verify` may follow
+// `--strict`. Everything else goes through getopt.
+inline constexpr char kHelpWord[] = "--help";
+inline constexpr char kVersionWord[] = "--version";
+inline constexpr char kStrictWord[] = "--strict";
+inline constexpr char kVerifyWord[] = "--verify";
+
+// What the command line asks for, by default the server.
+struct Options {
+    static constexpr int kDefaultPort = 4917;
+
+    bool HasFile() const { return filename[0] != '\0'; }
+
+    int port = kDefaultPort;             // TCP port of the controller
+    int connecttype = TMidiCom::kPiano;  // kPiano or kOther; the last option decides
+    bool renameFile = false;             // to its version, after a finished update
+    bool versionOnly = false;            // counts with a file name only
+    bool verify = false;                 // compare the flash after an update; with --strict only
+    char filename[kPathSize] = {};       // empty: run the server
+
+    // The latest mistake, which counts with --strict only; empty when it has been printed already.
+    std::optional<std::string> mistake;
+};
+
+// Prints the usage line on standard error.
+void usage();
+
+// Prints all options on standard output.
+void PrintHelp();
+
+// Applies the options. A mistake is printed by getopt, or passes, and the rest counts. False when
+// nothing is to run: the usage was asked for, or the file name doesn't fit.
+bool ParseOptions(int argc, char** argv, Options& options);
+
+// The same for the words after --strict, where a mistake is printed with the usage line and nothing
+// runs. `argv` begins with the program's name. False when nothing is to run; a mistake leaves its
+// mark in `options`.
+bool ParseStrictOptions(int argc, char** argv, Options& options);
