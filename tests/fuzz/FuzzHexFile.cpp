@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "FuzzInput.h"
+#include "HexCheck.h"
 #include "THexFile.h"
 
 static void Load(const char* path)
@@ -44,5 +45,6 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
     const std::string input(data, size);
     Load(MemoryFile(input).Path());
     Receive(input);
+    Require(CheckHex(input).findings.size() <= HexReport::kMostFindings);
     return 0;
 }
