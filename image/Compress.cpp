@@ -7,8 +7,9 @@
 
 namespace {
 
-// On the unit's own disk, as the hex file is, and never on the slow medium.
-TSString BinaryBeside(const char* hexPath)
+// On the unit's own disk, as the hex file is, and never on the slow medium. It isn't deleted: the
+// next run overwrites it.
+TSString BinaryPath(const char* hexPath)
 {
     return ChangeFileExtSX(hexPath, ".bin");
 }
@@ -17,12 +18,12 @@ TSString BinaryBeside(const char* hexPath)
 
 bool Compress(const char* hexPath, const char* compressedPath)
 {
-    const TSString binary = BinaryBeside(hexPath);
+    const TSString binary = BinaryPath(hexPath);
     return Intel2Bin(hexPath, binary.c_str()) && RL_Compress(binary.c_str(), compressedPath);
 }
 
 bool Decompress(const char* compressedPath, const char* hexPath)
 {
-    const TSString binary = BinaryBeside(hexPath);
+    const TSString binary = BinaryPath(hexPath);
     return RL_Decompress(compressedPath, binary.c_str()) && Bin2Intel(binary.c_str(), hexPath);
 }

@@ -49,6 +49,7 @@ bool WriteBinaryHead(int output, std::string_view line)
     return WriteWhole(output, head, sizeof(head));
 }
 
+// A count that promises more than the line has is met with bytes of 0.
 bool WriteBinaryData(int output, std::string_view line)
 {
     unsigned char data[HexRecord::kLargestCount];
@@ -144,6 +145,7 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
         return false;
     if (!WriteBinaryHead(output.Get(), first->c_str()))
         return false;
+    // Later upper addresses are left out: the way back makes them anew from the count of bytes.
     while (const TSString* next = list.NextString()) {
         const std::string_view line(next->c_str());
         if (Has(line, HexRecord::kTypeAt, kDataType) && !WriteBinaryData(output.Get(), line))
@@ -162,6 +164,7 @@ bool Bin2Intel(const char* binaryPath, const char* hexPath)
     if (!output)
         return false;
 
+    // The low 16 bits aren't kept, so the data begins on a 64 KiB boundary.
     std::uint32_t address = (piece.data[1] * 0x100U + piece.data[0]) << 16U;
     while (piece.Read(input.Get(), kRecordSize)) {
         if (piece.count == 0)

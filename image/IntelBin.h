@@ -16,7 +16,7 @@
 // a file doesn't open or a write fails; what was written stays.
 bool Intel2Bin(const char* hexPath, const char* binaryPath);
 
-// Writes records of 32 data bytes with CR LF line ends, each 64 KiB behind an upper address record,
+// Writes records of 32 data bytes with CR LF line ends, each 64 KiB after an upper address record,
 // so without any data the address is lost. False as above, and when a read fails. A file too short
 // for an upper address doesn't touch the output.
 bool Bin2Intel(const char* binaryPath, const char* hexPath);

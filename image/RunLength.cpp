@@ -11,8 +11,9 @@ namespace {
 constexpr int kNoValue = -1;  // equal to no byte
 constexpr unsigned char kLongestRun = 255;
 constexpr unsigned char kShortestRun = 3;  // of a byte that isn't the escape byte
-constexpr std::size_t kRunItemSize = 3;
+constexpr std::ptrdiff_t kRunItemSize = 3;
 
+constexpr unsigned kByteMask = 0xFF;
 constexpr unsigned kGroupBits = 7;
 constexpr unsigned kGroupMask = 0x7F;
 constexpr unsigned kMoreFollows = 0x80;
@@ -37,17 +38,15 @@ bool Load(const char* path, FileBytes& bytes)
     return input && ReadWholeFile(input.Get(), bytes);
 }
 
-// The run that has been seen last, not yet written.
+// The run that the coder is in, not yet written.
 struct Run {
-    int value = kNoValue;
-    unsigned char length = 0;
+    int value = kNoValue;      // a byte, or kNoValue in a run of length 0
+    unsigned char length = 0;  // bytes
 
-    bool Flush(int output) const
-    {
-        return flush(output, static_cast<unsigned char>(value), length);
-    }
+    bool Flush(int output) const { return flush(output, value & kByteMask, length); }
 };
 
+// A full run ends without a value, so an equal byte that follows begins a run of its own.
 bool Code(int output, const FileBytes& bytes)
 {
     Run run;
@@ -66,14 +65,15 @@ bool Code(int output, const FileBytes& bytes)
     return run.Flush(output);
 }
 
+// An escape byte without a value and a count after it can only come from a file that is cut off.
 bool Expand(int output, const FileBytes& bytes)
 {
     const unsigned char* at = bytes.data.get();
     const unsigned char* const end = at + bytes.size;
     while (at != end) {
         const bool isRun = *at == escape;
-        const std::size_t size = isRun ? kRunItemSize : 1;
-        if (static_cast<std::size_t>(end - at) < size)
+        const std::ptrdiff_t size = isRun ? kRunItemSize : 1;
+        if (end - at < size)
             return false;
         if (!(isRun ? WriteTimes(output, at[1], at[2]) : WriteByte(output, *at)))
             return false;
@@ -88,6 +88,7 @@ bool flush(int output, unsigned char value, unsigned char length)
 {
     if (length == 0)
         return true;
+    // A run item of two bytes would be longer than they are. The escape byte can't stand alone.
     if (value != escape && length < kShortestRun)
         return WriteTimes(output, value, length);
     return WriteByte(output, escape) && WriteByte(output, value) && WriteByte(output, length);
@@ -95,15 +96,16 @@ bool flush(int output, unsigned char value, unsigned char length)
 
 int WriteCount(int output, unsigned long value)
 {
+    // The first group to write is the highest that isn't 0.
     unsigned shift = 0;
     while (value >> shift > kGroupMask)
         shift += kGroupBits;
     for (; shift > 0; shift -= kGroupBits) {
-        const unsigned long group = value >> shift & kGroupMask;
-        if (!WriteByte(output, static_cast<unsigned char>(group | kMoreFollows)))
+        const unsigned char group = value >> shift & kGroupMask;
+        if (!WriteByte(output, group | kMoreFollows))
             return -1;
     }
-    return WriteByte(output, static_cast<unsigned char>(value & kGroupMask)) ? 0 : -1;
+    return WriteByte(output, value & kGroupMask) ? 0 : -1;
 }
 
 bool RL_Compress(const char* inputPath, const char* outputPath)

@@ -1,7 +1,7 @@
 #pragma once
 
 // The run-length coding of compressed images: a plain sequence of items, with nothing before or
-// behind them.
+// after them.
 //
 //   +-------+            +----+-------+-------+
 //   | byte  |            | DD | value | count |
@@ -20,7 +20,7 @@ bool flush(int output, unsigned char value, unsigned char length);
 int WriteCount(int output, unsigned long value);
 
 // Codes the file at `inputPath`, or turns a coded file back. False when a file doesn't open or the
-// input can't be read whole (no output is touched then), when a write fails, and when a run item of
+// input can't all be read (no output is touched then), when a write fails, and when a run item of
 // the input is cut off; what was written stays.
 bool RL_Compress(const char* inputPath, const char* outputPath);
 bool RL_Decompress(const char* inputPath, const char* outputPath);

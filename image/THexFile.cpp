@@ -14,12 +14,13 @@ namespace {
 constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // an address where a long has 64 bits, too
 
 struct LineTable {
-    std::int32_t count = 0;
+    std::int32_t count = 0;   // lines
     std::size_t longest = 0;  // bytes, the line end included
     std::size_t size = 0;     // bytes of all lines
-    bool areAllCrLf = true;
+    bool areAllCrLf = true;   // each LF has a CR before it
 };
 
+// Bytes after the last LF make no line.
 LineTable CountLines(std::string_view text)
 {
     LineTable table;
@@ -59,6 +60,7 @@ bool THexFile::LoadFromFile(const char* path)
     if (!file || !ReadWholeFile(file.Get(), bytes))
         return false;
 
+    // Two passes over the text: the rows can't be made before the longest line is known.
     const std::string_view text(reinterpret_cast<const char*>(bytes.data.get()), bytes.size);
     const LineTable table = CountLines(text);
     if (table.longest > kLongestLine || !MakeRows(table.count, table.longest))
@@ -104,6 +106,7 @@ int THexFile::CheckIntelHex(const char* text)
     return result;
 }
 
+// The records bring their own line ends.
 bool THexFile::SaveToFile(const char* path)
 {
     return checkedLines->SaveToFile(path);

@@ -23,6 +23,7 @@ unsigned int ConsoleLine::Address() const
     return length > kAddressPlace ? HexToUInt(text + kAddressPlace, kAddressDigits) : 0;
 }
 
+// The line end is a frame that the link adds.
 void SendLine(TMidiCom* midi, const char* line)
 {
     midi->WriteConsole(kChannel, line, static_cast<int>(std::string_view(line).size()));

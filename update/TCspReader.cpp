@@ -102,6 +102,7 @@ Step TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
     return EndOfStep(midi);
 }
 
+// The request goes out with every step until the CSP answers.
 Step TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
 {
     readStart = kParameterStart;
@@ -126,11 +127,13 @@ Step TCspReader::StepStartData(TMidiCom* midi)
     return EndOfStep(midi);
 }
 
+// Records don't end the silence here, so four timeouts in all of the transfer end the read.
 Step TCspReader::StepTransfer(TMidiCom* midi)
 {
     return IsSilent() ? GiveUp(midi) : EndOfStep(midi);
 }
 
+// A write that fails isn't noticed: the read itself has succeeded.
 Step TCspReader::StepFinished()
 {
     Trace("CSP Update Finished\n");

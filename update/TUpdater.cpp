@@ -39,6 +39,8 @@ void PrintStamp(const char* path, char* stamp)
 
 }  // namespace
 
+// The counts of unwanted answers and the refused address stay: nothing but an answer or silence
+// changes them.
 bool TUpdater::SetUpdateStatus(int status)
 {
     if (hexFile == nullptr)
@@ -64,6 +66,7 @@ void TUpdater::IncUpdateCounter()
     TraceLine("Update Counter Inc 10+ ", TSString(updateCounter).c_str());
 }
 
+// A bad file isn't made up for by a good one on the next medium: whoever put it there has to know.
 int TUpdater::SearchUpdateHex(char* version)
 {
     for (const UpdateSource& source : kUpdateSources) {
@@ -75,6 +78,7 @@ int TUpdater::SearchUpdateHex(char* version)
     return -1;
 }
 
+// The stamp is there even if the file can't be loaded then.
 int TUpdater::SearchParameterHex(char* stamp)
 {
     if (!FileExists(kParameterFile))

@@ -82,6 +82,7 @@ void TUpdater::OnOk(const Setting& setting, const ConsoleLine& line)
     SendIntelHex(setting.midi, sendedAddress, kWriteBlock);
 }
 
+// Only the answer to the last block asks for the next one; an older one is late.
 void TUpdater::OnOkDiag(const Setting& setting, const ConsoleLine& line)
 {
     errorCounter = 0;
@@ -113,6 +114,7 @@ void TUpdater::OnAlive(const Setting& /*setting*/, const ConsoleLine& line)
     Trace(line.Text());
 }
 
+// No rows are wanted any more, though some may be left. The CSP still has to report how it ended.
 void TUpdater::OnEnd(const Setting& /*setting*/, const ConsoleLine& /*line*/)
 {
     sending = false;

@@ -22,6 +22,7 @@ constexpr int kPassWait = 1;  // seconds of one wait
 
 }  // namespace
 
+// An update that can't load its file leaves the piano alone: nothing is opened before that.
 int TUpdater::Initialize(bool rename, int port, const char* fileName, int connecttype)
 {
     zaurus = std::make_unique<TZaurusCom>();
@@ -65,6 +66,7 @@ int TUpdater::Run()
     }
 }
 
+// The log is cut first, so that it keeps the newest lines of earlier runs and all of this one.
 bool TUpdater::LoadFile(const char* fileName)
 {
     const bool nameFits = StoreFileName(fileName);
@@ -119,6 +121,7 @@ void TUpdater::WaitForAnswers(ReadSet& set)
         GetCSPMessage(lines[i], static_cast<int>(std::string_view(lines[i]).size()));
 }
 
+// A file that has the new name already is replaced. The update has succeeded in any case.
 void TUpdater::RenameImage()
 {
     const bool isRenamed = rename(hexFileName, VersionedName().c_str()) == 0;

@@ -71,6 +71,7 @@ Step TUpdater::StepConnectDiag(const Setting& setting)
     return EndOfStepDiag();
 }
 
+// The request goes out with every step, so at least once a second until the CSP answers.
 Step TUpdater::StepRequest()
 {
     AskForWrite(midi.get());
@@ -119,11 +120,13 @@ Step TUpdater::StepTransfer()
     return EndOfStep();
 }
 
+// In the server silence always ends the update: the controller can start it again.
 Step TUpdater::StepTransferDiag()
 {
     return IsSilent() ? Step::Failed : EndOfStepDiag();
 }
 
+// The texts call the piano side APE or CSP, whichever of the two is connected.
 Step TUpdater::StepFinished()
 {
     Trace("APE Update Finished\n");
@@ -178,6 +181,7 @@ void TUpdater::AskForWrite(TMidiCom* link)
     SendLine(link, "WRITE  :");
 }
 
+// An image without rows sends nothing, and silence ends its update.
 void TUpdater::BeginData(TMidiCom* link)
 {
     GoToFirstRow();
