@@ -98,6 +98,7 @@ private:
     void CheckBlock(std::uint32_t address, std::uint32_t end);
     void CheckFlash(std::uint32_t address);
     void CheckBaseWasUsed();
+    bool IsSentAlone() const { return baseIsNew || !blockIsOpen; }
     void TakeVersion(const HexRecord& record);
     void AddRange(std::uint32_t address, std::uint32_t size);
     void End(bool isCutOff);
@@ -224,7 +225,11 @@ void Checker::TakeUpperAddress(const HexRecord& record)
 void Checker::TakeOther(unsigned char type)
 {
     const std::string record = "a record of type " + std::to_string(type);
-    if (type == SegmentStart || type == LinearStart)
+    const bool isProgramStart = type == SegmentStart || type == LinearStart;
+    if (isProgramStart && IsSentAlone())
+        return Error(record + " where no block of data is open: the board, which answers data "
+                              "alone, is waited for in vain");
+    if (isProgramStart)
         return Warn(record + ", the start address of a program, which means nothing to a flash");
     if (type == SegmentAddress)
         return Error(record + ": the unit does not know these addresses and sends the data "
