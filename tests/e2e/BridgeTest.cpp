@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <string>
 
@@ -73,12 +72,15 @@ TEST(Commands, AreThoseThatTheDocumentsList)
     for (std::size_t at = 0; (at = frames.find("C0 ", at)) != std::string::npos; at += 3)
         commands.erase(frames.substr(at + 6, 9) + frames.substr(at + 3, 2));
 
-    const std::regex group("DF DF (00|DF) [0-9A-F]{2}");
     for (const std::string name : {"README.md", "docs/protocol.md", "packaging/diag_server.8"}) {
         std::ifstream file(std::string(DIAG_SOURCE) + "/" + name);
         const std::string text(std::istreambuf_iterator<char>(file), {});
-        const std::set<std::string> listed(
-            std::sregex_token_iterator(text.begin(), text.end(), group), {});
+        std::set<std::string> listed;
+        for (std::size_t at = 0; (at = text.find("DF DF ", at)) != std::string::npos; at += 6) {
+            const std::string group = text.substr(at, 11);
+            if (group.find_first_not_of("0123456789ABCDEF ") == std::string::npos)
+                listed.insert(group);
+        }
         EXPECT_EQ(listed, commands) << name;
     }
 }
