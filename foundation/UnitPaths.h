@@ -10,6 +10,9 @@ inline constexpr const char* kServerLog = "/usr/local/lib/diag/diagserver.log";
 // What the stand-alone updates have done.
 inline constexpr const char* kUpdateLog = "/usr/local/lib/diag/cspupdate.log";
 
+// Locked by the one run with --strict, whose process id is in it.
+inline constexpr const char* kLockFile = "/usr/local/lib/diag/diag_server.lock";
+
 // The CSP's parameters, as the controller has them read, copied and written.
 inline constexpr const char* kParameterFile = "/usr/local/lib/diag/csp_param.hex";
 

@@ -49,12 +49,15 @@ const sockaddr* AnyAddress(const Address& address)
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
-// The descriptor leaves `made` when it listens.
 template <typename Address>
-int ListenAt(UniqueFd& made, const Address& address, const char* failure)
+bool Bind(const UniqueFd& made, const Address& address)
 {
-    if (bind(made.Get(), AnyAddress(address), sizeof(address)) < 0)
-        return kNotAttached;
+    return bind(made.Get(), AnyAddress(address), sizeof(address)) == 0;
+}
+
+// The descriptor leaves `made` when it listens.
+int Listen(UniqueFd& made, const char* failure)
+{
     if (listen(made.Get(), kBacklog) < 0) {
         Trace(failure);
         return kNotListening;
@@ -78,7 +81,7 @@ int mkclisocUNIX(const char* path)
     return made.Release();
 }
 
-int mkservsocINET(int port)
+int mkboundsocINET(int port)
 {
     UniqueFd made(socket(AF_INET, SOCK_STREAM, 0));
     if (!made)
@@ -87,7 +90,13 @@ int mkservsocINET(int port)
     const int on = 1;
     if (setsockopt(made.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0)
         return kNotMade;
-    return ListenAt(made, PortAddress(port), "listen client error\n");
+    return Bind(made, PortAddress(port)) ? made.Release() : kNotAttached;
+}
+
+int mkservsocINET(int port)
+{
+    UniqueFd made(mkboundsocINET(port));
+    return made ? Listen(made, "listen client error\n") : made.Get();
 }
 
 int mkservsocUNIX(const char* path)
@@ -101,7 +110,9 @@ int mkservsocUNIX(const char* path)
     UniqueFd made(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!made)
         return kNotMade;
-    return ListenAt(made, address, "listen server error\n");
+    if (!Bind(made, address))
+        return kNotAttached;
+    return Listen(made, "listen server error\n");
 }
 
 int rmUNIXsoc(const char* path)

@@ -8,13 +8,13 @@
 #include "Language.h"
 #include "Log.h"
 #include "PciDsp.h"
+#include "Strict.h"
 #include "TXmlMan.h"
 #include "Trace.h"
 #include "UnitPaths.h"
 
 namespace {
 
-constexpr int kNoPatcher = -3;
 constexpr unsigned kPatcherWait = 2;  // seconds that the MIDI Patcher gets once it is connected
 
 // The buffer of the loop serves both links in turn, and a text in it may need its NUL.
@@ -75,6 +75,7 @@ int TDiagServer::Initialize(int port, int connecttype)
 int TDiagServer::Run()
 {
     MakeMachines();
+    SetReadTarget(kUnnamedParameterFile);
     reader->SetReaderStatus(Status::Connect);
 
     char buffer[kBufferSize];
@@ -157,6 +158,8 @@ bool TDiagServer::StepReader()
     if (result == Step::GoesOn)
         return true;
     SendAndLog(result == Step::Done ? "CSP Read Success.\n" : "CSP Read Failed.\n");
+    if (result == Step::Done && strict != nullptr)
+        strict->EndReadBack();
     reader->ClearReaderStatus();
     RebootCsp();
     return result != Step::Done;

@@ -11,6 +11,8 @@
 #include "TUpdater.h"
 #include "TZaurusCom.h"
 
+class Strict;
+
 // The diagnostic server: one thread, one loop, no locks.
 //
 //    controller <--TCP--> TZaurusCom --+                +-- TMidiCom <--> MIDI Patcher, piano, CSP
@@ -25,6 +27,9 @@ public:
     ~TDiagServer() = default;
     TDiagServer(const TDiagServer&) = delete;
     TDiagServer& operator=(const TDiagServer&) = delete;
+
+    // Lets the checks of --strict in, before Initialize. They outlive the server.
+    void SetStrict(Strict* checks) { strict = checks; }
 
     // Opens the links and listens at the controller's port. 0, or -3 when the MIDI Patcher can't be
     // reached: Run isn't to be called then. Any other failure is a line of the log.
@@ -88,6 +93,8 @@ private:
     void StartCspUpdate();
     void StartParameterUpdate();
     void StartUpdate(const char* started, const char* refused);
+    void SetReadTarget(const char* file);
+    void NoteLoadedFile();
     void StartReading();
     void BackUpParameters();
     void RestoreParameters();
@@ -100,6 +107,8 @@ private:
     int language = 0;           // 1 when the unit's language file says Japanese, else 0
     bool versionReply = false;  // a version request is answered with the release line; outlives
                                 // the connection that switched it on
+
+    Strict* strict = nullptr;  // null without --strict
 
     // The links, null before Initialize. They are destroyed in the reverse of this order.
     std::unique_ptr<TZaurusCom> zaurus;      // to the controller

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "ParameterBackup.h"
+#include "Strict.h"
 #include "TDiagServer.h"
 #include "TextFile.h"
 #include "UnitPaths.h"
@@ -113,6 +114,7 @@ void TDiagServer::ShowUpdateFile()
         SendAndLog("Update File is not exsit.\n");
         return;
     }
+    NoteLoadedFile();
     Send(" \n");
     Send("[ System version: Update File ]\n");
     SendAndLog((TSString(version) + "\n").c_str());
@@ -125,8 +127,15 @@ void TDiagServer::ShowParameterFile()
         SendAndLog("Parameter File is not exsit.\n");
         return;
     }
+    NoteLoadedFile();
     Send("[ Parameter Back Up File ]\n");
     SendAndLog((TSString("CSP Parameter : ") + stamp + "\n").c_str());
+}
+
+void TDiagServer::NoteLoadedFile()
+{
+    if (strict != nullptr)
+        strict->TakeLoadedFile(updater->GetFileName());
 }
 
 void TDiagServer::StartCspUpdate()
@@ -142,16 +151,23 @@ void TDiagServer::StartParameterUpdate()
 // The two starts differ only in their texts: either writes the file that the last search loaded.
 void TDiagServer::StartUpdate(const char* started, const char* refused)
 {
-    if (updater->SetUpdateStatus(Status::Connect))
+    const bool isAllowed = strict == nullptr || strict->AllowsUpdate();
+    if (isAllowed && updater->SetUpdateStatus(Status::Connect))
         Log(started);
     else
         SendAndLog(refused);
 }
 
+void TDiagServer::SetReadTarget(const char* file)
+{
+    reader->SetReaderParameter(kReadStart, kReadEnd,
+                               strict == nullptr ? file : strict->BeginReadBack(file));
+}
+
 // A success ends the server, as that of the first read-back does.
 void TDiagServer::StartReading()
 {
-    reader->SetReaderParameter(kReadStart, kReadEnd, kParameterFile);
+    SetReadTarget(kParameterFile);
     reader->SetReaderStatus(Status::Connect);
     Log("Start Reading CSP Parameters\n");
 }

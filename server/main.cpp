@@ -48,9 +48,10 @@ void PrintVersion(const char* filename)
 
 // Each run returns 0 or more when it has done its work.
 
-int RunServer(int port)
+int RunServer(int port, Strict* strict)
 {
     diag = new TDiagServer;
+    diag->SetStrict(strict);
     int result = diag->Initialize(port, TMidiCom::kPiano);
     if (result >= 0)
         result = diag->Run();
@@ -71,10 +72,11 @@ int RunUpdate(const Options& options)
     return result;
 }
 
-int RunMode(const Options& options)
+// Without --strict `strict` is null.
+int RunMode(const Options& options, Strict* strict)
 {
     if (!options.HasFile())
-        return RunServer(options.port);
+        return RunServer(options.port, strict);
     Trace(kProgramVersion);
     if (!options.versionOnly)
         return RunUpdate(options);
@@ -87,8 +89,8 @@ int RunStrictly(int argc, char** argv)
     Options options;
     if (!ParseStrictOptions(argc, argv, options))
         return options.mistake ? Usage : Success;
-    Strict strict(options);
-    return strict.Prepare() && RunMode(options) >= 0 ? Success : Failure;
+    Strict strict;
+    return strict.Prepare(options) && strict.Finish(RunMode(options, &strict)) ? Success : Failure;
 }
 
 }  // namespace
@@ -116,6 +118,6 @@ int main(int argc, char** argv)
     }
     Options options;
     if (ParseOptions(argc, argv, options))
-        RunMode(options);
+        RunMode(options, nullptr);
     return 0;
 }

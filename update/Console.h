@@ -43,6 +43,8 @@ inline constexpr unsigned kRetryWait = 5;           // seconds before the second
 inline constexpr int kFlashModeEvery = 100000;      // steps between two sends of flash mode
 inline constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
 
+inline constexpr int kNoPatcher = -3;  // from Initialize: the MIDI Patcher can't be reached
+
 inline constexpr std::uint32_t kReadBlock = 0x1000;  // bytes of flash for each request
 
 // Counts a step or request for which something is due at 0, and again after kFlashModeEvery of

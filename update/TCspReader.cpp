@@ -10,9 +10,6 @@
 
 namespace {
 
-// The parameter flash, all of which every read covers, whatever SetReaderParameter was passed.
-constexpr std::uint32_t kParameterStart = 0x90040000;
-constexpr std::uint32_t kParameterEnd = 0x900A0000;
 constexpr int kAddressDigits = 8;
 constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // where a long has 64 bits, too
 

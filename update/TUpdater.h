@@ -72,6 +72,12 @@ public:
     void GetCSPMessage(const char* message, int length);
     void GetCSPMessageDiag(TMidiCom* midi, TZaurusCom* zaurus, const char* message, int length);
 
+    // The path of the image that was loaded last, empty before the first.
+    const char* GetFileName() const { return hexFileName; }
+
+    // The name that a finished update gives its file: the version, in the file's directory.
+    static TSString VersionedName(const char* file, const char* version);
+
     // Looks for a firmware file on the media, USB before CD before floppy, and loads the first that
     // exists. `version` gets its version text and has room for THexFile::kVersionSize bytes. 0, or
     // -1 when there is none or it can't be loaded.
@@ -157,7 +163,6 @@ private:
     bool ConnectPatcher(const char* connected, const char* refused, const char* trace);
     void WaitForAnswers(ReadSet& set);
     void RenameImage();
-    TSString VersionedName() const;
     static bool ReportFailure(const char* logged, const char* trace);
     static void Log(const char* text);
     static void PrintAndLog(const char* text);

@@ -17,7 +17,6 @@ namespace {
 
 constexpr int kLogLinesKept = 50;
 constexpr int kNoFile = -1;
-constexpr int kNoPatcher = -3;
 constexpr int kPassWait = 1;  // seconds of one wait
 
 }  // namespace
@@ -124,22 +123,22 @@ void TUpdater::WaitForAnswers(ReadSet& set)
 // A file that has the new name already is replaced. The update has succeeded in any case.
 void TUpdater::RenameImage()
 {
-    const bool isRenamed = rename(hexFileName, VersionedName().c_str()) == 0;
+    const bool isRenamed =
+        rename(hexFileName, VersionedName(hexFileName, hexFile->versionText).c_str()) == 0;
     Trace(isRenamed ? "Rename OK\n" : "Rename NG\n");
     Log(isRenamed ? "Update File Renamed\n" : "Update File Rename Error\n");
 }
 
-// The image's version as a name in the image's directory.
-TSString TUpdater::VersionedName() const
+TSString TUpdater::VersionedName(const char* file, const char* version)
 {
-    TSString name(hexFile->versionText);
+    TSString name(version);
     name.Strip("/\\. ");
     name += ".hex";
-    const TSString directory = ExtractFileDirSX(hexFileName);
+    const TSString directory = ExtractFileDirSX(file);
     // A bare name has no directory and comes back as it is. So does one that ends in a separator
     // that belongs to the directory, ":".
-    const bool endsInColon = std::string_view(hexFileName).back() == ':';
-    const bool isBare = directory == hexFileName && !endsInColon;
+    const bool endsInColon = std::string_view(file).back() == ':';
+    const bool isBare = directory == file && !endsInColon;
     return directory == "" || isBare ? name : directory + "/" + name;
 }
 

@@ -81,9 +81,9 @@ void ExpectCleanEnd(const Unit& unit, Process& program)
     EXPECT_EQ(Count(unit.Journal(), "exit descriptors=0\n"), 1U) << unit.Journal();
 }
 
-ServerWithPiano::ServerWithPiano()
+ServerWithPiano::ServerWithPiano(const Unit::Words& words)
     : piano(unit.StartPiano({"--bad-checksum-at", "90040000"})),
-      server(unit.StartServer()),
+      server(unit.Start("diag_server", words)),
       controller(unit.Port())
 {
     EXPECT_TRUE(unit.WaitForJournal(kPianoOn)) << server.Error();

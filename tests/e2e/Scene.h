@@ -54,7 +54,7 @@ void ExpectCleanEnd(const Unit& unit, Process& program);
 // commands.
 class ServerWithPiano {
 public:
-    ServerWithPiano();
+    explicit ServerWithPiano(const Unit::Words& words = {"-P", "0"});
 
     // The piano misbehaves so from here on; without options not at all.
     void SetFaults(const std::string& options) const;
