@@ -25,6 +25,9 @@ inline constexpr const char* kUnnamedParameterFile = "csp_param.hex";
 // A compressed firmware file is expanded to here.
 inline constexpr const char* kExpandedFirmware = "/tmp/csp_prog.hex";
 
+// A directory of its own in which an update that is verified reads the flash back.
+inline constexpr const char* kVerifyDirectory = "/tmp/diag_server.XXXXXX";
+
 // The address of the MIDI Patcher, through which everything reaches the piano.
 inline constexpr const char* kMidiPatcherSocket = "/home/i2c_server_sock";
 

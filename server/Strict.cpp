@@ -1,16 +1,16 @@
 #include "Strict.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <string_view>
+#include <cstdlib>
 
-#include <sys/file.h>
+#include <fcntl.h>
 #include <unistd.h>
 
-#include "FileBytes.h"
 #include "FileTools.h"
-#include "HexCheck.h"
+#include "FlashReader.h"
+#include "Hex.h"
 #include "Log.h"
 #include "Sockets.h"
 #include "TCspReader.h"
@@ -18,79 +18,28 @@
 
 namespace {
 
-// Of the errors in a file, one may bring a thousand others.
-constexpr std::size_t kMostReported = 5;
+// What a read-back covers.
+constexpr std::uint32_t kStart = TCspReader::kParameterStart;
+constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
 
 constexpr mode_t kReadableByAll = 0644;
-constexpr std::size_t kLongestId = 16;  // characters of a process id
 
-// The system's reason for what has just failed.
-std::string Reason()
+// What keeps it from being a read-back that is complete and on the disk; empty: nothing.
+std::string ReadBackError(const CheckedFile& file, const std::string& path)
 {
-    return errno == 0 ? "not a regular file, or too large" : std::strerror(errno);
-}
-
-struct CheckedFile {
-    FileBytes bytes;
-    HexReport report;
-    std::vector<std::string> errors;  // a sentence each; empty for a good file
-};
-
-void TakeErrors(const std::string& path, CheckedFile& file)
-{
-    for (const Finding& finding : file.report.findings) {
-        if (finding.severity == Severity::Error && file.errors.size() < kMostReported)
-            file.errors.push_back(path + ":" + std::to_string(finding.line) + ": " + finding.text);
-    }
-    if (const std::size_t rest = file.report.errors - file.errors.size(); rest > 0)
-        file.errors.push_back(path + ": " + std::to_string(rest) + " more errors");
-}
-
-CheckedFile CheckFile(const std::string& path)
-{
-    CheckedFile file;
-    errno = 0;
-    const UniqueFd opened(OpenToRead(path.c_str()));
-    if (!opened || !ReadWholeFile(opened.Get(), file.bytes)) {
-        file.errors.push_back(path + ": " + Reason());
-        return file;
-    }
-    const auto* text = reinterpret_cast<const char*>(file.bytes.data.get());
-    file.report = CheckHex({text, file.bytes.size});
-    TakeErrors(path, file);
-    return file;
-}
-
-// What keeps a read-back from being taken for good; empty for a complete one.
-std::string FindReadBackError(const std::string& path)
-{
-    const CheckedFile file = CheckFile(path);
-    if (!file.errors.empty())
-        return file.errors.front();
-    const auto& ranges = file.report.ranges;
-    const bool isComplete =
-        ranges.size() == 1 && ranges[0].start == TCspReader::kParameterStart &&
-        ranges[0].size == TCspReader::kParameterEnd - TCspReader::kParameterStart;
-    if (!isComplete)
+    if (!file.error.empty())
+        return file.error;
+    const AddressRange& range = file.report.ranges.front();
+    if (file.report.ranges.size() > 1 || range.start != kStart || range.size != kEnd - kStart)
         return path + ": not all of the parameter flash, and no more";
     // Some disks refuse bytes only when they come to write them.
     const UniqueFd opened(OpenToRead(path.c_str()));
-    return opened && fsync(opened.Get()) == 0 ? "" : path + ": " + Reason();
+    return fsync(opened.Get()) == 0 ? "" : path + ": " + Reason();
 }
 
-// False when the disk doesn't take it.
-bool WriteOwnId(int file)
+std::string Digits(std::uint32_t value, int width)
 {
-    const std::string id = std::to_string(getpid()) + "\n";
-    return ftruncate(file, 0) == 0 && write(file, id.c_str(), id.size()) > 0;
-}
-
-std::string ReadId(int file)
-{
-    char text[kLongestId] = {};
-    const ssize_t count = read(file, text, sizeof(text));
-    const std::string_view id(text, count > 0 ? count : 0);
-    return std::string(id.substr(0, id.find('\n')));
+    return UIntToSHex(value, width).c_str();
 }
 
 }  // namespace
@@ -98,23 +47,28 @@ std::string ReadId(int file)
 bool Strict::Prepare(Options& options)
 {
     log = options.HasFile() ? kUpdateLog : kServerLog;
-    if (options.HasFile() && !CheckFirmware(options))
-        return false;
+    if (options.HasFile())
+        firmware = CheckedFile(options.filename);
+    if (!firmware.error.empty())
+        return Report(firmware.error);
     if (options.HasFile() && options.versionOnly)
         return true;
-    return TakeLock() && FindPatcher() && (options.HasFile() || FindPort(options.port));
+    if (options.renameFile)
+        CheckRename(options);
+    return TakeLock() &&
+           (access(kMidiPatcherSocket, W_OK) == 0 || ReportReason(kMidiPatcherSocket)) &&
+           (options.HasFile() || FindPort(options.port));
 }
 
-bool Strict::Finish(int result) const
+bool Strict::Finish(const Options& options, int result) const
 {
     if (result == kNoPatcher) {
         // The run has kept no reason, so the attempt is made again.
+        errno = 0;
         const UniqueFd link(mkclisocUNIX(kMidiPatcherSocket));
-        if (link)
-            return Report(std::string(kMidiPatcherSocket) + ": the MIDI Patcher hangs up");
         return ReportReason(kMidiPatcherSocket);
     }
-    return result >= 0 && readBackIsSaved;
+    return result >= 0 && readBackIsSaved && (!options.verify || Verify(options));
 }
 
 const char* Strict::BeginReadBack(const std::string& path)
@@ -128,7 +82,7 @@ const char* Strict::BeginReadBack(const std::string& path)
 
 void Strict::EndReadBack()
 {
-    std::string error = FindReadBackError(received);
+    std::string error = ReadBackError(CheckedFile(received), received);
     if (error.empty() && rename(received.c_str(), target.c_str()) < 0)
         error = Reason();
     readBackIsSaved = error.empty();
@@ -138,38 +92,16 @@ void Strict::EndReadBack()
     Report(target + ": the read-back is not saved: " + error);
 }
 
-void Strict::TakeLoadedFile(const char* path)
-{
-    damages = CheckFile(path).errors;
-}
-
-bool Strict::AllowsUpdate() const
-{
-    for (const std::string& damage : damages)
-        Report(damage);
-    return damages.empty();
-}
-
-bool Strict::CheckFirmware(Options& options) const
-{
-    const CheckedFile file = CheckFile(options.filename);
-    for (const std::string& error : file.errors)
-        Report(error);
-    if (file.errors.empty() && options.renameFile && !options.versionOnly)
-        CheckRename(options, file.report.version);
-    return file.errors.empty();
-}
-
 // A file at a wrong name is a smaller harm than a flash that isn't updated.
-void Strict::CheckRename(Options& options, const std::string& version) const
+void Strict::CheckRename(Options& options) const
 {
-    const TSString name = TUpdater::VersionedName(options.filename, version.c_str());
-    const bool isSame = name == options.filename;
+    const std::string file = options.filename;
+    const std::string& version = firmware.report.version;
+    const TSString name = TUpdater::VersionedName(file.c_str(), version.c_str());
     if (version.empty())
-        Report(std::string(options.filename) + ": keeps its name, since it has no version text");
-    else if (!isSame && FileExists(name.c_str()))
-        Report(std::string(options.filename) + ": keeps its name, since " + name.c_str() +
-               " exists");
+        Report(file + ": keeps its name, since it has no version text");
+    else if (file != name.c_str() && FileExists(name.c_str()))
+        Report(file + ": keeps its name, since " + name.c_str() + " exists");
     else
         return;
     options.renameFile = false;
@@ -181,18 +113,18 @@ bool Strict::TakeLock()
     lock.Reset(open(kLockFile, O_RDWR | O_CREAT | kOpenFlags, kReadableByAll));
     if (!lock)
         return ReportReason(kLockFile);
-    if (flock(lock.Get(), LOCK_EX | LOCK_NB) < 0) {
-        if (errno != EWOULDBLOCK)
+    struct flock other = {};
+    other.l_type = F_WRLCK;
+    if (fcntl(lock.Get(), F_SETLK, &other) < 0) {
+        if (fcntl(lock.Get(), F_GETLK, &other) < 0 || other.l_type == F_UNLCK)
             return ReportReason(kLockFile);
-        return Report(std::string(kLockFile) + ": process " + ReadId(lock.Get()) +
+        return Report(std::string(kLockFile) + ": process " + std::to_string(other.l_pid) +
                       " is at work already");
     }
-    return WriteOwnId(lock.Get()) || ReportReason(kLockFile);
-}
-
-bool Strict::FindPatcher() const
-{
-    return access(kMidiPatcherSocket, W_OK) == 0 || ReportReason(kMidiPatcherSocket);
+    const std::string id = std::to_string(getpid()) + "\n";
+    const bool isWritten =
+        ftruncate(lock.Get(), 0) == 0 && write(lock.Get(), id.c_str(), id.size()) > 0;
+    return isWritten || ReportReason(kLockFile);
 }
 
 // Takes the port for a moment, without anybody that could connect; the server opens it seconds
@@ -203,7 +135,48 @@ bool Strict::FindPort(int port) const
     return bound || ReportReason("port " + std::to_string(port));
 }
 
-// Both return false, as what they report does.
+bool Strict::Verify(const Options& options) const
+{
+    std::string directory = kVerifyDirectory;
+    if (mkdtemp(directory.data()) == nullptr)
+        return ReportReason(directory);
+    const std::string path = directory + "/flash.hex";
+    const bool isRead = ReadFlash(options.connecttype, path);
+    const CheckedFile flash(path);
+    const std::string error = isRead ? ReadBackError(flash, path) : "the flash is not readable";
+    DeleteFile(path.c_str());
+    std::remove(directory.c_str());
+    return error.empty() ? Compare(Image(flash.Text())) : Report(error);
+}
+
+bool Strict::Compare(const Image& flash) const
+{
+    for (const AddressRange& range : firmware.report.ranges) {
+        const std::uint32_t last = range.start + range.size - 1;
+        ReportRest(range.start, std::min(last, kStart - 1));
+        ReportRest(std::max(range.start, kEnd), last);
+    }
+    const Image file(firmware.Text());
+    std::uint32_t first = 0;
+    int count = 0;
+    for (std::uint32_t at = kEnd - 1; at >= kStart; --at) {
+        if (file.At(at) == Image::kNoData || file.At(at) == flash.At(at))
+            continue;
+        first = at;
+        ++count;
+    }
+    return count == 0 ||
+           Report("the flash differs from the file, bytes: " + std::to_string(count) +
+                  ", first at " + Digits(first, 8) + ": " + Digits(flash.At(first), 2) +
+                  " in the flash, " + Digits(file.At(first), 2) + " in the file");
+}
+
+// What of the file lies outside a read-back.
+void Strict::ReportRest(std::uint32_t first, std::uint32_t last) const
+{
+    if (first <= last)
+        Report("not verified: " + Digits(first, 8) + " to " + Digits(last, 8));
+}
 
 bool Strict::Report(const std::string& text) const
 {

@@ -90,7 +90,8 @@ int RunStrictly(int argc, char** argv)
     if (!ParseStrictOptions(argc, argv, options))
         return options.mistake ? Usage : Success;
     Strict strict;
-    return strict.Prepare(options) && strict.Finish(RunMode(options, &strict)) ? Success : Failure;
+    return strict.Prepare(options) && strict.Finish(options, RunMode(options, &strict)) ? Success
+                                                                                        : Failure;
 }
 
 }  // namespace

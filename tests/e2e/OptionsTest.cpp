@@ -27,6 +27,10 @@ TEST(CommandLine, PrintsUsageOrVersionAndTouchesNoLink)
         {{"-a", longest + "x", "-v"}, "", "diag_server: file name is too long\n"},
         {{"-v", "-f", longest}, "Diag Server Ver.0.26\n", ""},
         {{"-a", "prog.hex", "-v"}, kFileVersion, ""},
+        {{"--version", "-x"}, "Diag Server Ver.0.26\n", ""},
+        {{"--strict", "-vf", "prog.hex"}, kFileVersion, ""},
+        {{"--strict", "-h", "-x"}, "", "diag_server [-P Port] [-b] [-v] [-f filename]\n"},
+        {{"-vf", "prog.hex", "--strict"}, kFileVersion, "diag_server: invalid option -- 't'\n"},
         {{"-x", "-vf", "prog.hex"}, kFileVersion, "diag_server: invalid option -- 'x'\n"},
     };
     for (const auto& row : rows) {

@@ -1,0 +1,45 @@
+#include "FlashReader.h"
+
+#include "Console.h"
+#include "PciDsp.h"
+#include "ReadSet.h"
+#include "TCspReader.h"
+#include "TMidiCom.h"
+#include "TZaurusCom.h"
+#include "UnitPaths.h"
+
+namespace {
+
+// Waits for lines of the CSP and hands them on.
+void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
+{
+    char buffer[TMidiCom::kMaxMessage];
+    char* lines[TMidiCom::kMaxLines];
+    ReadSet set;
+    set.Add(midi.GetMidiDescriptor());
+    const int ready = set.Wait(kServerTimeout);
+    if (ready == 0)
+        reader.IncReaderCounter();
+    const int count = ready > 0 ? midi.ReadConsoleMessage2(buffer, lines, TMidiCom::kMaxLines) : 0;
+    for (int i = 0; i < count; ++i)
+        reader.GetCSPMessage(&midi, &controller, lines[i], 0);
+}
+
+}  // namespace
+
+bool ReadFlash(int connecttype, const std::string& file)
+{
+    TMidiCom midi;
+    TZaurusCom nobody;  // whom the texts for the controller go to
+    TCspReader reader;
+    midi.Set_connecttype(connecttype);
+    if (midi.SetMidiDescriptor(kMidiPatcherSocket) < 0 || !midi.Connect_i2cserver())
+        return false;
+    reader.SetReaderParameter(0, 0, file.c_str());
+    reader.SetReaderStatus(Status::Connect);
+    Step step = Step::GoesOn;
+    while ((step = Step{reader.UpdateStatus(&midi, &nobody)}) == Step::GoesOn)
+        TakeLines(reader, midi, nobody);
+    RestartPiano();
+    return step == Step::Done;
+}
