@@ -8,7 +8,7 @@ Image::Image(std::string_view hexText)
     std::uint32_t base = 0;
     for (std::size_t end = 0; (end = hexText.find(kLf)) != std::string_view::npos;
          hexText.remove_prefix(end + 1)) {
-        const HexRecord record(hexText.data());
+        const HexRecord record(hexText.substr(0, end));
         if (!record.IsComplete())
             continue;
         if (record.Type() == HexRecord::kUpperAddress)
