@@ -10,6 +10,10 @@
 
 namespace {
 
+// An update has just restarted the CSP: it may not hear the first attempt yet, which takes over a
+// minute to fail.
+constexpr int kAttempts = 2;
+
 // Waits for lines of the CSP and hands them on.
 void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
 {
@@ -36,10 +40,12 @@ bool ReadFlash(int connecttype, const std::string& file)
     if (midi.SetMidiDescriptor(kMidiPatcherSocket) < 0 || !midi.Connect_i2cserver())
         return false;
     reader.SetReaderParameter(0, 0, file.c_str());
-    reader.SetReaderStatus(Status::Connect);
-    Step step = Step::GoesOn;
-    while ((step = Step{reader.UpdateStatus(&midi, &nobody)}) == Step::GoesOn)
-        TakeLines(reader, midi, nobody);
+    Step step = Step::Failed;
+    for (int attempt = 0; attempt < kAttempts && step != Step::Done; ++attempt) {
+        reader.SetReaderStatus(Status::Connect);
+        while ((step = Step{reader.UpdateStatus(&midi, &nobody)}) == Step::GoesOn)
+            TakeLines(reader, midi, nobody);
+    }
     RestartPiano();
     return step == Step::Done;
 }
