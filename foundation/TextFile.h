@@ -40,6 +40,9 @@ public:
     // The next line with its line end, or 1,023 bytes of a longer one; null at the end of the file.
     const char* Next() { return std::fgets(piece, sizeof piece, file.get()); }
 
+    // Closes the file before the end of the scope. The last piece stays.
+    void Close() { file.reset(); }
+
 private:
     // Null when there can be no stream; no descriptor stays open then.
     static std::FILE* OpenStream(const char* path)

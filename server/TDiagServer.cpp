@@ -75,7 +75,9 @@ int TDiagServer::Initialize(int port, int connecttype)
 int TDiagServer::Run()
 {
     MakeMachines();
-    SetReadTarget(kUnnamedParameterFile);
+    // By default the first read-back has neither a file name nor a range of its own.
+    if (strict != nullptr)
+        SetReadTarget(kUnnamedParameterFile);
     reader->SetReaderStatus(Status::Connect);
 
     char buffer[kBufferSize];

@@ -108,8 +108,6 @@ private:
     bool versionReply = false;  // a version request is answered with the release line; outlives
                                 // the connection that switched it on
 
-    Strict* strict = nullptr;  // null without --strict
-
     // The links, null before Initialize. They are destroyed in the reverse of this order.
     std::unique_ptr<TZaurusCom> zaurus;      // to the controller
     std::unique_ptr<TMidiCom> midi;          // to the piano, through the MIDI Patcher
@@ -119,4 +117,6 @@ private:
     // ends.
     TUpdater* updater = nullptr;   // the update
     TCspReader* reader = nullptr;  // the read-back
+
+    Strict* strict = nullptr;  // null without --strict
 };

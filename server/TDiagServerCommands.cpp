@@ -11,7 +11,7 @@
 
 namespace {
 
-// The range of a read-back. It never reaches the CSP: the reader asks for all of its flash.
+// The range of a read-back. The CSP never gets it: the reader asks for all of its parameter flash.
 constexpr unsigned long kReadStart = 0x90170000;
 constexpr unsigned long kReadEnd = 0x90200000;
 
@@ -89,7 +89,9 @@ bool TDiagServer::SendIOVersion(const char* path)
     PieceReader file(path);
     if (!file)
         return false;
-    if (const char* line = file.Next()) {
+    const char* const line = file.Next();
+    file.Close();  // the log and the controller get a descriptor that is free by then
+    if (line != nullptr) {
         Log(line);
         Send(line);
     }

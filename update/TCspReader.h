@@ -30,8 +30,8 @@ public:
 
     // The file to save to; an empty name stands for csp_param.hex in the working directory, and so
     // does one over 255 characters: it isn't cut. The range, `end` being the address that follows
-    // its last byte, is stored and never reaches the CSP: the request sets it to all of the
-    // parameter flash, and that is what every read covers.
+    // its last byte, never reaches the CSP: the request sets it to all of the parameter flash. It
+    // counts only when the CSP starts to send before it got the request.
     void SetReaderParameter(unsigned long start, unsigned long end, const char* file);
 
     // Starts a read with status 0 and an empty image.

@@ -29,6 +29,17 @@ std::string FileOf(const std::string& flash)
 
 }  // namespace
 
+TEST(ReadBack, AsksForNoBlockWhenCspStartsUnrequested)
+{
+    ServerWithPeers scene;
+    scene.Say(Frames({"Status:Flash Idle", "Start READ"}));
+    EXPECT_TRUE(scene.patcher.WaitForLine("NEXT   :"));
+    scene.Say(Frames({Record(4, 0, "\x90\x04"), Record(0, 0, std::string(16, 'x'))}));
+    ServerWithPeers::Settle();
+    const std::vector<std::string> lines = scene.patcher.Lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "NEXT   :"), 1);
+}
+
 TEST(ReadBack, SavesFlashAtStartAndEndsServer)
 {
     Unit unit;
