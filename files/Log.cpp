@@ -6,6 +6,7 @@
 #include <sys/time.h>
 
 #include "FileTools.h"
+#include "TSString.h"
 #include "TSStringList.h"
 #include "TextFile.h"
 
@@ -33,8 +34,7 @@ bool AddLogFile(const char* path, const char* text)
         return false;
     char stamp[kStampSize] = {};
     PrintStamp(stamp);
-    // The stream joins both in one write, unless the text is longer than its buffer.
-    return log.Write(stamp) && log.Write(text == nullptr ? "" : text);
+    return log.Write((TSString(stamp) + (text == nullptr ? "" : text)).c_str());
 }
 
 bool ResetLogFile(const char* path, int linesToKeep)

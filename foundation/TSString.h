@@ -101,7 +101,7 @@ private:
     void Swap(TSString& other);
 
     // Puts `count` bytes of `inserted` in the place of the `removed` bytes that follow the first
-    // `start`. All edits that change the length go through here, with one allocation each.
+    // `start`. Insertions and deletions go through here, with one allocation each.
     TSString& Replace(int start, int removed, const char* inserted, int count);
 
     std::unique_ptr<char[]> text;  // never null; a NUL follows the value

@@ -123,11 +123,12 @@ char* mystrtolower(char* source, char* target)
 char* mystrcat(char* target, const char* source, int size)
 {
     const std::size_t room = std::max(size, 1) - 1;
-    const std::size_t used = std::string_view(target).size();
+    const std::size_t used = strnlen(target, room);
     // A target that is full, or overfull, stays as it is.
     if (used < room) {
-        const std::size_t added = std::string_view(source).copy(target + used, room - used);
-        target[used + added] = '\0';
+        // Neither text needs a NUL within its room.
+        const std::size_t added = strnlen(source, room - used);
+        *std::copy_n(source, added, target + used) = '\0';
     }
     return target;
 }
@@ -138,7 +139,8 @@ int mystr_escquote(const char* source, char* target, int limit)
         return 0;
     int written = 0;
     for (; *source != '\0' && written < limit; ++source) {
-        // A backslash must never be the last byte: it would escape what the caller appends.
+        // A quote goes with its backslash or not at all: a backslash alone would escape what the
+        // caller appends.
         if (IsQuote(*source)) {
             if (limit - written < kQuoteRoom)
                 break;

@@ -3,8 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// With these each file is opened: the descriptor stays this program's own, and a pipe in the place
-// of a file, as a medium may have one, doesn't block the program.
+// With these each file is opened whose path may lead to a medium: the descriptor stays this
+// program's own, and a pipe in the place of a file, as a medium may have one, doesn't block the
+// program.
 constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK;
 
 // The one owner of a descriptor; closes it on every way out of a scope.

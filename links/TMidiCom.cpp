@@ -154,6 +154,8 @@ bool TMidiCom::Connect_i2cserver()
 
 bool TMidiCom::WriteMidi(int kind, const unsigned char* group)
 {
+    if (!midiDescriptor)
+        return false;
     const unsigned char data[kDataSize] = {group[3], group[0], group[1], group[2], 0};
     return WriteFrame(MidiKind(kind), data);
 }
