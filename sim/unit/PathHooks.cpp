@@ -176,10 +176,10 @@ char* mkdtemp(char* pattern) noexcept
 {
     static Real<char*(char*)> real("mkdtemp");
     constexpr std::size_t kChosen = sizeof("XXXXXX") - 1;
-    char made[PATH_MAX] = "";
+    char made[PATH_MAX + 256] = "";  // as long as a mapped path can be
     const int result =
         CallAtPath(Call::Uncounted, Intent::Change, UnitPath(pattern), [&](const char* at) {
-            std::strcpy(made, at);
+            std::snprintf(made, sizeof made, "%s", at);
             return real(made) == nullptr ? -1 : 0;
         });
     if (result < 0)

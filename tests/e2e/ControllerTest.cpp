@@ -55,9 +55,6 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
     ServerWithPiano scene;
     scene.unit.Mount("usb");
     scene.unit.Write("medium/csp_prog.rlg", PackedText(FirmwareOf("V7", 0x4000)));
-    const auto endOf = [](const std::string& text, const std::string& end) {
-        return end.empty() ? text : text.substr(text.size() - std::min(text.size(), end.size()));
-    };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.words));
         if (*row.faults != '\0')
@@ -65,8 +62,8 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         Process& tool = RunTool(scene.unit, row.words);
 
         EXPECT_EQ(tool.Wait(), row.status);
-        EXPECT_EQ(endOf(tool.Output(), row.output), row.output);
-        EXPECT_EQ(endOf(tool.Error(), row.error), row.error);
+        EXPECT_EQ(EndOf(tool.Output(), row.output), row.output);
+        EXPECT_EQ(EndOf(tool.Error(), row.error), row.error);
     }
 }
 

@@ -55,6 +55,13 @@ std::string Frames(const std::vector<std::string>& lines, const std::string& hea
     return MidiPeer::EncodeLines(lines, head);
 }
 
+std::string EndOf(const std::string& text, const std::string& expected)
+{
+    if (expected.empty())
+        return text;
+    return text.substr(text.size() - std::min(text.size(), expected.size()));
+}
+
 std::size_t Count(const std::string& text, const std::string& part)
 {
     std::size_t count = 0;

@@ -40,6 +40,9 @@ std::string LogTexts(const Unit& unit, const std::string& name = kServerLog);
 std::string Frames(const std::vector<std::string>& lines,
                    const std::string& head = MidiPeer::kHead);
 
+// As much of the text's end as is expected; all of it when nothing is.
+std::string EndOf(const std::string& text, const std::string& expected);
+
 std::size_t Count(const std::string& text, const std::string& part);
 
 // The words of a command line.
