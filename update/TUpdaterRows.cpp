@@ -60,8 +60,8 @@ bool TUpdater::SendRow(TMidiCom* link)
     return TrackRow();
 }
 
-// An extended linear address record never ends a block, although its address is a multiple of every
-// block size: the row that follows it goes out with it.
+// An extended linear address record alone doesn't end a block, although its address is a multiple
+// of every block size: the row that follows it, if there is one, goes out with it.
 void TUpdater::SendRowWithItsBase(TMidiCom* link)
 {
     const bool isBase = SendRow(link);

@@ -1,5 +1,5 @@
-// The update's state machine: a step of each status, and what the answers of the CSP do to it.
-// Where the two modes differ, the rule of the server follows that of update mode.
+// The update's state machine: a step of each status. Where the two modes differ, the rule of the
+// server follows that of update mode.
 
 #include "TUpdater.h"
 
@@ -120,7 +120,8 @@ Step TUpdater::StepTransfer()
     return EndOfStep();
 }
 
-// In the server silence always ends the update: the controller can start it again.
+// In the server silence always ends the update: the controller can search the file again and start
+// anew.
 Step TUpdater::StepTransferDiag()
 {
     return IsSilent() ? Step::Failed : EndOfStepDiag();
