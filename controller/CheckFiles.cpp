@@ -136,6 +136,8 @@ Status CheckFiles(const Invocation& invocation)
         return WrongUsage("check takes a file, or several");
     if (!invocation.svg.empty() && invocation.arguments.size() > 1)
         return WrongUsage("--svg takes one file");
+    if (FormOf(invocation.svg))
+        return WrongUsage("--svg takes the name of a picture, not of an image");
     Status worst = Status::Success;
     for (const std::string& path : invocation.arguments)
         worst = std::max(worst, CheckFile(path, invocation));

@@ -108,8 +108,11 @@ Status ConvertImage(const Invocation& invocation)
     const auto form = FormOf(target);
     if (!form || form == FormOf(source))
         return WrongUsage("convert goes from one of .hex, .bin and .rlg to another");
-    if (!invocation.force && std::filesystem::exists(target))
+    std::error_code problem;
+    if (!invocation.force && std::filesystem::exists(target, problem))
         return Fail(target + " exists; --force overwrites it");
+    if (problem)
+        return Fail(target + ": " + problem.message());
     ImageFile input;
     if (const Status status = LoadClean(source, input); status != Status::Success)
         return status;

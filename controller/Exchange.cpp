@@ -167,6 +167,8 @@ bool Exchange::Take(std::string_view line)
         otherWork = ProgressOf(line);
         return query.wait == Wait::Close;
     }
+    if (isOwn)
+        otherWork.reset();  // it has ended, or this command would have been dropped
     if (TakeAnswer(line))
         return true;
     Apply(effect, line);

@@ -65,7 +65,11 @@ std::string FormError(ImageForm form, std::string_view bytes)
 
 bool Expand(const std::string& path, ImageForm form, std::string& hexText)
 {
-    const ScratchDirectory scratch(std::filesystem::temp_directory_path());
+    std::error_code problem;
+    const std::filesystem::path place = std::filesystem::temp_directory_path(problem);
+    if (problem)
+        return false;
+    const ScratchDirectory scratch(place);
     const std::string hexPath = scratch.Path("image.hex");
     const auto convert = form == ImageForm::Rlg ? Decompress : Bin2Intel;
     return scratch && convert(path.c_str(), hexPath.c_str()) && ReadBytes(hexPath, hexText);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "Command.h"
+#include "Exchange.h"
 #include "HexText.h"
 #include "TempDir.h"
 
@@ -47,6 +48,24 @@ std::string Good()
 
 }  // namespace
 
+TEST(Exchange, ForgetsOtherWorkOnceItsOwnBegins)
+{
+    Exchange update(QueryOf("update"));
+    EXPECT_FALSE(update.Take("Reading CSP 43%"));
+    EXPECT_TRUE(update.OtherWork());
+    EXPECT_TRUE(update.Take("Connecting to CSP"));
+    EXPECT_FALSE(update.OtherWork());
+}
+
+TEST(ImageCommands, ConvertReportsTargetThatCannotBe)
+{
+    const TempDir directory;
+    const std::string good = directory.Write("good.hex", HexText(Good(), 16, "\n"));
+    const std::string target = directory.Path(std::string(300, 'x') + ".bin");
+    EXPECT_EQ(RunCommand(ConvertImage, {good, target}).error,
+              "diagctl: " + target + ": File name too long\n");
+}
+
 TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
 {
     const TempDir directory;
@@ -73,6 +92,9 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     EXPECT_TRUE(Has(damaged.output, "bad.hex:79: error: a gap of 16 bytes from 900404D0"));
     EXPECT_TRUE(Has(damaged.output, "90040000 |#!##")) << damaged.output;
     EXPECT_TRUE(Has(directory.Read("bad.svg"), "fill=\"#d01010\""));
+    options.svg = good;
+    EXPECT_EQ(RunCommand(CheckFiles, {good}, options).status, Status::Usage);
+    EXPECT_TRUE(directory.Read("good.hex") == hex) << "an image is no place for a picture";
     options = {};
     options.json = true;
     EXPECT_TRUE(Has(RunCommand(CheckFiles, {good, bad}, options).output,
