@@ -1,87 +1,74 @@
 #include "HexCheck.h"
 
-#include <cstdio>
 #include <utility>
 
+#include "Hex.h"
 #include "HexFormat.h"
 #include "HexRecord.h"
 
 namespace {
 
 constexpr std::uint32_t kFlashStart = 0x90000000;
-constexpr std::uint32_t kFlashEnd = 0x91000000;
+constexpr std::uint32_t kFlashSize = 0x1000000;
 constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 constexpr std::size_t kShortestRecord = HexRecord::kDataAt + 2;
 // Data bytes of the longest record that can be loaded: what one lost line leaves open.
 constexpr std::uint32_t kMostData = (kLongestLine - 1 - kShortestRecord) / 2;
 
-enum OtherType : unsigned char { SegmentAddress = 2, SegmentStart = 3, LinearStart = 5 };
+// The start addresses of programs, which Intel HEX has for other uses than a flash.
+constexpr unsigned char kSegmentStart = 3;
+constexpr unsigned char kLinearStart = 5;
 
-std::string Digits(std::uint32_t value, int width)
+std::string Hex(std::uint32_t value, int width = 8)
 {
-    char text[sizeof("01234567")];
-    std::snprintf(text, sizeof(text), "%0*X", width, static_cast<unsigned>(value));
-    return text;
+    return UIntToSHex(value, width).c_str();
 }
 
-std::string Address(std::uint32_t address)
-{
-    return Digits(address, 8);
-}
-
-std::string Bytes(std::uint32_t count)
+std::string Bytes(std::size_t count)
 {
     return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
-std::string Character(char character)
-{
-    const auto value = static_cast<unsigned char>(character);
-    if (value > ' ' && value <= '~')
-        return {'"', character, '"'};
-    return "the character 0x" + Digits(value, 2);
-}
-
-std::size_t LengthByCount(std::string_view line)
-{
-    return kShortestRecord + std::size_t{2} * HexRecord(line).Count();
-}
-
 std::string WrongDigit(char character)
 {
-    if (character >= 'a' && character <= 'f')
-        return "a lower-case digit, " + Character(character) + ", which the unit reads as 0";
-    return Character(character) + " is no hex digit, and the unit reads it as 0";
+    const auto value = static_cast<unsigned char>(character);
+    const bool isVisible = value > ' ' && value <= '~';
+    const std::string name =
+        isVisible ? std::string{'"', character, '"'} : "the character 0x" + Hex(value, 2);
+    return name + " is no upper-case hex digit, and the unit reads it as 0";
 }
 
-std::string WrongLength(std::size_t length, std::size_t expected)
+// What is wrong with the record in itself; empty for a good one. `length` is that of the line with
+// its end. A field is read only once its digits are known to be good, and the checksum last: it is
+// wrong after any other damage, which is the better name for it.
+std::string DamageOf(std::string_view line, std::size_t length)
 {
-    if (length > expected)
-        return "characters after the checksum: " + std::to_string(length - expected);
-    return "the record is cut short: " + std::to_string(length) + " characters of " +
-           std::to_string(expected);
-}
-
-// What is wrong with the record in itself; empty for a good one. `line` isn't empty.
-std::string DamageOf(std::string_view line)
-{
+    if (length > kLongestLine)
+        return "a line of " + Bytes(length) + ": the unit loads no file with more than " +
+               std::to_string(kLongestLine) + " in a line";
+    if (line.empty())
+        return "a blank line before the end record";
     if (line.find_first_of(std::string_view("\r\0", 2)) != std::string_view::npos)
         return "a CR or NUL inside the line, at which the unit ends it";
     if (line[0] != ':')
         return "not a record: it does not begin with \":\"";
-    const std::size_t expected =
-        line.size() < kShortestRecord ? kShortestRecord : LengthByCount(line);
+    const HexRecord record(line);
+    const std::size_t count = line.size() < kShortestRecord ? 0 : record.Count();
+    const std::size_t expected = kShortestRecord + 2 * count;
     const std::size_t wrong = line.find_first_not_of(kHexDigits, 1);
     if (wrong < expected)
         return WrongDigit(line[wrong]);
-    if (line.size() != expected)
-        return WrongLength(line.size(), expected);
-    const HexRecord record(line);
-    if (!record.IsChecksumGood(record.Count()))
-        return "wrong checksum";
-    return {};
+    if (line.size() > expected)
+        return "characters after the checksum: " + std::to_string(line.size() - expected);
+    if (line.size() < expected)
+        return "the record is cut short: " + std::to_string(line.size()) + " characters of " +
+               std::to_string(expected);
+    return record.IsChecksumGood(count) ? "" : "wrong checksum";
 }
 
+// Follows the file line by line, as the unit sends it: in blocks that end where data end on a
+// multiple of the block's size. At the end of each the unit waits for the board, which answers data
+// alone. A row without data that ends up alone in a block therefore stops the update.
 class Checker {
 public:
     HexReport Check(std::string_view text);
@@ -93,54 +80,54 @@ private:
     void TakeData(const HexRecord& record);
     void TakeUpperAddress(const HexRecord& record);
     void TakeOther(unsigned char type);
+    void TakeRowWithoutData(const std::string& row);
     void CheckPlace(std::uint32_t address);
     void CheckPlaceAfterBase(std::uint32_t address);
+    void CheckFlash(std::uint32_t address, std::uint32_t size);
     void CheckBlock(std::uint32_t address, std::uint32_t end);
-    void CheckFlash(std::uint32_t address);
     void CheckBaseWasUsed();
-    bool IsSentAlone() const { return baseIsNew || !blockIsOpen; }
     void TakeVersion(const HexRecord& record);
     void AddRange(std::uint32_t address, std::uint32_t size);
-    void End(bool isCutOff);
+    void End();
 
     void Add(Severity severity, std::size_t at, std::string text,
-             std::optional<std::uint32_t> address = std::nullopt);
+             std::optional<std::uint32_t> address);
     void Error(std::string text, std::optional<std::uint32_t> address = std::nullopt);
     void Warn(std::string text, std::optional<std::uint32_t> address = std::nullopt);
 
     HexReport report;
     std::size_t lineNumber = 0;
 
-    std::uint32_t base = 0;    // of the last address record
-    std::size_t baseLine = 0;  // where that was; 0 before the first
-    bool baseIsNew = false;    // no data since
-    std::uint32_t next = 0;    // past the last data record
-    bool nextIsKnown = false;  // false after a damaged line, which may have been data or an address
+    std::uint32_t base = 0;                // of the last address record
+    std::size_t baseLine = 0;              // where that was; 0 before the first
+    bool baseIsNew = false;                // no data since
+    std::optional<std::uint32_t> next;     // past the last data record; none before the first, and
+                                           // after a damaged line, which may have been data
+    std::optional<std::uint32_t> outside;  // past the last data that left the flash
     bool blockIsOpen = false;
     bool hasEnded = false;
 
-    // What is reported once a file.
+    // What is reported once a file: the first shows the cause, and each line may repeat it.
     bool mixedReported = false;
     bool baseReported = false;
     bool stepReported = false;
-    bool outsideReported = false;
     bool restReported = false;
 };
 
 HexReport Checker::Check(std::string_view text)
 {
-    while (true) {
-        const std::size_t end = text.find(kLf);
-        if (end == std::string_view::npos)
-            break;
+    std::size_t end = 0;
+    for (; (end = text.find(kLf)) != std::string_view::npos; text.remove_prefix(end + 1)) {
         ++lineNumber;
         TakeLine(text.substr(0, end));
-        text.remove_prefix(end + 1);
     }
-    if (!text.empty())
-        Add(Severity::Error, lineNumber + 1,
-            "the last line has no line end, so the unit does not load it; the file may be cut off");
-    End(!text.empty());
+    if (!text.empty()) {
+        ++lineNumber;
+        Error("the last line has no line end, so the unit does not load it; the file may be cut "
+              "off");
+        hasEnded = true;  // it may have been the end record
+    }
+    End();
     return std::move(report);
 }
 
@@ -156,20 +143,18 @@ void Checker::TakeLine(std::string_view line)
             Error("more follows the end record");
         return;
     }
-    std::string damage;
-    if (length > kLongestLine)
-        damage = "a line of " + std::to_string(length) +
-                 " bytes: the unit loads no file with more than " + std::to_string(kLongestLine) +
-                 " in a line";
-    else
-        damage = line.empty() ? "a blank line before the end record" : DamageOf(line);
+    const std::string damage = DamageOf(line, length);
     if (damage.empty())
         return TakeRecord(HexRecord(line));
-    Error(std::move(damage), nextIsKnown ? std::optional<std::uint32_t>(next) : std::nullopt);
-    nextIsKnown = nextIsKnown && line.empty();
-    baseIsNew = baseIsNew && line.empty();
+    Error(damage, next);
+    if (line.empty())
+        return;
+    // It may have been data or an address, so one damage isn't reported as two.
+    next.reset();
+    baseIsNew = false;
 }
 
+// The unit takes either. A file has one kind, so a second one shows that a CR was lost or added.
 void Checker::TakeLineEnd(LineEnds kind)
 {
     if (report.lineEnds == LineEnds::None)
@@ -177,9 +162,7 @@ void Checker::TakeLineEnd(LineEnds kind)
     if (report.lineEnds == kind || std::exchange(mixedReported, true))
         return;
     report.lineEnds = LineEnds::Mixed;
-    Error(kind == LineEnds::Lf
-              ? "the line end is LF after lines with CR LF: a character was lost"
-              : "the line end is CR LF after lines with LF: a character was added");
+    Error("the line end is not that of the lines before: a character was lost or added");
 }
 
 void Checker::TakeRecord(const HexRecord& record)
@@ -200,15 +183,15 @@ void Checker::TakeData(const HexRecord& record)
 {
     const std::uint32_t size = record.Count();
     const std::uint32_t address = record.Address(base);
-    const std::uint32_t end = address + size;
     CheckPlace(address);
-    CheckFlash(address);
-    CheckBlock(address, end);
+    if (size == 0)
+        return TakeRowWithoutData("a data record without data");
+    CheckFlash(address, size);
+    CheckBlock(address, address + size);
     if (address == kVersionAddress)
         TakeVersion(record);
     AddRange(address, size);
-    next = end;
-    nextIsKnown = true;
+    next = address + size;
     baseIsNew = false;
 }
 
@@ -220,86 +203,98 @@ void Checker::TakeUpperAddress(const HexRecord& record)
     base = record.UpperAddress();
     baseLine = lineNumber;
     baseIsNew = true;
+    // Who loads or sends the record looks at its data alone, who converts the file at its head.
+    if (record.Address(0) != 0)
+        Warn("an address record (type 4) at " + Hex(record.Address(0), 4) +
+                 ", not 0000, which the unit ignores; a file that begins so cannot be converted",
+             base);
 }
 
 void Checker::TakeOther(unsigned char type)
 {
     const std::string record = "a record of type " + std::to_string(type);
-    const bool isProgramStart = type == SegmentStart || type == LinearStart;
-    if (isProgramStart && IsSentAlone())
-        return Error(record + " where no block of data is open: the board, which answers data "
-                              "alone, is waited for in vain");
-    if (isProgramStart)
-        return Warn(record + ", the start address of a program, which means nothing to a flash");
-    if (type == SegmentAddress)
-        return Error(record + ": the unit does not know these addresses and sends the data "
-                              "that follow to another place");
+    if (type == kSegmentStart || type == kLinearStart)
+        return TakeRowWithoutData(record + ", a program's start, which means nothing to a flash");
     Error(record + ", which the unit does not know");
+}
+
+void Checker::TakeRowWithoutData(const std::string& row)
+{
+    // An address record doesn't open a block: the unit sends it together with the row that follows.
+    if (blockIsOpen && !baseIsNew)
+        return Warn(row);
+    Error(row + "; no block of data is open here, and the board, which answers data alone, is "
+                "waited for in vain");
 }
 
 void Checker::CheckPlace(std::uint32_t address)
 {
-    if (baseLine == 0 && !std::exchange(baseReported, true) && report.errors == 0)
-        return Error("data before the first address record (type 4): where they belong is unknown",
-                     address);
-    const bool hasData = !report.ranges.empty();
-    if (hasData && (!nextIsKnown || address == next))
+    if (baseLine == 0 && !std::exchange(baseReported, true))
+        Error("data before the first address record (type 4): where they belong is unknown",
+              address);
+    if (next == address)
         return;
-    if (hasData && address < next)
-        return Error("the data go back to " + Address(address) + ", and those before end at " +
-                         Address(next),
+    if (next && address < *next)
+        return Error("the data go back to " + Hex(address) + ", and those before end at " +
+                         Hex(*next),
                      address);
     if (baseIsNew)
         return CheckPlaceAfterBase(address);
-    if (hasData)
-        Error("a gap of " + Bytes(address - next) + " from " + Address(next) +
+    if (next)
+        Error("a gap of " + Bytes(address - *next) + " from " + Hex(*next) +
                   ", which no address record (type 4) introduces: a line may be lost",
               next);
 }
 
-// A lost line shows as a gap no longer than a record between the base and the data.
+// A lost line shows as a gap no longer than a record between the base and the data. A longer one,
+// or one between what came before and the base, is how a file leaves flash out.
 void Checker::CheckPlaceAfterBase(std::uint32_t address)
 {
     const std::uint32_t skipped = address - base;
     if (skipped > 0 && skipped <= kMostData)
-        return Error("a gap of " + Bytes(skipped) + " from " + Address(base) +
+        return Error("a gap of " + Bytes(skipped) + " from " + Hex(base) +
                          ", where the address record in line " + std::to_string(baseLine) +
                          " puts the data: a line may be lost",
                      base);
-    if (!report.ranges.empty())
-        Warn("a gap of " + Bytes(address - next) + " from " + Address(next), next);
+    if (next)
+        Warn("a gap of " + Bytes(address - *next) + " from " + Hex(*next), next);
 }
 
+// One finding for data that go on from one record to the next.
+void Checker::CheckFlash(std::uint32_t address, std::uint32_t size)
+{
+    const std::uint32_t offset = address - kFlashStart;  // below the flash a very large one
+    const bool isInside = offset < kFlashSize && size <= kFlashSize - offset;
+    if (isInside || std::exchange(outside, address + size) == address)
+        return;
+    const std::uint32_t first = offset < kFlashSize ? kFlashStart + kFlashSize : address;
+    Warn("data at " + Hex(first) + ", outside the flash (" + Hex(kFlashStart) + " to " +
+             Hex(kFlashStart + kFlashSize - 1) + ")",
+         first);
+}
+
+// A record that steps over the end of a block leaves it open, up to the next one that ends on one.
 void Checker::CheckBlock(std::uint32_t address, std::uint32_t end)
 {
     constexpr std::uint32_t kBlock = kWriteBlock;
     blockIsOpen = end % kBlock != 0;
     if (!blockIsOpen)
         ++report.blocks;
-    const bool stepsOver = blockIsOpen && address % kBlock != 0 && address / kBlock != end / kBlock;
-    if (stepsOver && !std::exchange(stepReported, true))
-        Warn("the record steps over " + Address(end / kBlock * kBlock) +
+    else if (address / kBlock != end / kBlock && !std::exchange(stepReported, true))
+        Warn("the record steps over " + Hex(end / kBlock * kBlock) +
                  ", so that the board answers later than it does as a rule",
              address);
 }
 
-void Checker::CheckFlash(std::uint32_t address)
-{
-    const bool isInside = address >= kFlashStart && address < kFlashEnd;
-    if (!isInside && !std::exchange(outsideReported, true))
-        Warn("data at " + Address(address) + ", outside the flash (" + Address(kFlashStart) +
-                 " to " + Address(kFlashEnd - 1) + ")",
-             address);
-}
-
-// The unit sends an address record together with the row that follows it and then waits for an
-// answer, which the board gives to data alone.
+// Two address records in a row are sent as a block of their own, and without data there is no
+// answer. One right before the end record does no harm, but its data may be lost.
 void Checker::CheckBaseWasUsed()
 {
     if (std::exchange(baseIsNew, false))
         Add(Severity::Error, baseLine, "no data follow this address record (type 4)", base);
 }
 
+// Up to the first NUL, since the unit takes it for text. The last record there counts.
 void Checker::TakeVersion(const HexRecord& record)
 {
     report.version.clear();
@@ -313,19 +308,19 @@ void Checker::AddRange(std::uint32_t address, std::uint32_t size)
     auto& ranges = report.ranges;
     if (!ranges.empty() && ranges.back().start + ranges.back().size == address)
         ranges.back().size += size;
-    else if (size > 0)
+    else
         ranges.push_back({address, size});
 }
 
-void Checker::End(bool isCutOff)
+void Checker::End()
 {
     if (blockIsOpen)
         ++report.blocks;
     if (report.ranges.empty())
         Error("the file has no data");
     else if (report.version.empty())
-        Warn("no version text: no record begins at " + Address(kVersionAddress));
-    if (!hasEnded && !isCutOff)
+        Warn("no version text in a record that begins at " + Hex(kVersionAddress));
+    if (!hasEnded)
         Error("no end record (type 1): the board waits for more");
 }
 

@@ -33,8 +33,9 @@ enum class LineEnds { None, Lf, CrLf, Mixed };
 struct HexReport {
     static constexpr std::size_t kMostFindings = 1000;
 
-    std::vector<Finding>
-        findings;  // in the order of the file; those over the limit are counted only
+    // By the line that shows them, which can be a later one than their own. Those over the limit
+    // are counted only.
+    std::vector<Finding> findings;
     std::size_t errors = 0;
     std::size_t warnings = 0;
 

@@ -13,7 +13,8 @@ public:
     using Cell = std::array<std::int16_t, kCellSize>;
 
     Image() = default;
-    // From the text of an Intel HEX file without errors.
+    // From the text of an Intel HEX file. What is no complete line with a complete record is left
+    // out; checksums aren't tested, and of data for one address the last count.
     explicit Image(std::string_view hexText);
 
     // The byte there, or kNoData.

@@ -32,6 +32,7 @@ const std::string kSecond = Data(0x404, "abcd");
 const std::string kThird = Data(0x408, "efgh");
 const std::string kEnd = ":00000001FF\n";
 const std::string kHead = kBase + kVersion;
+const std::string kFarBase = Record(4, 0, "\x92\0"s) + "\n";
 
 std::string WithCrLf(std::string text)
 {
@@ -59,10 +60,10 @@ TEST(HexCheck, NamesTheLineAndTheCause)
              ":0404040061626364\x02"
              "F\n" +
              rest,
-         3, kError, "0x02 is no hex digit"},
+         3, kError, "0x02 is no upper-case hex digit"},
         {kHead + ":040404006162636469\n" + rest, 3, kError, "wrong checksum"},
-        {kHead + ":04040400616263646a\n" + rest, 3, kError, "lower-case digit, \"a\""},
-        {kHead + ":0404040061626364 6A\n" + rest, 3, kError, "0x20 is no hex digit"},
+        {kHead + ":04040400616263646a\n" + rest, 3, kError, "\"a\" is no upper-case hex digit"},
+        {kHead + ":0404040061626364 6A\n" + rest, 3, kError, "0x20 is no upper-case hex digit"},
         {kHead + ":04040400616263646A \n" + rest, 3, kError, "after the checksum: 1"},
         {kHead + ":0404\r040061626364\n" + rest, 3, kError, "a CR or NUL"},
         {kHead +
@@ -76,6 +77,7 @@ TEST(HexCheck, NamesTheLineAndTheCause)
         {kHead + kSecond + Record(6, 0, "") + "\n" + rest, 4, kError, "type 6, which the unit"},
         {kHead + kSecond + Record(4, 0, "\x90") + "\n" + rest, 4, kError, "exactly 2 bytes"},
         {kVersion + kSecond + kEnd, 1, kError, "before the first address record", 3},
+        {":0\n" + kVersion + kSecond + kEnd, 1, kError, "cut short", 4},
         {kHead + kSecond + kSecond + rest, 4, kError, "go back to 90040404"},
         {Base(5) + Data(0, "x") + kHead + kEnd, 4, kError, "go back to 90040400"},
         {kHead + rest, 3, kError, "gap of 4 bytes from 90040404"},
@@ -85,8 +87,8 @@ TEST(HexCheck, NamesTheLineAndTheCause)
         {kBase + kEnd, 1, kError, "no data follow", 2},
         {"", 0, kError, "no data", 2},
         {kHead + kSecond + kThird + ":00000001FF", 5, kError, "no line end"},
-        {kHead + WithCrLf(kSecond) + rest, 3, kError, "a character was added"},
-        {WithCrLf(kHead) + kSecond + rest, 3, kError, "a character was lost"},
+        {kHead + WithCrLf(kSecond) + rest, 3, kError, "a character was lost or added"},
+        {WithCrLf(kHead) + kSecond + rest, 3, kError, "a character was lost or added"},
         {kHead + Base(5) + Data(0x10, "x") + kEnd, 4, kError, "gap of 16 bytes from 90050000"},
         {kHead + Base(5) + Data(0, "x") + kEnd, 4, kWarning, "a gap of 64508 bytes from 90040404"},
         {kHead + kSecond + Record(5, 0, "\0\0\0\0"s) + "\n" + rest, 4, kWarning, "type 5"},
@@ -94,8 +96,17 @@ TEST(HexCheck, NamesTheLineAndTheCause)
          kError, "no block of data is open", 2},
         {Record(3, 0, "\0\0\0\0"s) + "\n" + kHead + rest, 1, kError, "no block of data is open", 2},
         {kHead + kSecond + Record(3, 0, "\0\0\0\0"s) + "\n" + rest, 4, kWarning, "type 3"},
-        {kHead + Record(4, 0, "\x91\0"s) + "\n" + Data(0, "x") + kEnd, 4, kWarning, "a gap", 2},
-        {kBase + Data(0x3F0, std::string(32, 'x')) + kEnd, 3, kWarning, "no version text"},
+        {kHead + Record(0, 0x404, "") + "\n" + kSecond + kEnd, 3, kWarning, "without data"},
+        {kBase + Record(0, 0, "") + "\n" + kVersion + kEnd, 2, kError, "without data; no block"},
+        {Record(4, 1, "\x90\x04") + "\n" + kVersion + kEnd, 1, kWarning, "at 0001, not 0000"},
+        {kHead + Record(4, 0, "\x91\0"s) + "\n" + Data(0, "x") + Data(1, "x") + kFarBase +
+             Data(0, "x") + kEnd,
+         4, kWarning, "a gap", 4},
+        {Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(32, 'x')) + kEnd, 2, kWarning,
+         "data at 91000000, outside", 3},
+        {kBase + Data(0x400, "\0V1"s) + kEnd, 3, kWarning, "no version text in a record"},
+        {kBase + Data(0x3F0, std::string(32, 'x')) + kEnd, 3, kWarning,
+         "no version text in a record"},
         {Base(4) + Data(0x400, std::string(17, 'V')) + Base(4) + Data(0x411, "x") + kEnd, 0,
          kWarning, "", 0},
         {Base(5) + Data(0x1FF0, std::string(17, 'V')) + kEnd, 2, kWarning, "steps over 90052000",
