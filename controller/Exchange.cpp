@@ -30,8 +30,10 @@ constexpr Phase kPhases[] = {
     {kRestarting, "restarting"},
 };
 
+// Any work has these texts. The version that is asked for first shows whose they are.
 const std::vector<Reply> kUpdateReplies = {
-    {kConnecting, Effect::Starts},
+    {kServiceText, Effect::Marks},
+    {kConnecting, Effect::GoesOn},
     {kSending, Effect::GoesOn},
     {"CSP is not connected.", Effect::GoesOn},
     {kUpdateSuccess, Effect::Succeeds},
@@ -41,15 +43,13 @@ const std::vector<Reply> kUpdateReplies = {
     {"Cannot execute Parameter Update.", Effect::Refuses},
 };
 const std::vector<Reply> kReadReplies = {
-    {kConnecting, Effect::Starts},
-    {kReading, Effect::GoesOn},
-    {"CSP is not connected.", Effect::GoesOn},
-    {kReadSuccess, Effect::Succeeds},
-    {kReadFailure, Effect::Fails},
+    {kServiceText, Effect::Marks},    {kConnecting, Effect::GoesOn},
+    {kReading, Effect::GoesOn},       {"CSP is not connected.", Effect::GoesOn},
+    {kReadSuccess, Effect::Succeeds}, {kReadFailure, Effect::Fails},
     {kRestarting, Effect::Ends},
 };
 const std::vector<Reply> kCopyReplies = {
-    {"Copying CSP Parameters...", Effect::Starts},      {"Copy Success.", Effect::Answers},
+    {"Copying CSP Parameters...", Effect::Starts},      {"Copy Success.", Effect::Confirms},
     {"Parameter file is not exists.", Effect::Refuses}, {"Binary file error.", Effect::Refuses},
     {"Free Disk space error.", Effect::Refuses},        {"Copy error.", Effect::Refuses},
     {"Floppy in not inserted.", Effect::Refuses},
@@ -71,11 +71,23 @@ bool BeginsWith(std::string_view line, std::string_view text)
     return line.substr(0, text.size()) == text;
 }
 
+bool EndsWith(std::string_view line, std::string_view text)
+{
+    return line.size() >= text.size() && line.substr(line.size() - text.size()) == text;
+}
+
 // What the unit says only while a read-back or an update runs.
 bool IsWork(std::string_view line)
 {
     return BeginsWith(line, kConnecting) || BeginsWith(line, kReading) ||
            BeginsWith(line, kSending);
+}
+
+// What belongs to work that the command has started.
+bool IsOfWork(Effect effect)
+{
+    return effect == Effect::GoesOn || effect == Effect::Succeeds || effect == Effect::Fails ||
+           effect == Effect::Ends;
 }
 
 // The percentage that the line ends with, if it does.
@@ -95,24 +107,27 @@ std::optional<int> PercentOf(std::string_view line)
 // clang-format off
 const std::vector<Query>& Queries()
 {
-    // A version request has no mark of its own in its answer: between two answers with the text
-    // that is always the same lies the one that is wanted. The unit is left with the first kind.
+    // Nothing in the answer to a command shows that it is one, unless a version with the service
+    // text is asked for in the same write: the unit answers all of it or, when it is busy, nothing.
     static const std::vector<Query> queries = {
         {"version", Wait::Replies,
          {kAnswerService, kAskVersion, kAnswerRelease, kAskVersion, kAnswerService, kAskVersion},
-         {{kServiceText, Effect::Encloses}}},
-        {"version on", Wait::Taken, {kAnswerRelease}, {}},
-        {"version off", Wait::Taken, {kAnswerService}, {}},
+         {{kServiceText, Effect::Heads}}},
+        {"version on", Wait::Replies, {kAnswerService, kAskVersion, kAnswerRelease},
+         {{kServiceText, Effect::Confirms}}},
+        {"version off", Wait::Replies, {kAnswerService, kAskVersion},
+         {{kServiceText, Effect::Confirms}}},
         {"find-update", Wait::Replies, {0xDFDF00AA},
          {{"[ System version: Update File ]", Effect::Heads},
           {"Update File is not exsit.", Effect::Refuses}}},
-        {"update", Wait::Replies, {0xDFDF00BB}, kUpdateReplies},
+        {"update", Wait::Replies, {kAnswerService, kAskVersion, 0xDFDF00BB}, kUpdateReplies},
         {"find-parameters", Wait::Replies, {0xDFDF00C1},
          {{"[ Parameter Back Up File ]", Effect::Starts},
           {"CSP Parameter : ", Effect::Answers},
           {"Parameter File is not exsit.", Effect::Refuses}}},
-        {"update-parameters", Wait::Replies, {0xDFDF00C2}, kUpdateReplies},
-        {"read", Wait::Replies, {0xDFDF00C0}, kReadReplies},
+        {"update-parameters", Wait::Replies, {kAnswerService, kAskVersion, 0xDFDF00C2},
+         kUpdateReplies},
+        {"read", Wait::Replies, {kAnswerService, kAskVersion, 0xDFDF00C0}, kReadReplies},
         {"backup", Wait::Replies, {0xDFDF00C3}, kCopyReplies},
         {"restore", Wait::Replies, {0xDFDF00C4}, kCopyReplies},
         {"send", Wait::Window, {}, {}},
@@ -160,47 +175,41 @@ std::string TextOf(const Progress& progress)
 
 bool Exchange::Take(std::string_view line)
 {
+    if (headed) {
+        TakeAnswer(line);
+        return true;
+    }
     const Effect effect = EffectOf(line);
     // Another's work: the unit has dropped this command without a word, or will.
-    const bool isOwn = effect == Effect::Starts || (started && effect != Effect::Nothing);
-    if (IsWork(line) && !isOwn) {
-        otherWork = ProgressOf(line);
-        return query.wait == Wait::Close;
+    if (!started && (IsWork(line) || IsOfWork(effect))) {
+        if (IsWork(line))
+            otherWork = ProgressOf(line);
+        return false;
     }
-    if (isOwn)
+    if (effect != Effect::Nothing)
         otherWork.reset();  // it has ended, or this command would have been dropped
-    if (TakeAnswer(line))
-        return true;
     Apply(effect, line);
-    return effect != Effect::Nothing || query.wait == Wait::Close;
+    return effect != Effect::Nothing || query->wait == Wait::Close;
 }
 
 Effect Exchange::EffectOf(std::string_view line) const
 {
-    for (const Reply& reply : query.replies) {
+    for (const Reply& reply : query->replies) {
         if (BeginsWith(line, reply.text))
             return reply.effect;
     }
     return Effect::Nothing;
 }
 
-// True when the line was waited for as an answer.
-bool Exchange::TakeAnswer(std::string_view line)
+// A release file without a line end leaves the next answer in the same line, and none leaves
+// nothing else.
+void Exchange::TakeAnswer(std::string_view line)
 {
-    if (headed) {
-        answer = line;
-        End(Status::Success, {});
-    }
-    if (enclosed && EffectOf(line) == Effect::Nothing)
-        answer = line;
-    return headed;
-}
-
-void Exchange::TakeEnclosure()
-{
-    if (!std::exchange(enclosed, true))
-        return;
-    if (answer.empty())
+    const bool hasService = EndsWith(line, kServiceText);
+    if (hasService)
+        line.remove_suffix(kServiceText.size());
+    answer = line;
+    if (hasService && line.empty())
         End(Status::Failed, "the unit has no release line");
     else
         End(Status::Success, {});
@@ -211,9 +220,9 @@ void Exchange::Apply(Effect effect, std::string_view line)
     switch (effect) {
     case Effect::Nothing:
     case Effect::GoesOn: break;
+    case Effect::Marks:
     case Effect::Starts: started = true; break;
     case Effect::Heads: headed = true; break;
-    case Effect::Encloses: TakeEnclosure(); break;
     case Effect::Succeeds:
         status = Status::Success;
         serverEnds = line == kReadSuccess;
@@ -224,25 +233,21 @@ void Exchange::Apply(Effect effect, std::string_view line)
         serverEnds = false;
         reason = line;
         break;
-    case Effect::Answers:
-        answer = line;
-        End(Status::Success, {});
-        break;
+    case Effect::Answers: answer = line; [[fallthrough]];
+    case Effect::Confirms: End(Status::Success, {}); break;
     case Effect::Refuses: End(Status::Failed, line); break;
-    // The end of work that was under way before doesn't end this one.
     case Effect::Ends: ended = status.has_value(); break;
     }
 }
 
-// A server closes the connection by itself once it has read all there is, and after a read-back
-// that succeeded.
+// A server closes the connection by itself after a read-back that succeeded.
 Status Exchange::ResultAt(bool close) const
 {
     if (!close)
-        return status || query.wait == Wait::Window ? Result() : Status::NoAnswer;
-    if (query.wait == Wait::Close)
+        return status || query->wait == Wait::Window ? Result() : Status::NoAnswer;
+    if (query->wait == Wait::Close)
         return serverEnds ? Status::Success : Status::Connection;
-    return status || query.wait == Wait::Taken ? Result() : Status::Connection;
+    return status.value_or(Status::Connection);
 }
 
 void Exchange::End(Status with, std::string_view why)

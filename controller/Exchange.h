@@ -14,15 +14,16 @@
 // What a line means to the command that waits for it.
 enum class Effect {
     Nothing,   // none of its texts
+    Marks,     // the unit has taken the command, which is no news for the user
     Starts,    // the unit has taken the command
     GoesOn,    // a sign of life of the work
     Succeeds,  // the result; the end follows
     Fails,     // likewise
     Ends,      // nothing more comes
-    Answers,   // a success and the end
+    Confirms,  // a success and the end
+    Answers,   // likewise, and the line is what was asked for
     Refuses,   // a failure and the end
     Heads,     // the next line is the answer, whatever it says
-    Encloses,  // comes twice, with the answer between
 };
 
 struct Reply {
@@ -33,7 +34,6 @@ struct Reply {
 // What is waited for once a command has gone out.
 enum class Wait {
     Replies,  // the texts of its table
-    Taken,    // nothing but the unit's having read it
     Window,   // whatever comes in the time given
     Close,    // everything until the connection ends
 };
@@ -65,16 +65,18 @@ std::string TextOf(const Progress& progress);
 // One command on its way: takes the unit's lines and knows when the command has ended, and how.
 class Exchange {
 public:
-    explicit Exchange(const Query& sent) : query(sent) {}
+    // To a command that waits for the close, all work is its own.
+    explicit Exchange(const Query& sent) : query(&sent), started(sent.wait == Wait::Close) {}
 
     // True when the line belongs to the command, which allows it some more time.
     bool Take(std::string_view line);
 
+    bool IsMark(std::string_view line) const { return EffectOf(line) == Effect::Marks; }
     bool HasEnded() const { return ended; }
     bool HasStarted() const { return started; }
     bool HasSucceeded() const { return status == Status::Success; }
 
-    // The progress of work that isn't this command's, and so keeps the unit from taking it.
+    // The progress of work that isn't this command's, and keeps the unit from taking it.
     const std::optional<Progress>& OtherWork() const { return otherWork; }
 
     // How the command has ended: by its texts, by the end of the connection or by silence.
@@ -89,19 +91,17 @@ public:
 
 private:
     Effect EffectOf(std::string_view line) const;
-    bool TakeAnswer(std::string_view line);
-    void TakeEnclosure();
+    void TakeAnswer(std::string_view line);
     void Apply(Effect effect, std::string_view line);
     void End(Status with, std::string_view why);
 
-    const Query& query;
+    const Query* query;
     std::optional<Status> status;
     std::string reason;
     std::string answer;
     std::optional<Progress> otherWork;
-    bool started = false;
+    bool started;
     bool headed = false;
-    bool enclosed = false;
     bool serverEnds = false;
     bool ended = false;
 };

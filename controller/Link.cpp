@@ -101,11 +101,6 @@ bool Link::Send(const std::string& bytes) const
     return sent == static_cast<ssize_t>(bytes.size());
 }
 
-void Link::EndSending() const
-{
-    shutdown(descriptor.Get(), SHUT_WR);
-}
-
 void Link::WatchInterrupt()
 {
     sigset_t signals;

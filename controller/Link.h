@@ -27,10 +27,6 @@ public:
     // Sends the bytes in one write, since the unit cuts each of its reads into groups anew.
     bool Send(const std::string& bytes) const;
 
-    // Lets the unit know that nothing more is coming. It closes the connection when it has read
-    // everything.
-    void EndSending() const;
-
     // From here on Ctrl-C is an event.
     void WatchInterrupt();
 

@@ -58,7 +58,7 @@ Output::Form FormOf(const Invocation& invocation)
 {
     if (invocation.json)
         return Output::Form::Json;
-    if (invocation.quiet || invocation.command->name == "version")
+    if (invocation.quiet || invocation.command->name.rfind("version", 0) == 0)
         return Output::Form::Answer;
     return isatty(STDOUT_FILENO) != 0 ? Output::Form::Bar : Output::Form::Plain;
 }
@@ -128,6 +128,7 @@ Status Session::Run()
 // From the connection to the end of the exchange.
 Status Session::Connect()
 {
+    exchange = Exchange(query);
     const double limit = invocation.timeout > 0 ? invocation.timeout : kAnswerLimit;
     isConnected = link.Connect(invocation.host, invocation.port, Seconds(limit), error);
     if (!isConnected)
@@ -147,11 +148,7 @@ Status Session::Connect()
 bool Session::Send()
 {
     AllowTime();
-    if (!bytes.empty() && !link.Send(bytes))
-        return false;
-    if (query.wait == Wait::Taken)
-        link.EndSending();
-    return true;
+    return bytes.empty() || link.Send(bytes);
 }
 
 std::optional<Status> Session::OnEvent(Link::Event event)
@@ -159,11 +156,11 @@ std::optional<Status> Session::OnEvent(Link::Event event)
     switch (event) {
     case Link::Event::Line: return OnLine();
     case Link::Event::Silence: return OnSilence();
+    case Link::Event::Interrupted: return OnInterrupt();
     case Link::Event::Lost:
         if (!link.LostBy().empty())
             error = "the connection was lost: " + link.LostBy();
-        return Status::Connection;
-    case Link::Event::Interrupted: return OnInterrupt();
+        [[fallthrough]];
     default: return exchange.ResultAt(true);
     }
 }
@@ -171,7 +168,8 @@ std::optional<Status> Session::OnEvent(Link::Event event)
 std::optional<Status> Session::OnLine()
 {
     const bool isOwn = exchange.Take(line);
-    output.ShowLine(line, isCut, exchange.HasSucceeded());
+    if (!exchange.IsMark(line))
+        output.ShowLine(line, isCut, exchange.HasSucceeded());
     if (exchange.HasEnded())
         return exchange.Result();
     if (isOwn)
@@ -197,14 +195,14 @@ std::optional<Status> Session::OnSilence()
 void Session::OnOtherWork()
 {
     const bool isNews = MayWait() || query.wait == Wait::Window;
-    if (isNews && query.wait != Wait::Close && !std::exchange(busyIsShown, true))
+    if (isNews && !std::exchange(busyIsShown, true))
         output.ShowBusy(*exchange.OtherWork());
 }
 
 Status Session::OnInterrupt()
 {
     output.EndBar();
-    if (exchange.HasStarted())
+    if (exchange.HasStarted() && query.wait == Wait::Replies)
         Complain("the unit continues with the " + std::string(WorkOf(query.command)));
     std::signal(SIGINT, SIG_DFL);
     std::raise(SIGINT);
@@ -217,8 +215,8 @@ Status Session::OnInterrupt()
 // True while a command that the unit hasn't taken may be tried again.
 bool Session::MayWait() const
 {
-    const bool isRepeatable = !isConnected || query.wait == Wait::Replies;
-    return isRepeatable && !exchange.HasStarted() && Clock::now() < serveBy;
+    const bool isDropped = query.wait == Wait::Replies && !exchange.HasStarted();
+    return (!isConnected || isDropped) && Clock::now() < serveBy;
 }
 
 // How long the unit may say nothing that belongs to the command.
@@ -235,12 +233,12 @@ double Session::SilenceLimit() const
 
 std::string Session::ReasonFor(Status status) const
 {
-    if (status == Status::Success || !exchange.Reason().empty())
-        return exchange.Reason();
     if (status == Status::Connection)
         return !error.empty() ? error
                               : "the unit has closed the connection: the server has ended, or "
                                 "serves a controller that came later";
+    if (status == Status::Success || !exchange.Reason().empty())
+        return exchange.Reason();
     if (exchange.OtherWork())
         return "the unit is busy (" + TextOf(*exchange.OtherWork()) + ")";
     return exchange.HasStarted() ? "the unit has fallen silent"

@@ -48,13 +48,17 @@ std::string Good()
 
 }  // namespace
 
-TEST(Exchange, ForgetsOtherWorkOnceItsOwnBegins)
+TEST(Exchange, TakesWorkForItsOwnOnlyAfterTheUnitHasTakenTheCommand)
 {
     Exchange update(QueryOf("update"));
-    EXPECT_FALSE(update.Take("Reading CSP 43%"));
+    EXPECT_FALSE(update.Take("Connecting to CSP"));
     EXPECT_TRUE(update.OtherWork());
-    EXPECT_TRUE(update.Take("Connecting to CSP"));
+    EXPECT_FALSE(update.Take("CSP Update Failed.") || update.Take("Rebooting CSP..."));
+    EXPECT_FALSE(update.HasEnded());
+    EXPECT_TRUE(update.Take("KVT : Update the Service Center."));
     EXPECT_FALSE(update.OtherWork());
+    EXPECT_TRUE(update.Take("Connecting to CSP") && update.Take("CSP Update Success."));
+    EXPECT_EQ(update.ResultAt(true), Status::Success);
 }
 
 TEST(ImageCommands, ConvertReportsTargetThatCannotBe)

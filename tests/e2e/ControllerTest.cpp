@@ -36,6 +36,8 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         {"", {"send", "DFDFDFDF"}, 0, kServiceText, ""},
         {"", {"version", "on"}, 0, "", ""},
         {"", {"send", "DFDF", "DFDF"}, 0, "1.00\n", ""},
+        {"", {"version", "off"}, 0, "", ""},
+        {"", {"send", "DFDFDFDF"}, 0, kServiceText, ""},
         {"",
          {"--json", "update"},
          1,
@@ -48,6 +50,12 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         {"", {"--timeout", "100", "monitor"}, 1, "CSP...\n", "CSP Read Failed.\n"},
         {"--join", {"find-update", "--quiet"}, 0, "V7\n", ""},
         {"", {"--json", "update"}, 0, "\"status\":0,\"text\":\"\"}\n", ""},
+        {"", {"find-parameters", "--json"}, 1, "exsit.\"}\n", "Parameter File is not exsit.\n"},
+        {"", {"backup"}, 1, "HD -> FD\nParameter file is not exists.\n", "not exists.\n"},
+        {"", {"restore"}, 0, "FD -> HD\nCopy Success.\n", ""},
+        {"", {"find-parameters", "--quiet"}, 0, ")\n", ""},
+        {"", {"update-parameters"}, 0, "CSP Update Success.\nRebooting CSP...\n", ""},
+        {"", {"backup", "--quiet"}, 0, "", ""},
         {"--join --read-stop 90042000", {"read"}, 0, "Success.\nRebooting CSP...\n", ""},
         {"", {"version"}, 3, "", "serves a controller that came later\n"},
         {"", {"version"}, 3, "", "(is the server running?)\n"},
@@ -55,6 +63,7 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
     ServerWithPiano scene;
     scene.unit.Mount("usb");
     scene.unit.Write("medium/csp_prog.rlg", PackedText(FirmwareOf("V7", 0x4000)));
+    scene.unit.Write("medium/csp_param.rlg", PackedText(Firmware(0x4000)));
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.words));
         if (*row.faults != '\0')
@@ -76,26 +85,49 @@ TEST(ControllerTool, WaitsForABusyUnitAndReportsALostOne)
     const auto hasBegun = [](const Process& tool) {
         return WaitUntil([&] { return tool.Output().find("Connecting") != std::string::npos; });
     };
+    const Unit::Words commands[] = {
+        {"version"}, {"version", "on"},   {"version", "off"},    {"find-update"},
+        {"update"},  {"find-parameters"}, {"update-parameters"}, {"read"},
+        {"backup"},  {"restore"},
+    };
     RunTool(unit, {"find-update"});
     scene.SetFaults("--silent");
     Process& updater = StartTool(unit, {"update"});
     ASSERT_TRUE(hasBegun(updater));
 
-    Process& version = RunTool(unit, {"version"});
-    EXPECT_EQ(version.Wait(), 4);
-    EXPECT_EQ(version.Output(), "");
-    EXPECT_EQ(version.Error(), "diagctl: the unit is busy (connecting)\n");
+    const std::string busy = "diagctl: the unit is busy (connecting)\n";
+    for (const Unit::Words& command : commands) {
+        Process& tool = RunTool(unit, command);
+        EXPECT_EQ(tool.Wait(), 4);
+        EXPECT_EQ(tool.Error(), busy) << command[0];
+    }
     EXPECT_EQ(updater.Wait(), 3);
     EXPECT_NE(updater.Error().find("has closed the connection"), std::string::npos);
-    EXPECT_EQ(RunTool(unit, {"send", "DFDFDFDF"}).Error(), version.Error());
+    EXPECT_EQ(RunTool(unit, {"send", "DFDFDFDF"}).Error(), busy);
 
+    // A line end is no part of the release line.
+    unit.Write("etc/KVT-release", "1.00");
     Process& patient = RunTool(unit, {"version", "--wait", "300"});
     EXPECT_EQ(patient.Output(), "1.00\n");
-    EXPECT_EQ(patient.Error(), version.Error());
+    EXPECT_EQ(patient.Error(), busy);
     EXPECT_EQ(patient.Wait(), 0);
+    unit.Remove("etc/KVT-release");
+    EXPECT_EQ(RunTool(unit, {"version"}).Error(), "diagctl: the unit has no release line\n");
 
     Process& reader = StartTool(unit, {"read"});
     ASSERT_TRUE(hasBegun(reader));
     EXPECT_EQ(reader.Kill(SIGINT), 128 + SIGINT);
     EXPECT_EQ(reader.Error(), "diagctl: the unit continues with the read-back\n");
+
+    Process& monitor = StartTool(unit, {"monitor"});
+    EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "Rebooting") > 0; }));
+    Process& second = StartTool(unit, {"read", "--wait", "300"});
+    EXPECT_EQ(monitor.Wait(), 3);
+    EXPECT_EQ(monitor.Error(), updater.Error());
+    ASSERT_TRUE(hasBegun(second));
+    scene.server.Kill(SIGKILL);
+    EXPECT_EQ(second.Wait(), 3) << "the unit had taken the command";
+
+    for (const Unit::Words& command : commands)
+        EXPECT_EQ(RunTool(unit, command).Wait(), 3) << command[0];
 }
