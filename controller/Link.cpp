@@ -59,6 +59,14 @@ int ConnectTo(const addrinfo& address, Clock::duration limit)
     return -1;
 }
 
+sigset_t InterruptSet()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    return signals;
+}
+
 std::string ReasonOf(int error)
 {
     const std::string reason = std::strerror(error);
@@ -82,16 +90,25 @@ bool Link::Connect(const std::string& host, const std::string& port, Clock::dura
     lostBy.clear();
     received.clear();
     skipping = false;
-    descriptor.Reset(-1);
     int reason = 0;
     for (const addrinfo* each = addresses; each != nullptr && !descriptor; each = each->ai_next) {
         descriptor.Reset(ConnectTo(*each, limit));
         reason = errno;
     }
     freeaddrinfo(addresses);
-    if (!descriptor)
+    if (descriptor)
+        WatchInterrupt();
+    else
         error = "can't connect to " + host + " port " + port + ": " + ReasonOf(reason);
     return static_cast<bool>(descriptor);
+}
+
+void Link::Close()
+{
+    descriptor.Reset();
+    interrupt.Reset();
+    const sigset_t signals = InterruptSet();
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 bool Link::Send(const std::string& bytes) const
@@ -103,10 +120,8 @@ bool Link::Send(const std::string& bytes) const
 
 void Link::WatchInterrupt()
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    if (!interrupt && sigprocmask(SIG_BLOCK, &signals, nullptr) == 0)
+    const sigset_t signals = InterruptSet();
+    if (sigprocmask(SIG_BLOCK, &signals, nullptr) == 0)
         interrupt.Reset(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 

@@ -20,15 +20,14 @@ public:
 
     explicit Link(Trace shown) : trace(std::move(shown)) {}
 
-    // False with the reason in `error`. A link that is there already is given up.
+    // False with the reason in `error`. There must be no connection. While there is one, Ctrl-C is
+    // an event; otherwise it ends the program, as ever.
     bool Connect(const std::string& host, const std::string& port, Clock::duration limit,
                  std::string& error);
+    void Close();
 
     // Sends the bytes in one write, since the unit cuts each of its reads into groups anew.
     bool Send(const std::string& bytes) const;
-
-    // From here on Ctrl-C is an event.
-    void WatchInterrupt();
 
     // Waits for a line until `deadline`. A text without a line end counts as a line when nothing
     // follows it. A line over the limit is cut and `isCut` set.
@@ -41,6 +40,7 @@ public:
 private:
     enum class Ready { Bytes, Interrupt, Nothing };
 
+    void WatchInterrupt();
     Ready Await(Clock::time_point deadline) const;
     bool TakeLine(std::string& line, bool& isCut);
     void Fill();

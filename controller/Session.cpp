@@ -118,6 +118,8 @@ Status Session::Run()
 {
     Status status = Connect();
     while (status == Status::Connection && MayWait()) {
+        output.EndBar();
+        link.Close();
         usleep(static_cast<useconds_t>(kRetryWait * 1e6));
         status = Connect();
     }
@@ -138,7 +140,6 @@ Status Session::Connect()
         return Status::Connection;
     }
     error.clear();
-    link.WatchInterrupt();
     std::optional<Status> status;
     while (!status)
         status = OnEvent(link.Next(deadline, line, isCut));
@@ -205,11 +206,8 @@ Status Session::OnInterrupt()
     if (exchange.HasStarted() && query.wait == Wait::Replies)
         Complain("the unit continues with the " + std::string(WorkOf(query.command)));
     std::signal(SIGINT, SIG_DFL);
-    std::raise(SIGINT);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    return Status::Connection;
+    link.Close();
+    return Status::Connection;  // never: the signal was pending
 }
 
 // True while a command that the unit hasn't taken may be tried again.

@@ -125,8 +125,12 @@ TEST(ControllerTool, WaitsForABusyUnitAndReportsALostOne)
     EXPECT_EQ(monitor.Wait(), 3);
     EXPECT_EQ(monitor.Error(), updater.Error());
     ASSERT_TRUE(hasBegun(second));
-    scene.server.Kill(SIGKILL);
+    Process& waiting = StartTool(unit, {"version", "--wait", "300"});
     EXPECT_EQ(second.Wait(), 3) << "the unit had taken the command";
+    scene.server.Kill(SIGKILL);
+    const auto end = UnitTime();
+    EXPECT_TRUE(WaitUntil([&] { return UnitTime() > end + std::chrono::seconds(1); }));
+    EXPECT_EQ(waiting.Kill(SIGINT), 128 + SIGINT) << "between two attempts";
 
     for (const Unit::Words& command : commands)
         EXPECT_EQ(RunTool(unit, command).Wait(), 3) << command[0];
