@@ -102,6 +102,8 @@ TEST(Update, SucceedsWithoutStandardOutput)
 
         Process& program = unit.Start("diag_server", {"-f", "prog.hex"});
         EXPECT_TRUE(unit.WaitForJournal("usleep(500000)"));
+        char first = 0;
+        EXPECT_EQ(read(reader.Get(), &first, 1), fromTheStart ? 0 : 1) << "texts leave at once";
         close(reader.Release());
 
         ExpectCleanEnd(unit, program);

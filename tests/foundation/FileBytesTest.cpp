@@ -42,6 +42,9 @@ TEST(FileBytes, RefusesWhatItCannotReadInFull)
     EXPECT_FALSE(ReadWholeFile(-1, bytes)) << "no size";
     readLimit = 0;
     EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "fewer bytes than the size";
+    EXPECT_EQ(truncate64(dir.Path("file").c_str(), INT32_MAX), 0);
+    EXPECT_FALSE(ReadWholeFile(file.Get(), bytes));
+    EXPECT_EQ(lseek(file.Get(), 0, SEEK_CUR), 0) << "the largest size is tried";
     readLimit = SIZE_MAX;
     EXPECT_EQ(truncate64(dir.Path("file").c_str(), 0x80000000), 0);
     EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "2 GiB";

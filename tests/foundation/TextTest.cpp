@@ -153,7 +153,7 @@ TEST(String, IsEditedAndSearchedByPositionsFromOne)
     ExpectTexts({
         {"delete to the end", TSString(five).Delete(2, INT_MAX), "a"},
         {"delete at the lowest position", TSString(five).Delete(INT_MIN, 1), "bcde"},
-        {"delete past the text", TSString(five).Delete(100, 1), "abcde"},
+        {"delete past the text", TSString(five).Delete(100, 1) + "|", "abcde|"},
         {"delete a negative count", TSString(five).Delete(2, INT_MIN), "abcde"},
         {"insert in the middle", TSString(five).Insert("XY", 3), "abXYcde"},
         {"insert far past the text", TSString(five).Insert("X", 100), "abcdeX"},
@@ -214,6 +214,7 @@ TEST(Text, IsCutAndChangedInPlace)
     EXPECT_EQ(skipspace(nullptr), nullptr);
     char blanks[] = " a!b\x80 c ";
     trimleft(blanks, 6);
+    trimleft(blanks + 7, 0);
     EXPECT_EQ(std::string(blanks, 8), std::string("\0a!b\x80\0c ", 8));
 }
 

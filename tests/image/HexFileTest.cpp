@@ -152,6 +152,9 @@ TEST(LoadedFile, IsScannedForItsAddressesAndItsVersion)
         EXPECT_EQ(file.startAddress, c.start);
         EXPECT_EQ(file.endAddress, c.end);
         EXPECT_STREQ(file.versionText, c.version);
+        file.startAddress = 9;
+        file.GetStartEndAddress();
+        EXPECT_EQ(file.startAddress, c.start) << "found again";
     }
 }
 

@@ -26,14 +26,15 @@ std::string Begun(const std::string& text)
     return frames.substr(0, frames.size() - 9);
 }
 
-// A link, fed with messages of exactly their size, so that a byte too far shows.
+// A link. A byte that would end a line follows each message, so that a read past the end shows.
 struct Console {
     // The lines, or "bad" for a bad frame.
     Lines Take(const std::string& message, std::size_t capacity = 100)
     {
-        std::vector<char> bytes(message.begin(), message.end());
+        const std::string guarded = message + '7';
+        std::vector<char> bytes(guarded.begin(), guarded.end());
         std::vector<char*> lines(capacity);
-        const int count = midi.ToConsole2(bytes.data(), static_cast<int>(bytes.size()),
+        const int count = midi.ToConsole2(bytes.data(), static_cast<int>(message.size()),
                                           lines.data(), static_cast<int>(capacity));
         return count < 0 ? Lines{"bad"} : Lines{lines.begin(), lines.begin() + count};
     }
@@ -57,8 +58,8 @@ TEST(ConsoleLines, AreMadeOfTextThatFramesAnnounce)
     EXPECT_EQ(Console().Take(Bytes("E2 E1 06 C5 41 42 43 44 45 E2 E1 06 87 41 42 43 44 45") + line),
               Lines{"x\r\n"})
         << "frames without text";
-    EXPECT_EQ(Console().Take(line + Bytes("E2 E1 06 35 41")), Lines{"x\r\n"});
-    EXPECT_EQ(Console().Take(line + Bytes("E2 E1")), Lines{"x\r\n"});
+    for (const char* piece : {"E2 E1 06 35 41", "E2 E1 06", "E2 E1", "E2"})
+        EXPECT_EQ(Console().Take(line + Bytes(piece)), Lines{"x\r\n"}) << piece;
 }
 
 TEST(ConsoleLines, ContinueInNextMessageEvenAfterBadFrame)

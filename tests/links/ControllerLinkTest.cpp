@@ -35,6 +35,7 @@ TEST(ControllerLink, LosesTextsQuietlyWithoutPeer)
     Peer controller;
     EXPECT_EQ(zaurus.SetZaurusId(controller.Other()), controller.Other());
     EXPECT_EQ(zaurus.WriteMessage("hello\nmore", 6), 1);
+    EXPECT_EQ(zaurus.WriteMessage("", 0), 1);
     EXPECT_EQ(zaurus.WriteMessage("text", -1), 0);
     EXPECT_EQ(controller.Received(), "hello\n");
 

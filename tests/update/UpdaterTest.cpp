@@ -273,8 +273,9 @@ TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
     }
 
     Update update(InServer);
+    update.updater.SendIntelHex(&update.midi, 0, 1);
     update.updater.SendIntelHex(&update.midi, 0x90042000, 1);
-    EXPECT_EQ(update.Sent(), Lines{"42000"}) << "any size";
+    EXPECT_EQ(update.Sent(), (Lines{"9004:", "40000", "42000"})) << "any size, from the first row";
     update.updater.SendIntelHex(&update.midi, 0x90042000, 0);
     EXPECT_EQ(update.Sent(), Lines{});
     update.updater.ClearUpdateStatus();
