@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr char kNoChecksum[] = "This form has no checksum: other damage cannot be seen in it.";
+
 const char* NameOf(Severity severity)
 {
     return severity == Severity::Error ? "error" : "warning";
@@ -49,7 +51,7 @@ void PrintSummary(const ImageFile& file)
         std::printf("  file       %zu records, line ends %s\n", report.records,
                     NameOf(report.lineEnds));
     else
-        std::printf("  This form has no checksum: other damage cannot be seen in it.\n");
+        std::printf("  %s\n", kNoChecksum);
 }
 
 void PrintPlain(const std::string& path, const ImageFile& file, bool quiet)
@@ -94,6 +96,8 @@ void PrintSummaryAsJson(const std::string& path, const ImageFile& file)
     if (file.form == ImageForm::Hex) {
         object["records"] = report.records;
         object["line_ends"] = NameOf(report.lineEnds);
+    } else {
+        object["text"] = kNoChecksum;
     }
     Print(object);
 }
@@ -113,10 +117,9 @@ bool WriteSvg(const std::string& target, const std::string& path, const ImageFil
 Status CheckFile(const std::string& path, const Invocation& invocation)
 {
     ImageFile file;
-    std::string error;
-    if (const Status loaded = Load(path, file, error); loaded != Status::Success) {
-        Complain(error);
-        return loaded;
+    if (const Outcome loaded = Load(path, file); loaded.status != Status::Success) {
+        Complain(loaded.reason);
+        return loaded.status;
     }
     if (invocation.json) {
         PrintFindingsAsJson(path, file.report);
@@ -130,7 +133,7 @@ Status CheckFile(const std::string& path, const Invocation& invocation)
 
 }  // namespace
 
-Status CheckFiles(const Invocation& invocation)
+Outcome CheckFiles(const Invocation& invocation)
 {
     if (invocation.arguments.empty())
         return WrongUsage("check takes a file, or several");

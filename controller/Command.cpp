@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "Json.h"
 #include "Session.h"
 
 // clang-format off
@@ -60,9 +61,22 @@ void Complain(std::string_view sentence)
     std::fprintf(stderr, "diagctl: %s\n", Readable(sentence).c_str());
 }
 
-Status WrongUsage(std::string_view reason)
+Outcome WrongUsage(const std::string& reason)
 {
-    Complain(reason);
-    std::fputs("Try: diagctl --help\n", stderr);
-    return Status::Usage;
+    return {Status::Usage, reason + "; try diagctl --help"};
+}
+
+Status Finish(const Invocation& invocation, const Outcome& outcome)
+{
+    if (invocation.json) {
+        Json object = MakeEvent("result");
+        object["status"] = static_cast<int>(outcome.status);
+        if (!outcome.answer.empty())
+            object["version"] = MakeText(outcome.answer);
+        object["text"] = MakeText(outcome.reason);
+        Print(object);
+    }
+    if (!outcome.reason.empty())
+        Complain(outcome.reason);
+    return outcome.status;
 }

@@ -27,7 +27,7 @@ struct Command {
     std::string_view name;  // of one or two words, with one blank between them
     std::string_view arguments;
     std::string_view help;
-    Status (*handler)(const Invocation&);
+    Outcome (*handler)(const Invocation&);
 };
 
 // The commands, in the order of the help text.
@@ -39,12 +39,15 @@ const Command* FindCommand(std::string_view name);
 // One sentence to standard error, after the program's name. Bytes outside printable ASCII are
 // escaped.
 void Complain(std::string_view sentence);
-Status WrongUsage(std::string_view reason);
+Outcome WrongUsage(const std::string& reason);
+
+// The end of every command: shows its outcome, with --json in an object.
+Status Finish(const Invocation& invocation, const Outcome& outcome);
 
 // The bytes with everything escaped that isn't printable ASCII.
 std::string Readable(std::string_view bytes);
 
 // Commands on images.
-Status CheckFiles(const Invocation& invocation);
-Status ConvertImage(const Invocation& invocation);
-Status CompareImages(const Invocation& invocation);
+Outcome CheckFiles(const Invocation& invocation);
+Outcome ConvertImage(const Invocation& invocation);
+Outcome CompareImages(const Invocation& invocation);

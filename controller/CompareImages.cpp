@@ -93,35 +93,21 @@ void PrintAsJson(const std::vector<Difference>& differences)
     }
 }
 
-Status LoadImage(const std::string& path, Image& image)
-{
-    ImageFile file;
-    std::string error;
-    Status status = Load(path, file, error);
-    if (status == Status::Success && file.report.errors > 0) {
-        error = path + ": has errors, which check shows";
-        status = Status::Failed;
-    }
-    if (status == Status::Success)
-        image = Image(file.hexText);
-    else
-        Complain(error);
-    return status;
-}
-
 }  // namespace
 
-Status CompareImages(const Invocation& invocation)
+Outcome CompareImages(const Invocation& invocation)
 {
     if (invocation.arguments.size() != 2)
         return WrongUsage("diff takes two files");
-    Image left;
-    Image right;
-    for (const auto& [path, image] :
-         {std::pair(invocation.arguments[0], &left), std::pair(invocation.arguments[1], &right)}) {
-        if (const Status status = LoadImage(path, *image); status != Status::Success)
-            return status;
+    Image images[2];
+    for (std::size_t i = 0; i < std::size(images); ++i) {
+        ImageFile file;
+        if (Outcome loaded = LoadClean(invocation.arguments[i], file);
+            loaded.status != Status::Success)
+            return loaded;
+        images[i] = Image(file.hexText);
     }
+    const auto& [left, right] = images;
     const std::vector<Difference> differences = Compare(left, right);
     if (invocation.json)
         PrintAsJson(differences);

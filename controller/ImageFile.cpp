@@ -105,34 +105,47 @@ ScratchDirectory::~ScratchDirectory()
         std::filesystem::remove_all(path, ignored);
 }
 
-Status Load(const std::string& path, ImageFile& file, std::string& error)
+Outcome Load(const std::string& path, ImageFile& file)
 {
     const auto form = FormOf(path);
     std::string bytes;
     errno = 0;
-    if (!form || !ReadBytes(path, bytes)) {
-        error = form ? ReasonOf(path) : path + ": neither .hex, .bin nor .rlg";
-        return Status::Usage;
-    }
+    if (!form)
+        return {Status::Usage, path + ": neither .hex, .bin nor .rlg"};
+    if (!ReadBytes(path, bytes))
+        return {Status::Usage, ReasonOf(path)};
     file.form = *form;
     if (*form == ImageForm::Hex) {
         file.hexText = std::move(bytes);
         file.report = CheckHex(file.hexText);
-        return Status::Success;
+        return {};
     }
     if (std::string wrong = FormError(*form, bytes); !wrong.empty()) {
         file.report.findings.push_back({0, Severity::Error, std::move(wrong), std::nullopt});
         file.report.errors = 1;
-        return Status::Success;
+        return {};
     }
-    if (!Expand(path, *form, file.hexText)) {
-        error = ReasonOf(path);
-        return Status::Failed;
-    }
+    if (!Expand(path, *form, file.hexText))
+        return {Status::Failed, ReasonOf(path)};
     file.report = CheckHex(file.hexText);
     for (Finding& finding : file.report.findings)
         finding.line = 0;
-    return Status::Success;
+    return {};
+}
+
+Outcome LoadClean(const std::string& path, ImageFile& file)
+{
+    Outcome outcome = Load(path, file);
+    if (outcome.status != Status::Success || file.report.errors == 0)
+        return outcome;
+    const auto& findings = file.report.findings;
+    const auto first = std::find_if(findings.begin(), findings.end(), [](const Finding& finding) {
+        return finding.severity == Severity::Error;
+    });
+    std::string reason = first == findings.end() ? path : Describe(path, *first);
+    if (file.report.errors > 1)
+        reason += "; check shows all " + std::to_string(file.report.errors) + " errors";
+    return {Status::Failed, reason};
 }
 
 std::string Describe(const std::string& path, const Finding& finding)

@@ -35,9 +35,12 @@ struct ImageFile {
     HexReport report;  // without line numbers for a file that has no lines
 };
 
-// Reads and checks a file. With an error in `error`: Usage when it can't be read or is none of the
-// forms, Failed when it can't be expanded. What is wrong with its content is in the report.
-Status Load(const std::string& path, ImageFile& file, std::string& error);
+// Reads and checks a file: Usage when it can't be read or is none of the forms, Failed when it
+// can't be expanded. What is wrong with its content is in the report.
+Outcome Load(const std::string& path, ImageFile& file);
+
+// The same, and fails with the first error in the content.
+Outcome LoadClean(const std::string& path, ImageFile& file);
 
 // "file.hex:12: error: ...", with the line where there is one.
 std::string Describe(const std::string& path, const Finding& finding);

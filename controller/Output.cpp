@@ -73,30 +73,18 @@ void Output::ShowBusy(const Progress& progress)
     Complain("the unit is busy (" + TextOf(progress) + ")");
 }
 
-void Output::ShowResult(Status status, const std::string& reason, const std::string& answer)
-{
-    EndBar();
-    if (form == Form::Json) {
-        Json object = MakeEvent("result");
-        object["status"] = static_cast<int>(status);
-        if (!answer.empty())
-            object["version"] = MakeText(answer);
-        object["text"] = MakeText(reason);
-        Print(object);
-    } else if (form == Form::Answer && !answer.empty()) {
-        std::printf("%s\n", Readable(answer).c_str());
-    }
-    std::fflush(stdout);
-    if (!reason.empty())
-        Complain(reason);
-}
-
 void Output::EndBar()
 {
     if (barStands)
         std::printf("\n");
     barStands = false;
     std::fflush(stdout);
+}
+
+void Output::ShowAnswer(const std::string& answer)
+{
+    if (form == Form::Answer && !answer.empty())
+        std::printf("%s\n", Readable(answer).c_str());
 }
 
 void Output::ShowProgress(const Progress& progress, std::string_view line)

@@ -27,11 +27,11 @@ public:
     // What keeps the unit from taking a command.
     void ShowBusy(const Progress& progress);
 
-    // The end: the answer, if there is one, and the reason for a failure to standard error.
-    void ShowResult(Status status, const std::string& reason, const std::string& answer);
-
     // Ends the line that a bar stands in.
     void EndBar();
+
+    // Where nothing else is shown.
+    void ShowAnswer(const std::string& answer);
 
 private:
     void ShowProgress(const Progress& progress, std::string_view line);

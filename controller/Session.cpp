@@ -82,7 +82,7 @@ public:
           exchange(query)
     {}
 
-    Status Run();
+    Outcome Run();
 
 private:
     Status Connect();
@@ -114,7 +114,7 @@ private:
     bool isCut = false;
 };
 
-Status Session::Run()
+Outcome Session::Run()
 {
     Status status = Connect();
     while (status == Status::Connection && MayWait()) {
@@ -123,8 +123,9 @@ Status Session::Run()
         usleep(static_cast<useconds_t>(kRetryWait * 1e6));
         status = Connect();
     }
-    output.ShowResult(status, ReasonFor(status), exchange.Answer());
-    return status;
+    output.EndBar();
+    output.ShowAnswer(exchange.Answer());
+    return {status, ReasonFor(status), exchange.Answer()};
 }
 
 // From the connection to the end of the exchange.
@@ -258,7 +259,7 @@ bool ParseBytes(std::string digits, std::string& bytes)
 
 }  // namespace
 
-Status Ask(const Invocation& invocation)
+Outcome Ask(const Invocation& invocation)
 {
     if (!invocation.arguments.empty())
         return WrongUsage(std::string(invocation.command->name) + " takes no arguments");
@@ -266,7 +267,7 @@ Status Ask(const Invocation& invocation)
     return Session(invocation, GroupBytes(query)).Run();
 }
 
-Status SendBytes(const Invocation& invocation)
+Outcome SendBytes(const Invocation& invocation)
 {
     std::string digits;
     for (const std::string& argument : invocation.arguments)

@@ -4,7 +4,7 @@
 
 // A command that talks to the unit: sends its groups, shows what comes back line by line, and ends
 // by the texts that it knows.
-Status Ask(const Invocation& invocation);
+Outcome Ask(const Invocation& invocation);
 
 // The same with bytes that the user gives.
-Status SendBytes(const Invocation& invocation);
+Outcome SendBytes(const Invocation& invocation);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <utility>
+
 // How a command ends: the exit status of the program. Help and manual show this table.
 enum class Status {
     Success = 0,
@@ -7,6 +10,17 @@ enum class Status {
     Usage = 2,
     Connection = 3,
     NoAnswer = 4,
+};
+
+// How a command has ended, and what there is to say about it.
+struct Outcome {
+    Outcome(Status ended = Status::Success, std::string why = {}, std::string asked = {})
+        : status(ended), reason(std::move(why)), answer(std::move(asked))
+    {}
+
+    Status status;
+    std::string reason;  // of a failure; empty when all has been said
+    std::string answer;  // the unit's line that was asked for, where there is one
 };
 
 struct StatusMeaning {

@@ -167,9 +167,9 @@ Status Run(const Parsed& parsed)
 {
     const Command* const command = parsed.invocation.command;
     if (!parsed.error.empty())
-        return WrongUsage(parsed.error);
+        return Finish(parsed.invocation, WrongUsage(parsed.error));
     if (parsed.wish == Wish::Run)
-        return command->handler(parsed.invocation);
+        return Finish(parsed.invocation, command->handler(parsed.invocation));
     if (parsed.wish == Wish::Version)
         std::printf("diagctl %s\n", DIAGCTL_VERSION);
     else if (command != nullptr)

@@ -15,20 +15,20 @@ using namespace std::string_literals;
 namespace {
 
 // What a command has shown, and how it has ended.
-struct Outcome {
+struct Shown {
     Status status;
     std::string output;
     std::string error;
 };
 
-Outcome RunCommand(Status (*command)(const Invocation&), const std::vector<std::string>& arguments,
-                   const Invocation& options = {})
+Shown RunCommand(Outcome (*command)(const Invocation&), const std::vector<std::string>& arguments,
+                 const Invocation& options = {})
 {
     Invocation invocation = options;
     invocation.arguments = arguments;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const Status status = command(invocation);
+    const Status status = Finish(invocation, command(invocation));
     const std::string output = testing::internal::GetCapturedStdout();
     return {status, output, testing::internal::GetCapturedStderr()};
 }
@@ -76,7 +76,7 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     const std::string hex = HexText(Good(), 16, "\n");
     const std::string good = directory.Write("good.hex", hex);
     const std::string row = std::string(64, '#');
-    const Outcome clean = RunCommand(CheckFiles, {good});
+    const Shown clean = RunCommand(CheckFiles, {good});
     EXPECT_EQ(clean.status, Status::Success) << clean.output;
     EXPECT_TRUE(Has(clean.output, "  version    V3\n"
                                   "  data       90040000 to 9005001F, 65568 bytes\n"
@@ -91,7 +91,7 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     const std::string bad = directory.Write("bad.hex", std::string(hex).erase(line, 44));
     Invocation options;
     options.svg = directory.Path("bad.svg");
-    const Outcome damaged = RunCommand(CheckFiles, {bad}, options);
+    const Shown damaged = RunCommand(CheckFiles, {bad}, options);
     EXPECT_EQ(damaged.status, Status::Failed);
     EXPECT_TRUE(Has(damaged.output, "bad.hex:79: error: a gap of 16 bytes from 900404D0"));
     EXPECT_TRUE(Has(damaged.output, "90040000 |#!##")) << damaged.output;
@@ -108,6 +108,7 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     const std::string tiny = directory.Write("tiny.bin", "\x04");
     EXPECT_TRUE(
         Has(RunCommand(CheckFiles, {cut}).output, "cut.rlg: error: the last run is cut off"));
+    EXPECT_TRUE(Has(RunCommand(CheckFiles, {cut}, options).output, "other damage cannot be seen"));
     EXPECT_TRUE(Has(RunCommand(CheckFiles, {tiny}).output, "tiny.bin: error: fewer than 2 bytes"));
     EXPECT_EQ(RunCommand(CheckFiles, {good, directory.Path("none.hex"), bad}).status,
               Status::Usage);
@@ -123,6 +124,9 @@ TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
     ASSERT_EQ(RunCommand(ConvertImage, {path("a.bin"), path("b.hex")}).status, Status::Success);
     EXPECT_EQ(directory.Read("a.bin"), "\x04\x90" + Good());
     EXPECT_EQ(directory.Read("b.hex"), directory.Read("a.hex"));
+    directory.Write("c.hex", Record(4, 0x1234, "\x90\x04") + HexText(Good(), 32, "\n").substr(15));
+    EXPECT_EQ(RunCommand(ConvertImage, {path("c.hex"), path("c.bin")}).status, Status::Success);
+    EXPECT_EQ(directory.Read("c.bin"), directory.Read("a.bin")) << "the address means nothing";
 
     const std::string base = Record(4, 0, "\x90\x05") + "\n";
     const std::string data = Record(0, 0x1000, "x") + "\n";
@@ -142,7 +146,7 @@ TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
     };
     for (const auto& row : rows) {
         const std::string input = directory.Write("c.hex", row.text);
-        const Outcome refused = RunCommand(ConvertImage, {input, path("a.rlg")}, force);
+        const Shown refused = RunCommand(ConvertImage, {input, path("a.rlg")}, force);
         EXPECT_EQ(refused.status, Status::Failed);
         EXPECT_TRUE(Has(refused.error, row.reason)) << refused.error;
     }
@@ -161,7 +165,7 @@ TEST(ImageCommands, DiffNamesRangesAndRows)
     changed[0xFFFF] = 'C';
     const std::string left = directory.Write("a.hex", HexText(Good(), 16, "\n"));
     const std::string right = directory.Write("b.bin", "\x04\x90" + changed.substr(0, 0x10000));
-    const Outcome outcome = RunCommand(CompareImages, {left, right});
+    const Shown outcome = RunCommand(CompareImages, {left, right});
     EXPECT_EQ(outcome.status, Status::Failed);
     EXPECT_TRUE(Has(outcome.output, "90040010 to 90040014: 2 bytes differ\n"
                                     "9004FFFF to 9005001F: 33 bytes differ\n"
@@ -170,4 +174,8 @@ TEST(ImageCommands, DiffNamesRangesAndRows)
     EXPECT_TRUE(Has(outcome.output, "\n         B -- -- -- --")) << outcome.output;
     EXPECT_EQ(RunCommand(CompareImages, {left, left}).status, Status::Success);
     EXPECT_EQ(RunCommand(CompareImages, {left, left}).output, "");
+    Invocation json;
+    json.json = true;
+    const std::string end = "\"event\":\"result\",\"status\":1,\"text\":\"\"}\n";
+    EXPECT_TRUE(Has(RunCommand(CompareImages, {left, right}, json).output, end));
 }
