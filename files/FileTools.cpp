@@ -28,8 +28,8 @@ int OpenToWrite(const char* path, mode_t permissions)
 enum class AtWriteError { Stop, GoOn };
 
 struct Copied {
-    std::int64_t bytes = 0;
-    bool isWritten = true;  // no write failed
+    std::int64_t bytes = 0;  // of the writes that didn't fail
+    bool isWritten = true;   // no write failed
 };
 
 // A read error ends the copy as the end of the source does. A short write lacks bytes, so it is an
@@ -62,8 +62,9 @@ void CopyTimes(const char* source, const char* target)
     utime(target, &times);
 }
 
-// True when the next bytes of the file are those of the block. A read of a file is short only at
-// its end.
+// True when the next bytes of the file are those of the block. One read brings all of them: that of
+// a regular file is short only at its end. A device may return fewer bytes, and then counts as
+// different.
 bool ContinuesWith(int file, const char* block, ssize_t size)
 {
     char found[kCopyBlock];

@@ -38,6 +38,7 @@ bool ReadWholeFile(int descriptor, FileBytes& bytes)
         const ssize_t count = read(descriptor, data.get() + taken, size - taken);
         if (count <= 0)
             return false;
+        // Nothing more comes of a file that has become shorter since it was measured.
         taken += count;
     }
     // Only a file that is complete replaces what the caller had.

@@ -26,7 +26,7 @@ struct DigitTable {
     }
     constexpr int operator[](unsigned char character) const { return value[character]; }
 
-    signed char value[kCharacters];
+    signed char value[kCharacters];  // 0 to 15; of a character that is no digit, `other`
 };
 
 // Two tables: records of the piano's files are in upper case, and a lower-case letter in one is
@@ -56,6 +56,7 @@ unsigned int HexToUInt(const char* text, int length)
         const int digit = kAnyDigits[text[index]];
         if (digit == kNoDigit)
             return 0;
+        // Of a text that is too long the first digits leave the value at its top.
         value = value << 4U | digit;
     }
     return value;

@@ -89,6 +89,7 @@ void* TSList::GetNext()
 {
     if (!HasNext())
         return nullptr;
+    // The cursor moves on first, since the caller may remove the link of its item.
     void* item = current->item;
     current = current->next;
     return item;

@@ -12,7 +12,8 @@
 //   +------+    +------+        +------+
 //
 // The empty link at the tail is always there; in an empty list it is the head as well. Indexes
-// count from 0; a negative one is out of range. Insert is for the unit's other programs.
+// count from 0; a negative one is out of range. Insert and GetItem are for the unit's other
+// programs.
 class TSList {
 public:
     TSList() = default;

@@ -18,7 +18,7 @@ namespace {
 // The digits of a value for as long as a constructor needs them.
 struct Decimal {
     explicit Decimal(long long value) { IntToStr(value, digits); }
-    char digits[kIntTextSize];
+    char digits[kIntTextSize];  // with a "-" where the value is negative, and a NUL
 };
 
 // For the operations that take each byte for a character of its own.
@@ -77,6 +77,7 @@ TSString::TSString(int value, int width) : TSString(nullptr, width)
         UIntToStr(bits, text.get(), width);
 }
 
+// Passed on, a null source would ask for a buffer to fill.
 TSString::TSString(const char* source) : TSString(source == nullptr ? "" : source, INT_MAX) {}
 
 TSString::TSString(const char* source, int limit) : length(std::max(limit, 0))

@@ -16,11 +16,12 @@ TSStringList& TSStringList::Add(const TSString& text)
 
 TSStringList& TSStringList::Add(const char* text)
 {
+    // Owned by the list from here on, which knows it as a pointer to anything.
     TSList::Add(std::make_unique<TSString>(text).release());
     return *this;
 }
 
-// Only this class adds items to its list, so each of them is a string.
+// What a caller puts in with Insert has to be a TSString as well: each item is taken for one.
 TSString* TSStringList::NextString()
 {
     return static_cast<TSString*>(GetNext());

@@ -3,6 +3,8 @@
 #include <cstddef>
 
 // The path of everything of the unit that the program opens, each written here and nowhere else.
+// A name that is made from one of these, or in a directory of its own, is in the source that makes
+// it.
 
 // What the server has done.
 inline constexpr const char* kServerLog = "/usr/local/lib/diag/diagserver.log";

@@ -1,8 +1,7 @@
 #pragma once
 
 // An Intel HEX file and its compressed form for removable media: the binary form of IntelBin.h in
-// the coding of RunLength.h. The binary form lies in a file next to the hex file, with the
-// extension
+// the coding of RunLength.h. The binary form is in a file next to the hex file, with the extension
 // ".bin", and stays there. A failure of the first step leaves the target as it was.
 
 bool Compress(const char* hexPath, const char* compressedPath);

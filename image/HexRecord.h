@@ -30,8 +30,8 @@ public:
     static constexpr std::size_t kTypeAt = 7;
     static constexpr std::size_t kDataAt = 9;
 
-    static constexpr std::size_t kLargestCount = 255;
-    static constexpr std::size_t kUpperAddressCount = 2;
+    static constexpr std::size_t kLargestCount = 255;     // data bytes of any record
+    static constexpr std::size_t kUpperAddressCount = 2;  // data bytes of an upper address
 
     explicit HexRecord(std::string_view record) : text(record) {}
 

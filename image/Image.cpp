@@ -9,6 +9,7 @@ Image::Image(std::string_view hexText)
     for (std::size_t end = 0; (end = hexText.find(kLf)) != std::string_view::npos;
          hexText.remove_prefix(end + 1)) {
         const HexRecord record(hexText.substr(0, end));
+        // Without errors these are the blank lines that may follow the end record.
         if (!record.IsComplete())
             continue;
         if (record.Type() == HexRecord::kUpperAddress)
@@ -28,6 +29,7 @@ std::int16_t Image::At(std::uint32_t address) const
 void Image::Put(std::uint32_t address, unsigned char byte)
 {
     const std::uint32_t offset = address % kCellSize;
+    // A new cell is all zeros, and 0 is a byte of data.
     const auto [cell, isNew] = cells.try_emplace(address - offset);
     if (isNew)
         cell->second.fill(kNoData);

@@ -8,8 +8,8 @@
 // The bytes of an image by their addresses.
 class Image {
 public:
-    static constexpr std::uint32_t kCellSize = 0x400;
-    static constexpr std::int16_t kNoData = -1;
+    static constexpr std::uint32_t kCellSize = 0x400;  // addresses
+    static constexpr std::int16_t kNoData = -1;        // at an address without a byte
     using Cell = std::array<std::int16_t, kCellSize>;
 
     Image() = default;
@@ -28,5 +28,6 @@ public:
 private:
     void Put(std::uint32_t address, unsigned char byte);
 
+    // By the first address, a multiple of kCellSize; a cell has at least one byte.
     std::map<std::uint32_t, Cell> cells;
 };

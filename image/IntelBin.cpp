@@ -8,6 +8,7 @@
 
 #include "FileBytes.h"
 #include "Hex.h"
+#include "HexFormat.h"
 #include "HexRecord.h"
 #include "OutputFile.h"
 #include "TSString.h"
@@ -16,6 +17,7 @@
 
 namespace {
 
+// A record whose count or address differs is no head, although its type would do.
 constexpr std::string_view kUpperAddressHead = ":02000004";
 constexpr std::string_view kDataType = "00";
 
@@ -28,7 +30,7 @@ unsigned char LowByte(std::uint32_t value)
     return value & 0xFFU;
 }
 
-// True when the line has `text` at `position`.
+// True when the line has `text` at `position`, where a short line may not reach.
 bool Has(std::string_view line, std::size_t position, std::string_view text)
 {
     return position < line.size() && line.substr(position, text.size()) == text;
@@ -52,6 +54,7 @@ bool WriteBinaryHead(int output, std::string_view line)
 // A count that promises more than the line has is met with bytes of 0.
 bool WriteBinaryData(int output, std::string_view line)
 {
+    // Two digits make no count that is larger.
     unsigned char data[HexRecord::kLargestCount];
     const unsigned count = Field(line, HexRecord::kCountAt, 2);
     std::size_t position = HexRecord::kDataAt;
@@ -74,16 +77,16 @@ public:
     void End()
     {
         Add(0U - sum);
-        text[length++] = '\r';
-        text[length++] = '\n';
+        text[length++] = kCr;
+        text[length++] = kLf;
     }
     bool Write(int output) const { return WriteWhole(output, text, length); }
 
 private:
-    static constexpr unsigned kBytesAround = 5;  // count, address, type and checksum
-    char text[1 + 2 * (kBytesAround + kRecordSize) + 2] = ":";
-    std::size_t length = 1;
-    std::uint32_t sum = 0;  // of which the low 8 bits count
+    static constexpr unsigned kBytesAround = 5;                 // count, address, type and checksum
+    char text[1 + 2 * (kBytesAround + kRecordSize) + 2] = ":";  // up to `length`, without a NUL
+    std::size_t length = 1;                                     // characters
+    std::uint32_t sum = 0;  // of all bytes so far; the low 8 bits count
 };
 
 // `count` is at most 32.
@@ -109,8 +112,8 @@ bool WriteUpperAddress(int output, std::uint32_t address)
 
 // Data of a binary file that goes into one record.
 struct Piece {
-    unsigned char data[kRecordSize] = {};
-    unsigned count = 0;
+    unsigned char data[kRecordSize] = {};  // the first `count` bytes are of the file
+    unsigned count = 0;                    // 0 at the end of the file
 
     // Takes `size` bytes, or what is left of the file; false when a read fails. A read may bring
     // less than there is, and a shorter record in the middle would move all that follows off the
@@ -167,6 +170,7 @@ bool Bin2Intel(const char* binaryPath, const char* hexPath)
     // The low 16 bits aren't kept, so the data begins on a 64 KiB boundary.
     std::uint32_t address = (piece.data[1] * 0x100U + piece.data[0]) << 16U;
     while (piece.Read(input.Get(), kRecordSize)) {
+        // Asked first: a file that ends on a boundary gets no upper address for the page after it.
         if (piece.count == 0)
             return WriteRecord(output.Get(), HexRecord::kEndOfFile, 0, nullptr, 0);
         if ((address & kPageMask) == 0 && !WriteUpperAddress(output.Get(), address))
@@ -176,5 +180,5 @@ bool Bin2Intel(const char* binaryPath, const char* hexPath)
             return false;
         address += piece.count;
     }
-    return false;
+    return false;  // a read has failed, and the output has no end record
 }

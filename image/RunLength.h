@@ -16,7 +16,8 @@ inline constexpr unsigned char escape = 0xDD;
 bool flush(int output, unsigned char value, unsigned char length);
 
 // Writes the value in groups of 7 bits, the highest first, with the top bit set in every byte but
-// the last. 0, or -1 when a write fails.
+// the last. 0, or -1 when a write fails. For the unit's other programs: the coding has counts of
+// one byte.
 int WriteCount(int output, unsigned long value);
 
 // Codes the file at `inputPath`, or turns a coded file back. False when a file doesn't open or the

@@ -196,6 +196,7 @@ void THexFile::ScanData(const HexRecord& record, std::uint32_t upper)
 }
 
 // Takes the data as text, as far as the row has it.
+    // A count is at most 255, so there is always room for the NUL.
 void THexFile::TakeVersion(const HexRecord& record)
 {
     const std::size_t count = record.CountPresent();

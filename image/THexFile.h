@@ -12,6 +12,7 @@ class HexRecord;
 
 // A firmware or parameter image as Intel HEX text, the form in which it lives from file to wire: a
 // record of HexRecord.h in each line.
+//
 // Two halves share an object and nothing else: the loaded half holds a file that is to be sent, the
 // checked half gathers records that are being received.
 class THexFile {
@@ -39,7 +40,8 @@ public:
     // rows after it move up, and what is left over at the end is empty.
     bool LoadFromFile(const char* path);
 
-    // Scans the rows for startAddress, endAddress and versionText, as loading has done.
+    // Scans the rows for startAddress, endAddress and versionText, each up to its first NUL.
+    // Loading does so with all bytes of a row; after it, this is for the unit's other programs.
     void GetStartEndAddress();
 
     // Follows the addresses of records that are sent one after the other. Data set `sendedAddress`
@@ -62,7 +64,7 @@ public:
     // Where the next data record must begin.
     std::uint32_t GetNextAddress() const;
 
-    static constexpr int kVersionSize = 256;
+    static constexpr int kVersionSize = 256;  // bytes of the longest version text and its NUL
 
     // The checked half.
     std::uint32_t baseAddress = 0;  // of the last upper address; the low 16 bits are 0

@@ -114,6 +114,7 @@ bool ParseOptions(int argc, char** argv, Options& options)
                 return false;
             break;
         case 'P':
+            // Taken whatever it is: the socket has the low 16 bits of any number.
             options.port = ToPort(optarg);
             if (!IsPort(optarg))
                 options.mistake = "the port is no number from 1 to 65535";
@@ -133,6 +134,7 @@ bool ParseStrictOptions(int argc, char** argv, Options& options)
         ++argv;
     }
     const bool runs = ParseOptions(argc, argv, options);
+    // getopt has moved the words that are no options to the end.
     if (optind < argc && runs)
         options.mistake = std::string("no option: ") + argv[optind];
     else if (!options.mistake && runs)

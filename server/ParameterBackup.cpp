@@ -65,6 +65,7 @@ Result CopyToMedium()
         DeleteFile(target.c_str());
     if (CopyFile(kCompressedParameterFile, target.c_str()) != 0)
         return NotCopied;
+    // The medium stays mounted and may be pulled out as soon as the controller shows the result.
     sync();
     return Copied;
 }

@@ -63,7 +63,7 @@ public:
 private:
     // A row of the controller's commands.
     struct Command;
-    static const Command kCommands[];
+    static const Command kCommands[];  // any other group belongs to the piano
 
     bool OpenMidi(int connecttype);
     const char* ConnectMidi(int connecttype);

@@ -11,7 +11,7 @@ bool TXmlMan::ParceXML(TRCServerCom* rcserver, const char* line, int /*language*
     TSString text(line);
     if (text.SubString(1, kMessageBoxLength) != kMessageBox)
         return false;
-    // The RC Server reads lines.
+    // The RC Server reads lines. There is a last character: the text begins with the tag.
     if (text[text.Length() - 1] != '\n')
         text += "\n";
     return rcserver->WriteMessage(text.c_str(), text.Length());

@@ -72,7 +72,7 @@ int RunUpdate(const Options& options)
     return result;
 }
 
-// Without --strict `strict` is null.
+// Without --strict `strict` is null. A -v without a file name counts for nothing.
 int RunMode(const Options& options, Strict* strict)
 {
     if (!options.HasFile())
@@ -113,6 +113,7 @@ int main(int argc, char** argv)
         Trace(kProgramVersion);
         return 0;
     }
+        // getopt takes the first word for the program's name and begins with the second.
     if (first == kStrictWord) {
         argv[1] = argv[0];
         return RunStrictly(argc - 1, argv + 1);

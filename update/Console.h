@@ -39,9 +39,12 @@ constexpr int ToInt(Step step)
 inline constexpr int kSilenceLimit = 30;            // seconds; a wait ends above it, not at it
 inline constexpr int kErrorLimit = 1024;            // unwanted answers; likewise
 inline constexpr int kServerTimeout = 10;           // seconds of one timeout of the server's loop
-inline constexpr unsigned kRetryWait = 5;           // seconds before the second attempt at a link
 inline constexpr int kFlashModeEvery = 100000;      // steps between two sends of flash mode
 inline constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
+
+// Seconds from a failed attempt at a link, or at the controller's port, to the second one. An
+// update that gets no link waits as long once more before it ends.
+inline constexpr unsigned kRetryWait = 5;
 
 inline constexpr int kNoPatcher = -3;  // from Initialize: the MIDI Patcher can't be reached
 

@@ -18,8 +18,8 @@ constexpr int kYearBase = 1900;  // what a tm's year counts from
 
 // Where a firmware file is looked for. The first that exists decides, whatever comes of it.
 struct UpdateSource {
-    const char* path;
-    bool compressed;
+    const char* path;  // of UnitPaths.h
+    bool compressed;   // the coding of RunLength.h, to be expanded before it is loaded
 };
 constexpr UpdateSource kUpdateSources[] = {
     {kUsbFirmware, false},         {kUsbCompressedFirmware, true},    {kCdFirmware, false},

@@ -95,15 +95,15 @@ public:
 private:
     // The mode that an answer came in, and its links.
     struct Setting {
-        bool inServer;
-        TMidiCom* midi;
-        TZaurusCom* zaurus;  // null in update mode
+        bool inServer;       // false in update mode
+        TMidiCom* midi;      // to the CSP; of this object in update mode
+        TZaurusCom* zaurus;  // to the controller; null in update mode
     };
     using Action = void (TUpdater::*)(const Setting& setting, const ConsoleLine& line);
 
     // A row of the answers that an update understands.
     struct Answer;
-    static const Answer kAnswers[];
+    static const Answer kAnswers[];  // the first that fits decides
 
     // Search and load.
     bool StoreFileName(const char* path);

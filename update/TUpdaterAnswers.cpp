@@ -6,14 +6,13 @@
 #include "HexFormat.h"
 #include "Trace.h"
 
-// What an answer does is the action of its mode; a null one means that the mode doesn't understand
-// it.
+// What an answer does is the action of its mode.
 struct TUpdater::Answer {
-    std::string_view prefix;
-    int shortest;  // characters of the line, its CR LF included
-    int status;    // in which it is understood
-    Action alone;
-    Action inServer;
+    std::string_view prefix;  // the text that the line begins with
+    int shortest;             // characters of the line, its CR LF included
+    int status;               // in which it is understood
+    Action alone;             // in update mode
+    Action inServer;          // null where the server doesn't understand it
 };
 
 // The first row that fits decides. An "OK" without room for an address is none.
