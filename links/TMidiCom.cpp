@@ -156,8 +156,9 @@ bool TMidiCom::WriteMidi(int kind, const unsigned char* group)
 {
     if (!midiDescriptor)
         return false;
-    const unsigned char data[kDataSize] = {group[3], group[0], group[1], group[2], 0};
-    return WriteFrame(MidiKind(kind), data);
+    const char data[] = {LowByte(group[3]), LowByte(group[0]), LowByte(group[1]),
+                         LowByte(group[2])};
+    return WriteFrame(MidiKind(kind), {data, sizeof(data)});
 }
 
 bool TMidiCom::WriteConsole(unsigned char channel, const char* text, int length)
@@ -167,13 +168,10 @@ bool TMidiCom::WriteConsole(unsigned char channel, const char* text, int length)
     // Nothing goes out any more once a frame has failed, so the last result is that of all.
     const int base = kKindConsole | channel << 3;
     for (int sent = 0; sent < length; sent += kDataSize) {
-        const int piece = std::min(kDataSize, length - sent);
-        unsigned char data[kDataSize] = {};
-        std::copy_n(text + sent, piece, data);
-        WriteFrame(base | piece, data);
+        const int count = std::min(kDataSize, length - sent);
+        WriteFrame(base | count, std::string_view(text + sent, count));
     }
-    const unsigned char nothing[kDataSize] = {};
-    return WriteFrame(base | kLineEnd, nothing);
+    return WriteFrame(base | kLineEnd, {});
 }
 
 int TMidiCom::ReadMessage(char* buf)
@@ -238,15 +236,15 @@ int TMidiCom::ReadConsoleMessage2(char* message, char** lines, int capacity)
 
 int TMidiCom::Change_bin2i2c(const char* in, char* out, int length) const
 {
-    int written = 0;
-    for (int i = 0; i < length; ++i) {
-        out[written++] = in[i];
-        if (in[i] == kEscape)
-            out[written++] = in[i];
+    char* end = out;
+    for (const char byte : std::string_view(in, std::max(length, 0))) {
+        *end++ = byte;
+        if (byte == kEscape)
+            *end++ = byte;
     }
-    out[written++] = kEscape;
-    out[written++] = kBlockEnd;
-    return written;
+    *end++ = kEscape;
+    *end++ = kBlockEnd;
+    return static_cast<int>(end - out);
 }
 
 // Of two block ends in a row only the first is passed over: the second is an empty block, and a
@@ -276,8 +274,8 @@ bool TMidiCom::IsConnecttypeGood() const
     return connecttype == kPiano || connecttype == kOther;
 }
 
-// Sends one frame with five data bytes. Quietly false on a link that is down.
-bool TMidiCom::WriteFrame(int kind, const unsigned char* data)
+// Sends one frame with up to five data bytes. Quietly false on a link that is down.
+bool TMidiCom::WriteFrame(int kind, std::string_view data)
 {
     if (!midiDescriptor)
         return false;
@@ -288,11 +286,12 @@ bool TMidiCom::WriteFrame(int kind, const unsigned char* data)
     return false;
 }
 
-bool TMidiCom::SendFrame(int kind, const unsigned char* data) const
+bool TMidiCom::SendFrame(int kind, std::string_view data) const
 {
+    // The bytes that the data doesn't fill are 0.
     char frame[kOutFrameSize] = {kFrameStart[0], kFrameStart[1], LowByte(connecttype), kFrameMark,
                                  LowByte(kind)};
-    std::copy_n(data, kDataSize, frame + kOutFrameSize - kDataSize);
+    data.copy(frame + kOutFrameSize - kDataSize, kDataSize);
 
     char stuffed[kStuffedFrameSize];
     const int length = Change_bin2i2c(frame, stuffed, kOutFrameSize);

@@ -104,8 +104,8 @@ private:
     static constexpr int kConsoleSize = 1024;
 
     bool IsConnecttypeGood() const;
-    bool WriteFrame(int kind, const unsigned char* data);
-    bool SendFrame(int kind, const unsigned char* data) const;
+    bool WriteFrame(int kind, std::string_view data);
+    bool SendFrame(int kind, std::string_view data) const;
     int ReadPiece(char* raw);
     bool TakeFrame(std::string_view frame);
     char* StoreLine(char* place) const;
