@@ -17,8 +17,10 @@ int OpenToRead(const char* path)
     struct stat state {};
     if (!file || fstat(file.Get(), &state) != 0)
         return -1;
-    const bool hasBytes = S_ISREG(state.st_mode) || S_ISCHR(state.st_mode);
-    return hasBytes ? file.Release() : -1;
+    if (!S_ISREG(state.st_mode) && !S_ISCHR(state.st_mode))
+        return -1;
+    // Only the opening mustn't wait: a terminal's reader waits for what is typed.
+    return fcntl(file.Get(), F_SETFL, O_RDONLY) == 0 ? file.Release() : -1;
 }
 
 bool ReadWholeFile(int descriptor, FileBytes& bytes)
@@ -36,9 +38,9 @@ bool ReadWholeFile(int descriptor, FileBytes& bytes)
     std::size_t taken = 0;
     while (taken < size) {
         const ssize_t count = read(descriptor, data.get() + taken, size - taken);
+        // Nothing more comes of a file that has become shorter since it was measured.
         if (count <= 0)
             return false;
-        // Nothing more comes of a file that has become shorter since it was measured.
         taken += count;
     }
     // Only a file that is complete replaces what the caller had.

@@ -51,6 +51,12 @@ TEST(FileBytes, RefusesWhatItCannotReadInFull)
     EXPECT_EQ(bytes.size, 0U);
 }
 
+TEST(FileBytes, OpensADeviceWhoseReaderWaits)
+{
+    const UniqueFd device(OpenToRead("/dev/null"));
+    EXPECT_EQ(fcntl(device.Get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
 TEST(UniqueFd, OwnsAlsoDescriptor0)
 {
     EXPECT_TRUE(static_cast<bool>(UniqueFd(0)));
