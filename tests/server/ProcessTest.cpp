@@ -1,13 +1,16 @@
 // Operations of the server that no step of its loop reaches, or whose result the loop ignores.
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "FileBytes.h"
 #include "HexText.h"
 #include "MidiPeer.h"
 #include "OwnUnit.h"
@@ -80,9 +83,22 @@ TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
     dup2(keyboard.Get(), STDIN_FILENO);
 }
 
-TEST_F(ServerTest, ReturnsWhetherAReleaseFileCouldBeOpened)
+TEST_F(ServerTest, LogsAReleaseFileThatCouldBeOpened)
 {
     EXPECT_FALSE(server.SendIOVersion(files.Path("missing").c_str()));
     EXPECT_TRUE(server.SendIOVersion(files.Write("empty", "").c_str()));
-    EXPECT_TRUE(server.SendIOVersion(files.Write("release", "1.00\n").c_str()));
+    const std::string release = files.Write("release", "1.00\n");
+    // With room for one more descriptor: the file is closed before the log opens.
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t usual = std::exchange(limit.rlim_cur, UniqueFd(dup(STDIN_FILENO)).Get() + 1);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_TRUE(server.SendIOVersion(release.c_str()));
+    limit.rlim_cur = usual;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    const UniqueFd log(OpenToRead(ownUnit.Path("usr/local/lib/diag/diagserver.log").c_str()));
+    FileBytes entries;
+    EXPECT_TRUE(ReadWholeFile(log.Get(), entries));
+    const std::string text(entries.data.get(), entries.data.get() + entries.size);
+    EXPECT_NE(text.find(" - 1.00\n"), std::string::npos) << text;
 }
