@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // an address where a long has 64 bits, too
-
 struct LineTable {
     std::int32_t count = 0;   // lines
     std::size_t longest = 0;  // bytes, the line end included
@@ -196,9 +194,9 @@ void THexFile::ScanData(const HexRecord& record, std::uint32_t upper)
 }
 
 // Takes the data as text, as far as the row has it.
-    // A count is at most 255, so there is always room for the NUL.
 void THexFile::TakeVersion(const HexRecord& record)
 {
+    // A count is at most 255, so there is always room for the NUL.
     const std::size_t count = record.CountPresent();
     for (std::size_t i = 0; i < count; ++i)
         versionText[i] = record.Data(i);

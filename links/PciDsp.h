@@ -14,6 +14,9 @@ int set_qmparam(unsigned long parameter, int value);
 // Negative when the device failed.
 int PciDsp_setPiano(int on);
 
+// The line for a log that precedes each restart.
+inline constexpr char kRestartNote[] = "Rebooting CSP...5sec\n";
+
 // Restarts the CSP: off, 5 seconds, on. Blocks for that time. The results don't matter, since on a
 // unit without the device everything else goes on.
 void RestartPiano();

@@ -105,7 +105,7 @@ int mkservsocUNIX(const char* path)
     sockaddr_un address;
     if (!MakeAddress(path, address))
         return kNotAttached;
-    if (rmUNIXsoc(path) < 0)
+    if (rmUNIXsoc(path) != 0)
         return kNotMade;
     UniqueFd made(socket(AF_UNIX, SOCK_STREAM, 0));
     if (!made)

@@ -42,6 +42,8 @@ public:
     static constexpr int kInFrameSize = 9;
     // The most end frames, and so lines, that one message can have.
     static constexpr int kMaxLines = kMaxMessage / kInFrameSize;
+    // Room for a console line, its CR LF and its NUL included.
+    static constexpr int kConsoleSize = 1024;
 
     TMidiCom();
     ~TMidiCom();
@@ -101,8 +103,6 @@ public:
     int Change_i2c2bin(const char* in, char* out, int length) const;
 
 private:
-    static constexpr int kConsoleSize = 1024;
-
     bool IsConnecttypeGood() const;
     bool WriteFrame(int kind, std::string_view data);
     bool SendFrame(int kind, std::string_view data) const;

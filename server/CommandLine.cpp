@@ -7,6 +7,7 @@
 
 #include <getopt.h>
 
+#include "Number.h"
 #include "Trace.h"
 
 namespace {
@@ -56,8 +57,7 @@ int ToPort(const char* text)
 
 bool IsPort(std::string_view text)
 {
-    const bool isNumber = !text.empty() && text.size() <= kPortDigits &&
-                          text.find_first_not_of("0123456789") == std::string_view::npos;
+    const bool isNumber = !text.empty() && text.size() <= kPortDigits && IsAllDigits(text);
     return isNumber && ToPort(text.data()) >= 1 && ToPort(text.data()) <= kHighestPort;
 }
 

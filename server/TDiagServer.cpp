@@ -184,7 +184,7 @@ void TDiagServer::StepUpdater()
 void TDiagServer::RebootCsp()
 {
     Send("Rebooting CSP...\n");
-    Log("Rebooting CSP...5sec\n");
+    Log(kRestartNote);
     RestartPiano();
 }
 

@@ -112,7 +112,7 @@ void TDiagServer::ReplyWithServiceText()
 void TDiagServer::ShowUpdateFile()
 {
     char version[THexFile::kVersionSize] = {};
-    if (updater->SearchUpdateHex(version) < 0) {
+    if (updater->SearchUpdateHex(version) != 0) {
         SendAndLog("Update File is not exsit.\n");
         return;
     }
@@ -125,7 +125,7 @@ void TDiagServer::ShowUpdateFile()
 void TDiagServer::ShowParameterFile()
 {
     char stamp[TUpdater::kStampSize] = {};
-    if (updater->SearchParameterHex(stamp) < 0) {
+    if (updater->SearchParameterHex(stamp) != 0) {
         SendAndLog("Parameter File is not exsit.\n");
         return;
     }

@@ -42,18 +42,17 @@ void PrintVersion(const char* filename)
     THexFile file;
     if (!file.LoadFromFile(filename))
         return;
-    const TSString line = TSString("CSP File Version: ") + file.versionText + "\n";
-    line.Print(false);
+    TUpdater::VersionLine(file.versionText).Print(false);
 }
 
-// Each run returns 0 or more when it has done its work.
+// Each run returns 0 when it has done its work.
 
 int RunServer(int port, Strict* strict)
 {
     diag = new TDiagServer;
     diag->SetStrict(strict);
     int result = diag->Initialize(port, TMidiCom::kPiano);
-    if (result >= 0)
+    if (result == 0)
         result = diag->Run();
     delete diag;
     diag = nullptr;
@@ -65,7 +64,7 @@ int RunUpdate(const Options& options)
     updater = new TUpdater;
     int result = updater->Initialize(options.renameFile, options.port, options.filename,
                                      options.connecttype);
-    if (result >= 0)
+    if (result == 0)
         result = updater->Run();
     delete updater;
     updater = nullptr;
@@ -113,8 +112,8 @@ int main(int argc, char** argv)
         Trace(kProgramVersion);
         return 0;
     }
-        // getopt takes the first word for the program's name and begins with the second.
     if (first == kStrictWord) {
+        // getopt takes the first word for the program's name and begins with the second.
         argv[1] = argv[0];
         return RunStrictly(argc - 1, argv + 1);
     }

@@ -4,7 +4,6 @@
 
 static constexpr unsigned char kChannel = 0;
 static constexpr std::size_t kAddressPlace = 3;
-static constexpr int kAddressDigits = 8;
 
 ConsoleLine::ConsoleLine(const char* message)
     : length(std::string_view(message).copy(text, kSize - 1))

@@ -49,6 +49,7 @@ inline constexpr unsigned kRetryWait = 5;
 inline constexpr int kNoPatcher = -3;  // from Initialize: the MIDI Patcher can't be reached
 
 inline constexpr std::uint32_t kReadBlock = 0x1000;  // bytes of flash for each request
+inline constexpr int kAddressDigits = 8;             // of an address in a line, hexadecimal
 
 // Counts a step or request for which something is due at 0, and again after kFlashModeEvery of
 // them: nothing bounds the passes of a loop that is kept awake.
@@ -68,6 +69,13 @@ inline constexpr char kAskStatus[] = "STATUS";
 inline constexpr char kAskNext[] = "NEXT   :";
 inline constexpr char kAskToCancel[] = "CANCEL :";
 
+// The answer to kAskStatus that both machines wait for.
+inline constexpr char kFlashIdle[] = "Status:Flash Idle";
+
+// Texts for the controller that come from both.
+inline constexpr char kConnectingText[] = "Connecting to CSP\n";
+inline constexpr char kNotConnectedText[] = "CSP is not connected.\n";
+
 // An answer of the CSP, copied out of the link's buffer and cut at 1,023 bytes.
 class ConsoleLine {
 public:
@@ -81,7 +89,7 @@ public:
     unsigned int Address() const;
 
 private:
-    static constexpr std::size_t kSize = 1024;
+    static constexpr std::size_t kSize = TMidiCom::kConsoleSize;
 
     char text[kSize];    // up to its NUL
     std::size_t length;  // bytes, the NUL not included

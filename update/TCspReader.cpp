@@ -5,13 +5,11 @@
 #include <unistd.h>
 
 #include "Hex.h"
+#include "HexFormat.h"
 #include "TSString.h"
 #include "Trace.h"
 
 namespace {
-
-constexpr int kAddressDigits = 8;
-constexpr unsigned long kAddressMask = 0xFFFFFFFF;  // where a long has 64 bits, too
 
 constexpr std::uint32_t kProgressStep = 0x2000;  // bytes between two progress texts
 constexpr std::uint32_t kSilentStep = 0x10000;   // no text here but 100%: a base record comes too
@@ -111,7 +109,7 @@ Step TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
     if (!IsSilent())
         return EndOfStep(midi);
     const Step result = GiveUp(midi);
-    TellController(zaurus, "CSP is not connected.\n");
+    TellController(zaurus, kNotConnectedText);
     return result;
 }
 
@@ -189,12 +187,12 @@ void TCspReader::AskForStatus(TMidiCom* midi, TZaurusCom* zaurus)
     SendFlashMode(midi, kReadFlashMode);
     usleep(kFlashModeWait);
     SendLine(midi, kAskStatus);
-    TellController(zaurus, "Connecting to CSP\n");
+    TellController(zaurus, kConnectingText);
 }
 
 void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
 {
-    if (line.BeginsWith("Status:Flash Idle")) {
+    if (line.BeginsWith(kFlashIdle)) {
         readerStatus = Status::Request;
         ResetCounters();
         Trace("Status:Flash Idle\n");

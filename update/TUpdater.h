@@ -75,6 +75,9 @@ public:
     // The path of the image that was loaded last, empty before the first.
     const char* GetFileName() const { return hexFileName; }
 
+    // The line that shows a file's version.
+    static TSString VersionLine(const char* version);
+
     // The name that a finished update gives its file: the version, in the file's directory.
     static TSString VersionedName(const char* file, const char* version);
 

@@ -17,7 +17,7 @@ struct TUpdater::Answer {
 
 // The first row that fits decides. An "OK" without room for an address is none.
 const TUpdater::Answer TUpdater::kAnswers[] = {
-    {"Status:Flash Idle", 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdleDiag},
+    {kFlashIdle, 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdleDiag},
     {"Start WRITE ?", 0, Status::Request, &TUpdater::OnReady, &TUpdater::OnReady},
     {"OK", 11, Status::Transfer, &TUpdater::OnOk, &TUpdater::OnOkDiag},
     {"NG", 0, Status::Transfer, &TUpdater::OnNg, &TUpdater::OnNgDiag},

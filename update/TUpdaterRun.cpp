@@ -54,14 +54,14 @@ int TUpdater::Run()
         // The set is older than the step, which may lose the link: a wait then fails once.
         ReadSet set;
         set.Add(midi->GetMidiDescriptor());
-        const Step step = TakeStep();
-        if (step == Step::GoesOn) {
+        const int result = UpdateStatus();
+        if (Step{result} == Step::GoesOn) {
             WaitForAnswers(set);
             continue;
         }
-        Log("Rebooting CSP...5sec\n");
+        Log(kRestartNote);
         RestartPiano();
-        return ToInt(step);
+        return result;
     }
 }
 
@@ -75,7 +75,7 @@ bool TUpdater::LoadFile(const char* fileName)
         Trace("No Update File!\n");
         return false;
     }
-    const TSString version = TSString("CSP File Version: ") + hexFile->versionText + "\n";
+    const TSString version = VersionLine(hexFile->versionText);
     version.Print(false);
     Log(version.c_str());
     return true;
@@ -127,6 +127,11 @@ void TUpdater::RenameImage()
         rename(hexFileName, VersionedName(hexFileName, hexFile->versionText).c_str()) == 0;
     Trace(isRenamed ? "Rename OK\n" : "Rename NG\n");
     Log(isRenamed ? "Update File Renamed\n" : "Update File Rename Error\n");
+}
+
+TSString TUpdater::VersionLine(const char* version)
+{
+    return TSString("CSP File Version: ") + version + "\n";
 }
 
 TSString TUpdater::VersionedName(const char* file, const char* version)
