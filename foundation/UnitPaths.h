@@ -6,6 +6,9 @@
 // A name that is made from one of these, or in a directory of its own, is in the source that makes
 // it.
 
+// Where the logs are, and more that the program keeps.
+inline constexpr const char* kLogDirectory = "/usr/local/lib/diag";
+
 // What the server has done.
 inline constexpr const char* kServerLog = "/usr/local/lib/diag/diagserver.log";
 
@@ -26,9 +29,6 @@ inline constexpr const char* kUnnamedParameterFile = "csp_param.hex";
 
 // A compressed firmware file is expanded to here.
 inline constexpr const char* kExpandedFirmware = "/tmp/csp_prog.hex";
-
-// A directory of its own in which an update that is verified reads the flash back.
-inline constexpr const char* kVerifyDirectory = "/tmp/diag_server.XXXXXX";
 
 // The address of the MIDI Patcher, through which everything reaches the piano.
 inline constexpr const char* kMidiPatcherSocket = "/home/i2c_server_sock";

@@ -5,27 +5,26 @@
 
 #include "UniqueFd.h"
 
+constexpr std::size_t kMostErrors = 20;
+
 CheckedFile::CheckedFile(const std::string& path)
 {
     errno = 0;
     const UniqueFd file(OpenToRead(path.c_str()));
     if (!file || !ReadWholeFile(file.Get(), bytes)) {
-        error = path + ": " + Reason();
+        errors = {path + ": " + Reason()};
         return;
     }
     report = CheckHex(Text());
-    // Among many warnings there may be no room for an error.
-    const std::string count = std::to_string(report.errors) + " errors";
-    if (report.errors > 0)
-        error = path + ": " + count;
     for (const Finding& finding : report.findings) {
-        if (finding.severity == Severity::Warning)
+        if (finding.severity == Severity::Warning || errors.size() == kMostErrors)
             continue;
-        error = path + ":" + std::to_string(finding.line) + ": " + finding.text;
-        if (report.errors > 1)
-            error += " (the first of " + count + ")";
-        return;
+        const std::string line = finding.line > 0 ? ":" + std::to_string(finding.line) : "";
+        errors.push_back(path + line + ": " + finding.text);
     }
+    const std::size_t left = report.errors - errors.size();
+    if (left > 0)
+        errors.push_back(path + ": errors not listed: " + std::to_string(left));
 }
 
 std::string_view CheckedFile::Text() const

@@ -2,6 +2,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "FileBytes.h"
 #include "HexCheck.h"
@@ -15,7 +16,10 @@ struct CheckedFile {
 
     FileBytes bytes;
     HexReport report;
-    std::string error;  // the first, with the path; empty for a good file
+    // A sentence for each error, with the path; empty for a good file. A file of another kind has
+    // an error in each line, and no one cuts the server's log, so only the first are there, with
+    // how many the others are.
+    std::vector<std::string> errors;
 };
 
 // The system's reason for what has just failed.

@@ -100,7 +100,10 @@ bool ParseOptions(int argc, char** argv, Options& options)
     int option = 0;
     while ((option = getopt(argc, argv, "hcbvf:a:P:")) != -1) {
         switch (option) {
-        case 'h': usage(); return false;
+        case 'h':
+            usage();
+            options.usageIsPrinted = true;
+            return false;
         case 'b':
         case 'c':
             options.connecttype = option == 'b' ? TMidiCom::kPiano : TMidiCom::kOther;
@@ -143,6 +146,7 @@ bool ParseStrictOptions(int argc, char** argv, Options& options)
         return runs;
     if (!options.mistake->empty())
         std::fprintf(stderr, "diag_server: %s\n", options.mistake->c_str());
-    usage();
+    if (!options.usageIsPrinted)
+        usage();
     return false;
 }

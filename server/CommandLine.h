@@ -27,6 +27,7 @@ struct Options {
     bool renameFile = false;             // to its version, after a finished update
     bool versionOnly = false;            // counts with a file name only
     bool verify = false;                 // compare the flash after an update; with --strict only
+    bool usageIsPrinted = false;         // it was asked for
     char filename[kPathSize] = {};       // empty: run the server
 
     // The latest mistake, which counts with --strict only; empty when it has been printed already.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include "Log.h"
 #include "Sockets.h"
 #include "TCspReader.h"
+#include "TMidiCom.h"
 #include "TUpdater.h"
 
 namespace {
@@ -24,22 +24,18 @@ constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
 
 constexpr mode_t kReadableByAll = 0644;
 
-// What keeps it from being a read-back that is complete and on the disk; empty: nothing.
-std::string ReadBackError(const CheckedFile& file, const std::string& path)
+bool IsCompleteReadBack(const HexReport& report)
 {
-    if (!file.error.empty())
-        return file.error;
-    const AddressRange& range = file.report.ranges.front();
-    if (file.report.ranges.size() > 1 || range.start != kStart || range.size != kEnd - kStart)
-        return path + ": not all of the parameter flash, and no more";
-    // Some disks refuse bytes only when they come to write them.
-    const UniqueFd opened(OpenToRead(path.c_str()));
-    return fsync(opened.Get()) == 0 ? "" : path + ": " + Reason();
+    const auto& ranges = report.ranges;
+    return report.errors == 0 && ranges.size() == 1 && ranges[0].start == kStart &&
+           ranges[0].size == kEnd - kStart;
 }
 
-std::string Digits(std::uint32_t value, int width)
+// Some disks refuse bytes only when they come to write them.
+bool IsOnDisk(const std::string& path)
 {
-    return UIntToSHex(value, width).c_str();
+    const UniqueFd file(OpenToRead(path.c_str()));
+    return fsync(file.Get()) == 0;
 }
 
 }  // namespace
@@ -49,26 +45,27 @@ bool Strict::Prepare(Options& options)
     log = options.HasFile() ? kUpdateLog : kServerLog;
     if (options.HasFile())
         firmware = CheckedFile(options.filename);
-    if (!firmware.error.empty())
-        return Report(firmware.error);
+    if (!ReportAll(firmware.errors))
+        return false;
     if (options.HasFile() && options.versionOnly)
         return true;
     if (options.renameFile)
         CheckRename(options);
-    return TakeLock() &&
-           (access(kMidiPatcherSocket, W_OK) == 0 || ReportReason(kMidiPatcherSocket)) &&
-           (options.HasFile() || FindPort(options.port));
+    return CanWrite(kLogDirectory) && UniqueFd(OpenToWrite(log)) && TakeLock() &&
+           CanWrite(kMidiPatcherSocket) && (options.HasFile() || FindPort(options.port));
 }
 
+// The run has kept no reason for a link that it couldn't open, so the attempt is made again.
 bool Strict::Finish(const Options& options, int result) const
 {
-    if (result == kNoPatcher) {
-        // The run has kept no reason, so the attempt is made again.
-        errno = 0;
-        const UniqueFd link(mkclisocUNIX(kMidiPatcherSocket));
-        return ReportReason(kMidiPatcherSocket);
-    }
-    return result >= 0 && readBackIsSaved && (!options.verify || Verify(options));
+    if (result == kNoPatcher)
+        return FindPatcher(options.connecttype) &&
+               Report("the MIDI Patcher could not be reached before, but can be now");
+    if (result == kNoPort)
+        return FindPort(options.port) && Report("the port was in use before, but is free now");
+    if (result < 0)
+        return Report("the update has failed");
+    return readBackIsSaved && (!options.verify || Verify(options.connecttype));
 }
 
 const char* Strict::BeginReadBack(const std::string& path)
@@ -80,10 +77,17 @@ const char* Strict::BeginReadBack(const std::string& path)
     return received.c_str();
 }
 
-void Strict::EndReadBack()
+void Strict::EndReadBack(const std::string& text)
 {
-    std::string error = ReadBackError(CheckedFile(received), received);
-    if (error.empty() && rename(received.c_str(), target.c_str()) < 0)
+    const CheckedFile saved(received);
+    std::string error;
+    if (!saved.errors.empty())
+        error = saved.errors.front();
+    else if (!IsCompleteReadBack(saved.report))
+        error = "not all of the parameter flash, and no more";
+    else if (saved.Text() != text)
+        error = "not what was received";
+    else if (!IsOnDisk(received) || rename(received.c_str(), target.c_str()) < 0)
         error = Reason();
     readBackIsSaved = error.empty();
     if (readBackIsSaved)
@@ -107,12 +111,26 @@ void Strict::CheckRename(Options& options) const
     options.renameFile = false;
 }
 
+bool Strict::CanWrite(const char* path) const
+{
+    return access(path, W_OK) == 0 || ReportReason(path);
+}
+
+// Makes the file where it is missing. The descriptor, which the caller owns, or -1 with a report.
+int Strict::OpenToWrite(const char* path) const
+{
+    const int opened = open(path, O_RDWR | O_CREAT | kOpenFlags, kReadableByAll);
+    if (opened < 0)
+        ReportReason(path);
+    return opened;
+}
+
 // The lock ends with its process, so the file of an earlier one is no obstacle.
 bool Strict::TakeLock()
 {
-    lock.Reset(open(kLockFile, O_RDWR | O_CREAT | kOpenFlags, kReadableByAll));
+    lock.Reset(OpenToWrite(kLockFile));
     if (!lock)
-        return ReportReason(kLockFile);
+        return false;
     struct flock other = {};
     other.l_type = F_WRLCK;
     if (fcntl(lock.Get(), F_SETLK, &other) < 0) {
@@ -127,6 +145,15 @@ bool Strict::TakeLock()
     return isWritten || ReportReason(kLockFile);
 }
 
+bool Strict::FindPatcher(int connecttype) const
+{
+    TMidiCom link;
+    link.Set_connecttype(connecttype);
+    const bool isThere =
+        link.SetMidiDescriptor(kMidiPatcherSocket) >= 0 && link.Connect_i2cserver();
+    return isThere || ReportReason(kMidiPatcherSocket);
+}
+
 // Takes the port for a moment, without anybody that could connect; the server opens it seconds
 // later.
 bool Strict::FindPort(int port) const
@@ -135,47 +162,39 @@ bool Strict::FindPort(int port) const
     return bound || ReportReason("port " + std::to_string(port));
 }
 
-bool Strict::Verify(const Options& options) const
+bool Strict::Verify(int connecttype) const
 {
-    std::string directory = kVerifyDirectory;
-    if (mkdtemp(directory.data()) == nullptr)
-        return ReportReason(directory);
-    const std::string path = directory + "/flash.hex";
-    const bool isRead = ReadFlash(options.connecttype, path);
-    const CheckedFile flash(path);
-    const std::string error = isRead ? ReadBackError(flash, path) : "the flash is not readable";
-    DeleteFile(path.c_str());
-    std::remove(directory.c_str());
-    return error.empty() ? Compare(Image(flash.Text())) : Report(error);
-}
-
-bool Strict::Compare(const Image& flash) const
-{
+    const std::string text = ReadFlash(connecttype);
+    if (!IsCompleteReadBack(CheckHex(text)))
+        return Report("the flash is not readable");
     for (const AddressRange& range : firmware.report.ranges) {
         const std::uint32_t last = range.start + range.size - 1;
         ReportRest(range.start, std::min(last, kStart - 1));
         ReportRest(std::max(range.start, kEnd), last);
     }
-    const Image file(firmware.Text());
+    return Compare(Image(firmware.Text()), Image(text));
+}
+
+bool Strict::Compare(const Image& file, const Image& flash) const
+{
     std::uint32_t first = 0;
     int count = 0;
-    for (std::uint32_t at = kEnd - 1; at >= kStart; --at) {
-        if (file.At(at) == Image::kNoData || file.At(at) == flash.At(at))
-            continue;
-        first = at;
-        ++count;
+    for (std::uint32_t at = kStart; at < kEnd; ++at) {
+        if (file.At(at) != Image::kNoData && file.At(at) != flash.At(at) && count++ == 0)
+            first = at;
     }
-    return count == 0 ||
-           Report("the flash differs from the file, bytes: " + std::to_string(count) +
-                  ", first at " + Digits(first, 8) + ": " + Digits(flash.At(first), 2) +
-                  " in the flash, " + Digits(file.At(first), 2) + " in the file");
+    return count == 0 || Report("the flash differs from the file, bytes: " + std::to_string(count) +
+                                ", first at " + UIntToSHex(first, 8).c_str() + ": " +
+                                UIntToSHex(flash.At(first), 2).c_str() + " in the flash, " +
+                                UIntToSHex(file.At(first), 2).c_str() + " in the file");
 }
 
 // What of the file lies outside a read-back.
 void Strict::ReportRest(std::uint32_t first, std::uint32_t last) const
 {
     if (first <= last)
-        Report("not verified: " + Digits(first, 8) + " to " + Digits(last, 8));
+        Report((TSString("not verified: ") + UIntToSHex(first, 8) + " to " + UIntToSHex(last, 8))
+                   .c_str());
 }
 
 bool Strict::Report(const std::string& text) const
@@ -188,4 +207,11 @@ bool Strict::Report(const std::string& text) const
 bool Strict::ReportReason(const std::string& subject) const
 {
     return Report(subject + ": " + Reason());
+}
+
+bool Strict::ReportAll(const std::vector<std::string>& texts) const
+{
+    for (const std::string& text : texts)
+        Report(text);
+    return texts.empty();
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "CheckedFile.h"
 #include "CommandLine.h"
@@ -13,6 +14,9 @@
 // in the log of the mode.
 class Strict {
 public:
+    // The result of a server that isn't to run because its port can't be opened.
+    static constexpr int kNoPort = -4;
+
     // Checks the firmware file, and unless only its version is to be printed, that no other strict
     // run is under way and that nothing is missing. The lock is kept for the life of this object. A
     // file that can't be renamed after the update isn't to be: `options` changes. False when the
@@ -28,32 +32,37 @@ public:
     // A read-back to `target` begins. The file for it to save to, which stays valid until the next.
     const char* BeginReadBack(const std::string& path);
 
-    // It has succeeded: puts its file in the place of the old one, if it is complete.
-    void EndReadBack();
+    // It has succeeded: puts its file in the place of the old one, if it is complete and is the
+    // text that was received.
+    void EndReadBack(const std::string& text);
 
     // A search has loaded the file for the next update.
-    void TakeLoadedFile(const char* path) { damage = CheckedFile(path).error; }
+    void TakeLoadedFile(const char* path) { damages = CheckedFile(path).errors; }
 
     // False, with a report, when an update isn't to start because of what is wrong with that file.
-    bool AllowsUpdate() const { return damage.empty() || Report(damage); }
+    bool AllowsUpdate() const { return ReportAll(damages); }
 
 private:
     void CheckRename(Options& options) const;
+    bool CanWrite(const char* path) const;
+    int OpenToWrite(const char* path) const;
     bool TakeLock();
+    bool FindPatcher(int connecttype) const;
     bool FindPort(int port) const;
-    bool Verify(const Options& options) const;
-    bool Compare(const Image& flash) const;
+    bool Verify(int connecttype) const;
+    bool Compare(const Image& file, const Image& flash) const;
     void ReportRest(std::uint32_t first, std::uint32_t last) const;
 
-    // Both return false, as what they report does.
+    // These return false, as what they report does; ReportAll true when there is nothing.
     bool Report(const std::string& text) const;
     bool ReportReason(const std::string& subject) const;
+    bool ReportAll(const std::vector<std::string>& texts) const;
 
-    const char* log = nullptr;    // of the mode
-    UniqueFd lock{-1};            // keeps other strict runs out
-    CheckedFile firmware;         // of the command line
-    std::string damage;           // of the file for the server's next update; empty: none
-    std::string target;           // of the present read-back
-    std::string received;         // what it saves to
-    bool readBackIsSaved = true;  // false after one that isn't
+    const char* log = nullptr;         // of the mode
+    UniqueFd lock{-1};                 // keeps other strict runs out
+    CheckedFile firmware;              // of the command line
+    std::vector<std::string> damages;  // of the file for the server's next update
+    std::string target;                // of the present read-back
+    std::string received;              // what it saves to
+    bool readBackIsSaved = true;       // false after one that isn't
 };

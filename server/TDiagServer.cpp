@@ -69,6 +69,8 @@ int TDiagServer::Initialize(int port, int connecttype)
         Log("Diag Server Initialize OK\n");
     language = GetIOCLanguage();
     versionReply = false;
+    if (result == 0 && strict != nullptr && zaurus->GetPortDescriptor() < 0)
+        return Strict::kNoPort;
     return result;
 }
 
@@ -161,7 +163,7 @@ bool TDiagServer::StepReader()
         return true;
     SendAndLog(result == Step::Done ? "CSP Read Success.\n" : "CSP Read Failed.\n");
     if (result == Step::Done && strict != nullptr)
-        strict->EndReadBack();
+        strict->EndReadBack(reader->ReceivedText());
     reader->ClearReaderStatus();
     RebootCsp();
     return result != Step::Done;

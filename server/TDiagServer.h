@@ -32,7 +32,8 @@ public:
     void SetStrict(Strict* checks) { strict = checks; }
 
     // Opens the links and listens at the controller's port. 0, or -3 when the MIDI Patcher can't be
-    // reached: Run isn't to be called then. Any other failure is a line of the log.
+    // reached: Run isn't to be called then. Any other failure is a line of the log, except that
+    // with the checks of --strict a port that can't be opened makes the result -4.
     int Initialize(int port, int connecttype);
 
     // Serves until a read-back has succeeded. Returns 0.

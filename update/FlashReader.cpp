@@ -14,6 +14,9 @@ namespace {
 // minute to fail.
 constexpr int kAttempts = 2;
 
+// The reader saves what it has read. Here that is only looked at.
+constexpr char kNowhere[] = "/dev/null";
+
 // Waits for lines of the CSP and hands them on.
 void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
 {
@@ -31,15 +34,15 @@ void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
 
 }  // namespace
 
-bool ReadFlash(int connecttype, const std::string& file)
+std::string ReadFlash(int connecttype)
 {
     TMidiCom midi;
     TZaurusCom nobody;  // whom the texts for the controller go to
     TCspReader reader;
     midi.Set_connecttype(connecttype);
     if (midi.SetMidiDescriptor(kMidiPatcherSocket) < 0 || !midi.Connect_i2cserver())
-        return false;
-    reader.SetReaderParameter(0, 0, file.c_str());
+        return {};
+    reader.SetReaderParameter(0, 0, kNowhere);
     Step step = Step::Failed;
     for (int attempt = 0; attempt < kAttempts && step != Step::Done; ++attempt) {
         reader.SetReaderStatus(Status::Connect);
@@ -47,5 +50,5 @@ bool ReadFlash(int connecttype, const std::string& file)
             TakeLines(reader, midi, nobody);
     }
     RestartPiano();
-    return step == Step::Done;
+    return step == Step::Done ? reader.ReceivedText() : std::string();
 }

@@ -49,6 +49,15 @@ void TCspReader::IncReaderCounter()
     readerCounter += kServerTimeout;
 }
 
+std::string TCspReader::ReceivedText() const
+{
+    TSStringList& lines = *hexFile->checkedLines;
+    std::string text;
+    for (lines.First(); lines.HasNext();)
+        text += lines.NextString()->c_str();
+    return text;
+}
+
 int TCspReader::UpdateStatus(TMidiCom* midi, TZaurusCom* zaurus)
 {
     Trace("Update Status CSP\n");

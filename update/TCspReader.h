@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "Console.h"
 #include "THexFile.h"
@@ -42,6 +43,9 @@ public:
 
     // Ends a read. What it has gathered stays until the next one.
     void ClearReaderStatus();
+
+    // The records that the read has gathered, as they are saved.
+    std::string ReceivedText() const;
 
     // Counts one timeout of the server's loop, 10 seconds of silence.
     void IncReaderCounter();

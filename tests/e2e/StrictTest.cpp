@@ -40,10 +40,11 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
     const std::string read = "-P " + OwnPort();
     const std::string noFile = "need a file\n";
     const std::string noPort = "the port is no number from 1 to 65535\n";
-    const std::string lock = "/usr/local/lib/diag/diag_server.lock: ";
+    const std::string logs = "/usr/local/lib/diag";
     const std::string socket = "/home/i2c_server_sock: ";
     const std::string keeps = "prog.hex: keeps its name, since ";
     const std::string unsaved = "csp_param.hex: the read-back is not saved: ";
+    const char* const part = "--read-stop 90041000";
     const std::string cutShort = "so the unit does not load it; the file may be cut off\n";
     const struct {
         std::string words;
@@ -54,6 +55,7 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
         std::function<void(Unit&)> arrange = [](Unit&) {};
     } rows[] = {
         {"-x " + update, 2, "option -- 'x'\n"},
+        {"-x -h", 2, "option -- 'x'\n"},
         {"prog.hex", 2, "no option: prog.hex\n"},
         {"-f", 2, "requires an argument -- 'f'\n"},
         {"-f " + std::string(256, 'x'), 2, "file name is too long\n"},
@@ -69,24 +71,28 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
         {update, 1, "prog.hex:34: wrong checksum\n", "", "",
          replace(":20040000", ":20040000" + std::string(66, '0') + "\r\n")},
         {update, 1, "introduces: a line may be lost\n", "", "", replace(":20040000", "")},
-        {update, 1, lock + "No such file or directory\n", "", "",
+        {update, 1, "prog.hex: errors not listed: 7\n", "", "",
+         [](Unit& unit) { unit.Write("cwd/prog.hex", std::string(25, '\n')); }},
+        {update, 1, logs + ": No such file or directory\n", "", "",
          [](Unit& unit) { unit.Remove("usr/local/lib/diag"); }},
-        {update, 1, lock + "No space left on device\n", "", "", fail("write:1:ENOSPC")},
+        {update, 1, logs + "/cspupdate.log: Read-only file system\n", "", "", fail("open:2:EROFS")},
+        {update, 1, logs + "/diag_server.lock: No space left on device\n", "", "",
+         fail("write:1:ENOSPC")},
         {update, 1, socket + "No such file or directory\n", "", "--no-patcher"},
         {"-P " + port, 1, "port " + port + ": Address already in use\n"},
-        {update, 1, socket + "can't be used\n", "links", "", fail("write:2:EPIPE")},
-        {update, 1, "", "links", "--silent"},
+        {update, 1, "the MIDI Patcher could not be reached before, but can be now\n", "links", "",
+         fail("write:2:EPIPE")},
+        {update, 1, "the update has failed\n", "links", "--silent"},
         {update, 0, "", "flash"},
         {"-b " + update, 0, keeps + "V1.hex exists\n", "flash", "",
          [](Unit& unit) { unit.Write("cwd/V1.hex", ""); }},
         {"-b " + update, 0, keeps + "it has no version text\n", "flash", "",
          replace(":20040000", Record(0, 0x400, std::string(32, '\0')) + "\r\n")},
         {read, 0, "", "file"},
-        {read, 1, unsaved + "csp_param.hex.new: not all of the parameter flash, and no more\n",
-         "links", "--read-stop 90050000"},
-        {read, 1, cutShort, "links", "", fail("fwrite:6:ENOSPC")},
-        {read, 1, unsaved + "csp_param.hex.new: No such file or directory\n", "links", "",
-         fail("open:9:ENOENT")},
+        {read, 1, unsaved + "not all of the parameter flash, and no more\n", "links", part},
+        {read, 1, cutShort, "links", part, fail("fwrite:6:ENOSPC")},
+        {read, 1, unsaved + "csp_param.hex.new: No such file or directory\n", "links", part,
+         fail("open:10:ENOENT")},
         {read, 1, unsaved + "Permission denied\n", "links", "", fail("rename:1:EACCES")},
     };
     for (const auto& row : rows) {
@@ -108,20 +114,38 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
         EXPECT_EQ(flash != std::string(flash.size(), '\xFF'), row.effect == std::string("flash"));
         EXPECT_EQ(unit.Read("cwd/csp_param.hex") != "old", row.effect == std::string("file"));
         EXPECT_TRUE(unit.Exists("cwd/prog.hex") && !unit.Exists("cwd/csp_param.hex.new"));
-        const bool isLogged = row.status == 1 && unit.Exists("usr/local/lib/diag");
-        EXPECT_NE((unit.Log() + unit.Log(kUpdateLog)).find(isLogged ? row.error : ""),
-                  std::string::npos);
+        const std::string log = unit.Log() + unit.Log(kUpdateLog);
+        const bool isLogged = row.status < 2 && unit.Exists("usr/local/lib/diag");
+        EXPECT_EQ(log.empty(), !isLogged);
+        EXPECT_EQ(log.find(row.error) != std::string::npos, isLogged);
     }
 }
 
-TEST(Strict, StartsOnceAndRefusesDamagedFile)
+TEST(Strict, EndsWhenItsPortIsTakenDuringTheStart)
+{
+    Unit unit;
+    unit.StartPiano();
+    const std::string port = OwnPort();
+    Process& server = unit.Start("diag_server", {"--strict", "-P", port});
+    EXPECT_TRUE(unit.WaitForLog("Diag Server Start Now.\n"));
+    const Port taken(std::stoi(port));
+
+    EXPECT_EQ(server.Wait(), 1);
+    EXPECT_EQ(server.Error(), "diag_server: port " + port + ": Address already in use\n");
+}
+
+TEST(Strict, StartsOnceAndRefusesDamagedFiles)
 {
     const std::string image = HexText(FirmwareOf("V1", 0x3000), 32, "\r\n");
+    const std::string damaged = image.substr(0, image.size() - 13);
     ServerWithPiano scene({"--strict", "-P", OwnPort()});
     scene.unit.Mount("usb");
-    scene.unit.Write("medium/csp_prog.hex", image.substr(0, image.size() - 13));
+    scene.unit.Write("medium/csp_prog.hex", damaged);
+    scene.unit.Write(kParameterFile, damaged);
 
     Process& second = scene.unit.Run({"--strict", "-P", OwnPort()});
+    scene.Ask(kFindParameters, "CSP Parameter : ");
+    scene.Ask(kUpdateParameters, "Cannot execute Parameter Update.\n");
     scene.Ask(kFindUpdate, "V1\n");
     scene.Ask(kUpdate, "Cannot Execute CSP Update.\n");
     scene.unit.Write("medium/csp_prog.hex", image);
@@ -131,33 +155,41 @@ TEST(Strict, StartsOnceAndRefusesDamagedFile)
     EXPECT_EQ(second.Wait(), 1);
     EXPECT_EQ(second.Error(), "diag_server: /usr/local/lib/diag/diag_server.lock: process " +
                                   std::to_string(scene.server.Id()) + " is at work already\n");
-    EXPECT_EQ(scene.server.Error(), "diag_server: /mnt/usb/csp_prog.hex:385: no end record (type "
-                                    "1): the board waits for more\n");
+    const std::string found = ":385: no end record (type 1): the board waits for more\n";
+    const std::string parameters = "/usr/local/lib/diag/csp_param.hex" + found;
+    const std::string firmware = "/mnt/usb/csp_prog.hex" + found;
+    EXPECT_EQ(scene.server.Error(), "diag_server: " + parameters + "diag_server: " + firmware);
+    const std::string log = LogTexts(scene.unit);
+    EXPECT_NE(log.find(parameters + "Cannot execute Parameter Update.\n"), std::string::npos);
+    EXPECT_NE(log.find(firmware + "Cannot Execute CSP Update.\n"), std::string::npos);
 }
 
 TEST(Strict, ComparesFlashWithFileAfterUpdate)
 {
+    const std::string image = HexText(FirmwareOf("V1", 0x1000), 32, "\r\n");
+    const std::string rest =
+        Record(4, 0, "\x90\x0A") + "\r\n" + Record(0, 0, std::string(16, 'x')) + "\r\n";
     const struct {
-        std::size_t size;     // of the image
+        std::string added;    // to the file, in front of its end record
         std::size_t changed;  // bytes of flash, while the CSP restarts
         const char* piano;    // from then on
         int status;
         std::string error = {};  // its end
     } rows[] = {
-        {0x61000, 0, "", 0, "diag_server: not verified: 900A0000 to 900A0FFF\n"},
-        {0x3000, 2, "", 1, "bytes: 2, first at 90041000: 00 in the flash, B1 in the file\n"},
-        {0x3000, 0, "--silent", 1, "the flash is not readable\n"},
+        {rest, 0, "", 0, "diag_server: not verified: 900A0000 to 900A000F\n"},
+        {"", 2, "", 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},
+        {"", 0, "--silent", 1, "the flash is not readable\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.error);
         Unit unit;
-        unit.Write("cwd/prog.hex", HexText(FirmwareOf("V1", row.size), 32, "\r\n"));
+        unit.Write("cwd/prog.hex", std::string(image).insert(image.size() - 13, row.added));
         Process& piano = unit.StartPiano({"--size", "A1000"});
         Process& program = unit.Start("diag_server", Split("--strict --verify -b -f prog.hex"));
         EXPECT_TRUE(unit.WaitForJournal("ioctl(/dev/PciDsp, 33, 0xc00)"));
         piano.Kill(SIGTERM);
         std::string flash = unit.Read("flash.bin");
-        flash.replace(0x41000, row.changed, row.changed, '\0');
+        flash.replace(0x40800, row.changed, row.changed, '\0');
         const std::string loaded = unit.Write("sim/loaded", flash);
         unit.StartPiano(Split("--size A1000 --load " + loaded + " " + row.piano));
 
@@ -165,7 +197,6 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
 
         EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
         EXPECT_EQ(Count(unit.Journal(), "exit descriptors=0\n"), 1U);
-        for (const auto& left : std::filesystem::directory_iterator(unit.Path("tmp")))
-            EXPECT_EQ(left.path().string().find("diag_server."), std::string::npos);
+        EXPECT_FALSE(unit.Exists("cwd/csp_param.hex"));
     }
 }

@@ -136,11 +136,12 @@ bool Neighbour::Accept(std::chrono::nanoseconds limit)
     return made >= 0;
 }
 
-Port::Port() : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+Port::Port(int wanted) : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
     sockaddr_in address = {};
     socklen_t size = sizeof(address);
     address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(wanted));
     if (bind(taken.Get(), General(address), size) < 0 ||
         getsockname(taken.Get(), reinterpret_cast<sockaddr*>(&address), &size) < 0)
         throw std::runtime_error("no free port");

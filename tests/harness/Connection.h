@@ -70,10 +70,10 @@ private:
     UniqueFd listener;
 };
 
-// Keeps a free TCP port of this machine from the program.
+// Keeps a TCP port of this machine from the program, a free one if no number is passed.
 class Port {
 public:
-    Port();
+    explicit Port(int wanted = 0);
     int Number() const { return number; }
 
 private:

@@ -14,6 +14,7 @@
 #include "HexText.h"
 #include "MidiPeer.h"
 #include "OwnUnit.h"
+#include "Strict.h"
 #include "TDiagServer.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
@@ -101,4 +102,29 @@ TEST_F(ServerTest, LogsAReleaseFileThatCouldBeOpened)
     EXPECT_TRUE(ReadWholeFile(log.Get(), entries));
     const std::string text(entries.data.get(), entries.data.get() + entries.size);
     EXPECT_NE(text.find(" - 1.00\n"), std::string::npos) << text;
+}
+
+TEST_F(ServerTest, KeepsOldParametersWhenTheSavedOnesAreNotThoseReceived)
+{
+    constexpr std::size_t kParameterSize = 0x60000;
+    const std::string text = HexText(std::string(kParameterSize, 'x'), 32, "\r\n");
+    const std::string other = HexText(std::string(kParameterSize, 'y'), 32, "\r\n");
+    const std::string target = files.Write("csp_param.hex", "old");
+    Options options;
+    options.port = 0;
+    Strict strict;
+    ASSERT_TRUE(strict.Prepare(options));
+
+    files.Write("csp_param.hex.new", "left by another run");
+    EXPECT_EQ(strict.BeginReadBack(target), target + ".new");
+    EXPECT_FALSE(files.Exists("csp_param.hex.new"));
+    files.Write("csp_param.hex.new", other);
+    strict.EndReadBack(text);
+    EXPECT_EQ(files.Read("csp_param.hex"), "old");
+    EXPECT_FALSE(strict.Finish(options, 0));
+
+    files.Write("csp_param.hex.new", text);
+    strict.EndReadBack(text);
+    EXPECT_TRUE(files.Read("csp_param.hex") == text);
+    EXPECT_TRUE(strict.Finish(options, 0));
 }
