@@ -3,9 +3,9 @@
 #include <fstream>
 
 #include "Command.h"
+#include "Event.h"
 #include "Hexadecimal.h"
 #include "ImageFile.h"
-#include "Json.h"
 #include "Picture.h"
 
 namespace {
@@ -68,38 +68,38 @@ void PrintPlain(const std::string& path, const ImageFile& file, bool quiet)
 void PrintFindingsAsJson(const std::string& path, const HexReport& report)
 {
     for (const Finding& finding : report.findings) {
-        Json object = MakeEvent("finding");
-        object["file"] = MakeText(path);
+        Event event("finding");
+        event.AddText("file", path);
         if (finding.line > 0)
-            object["line"] = finding.line;
-        object["severity"] = NameOf(finding.severity);
+            event.AddNumber("line", finding.line);
+        event.AddText("severity", NameOf(finding.severity));
         if (finding.address)
-            object["address"] = EightDigits(*finding.address);
-        object["text"] = finding.text;
-        Print(object);
+            event.AddText("address", EightDigits(*finding.address));
+        event.AddText("text", finding.text);
+        event.Print();
     }
 }
 
 void PrintSummaryAsJson(const std::string& path, const ImageFile& file)
 {
     const HexReport& report = file.report;
-    Json object = MakeEvent("summary");
-    object["file"] = MakeText(path);
-    object["errors"] = report.errors;
-    object["warnings"] = report.warnings;
-    object["version"] = MakeText(report.version);
-    object["ranges"] = Json::array();
+    Event event("summary");
+    event.AddText("file", path);
+    event.AddNumber("errors", report.errors);
+    event.AddNumber("warnings", report.warnings);
+    event.AddText("version", report.version);
+    event.AddList("ranges");
     for (const AddressRange& range : report.ranges)
-        object["ranges"].push_back({{"start", EightDigits(range.start)}, {"size", range.size}});
-    object["bytes"] = report.bytes;
-    object["blocks"] = report.blocks;
+        event.AddRange("ranges", EightDigits(range.start), range.size);
+    event.AddNumber("bytes", report.bytes);
+    event.AddNumber("blocks", report.blocks);
     if (file.form == ImageForm::Hex) {
-        object["records"] = report.records;
-        object["line_ends"] = NameOf(report.lineEnds);
+        event.AddNumber("records", report.records);
+        event.AddText("line_ends", NameOf(report.lineEnds));
     } else {
-        object["text"] = kNoChecksum;
+        event.AddText("text", kNoChecksum);
     }
-    Print(object);
+    event.Print();
 }
 
 // False with a complaint when the file can't be written.

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "Json.h"
+#include "Event.h"
 #include "Session.h"
 
 // clang-format off
@@ -69,12 +69,12 @@ Outcome WrongUsage(const std::string& reason)
 Status Finish(const Invocation& invocation, const Outcome& outcome)
 {
     if (invocation.json) {
-        Json object = MakeEvent("result");
-        object["status"] = static_cast<int>(outcome.status);
+        Event event("result");
+        event.AddNumber("status", static_cast<int>(outcome.status));
         if (!outcome.answer.empty())
-            object["version"] = MakeText(outcome.answer);
-        object["text"] = MakeText(outcome.reason);
-        Print(object);
+            event.AddText("version", outcome.answer);
+        event.AddText("text", outcome.reason);
+        event.Print();
     }
     if (!outcome.reason.empty())
         Complain(outcome.reason);

@@ -3,10 +3,10 @@
 #include <vector>
 
 #include "Command.h"
+#include "Event.h"
 #include "Hexadecimal.h"
 #include "Image.h"
 #include "ImageFile.h"
-#include "Json.h"
 
 namespace {
 
@@ -85,11 +85,11 @@ void PrintPlain(const std::vector<Difference>& differences, const Image& left, c
 void PrintAsJson(const std::vector<Difference>& differences)
 {
     for (const Difference& each : differences) {
-        Json object = MakeEvent("difference");
-        object["first"] = EightDigits(each.first);
-        object["last"] = EightDigits(each.last);
-        object["bytes"] = each.bytes;
-        Print(object);
+        Event event("difference");
+        event.AddText("first", EightDigits(each.first));
+        event.AddText("last", EightDigits(each.last));
+        event.AddNumber("bytes", each.bytes);
+        event.Print();
     }
 }
 

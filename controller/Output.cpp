@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "Command.h"
-#include "Json.h"
+#include "Event.h"
 
 namespace {
 
@@ -48,11 +48,11 @@ void Output::ShowLine(std::string_view line, bool isCut, bool hasSucceeded)
     if (progress && (form == Form::Json || (form == Form::Bar && progress->percent))) {
         ShowProgress(*progress, line);
     } else if (form == Form::Json) {
-        Json object = MakeEvent("line");
-        object["text"] = MakeText(line);
+        Event event("line");
+        event.AddText("text", line);
         if (isCut)
-            object["cut"] = true;
-        Print(object);
+            event.AddTrue("cut");
+        event.Print();
     } else {
         EndBar();
         std::printf("%s%s\n", Readable(line).c_str(), isCut ? "..." : "");
@@ -64,11 +64,11 @@ void Output::ShowBusy(const Progress& progress)
 {
     EndBar();
     if (form == Form::Json) {
-        Json object = MakeEvent("busy");
-        object["phase"] = progress.phase;
+        Event event("busy");
+        event.AddText("phase", progress.phase);
         if (progress.percent)
-            object["percent"] = *progress.percent;
-        Print(object);
+            event.AddNumber("percent", *progress.percent);
+        event.Print();
     }
     Complain("the unit is busy (" + TextOf(progress) + ")");
 }
@@ -94,13 +94,13 @@ void Output::ShowProgress(const Progress& progress, std::string_view line)
     last = progress;
     if (form == Form::Bar)
         return ShowBar(progress.percent.value_or(0));
-    Json object = MakeEvent("progress");
-    object["phase"] = progress.phase;
+    Event event("progress");
+    event.AddText("phase", progress.phase);
     if (progress.percent)
-        object["percent"] = *progress.percent;
+        event.AddNumber("percent", *progress.percent);
     if (!line.empty())
-        object["text"] = MakeText(line);
-    Print(object);
+        event.AddText("text", line);
+    event.Print();
 }
 
 void Output::ShowBar(int percent)

@@ -1,8 +1,9 @@
-#include "Json.h"
+#include "Event.h"
 
 #include <cstdio>
 #include <string>
 
+#include <nlohmann/json.hpp>
 #include <sys/time.h>
 
 namespace {
@@ -22,14 +23,7 @@ std::string Now()
     return text;
 }
 
-}  // namespace
-
-Json MakeEvent(std::string_view event)
-{
-    return {{"time", Now()}, {"event", event}};
-}
-
-Json MakeText(std::string_view bytes)
+std::string ToUtf8(std::string_view bytes)
 {
     std::string text;
     for (const char byte : bytes) {
@@ -44,8 +38,42 @@ Json MakeText(std::string_view bytes)
     return text;
 }
 
-void Print(const Json& object)
+}  // namespace
+
+Event::Event(std::string_view name)
+    : object(std::make_unique<nlohmann::ordered_json>(
+          nlohmann::ordered_json{{"time", Now()}, {"event", name}}))
+{}
+
+Event::~Event() = default;
+
+void Event::AddText(const char* key, std::string_view bytes)
 {
-    std::printf("%s\n", object.dump().c_str());
+    (*object)[key] = ToUtf8(bytes);
+}
+
+void Event::AddNumber(const char* key, long long number)
+{
+    (*object)[key] = number;
+}
+
+void Event::AddTrue(const char* key)
+{
+    (*object)[key] = true;
+}
+
+void Event::AddList(const char* key)
+{
+    (*object)[key] = nlohmann::ordered_json::array();
+}
+
+void Event::AddRange(const char* key, std::string_view start, long long size)
+{
+    (*object)[key].push_back({{"start", start}, {"size", size}});
+}
+
+void Event::Print() const
+{
+    std::printf("%s\n", object->dump().c_str());
     std::fflush(stdout);
 }
