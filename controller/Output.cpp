@@ -12,9 +12,10 @@ constexpr int kPercent = 100;
 constexpr int kMinute = 60;
 constexpr int kParameterSize = 384;  // KiB of flash that a read-back covers
 
-std::string Duration(long long seconds)
+std::string Duration(Clock::duration time)
 {
-    const long long rest = seconds % kMinute;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time).count();
+    const auto rest = seconds % kMinute;
     return std::to_string(seconds / kMinute) + (rest < 10 ? ":0" : ":") + std::to_string(rest);
 }
 
@@ -27,12 +28,12 @@ std::string Amount(std::string_view phase, int percent)
            std::to_string(kParameterSize) + " KiB";
 }
 
-std::string Times(Clock::duration elapsed, int percent)
+// `done` is how many percent the elapsed time was for.
+std::string Times(Clock::duration elapsed, int done, int percent)
 {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-    std::string text = "  " + Duration(seconds);
-    if (percent > 0 && percent < kPercent)
-        text += ", " + Duration(seconds * (kPercent - percent) / percent) + " left";
+    std::string text = "  " + Duration(elapsed);
+    if (done > 0 && percent < kPercent)
+        text += ", " + Duration(elapsed * (kPercent - percent) / done) + " left";
     return text;
 }
 
@@ -89,8 +90,10 @@ void Output::ShowAnswer(const std::string& answer)
 
 void Output::ShowProgress(const Progress& progress, std::string_view line)
 {
-    if (progress.phase != last.phase)
+    if (progress.phase != last.phase) {
         begin = Clock::now();
+        firstPercent = progress.percent.value_or(0);
+    }
     last = progress;
     if (form == Form::Bar)
         return ShowBar(progress.percent.value_or(0));
@@ -106,7 +109,8 @@ void Output::ShowProgress(const Progress& progress, std::string_view line)
 void Output::ShowBar(int percent)
 {
     const auto filled = static_cast<std::size_t>(percent * kBarWidth / kPercent);
-    const std::string rest = Amount(last.phase, percent) + Times(Clock::now() - begin, percent);
+    const std::string rest =
+        Amount(last.phase, percent) + Times(Clock::now() - begin, percent - firstPercent, percent);
     std::printf("\r%s [%s%s] %3d%%%s\x1B[K", std::string(last.phase).c_str(),
                 std::string(filled, '#').c_str(), std::string(kBarWidth - filled, '.').c_str(),
                 percent, rest.c_str());

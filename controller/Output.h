@@ -40,6 +40,7 @@ private:
 
     Form form;
     Progress last = {};
-    Clock::time_point begin;  // of the phase
+    Clock::time_point begin;  // of the phase, as far as it was seen
+    int firstPercent = 0;     // at that time
     bool barStands = false;
 };

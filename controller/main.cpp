@@ -28,24 +28,32 @@ constexpr char kOptionHelp[] =
     "  --version    the version of this program\n"
     "  --help       this text, or a command's\n";
 
-void PrintHelp()
+std::string UsageOf(const Command& command)
+{
+    std::string usage(command.name);
+    if (!command.arguments.empty())
+        usage += " " + std::string(command.arguments);
+    return usage;
+}
+
+void PrintCommands()
 {
     std::printf("Usage: diagctl [OPTION...] COMMAND [ARGUMENT...]\n\n");
-    for (const Command& command : Commands()) {
-        const std::string arguments(command.arguments);
-        const std::string usage = std::string(command.name) + " " + arguments;
-        std::printf("  %-18s %s\n", usage.c_str(), std::string(command.help).c_str());
-    }
+    for (const Command& command : Commands())
+        std::printf("  %-18s %s\n", UsageOf(command).c_str(), std::string(command.help).c_str());
+}
+
+// Of the command; of all without one.
+void PrintHelp(const Command* command)
+{
+    if (command == nullptr)
+        PrintCommands();
+    else
+        std::printf("Usage: diagctl [OPTION...] %s\n\n  %s\n", UsageOf(*command).c_str(),
+                    std::string(command->help).c_str());
     std::printf("\n%s\nExit status:\n", kOptionHelp);
     for (const StatusMeaning& each : kStatusMeanings)
         std::printf("  %d  %s\n", static_cast<int>(each.status), each.text);
-}
-
-void PrintHelp(const Command& command)
-{
-    std::printf("Usage: diagctl [OPTION...] %s %s\n%s\n\n%s", std::string(command.name).c_str(),
-                std::string(command.arguments).c_str(), std::string(command.help).c_str(),
-                kOptionHelp);
 }
 
 // False unless the whole text is a number in the range.
@@ -172,10 +180,8 @@ Status Run(const Parsed& parsed)
         return Finish(parsed.invocation, command->handler(parsed.invocation));
     if (parsed.wish == Wish::Version)
         std::printf("diagctl %s\n", DIAGCTL_VERSION);
-    else if (command != nullptr)
-        PrintHelp(*command);
     else
-        PrintHelp();
+        PrintHelp(command);
     return Status::Success;
 }
 
