@@ -192,10 +192,11 @@ bool Exchange::Take(std::string_view line)
     return effect != Effect::Nothing || query->wait == Wait::Close;
 }
 
+// Bytes of the piano, which have no line end, may stand before a text.
 Effect Exchange::EffectOf(std::string_view line) const
 {
     for (const Reply& reply : query->replies) {
-        if (BeginsWith(line, reply.text))
+        if (BeginsWith(line, reply.text) || EndsWith(line, reply.text))
             return reply.effect;
     }
     return Effect::Nothing;
@@ -225,7 +226,7 @@ void Exchange::Apply(Effect effect, std::string_view line)
     case Effect::Heads: headed = true; break;
     case Effect::Succeeds:
         status = Status::Success;
-        serverEnds = line == kReadSuccess;
+        serverEnds = EndsWith(line, kReadSuccess);
         reason.clear();
         break;
     case Effect::Fails:

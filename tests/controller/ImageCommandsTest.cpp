@@ -55,7 +55,8 @@ TEST(Exchange, TakesWorkForItsOwnOnlyAfterTheUnitHasTakenTheCommand)
     EXPECT_TRUE(update.OtherWork());
     EXPECT_FALSE(update.Take("CSP Update Failed.") || update.Take("Rebooting CSP..."));
     EXPECT_FALSE(update.HasEnded());
-    EXPECT_TRUE(update.Take("KVT : Update the Service Center."));
+    EXPECT_TRUE(update.Take("\x60\x01KVT : Update the Service Center."))
+        << "after bytes of the piano";
     EXPECT_FALSE(update.OtherWork());
     EXPECT_TRUE(update.Take("Connecting to CSP") && update.Take("CSP Update Success."));
     EXPECT_EQ(update.ResultAt(true), Status::Success);
