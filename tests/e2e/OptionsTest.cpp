@@ -62,8 +62,9 @@ TEST(CommandLine, ChoosesModeAndPeer)
         const char* log;
         const char* start;  // the first bytes on the MIDI Patcher's socket
     } rows[] = {
-        {{"-v"}, kServer, kReader},
-        {{"-f", ""}, kServer, kReader},
+        {{}, kServer, kReader},
+        {{"-v", "-P", "0"}, kServer, kReader},
+        {{"-f", "", "-P", "0"}, kServer, kReader},
         {{"-c", "-f", "1.hex"}, kFirst, kPiano},
         {{"-f", "1.hex", "-c"}, kFirst, kOther},
         {{"-a", "1.hex", "-b"}, kFirst, kPiano},
@@ -76,13 +77,16 @@ TEST(CommandLine, ChoosesModeAndPeer)
         unit.Write("cwd/2.hex", SmallFile("V2"));
         MidiPeer patcher(unit.Path("home/i2c_server_sock"));
 
-        unit.StartServer(row.words);
+        unit.Start("diag_server", row.words);
 
         ASSERT_TRUE(patcher.Accept());
         EXPECT_TRUE(WaitUntil([&] { return patcher.Received().size() >= 14; }));
         EXPECT_EQ(ToHex(patcher.Received().substr(0, 14)), row.start);
         const std::string log = LogTexts(unit, row.log == kServer ? kServerLog : kUpdateLog);
         EXPECT_EQ(log.substr(0, std::string(row.log).size()), row.log);
+        const bool isUsual =
+            Count(unit.Journal(), "listen(tcp 4917)") + Count(log, "Port Open") > 0;
+        EXPECT_EQ(isUsual, row.words.empty()) << "the port, if nobody else has it";
     }
 }
 

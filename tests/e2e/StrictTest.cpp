@@ -170,15 +170,16 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
     const std::string rest =
         Record(4, 0, "\x90\x0A") + "\r\n" + Record(0, 0, std::string(16, 'x')) + "\r\n";
     const struct {
-        std::string added;    // to the file, in front of its end record
-        std::size_t changed;  // bytes of flash, while the CSP restarts
-        const char* piano;    // from then on
+        std::string added;     // to the file, in front of its end record
+        std::size_t changed;   // bytes of flash, while the CSP restarts
+        const char* piano;     // from then on
+        std::size_t attempts;  // to read it
         int status;
         std::string error = {};  // its end
     } rows[] = {
-        {rest, 0, "", 0, "diag_server: not verified: 900A0000 to 900A000F\n"},
-        {"", 2, "", 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},
-        {"", 0, "--silent", 1, "the flash is not readable\n"},
+        {rest, 0, "", 1, 0, "diag_server: not verified: 900A0000 to 900A000F\n"},
+        {"", 2, "", 1, 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},
+        {"", 0, "--silent", 2, 1, "the flash is not readable\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.error);
@@ -196,6 +197,7 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
         EXPECT_EQ(program.Wait(), row.status);
 
         EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
+        EXPECT_EQ(Count(unit.Journal(), "usleep(500000)\n"), 1U + row.attempts);
         EXPECT_EQ(Count(unit.Journal(), "exit descriptors=0\n"), 1U);
         EXPECT_FALSE(unit.Exists("cwd/csp_param.hex"));
     }

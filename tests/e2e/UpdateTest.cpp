@@ -74,7 +74,9 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
         EXPECT_EQ(LogTexts(unit, kUpdateLog),
                   "CSP Updater Start Now.\nCSP File Version: ../x\\V 1.02\n" + row.log +
                       (restarts ? "Rebooting CSP...5sec\n" : ""));
-        EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
+        const std::string output = program.Output();
+        EXPECT_NE(output.find(row.output), std::string::npos) << output;
+        EXPECT_LE(UnitTime(), std::chrono::seconds(20 + Count(output, "Inc 1+"))) << output;
         EXPECT_TRUE(unit.Read(row.name) == image);
         EXPECT_EQ(unit.Flash(kImageStart, firmware.size()) == firmware,
                   row.log.find("CSP Update Finished\n") != std::string::npos);

@@ -146,6 +146,8 @@ TEST(HexCheck, SummarizesWhatTheUnitLoads)
     EXPECT_EQ(report.ranges[0].size, 0x4020U);
     EXPECT_EQ(report.ranges[1].start, 0x90060000U);
 
+    EXPECT_EQ(CheckHex(kHead + Data(0x400, "V2")).version, "V2") << "the last one counts";
+
     const HexReport garbage = CheckHex(std::string(2000, '\n'));
     EXPECT_EQ(garbage.findings.size(), 1000U);
     EXPECT_EQ(garbage.errors, 2002U);
