@@ -34,8 +34,11 @@ TEST(ReadBack, AsksForNoBlockWhenCspStartsUnrequested)
     ServerWithPeers scene;
     scene.Say(Frames({"Status:Flash Idle", "Start READ"}));
     EXPECT_TRUE(scene.patcher.WaitForLine("NEXT   :"));
-    scene.Say(Frames({Record(4, 0, "\x90\x04"), Record(0, 0, std::string(16, 'x'))}));
-    ServerWithPeers::Settle();
+    scene.TakeReplies();
+    scene.Say(Frames({Record(4, 0, "\x90\x04")}));
+    for (std::size_t at = 0; at < 0x2000; at += 128)
+        scene.Say(Frames({Record(0, at, std::string(128, 'x'))}));
+    EXPECT_EQ(scene.TakeReplies(), "") << "no share of an unknown range";
     const std::vector<std::string> lines = scene.patcher.Lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "NEXT   :"), 1);
 }
