@@ -12,11 +12,6 @@ namespace {
 
 constexpr char kNoChecksum[] = "This form has no checksum: other damage cannot be seen in it.";
 
-const char* NameOf(Severity severity)
-{
-    return severity == Severity::Error ? "error" : "warning";
-}
-
 const char* NameOf(LineEnds ends)
 {
     switch (ends) {

@@ -78,5 +78,8 @@ Status Finish(const Invocation& invocation, const Outcome& outcome)
     }
     if (!outcome.reason.empty())
         Complain(outcome.reason);
-    return outcome.status;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return outcome.status;
+    Complain("standard output can't be written");
+    return Status::Failed;
 }

@@ -148,11 +148,15 @@ Outcome LoadClean(const std::string& path, ImageFile& file)
     return {Status::Failed, reason};
 }
 
+const char* NameOf(Severity severity)
+{
+    return severity == Severity::Error ? "error" : "warning";
+}
+
 std::string Describe(const std::string& path, const Finding& finding)
 {
     const std::string line = finding.line > 0 ? ":" + std::to_string(finding.line) : std::string();
-    const char* const severity = finding.severity == Severity::Error ? "error" : "warning";
-    return path + line + ": " + severity + ": " + finding.text;
+    return path + line + ": " + NameOf(finding.severity) + ": " + finding.text;
 }
 
 bool Save(const std::string& hexPath, ImageForm form, const std::string& path)

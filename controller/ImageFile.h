@@ -42,6 +42,9 @@ Outcome Load(const std::string& path, ImageFile& file);
 // The same, and fails with the first error in the content.
 Outcome LoadClean(const std::string& path, ImageFile& file);
 
+// "error" or "warning".
+const char* NameOf(Severity severity);
+
 // "file.hex:12: error: ...", with the line where there is one.
 std::string Describe(const std::string& path, const Finding& finding);
 

@@ -54,13 +54,16 @@ Link::Trace TraceOf(const Invocation& invocation)
     return invocation.verbose ? TraceBytes : [](char, std::string_view) {};
 }
 
-Output::Form FormOf(const Invocation& invocation)
+// Each line is the answer to `send` and `monitor`, so quiet output has all of them.
+Output::Form FormOf(const Invocation& invocation, Wait wait)
 {
     if (invocation.json)
         return Output::Form::Json;
-    if (invocation.quiet || invocation.command->name.rfind("version", 0) == 0)
+    const bool isVersion = invocation.command->name.rfind("version", 0) == 0;
+    if (isVersion || (invocation.quiet && wait == Wait::Replies))
         return Output::Form::Answer;
-    return isatty(STDOUT_FILENO) != 0 ? Output::Form::Bar : Output::Form::Plain;
+    const bool hasBar = !invocation.quiet && isatty(STDOUT_FILENO) != 0;
+    return hasBar ? Output::Form::Bar : Output::Form::Plain;
 }
 
 std::string_view WorkOf(std::string_view command)
@@ -77,7 +80,7 @@ public:
           query(QueryOf(of.command->name)),
           bytes(std::move(groups)),
           serveBy(Clock::now() + Seconds(of.wait)),
-          output(FormOf(of)),
+          output(FormOf(of, query.wait)),
           link(TraceOf(of)),
           exchange(query)
     {}
