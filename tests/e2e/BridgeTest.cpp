@@ -203,11 +203,12 @@ TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
 {
     ServerWithPeers bridge;
     bridge.Open();
-    const std::size_t descriptors = CountDescriptors(*bridge.server);
+    const auto descriptors = DescriptorsOf(*bridge.server);
 
     const std::unique_ptr<Controller> first = bridge.Connect();
     EXPECT_TRUE(first->WaitForClose());
     EXPECT_EQ(bridge.Ask(kVersion), kServiceText);
+    EXPECT_EQ(DescriptorsOf(*bridge.server), descriptors) << "the number was free again";
 
     // The groups of one that hangs up are carried out to the last.
     bridge.Send("DF DF DF DF DF DF DF DF DF DF DF DF 90 3C 40 01");
@@ -230,7 +231,7 @@ TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
     EXPECT_EQ(UnitTime() - begin, std::chrono::seconds(5));
     bridge.SayBytes(message.substr(9));
     EXPECT_EQ(bridge.TakeReplies(), std::string(kServiceText) + "\r\n");
-    EXPECT_EQ(CountDescriptors(*bridge.server), descriptors);
+    EXPECT_EQ(DescriptorsOf(*bridge.server), descriptors);
 
     // Nothing is left of a connection that wakes the loop again and again.
     bridge.controller->Close();

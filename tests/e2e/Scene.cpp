@@ -76,10 +76,13 @@ Unit::Words Split(const std::string& line)
     return {std::istream_iterator<std::string>(words), {}};
 }
 
-std::size_t CountDescriptors(const Process& program)
+std::set<std::string> DescriptorsOf(const Process& program)
 {
-    const std::filesystem::directory_iterator all("/proc/" + std::to_string(program.Id()) + "/fd");
-    return static_cast<std::size_t>(std::distance(all, {}));
+    std::set<std::string> numbers;
+    const std::string all = "/proc/" + std::to_string(program.Id()) + "/fd";
+    for (const auto& descriptor : std::filesystem::directory_iterator(all))
+        numbers.insert(descriptor.path().filename());
+    return numbers;
 }
 
 void ExpectCleanEnd(const Unit& unit, Process& program)

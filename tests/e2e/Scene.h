@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -48,7 +49,8 @@ std::size_t Count(const std::string& text, const std::string& part);
 // The words of a command line.
 Unit::Words Split(const std::string& line);
 
-std::size_t CountDescriptors(const Process& program);
+// The numbers of those that the program has open.
+std::set<std::string> DescriptorsOf(const Process& program);
 
 // Expects that the program ends with status 0 and leaves no descriptor open.
 void ExpectCleanEnd(const Unit& unit, Process& program);

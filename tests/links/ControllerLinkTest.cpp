@@ -1,6 +1,8 @@
 #include <csignal>
 #include <string>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "Connection.h"
@@ -32,8 +34,12 @@ TEST(ControllerLink, LosesTextsQuietlyWithoutPeer)
     std::signal(SIGPIPE, SIG_DFL);
     TZaurusCom zaurus;
     EXPECT_EQ(zaurus.WriteMessage("lost\n", 5), 0);
+    Peer earlier;
     Peer controller;
-    EXPECT_EQ(zaurus.SetZaurusId(controller.Other()), controller.Other());
+    for (const int id : {earlier.Other(), controller.Other()})
+        EXPECT_EQ(zaurus.SetZaurusId(id), id);
+    EXPECT_FALSE(earlier.IsClosed());
+    close(earlier.Other());
     EXPECT_EQ(zaurus.WriteMessage("hello\nmore", 6), 1);
     EXPECT_EQ(zaurus.WriteMessage("", 0), 1);
     EXPECT_EQ(zaurus.WriteMessage("text", -1), 0);
