@@ -31,13 +31,6 @@ bool IsCompleteReadBack(const HexReport& report)
            ranges[0].size == kEnd - kStart;
 }
 
-// Some disks refuse bytes only when they come to write them.
-bool IsOnDisk(const std::string& path)
-{
-    const UniqueFd file(OpenToRead(path.c_str()));
-    return fsync(file.Get()) == 0;
-}
-
 }  // namespace
 
 bool Strict::Prepare(Options& options)
@@ -79,21 +72,31 @@ const char* Strict::BeginReadBack(const std::string& path)
 
 void Strict::EndReadBack(const std::string& text)
 {
-    const CheckedFile saved(received);
-    std::string error;
-    if (!saved.errors.empty())
-        error = saved.errors.front();
-    else if (!IsCompleteReadBack(saved.report))
-        error = "not all of the parameter flash, and no more";
-    else if (saved.Text() != text)
-        error = "not what was received";
-    else if (!IsOnDisk(received) || rename(received.c_str(), target.c_str()) < 0)
-        error = Reason();
+    const std::string error = ReplaceReadBack(text);
     readBackIsSaved = error.empty();
     if (readBackIsSaved)
         return;
     DeleteFile(received.c_str());
     Report(target + ": the read-back is not saved: " + error);
+}
+
+// Returns what is wrong, or nothing.
+std::string Strict::ReplaceReadBack(const std::string& text) const
+{
+    // A file that could not be made can't be made now, which has a reason again.
+    const UniqueFd file(open(received.c_str(), O_RDWR | O_CREAT | kOpenFlags, kReadableByAll));
+    if (!file)
+        return Reason();
+    const CheckedFile saved(received);
+    if (!saved.errors.empty())
+        return saved.errors.front();
+    if (!IsCompleteReadBack(saved.report))
+        return "not all of the parameter flash, and no more";
+    if (saved.Text() != text)
+        return "not what was received";
+    // Some disks refuse bytes only when they come to write them.
+    const bool isSaved = fsync(file.Get()) == 0 && rename(received.c_str(), target.c_str()) == 0;
+    return isSaved ? "" : Reason();
 }
 
 // A file at a wrong name is a smaller harm than a flash that isn't updated.

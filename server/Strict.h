@@ -44,6 +44,7 @@ public:
 
 private:
     void CheckRename(Options& options) const;
+    std::string ReplaceReadBack(const std::string& text) const;
     bool CanWrite(const char* path) const;
     int OpenToWrite(const char* path) const;
     bool TakeLock();

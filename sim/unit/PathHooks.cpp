@@ -1,10 +1,8 @@
 // libc's functions that open, name and change files. Each plain function has relatives with the
 // same meaning: 64-bit forms, forms at a directory, and the checked forms of fortified builds.
 
-#include <climits>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -169,24 +167,6 @@ int mkdir(const char* path, mode_t mode) noexcept
     static Real<int(const char*, mode_t)> real("mkdir");
     return CallAtPath(Call::Uncounted, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(at, mode); });
-}
-
-// The name comes back in the pattern, as the program knows the path.
-char* mkdtemp(char* pattern) noexcept
-{
-    static Real<char*(char*)> real("mkdtemp");
-    constexpr std::size_t kChosen = sizeof("XXXXXX") - 1;
-    char made[PATH_MAX + 256] = "";  // as long as a mapped path can be
-    const int result =
-        CallAtPath(Call::Uncounted, Intent::Change, UnitPath(pattern), [&](const char* at) {
-            std::snprintf(made, sizeof made, "%s", at);
-            return real(made) == nullptr ? -1 : 0;
-        });
-    if (result < 0)
-        return nullptr;
-    std::memcpy(pattern + std::strlen(pattern) - kChosen, made + std::strlen(made) - kChosen,
-                kChosen);
-    return pattern;
 }
 
 int utime(const char* path, const utimbuf* times) noexcept

@@ -91,8 +91,7 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
         {read, 0, "", "file"},
         {read, 1, unsaved + "not all of the parameter flash, and no more\n", "links", part},
         {read, 1, cutShort, "links", part, fail("fwrite:6:ENOSPC")},
-        {read, 1, unsaved + "csp_param.hex.new: No such file or directory\n", "links", part,
-         fail("open:10:ENOENT")},
+        {read, 1, unsaved + "Read-only file system\n", "links", part, fail("open:10:EROFS")},
         {read, 1, unsaved + "Permission denied\n", "links", "", fail("rename:1:EACCES")},
     };
     for (const auto& row : rows) {

@@ -18,10 +18,18 @@
 #include "TDiagServer.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
+#include "UnitPaths.h"
 
 namespace {
 
 constexpr int kBufferSize = 8194;
+
+// At a path of the unit, which the library's streams don't reach.
+void WriteInUnit(const std::string& path, const std::string& text)
+{
+    const UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
+    EXPECT_EQ(write(file.Get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
 
 class ServerTest : public testing::Test {
 protected:
@@ -109,22 +117,20 @@ TEST_F(ServerTest, KeepsOldParametersWhenTheSavedOnesAreNotThoseReceived)
     constexpr std::size_t kParameterSize = 0x60000;
     const std::string text = HexText(std::string(kParameterSize, 'x'), 32, "\r\n");
     const std::string other = HexText(std::string(kParameterSize, 'y'), 32, "\r\n");
-    const std::string target = files.Write("csp_param.hex", "old");
     Options options;
     options.port = 0;
     Strict strict;
     ASSERT_TRUE(strict.Prepare(options));
+    WriteInUnit(kParameterFile, "old");
+    const std::string received = strict.BeginReadBack(kParameterFile);
 
-    files.Write("csp_param.hex.new", "left by another run");
-    EXPECT_EQ(strict.BeginReadBack(target), target + ".new");
-    EXPECT_FALSE(files.Exists("csp_param.hex.new"));
-    files.Write("csp_param.hex.new", other);
+    WriteInUnit(received, other);
     strict.EndReadBack(text);
-    EXPECT_EQ(files.Read("csp_param.hex"), "old");
+    EXPECT_EQ(CheckedFile(kParameterFile).Text(), "old");
     EXPECT_FALSE(strict.Finish(options, 0));
 
-    files.Write("csp_param.hex.new", text);
+    WriteInUnit(received, text);
     strict.EndReadBack(text);
-    EXPECT_TRUE(files.Read("csp_param.hex") == text);
+    EXPECT_TRUE(CheckedFile(kParameterFile).Text() == text);
     EXPECT_TRUE(strict.Finish(options, 0));
 }
