@@ -11,19 +11,13 @@
 #include <utime.h>
 
 #include "FileBytes.h"
+#include "OutputFile.h"
 #include "UniqueFd.h"
 
 namespace {
 
 constexpr std::size_t kCopyBlock = 512;  // bytes of one read and write
-constexpr mode_t kForEverybody = 0666;
-constexpr mode_t kForTheOwner = 0600;
-
-// An older target is emptied: what it had past the new end must not stay.
-int OpenToWrite(const char* path, mode_t permissions)
-{
-    return open(path, O_WRONLY | O_CREAT | O_TRUNC | kOpenFlags, permissions);
-}
+constexpr mode_t kForEverybody = 0666;   // permission bits
 
 enum class AtWriteError { Stop, GoOn };
 
@@ -32,8 +26,7 @@ struct Copied {
     bool isWritten = true;   // no write failed
 };
 
-// A read error ends the copy as the end of the source does. A short write lacks bytes, so it is an
-// error, too.
+// A read error ends the copy as the end of the source does.
 Copied CopyBlocks(int source, int target, AtWriteError atWriteError)
 {
     Copied copied;
@@ -42,7 +35,7 @@ Copied CopyBlocks(int source, int target, AtWriteError atWriteError)
         const ssize_t count = read(source, block, sizeof block);
         if (count <= 0)
             break;
-        if (write(target, block, count) == count)
+        if (WriteWhole(target, block, count))
             copied.bytes += count;
         else
             copied.isWritten = false;
@@ -100,7 +93,7 @@ int CopyFile(const char* source, const char* target)
     const UniqueFd input(OpenToRead(source));
     if (!input)
         return -1;
-    const UniqueFd output(OpenToWrite(target, kForEverybody));
+    const UniqueFd output(CreateOutputFile(target, kForEverybody));
     if (!output)
         return -1;
 
@@ -119,7 +112,7 @@ bool FileCopy(const char* source, const char* target)
     const UniqueFd input(OpenToRead(source));
     if (!input)
         return false;
-    const UniqueFd output(OpenToWrite(target, kForTheOwner));
+    const UniqueFd output(CreateOutputFile(target));
     return output && CopyBlocks(input.Get(), output.Get(), AtWriteError::GoOn).isWritten;
 }
 
