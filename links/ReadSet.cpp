@@ -6,11 +6,6 @@ static bool FitsSelect(int descriptor)
     return descriptor >= 0 && descriptor < FD_SETSIZE;
 }
 
-ReadSet::ReadSet()
-{
-    FD_ZERO(&descriptors);
-}
-
 void ReadSet::Add(int descriptor)
 {
     if (!FitsSelect(descriptor))

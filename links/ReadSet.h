@@ -6,8 +6,6 @@
 // leaves only what is readable in it, and links go up and down between two passes.
 class ReadSet {
 public:
-    ReadSet();
-
     // Adds a descriptor. One below 0 (a link that is down) is passed over, and so is one that is
     // too high for select: such a link stays unserved, where select would write past the set.
     void Add(int descriptor);
@@ -20,6 +18,6 @@ public:
     bool Has(int descriptor) const;
 
 private:
-    fd_set descriptors;  // those to wait for; after the wait, those that are readable
-    int highest = -1;    // of those added; -1 when there is none
+    fd_set descriptors = {};  // those to wait for; after the wait, those that are readable
+    int highest = -1;         // of those added; -1 when there is none
 };

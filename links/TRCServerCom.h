@@ -13,7 +13,7 @@ public:
     TRCServerCom(const TRCServerCom&) = delete;
     TRCServerCom& operator=(const TRCServerCom&) = delete;
 
-    // Negative when the link is down.
+    // Negative when the link is down. For the unit's other programs: this one only writes.
     int GetRCSDescriptor() const;
 
     // Connects to the UNIX socket at `path`. Returns the descriptor, or -1.
