@@ -39,7 +39,7 @@ bool Connection::Send(const std::string& bytes) const
 const std::string& Connection::Received()
 {
     // The program's next text isn't sent before the last one is confirmed, which takes a while if
-    // the system isn't told to do it at once, again and again. Means nothing to a UNIX socket.
+    // the system isn't asked to do it at once, again and again. Means nothing to a UNIX socket.
     const int on = 1;
     setsockopt(Descriptor(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
     char bytes[8192];
