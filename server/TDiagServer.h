@@ -85,7 +85,7 @@ private:
     bool IsReading() const { return HasMachines() && reader->GetReaderStatus() >= 0; }
 
     void TakeConsoleLine(const char* line);
-    bool DoCommand(const unsigned char* group);
+    bool DoCommand(const MidiGroup& group);
     void ReplyVersion();
     void ReplyWithReleaseLine();
     void ReplyWithServiceText();

@@ -1,7 +1,6 @@
 // The controller's commands: which there are, and what each of them does.
 
 #include <algorithm>
-#include <iterator>
 
 #include "ParameterBackup.h"
 #include "Strict.h"
@@ -15,15 +14,13 @@ namespace {
 constexpr unsigned long kReadStart = 0x90170000;
 constexpr unsigned long kReadEnd = 0x90200000;
 
-constexpr int kGroupSize = 4;
-
 // The first byte of groups that reach the piano in the other kind of frame, whatever follows it.
 constexpr unsigned char kAlternateGroup = 'l';
 
 }  // namespace
 
 struct TDiagServer::Command {
-    unsigned char group[kGroupSize];  // in the order of the wire
+    MidiGroup group;                  // what the controller sends
     bool needsMachine;                // without effect before Run
     void (TDiagServer::*carryOut)();  // sends and logs what comes of it
 };
@@ -50,20 +47,20 @@ void TDiagServer::ProcessZaurus(char* buffer)
         // Asked before each group: a command that starts a state machine shuts out what follows it.
         if (IsUpdating() || IsReading())
             continue;
-        unsigned char group[kGroupSize];
-        std::copy_n(buffer + at, kGroupSize, group);
+        MidiGroup group;
+        std::copy_n(buffer + at, kGroupSize, group.begin());
         if (group[0] == kAlternateGroup)
-            midi->WriteMidi(1, group);
+            midi->WriteMidi(1, group.data());
         else if (!DoCommand(group))
-            midi->WriteMidi(0, group);
+            midi->WriteMidi(0, group.data());
     }
 }
 
 // False when the group is no command and belongs to the piano.
-bool TDiagServer::DoCommand(const unsigned char* group)
+bool TDiagServer::DoCommand(const MidiGroup& group)
 {
     for (const Command& command : kCommands) {
-        if (!std::equal(std::begin(command.group), std::end(command.group), group))
+        if (command.group != group)
             continue;
         if (HasMachines() || !command.needsMachine)
             (this->*command.carryOut)();

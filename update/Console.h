@@ -58,8 +58,11 @@ inline void CountFlashMode(int& count)
     count = (count + 1) % kFlashModeEvery;
 }
 
-// The MIDI groups that bring the CSP into flash mode: the first differs between the machines.
-using MidiGroup = std::array<unsigned char, 4>;
+// A MIDI message, or a group of the controller, in the order of the wire.
+inline constexpr int kGroupSize = 4;  // bytes
+using MidiGroup = std::array<unsigned char, kGroupSize>;
+
+// The groups that bring the CSP into flash mode: the first differs between the machines.
 inline constexpr MidiGroup kWriteFlashMode = {0xBF, 0x00, 0x7F, 0x00};
 inline constexpr MidiGroup kReadFlashMode = {0xBF, 0x00, 0x00, 0x7F};
 inline constexpr MidiGroup kEnterFlashMode = {0xBF, 0x66, 0x01, 0x00};
