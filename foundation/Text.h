@@ -1,9 +1,17 @@
 #pragma once
 
+#include <string_view>
+
 #include "TSString.h"
 
 // Small work on plain text, most of it in place. For the text service and for the unit's other
-// programs: this one needs only what TSString is built from.
+// programs: this one needs only TextLength, and what TSString is built from.
+
+// The bytes of a text without its NUL, as the links count them.
+inline int TextLength(std::string_view text)
+{
+    return static_cast<int>(text.size());
+}
 
 // True for the blank and for all below it, the line ends and other control characters.
 inline bool IsBlank(unsigned char byte)

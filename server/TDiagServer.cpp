@@ -1,7 +1,6 @@
 #include "TDiagServer.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include "PciDsp.h"
 #include "Strict.h"
 #include "TXmlMan.h"
+#include "Text.h"
 #include "Trace.h"
 #include "UnitPaths.h"
 
@@ -42,11 +42,6 @@ bool IsForController(char firstByte)
 {
     const unsigned char byte = firstByte;
     return (byte & 0xF0U) == 0x60U;
-}
-
-int TextLength(const char* text)
-{
-    return static_cast<int>(std::strlen(text));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "Console.h"
 
 #include "Hex.h"
+#include "Text.h"
 
 static constexpr unsigned char kChannel = 0;
 static constexpr std::size_t kAddressPlace = 3;
@@ -25,7 +26,7 @@ unsigned int ConsoleLine::Address() const
 // The line end is a frame that the link adds.
 void SendLine(TMidiCom* midi, const char* line)
 {
-    midi->WriteConsole(kChannel, line, static_cast<int>(std::string_view(line).size()));
+    midi->WriteConsole(kChannel, line, TextLength(line));
 }
 
 void SendFlashMode(TMidiCom* midi, const MidiGroup& firstGroup)

@@ -11,6 +11,7 @@
 #include "Path.h"
 #include "PciDsp.h"
 #include "ReadSet.h"
+#include "Text.h"
 #include "Trace.h"
 
 namespace {
@@ -117,7 +118,7 @@ void TUpdater::WaitForAnswers(ReadSet& set)
     char* lines[TMidiCom::kMaxLines];
     const int count = midi->ReadConsoleMessage2(buffer, lines, TMidiCom::kMaxLines);
     for (int i = 0; i < count; ++i)
-        GetCSPMessage(lines[i], static_cast<int>(std::string_view(lines[i]).size()));
+        GetCSPMessage(lines[i], TextLength(lines[i]));
 }
 
 // A file that has the new name already is replaced. The update has succeeded in any case.

@@ -1,11 +1,10 @@
 #include "TZaurusCom.h"
 
-#include <string_view>
-
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "Sockets.h"
+#include "Text.h"
 
 int TZaurusCom::SetPortDescriptor()
 {
@@ -52,6 +51,5 @@ int TZaurusCom::WriteMessage(const char* buf, int len)
 
 void TellController(TZaurusCom* zaurus, const char* text)
 {
-    const std::string_view bytes(text);
-    zaurus->WriteMessage(text, static_cast<int>(bytes.size()));
+    zaurus->WriteMessage(text, TextLength(text));
 }
