@@ -108,19 +108,15 @@ private:
     bool hasEnded = false;
 
     // What is reported once a file: the first shows the cause, and each line may repeat it.
-    bool mixedReported = false;
-    bool baseReported = false;
     bool stepReported = false;
     bool restReported = false;
 };
 
 HexReport Checker::Check(std::string_view text)
 {
-    std::size_t end = 0;
-    for (; (end = text.find(kLf)) != std::string_view::npos; text.remove_prefix(end + 1)) {
-        ++lineNumber;
+    for (std::size_t end = 0; (end = text.find(kLf)) != std::string_view::npos;
+         text.remove_prefix(end + 1))
         TakeLine(text.substr(0, end));
-    }
     if (!text.empty()) {
         ++lineNumber;
         Error("the last line has no line end, so the unit does not load it; the file may be cut "
@@ -133,6 +129,7 @@ HexReport Checker::Check(std::string_view text)
 
 void Checker::TakeLine(std::string_view line)
 {
+    ++lineNumber;
     const std::size_t length = line.size() + 1;
     const bool hasCr = !line.empty() && line.back() == kCr;
     TakeLineEnd(hasCr ? LineEnds::CrLf : LineEnds::Lf);
@@ -159,7 +156,7 @@ void Checker::TakeLineEnd(LineEnds kind)
 {
     if (report.lineEnds == LineEnds::None)
         report.lineEnds = kind;
-    if (report.lineEnds == kind || std::exchange(mixedReported, true))
+    if (report.lineEnds == kind || report.lineEnds == LineEnds::Mixed)
         return;
     report.lineEnds = LineEnds::Mixed;
     Error("the line end is not that of the lines before: a character was lost or added");
@@ -210,6 +207,8 @@ void Checker::TakeUpperAddress(const HexRecord& record)
              base);
 }
 
+// Type 2 is as unknown as any other, and the worst: it moves the data that follow, but the unit
+// goes on at the old place.
 void Checker::TakeOther(unsigned char type)
 {
     const std::string record = "a record of type " + std::to_string(type);
@@ -227,9 +226,10 @@ void Checker::TakeRowWithoutData(const std::string& row)
                 "waited for in vain");
 }
 
+// Where a damaged line leaves open what comes next, any place is good.
 void Checker::CheckPlace(std::uint32_t address)
 {
-    if (baseLine == 0 && !std::exchange(baseReported, true))
+    if (baseLine == 0 && report.ranges.empty())
         Error("data before the first address record (type 4): where they belong is unknown",
               address);
     if (next == address)

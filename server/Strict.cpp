@@ -22,6 +22,7 @@ namespace {
 constexpr std::uint32_t kStart = TCspReader::kParameterStart;
 constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
 
+// Anybody may look who is at work, and at what has failed.
 constexpr mode_t kReadableByAll = 0644;
 
 bool IsCompleteReadBack(const HexReport& report)
@@ -33,6 +34,8 @@ bool IsCompleteReadBack(const HexReport& report)
 
 }  // namespace
 
+// The file first: what is wrong with it is known without anything of the unit, and with -v too. The
+// lock comes before the tests of what another strict run would have in use.
 bool Strict::Prepare(Options& options)
 {
     log = options.HasFile() ? kUpdateLog : kServerLog;
@@ -178,6 +181,7 @@ bool Strict::Verify(int connecttype) const
     return Compare(Image(firmware.Text()), Image(text));
 }
 
+// Only where the file has data: what the flash has around them is not the file's concern.
 bool Strict::Compare(const Image& file, const Image& flash) const
 {
     std::uint32_t first = 0;
