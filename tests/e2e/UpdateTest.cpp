@@ -49,6 +49,8 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
         {plain, "--fail 2", "", "CSP Update Failed\n", failed + "CSP Update Failed\n"},
         {plain, "--garbage-endless", "", "Error !\n", ready + "Piano Comunication Error !\n"},
         {plain, "--die-after 1", "", "connected 2\n", ready + "Piano is not connected 2\n"},
+        {plain, "--silent", "select:40:EINTR", "Send WriteCommand\nSend WriteCommand\n",
+         ready + "Piano is not connected 2\n"},
         {plain, "--cut-link-after 3000", "", "no reply\n",
          ready + "Start CSP Update\nPiano is no reply\n"},
         {"-a prog.hex -c", "", "", renamed, done + "Update File Renamed\n", "cwd/xV102.hex"},
