@@ -4,34 +4,36 @@
 #include <cstdio>
 
 #include "Event.h"
+#include "Exchange.h"
 #include "Session.h"
 
-// clang-format off
-const std::vector<Command>& Commands()
+namespace {
+
+// Those for the unit come from what goes out for them.
+std::vector<Command> MakeCommands()
 {
-    static const std::vector<Command> commands = {
+    std::vector<Command> commands = {
         {"check", "FILE...", "what is wrong with image files, what is in them, and a picture",
          CheckFiles},
         {"convert", "IN OUT", "make one of .hex, .bin and .rlg from another", ConvertImage},
         {"diff", "A B", "where two images differ", CompareImages},
-        {"version", "", "the unit's release; the unit goes on answering with the service text",
-         Ask},
-        {"version on", "", "from now on the unit answers controllers with the release", Ask},
-        {"version off", "", "from now on it answers with the service text", Ask},
-        {"find-update", "", "look for a firmware file on the media and load it", Ask},
-        {"update", "", "write the firmware file that was found", Ask},
-        {"find-parameters", "", "look for the unit's parameter file and load it", Ask},
-        {"update-parameters", "", "write the parameter file that was found", Ask},
-        {"read", "", "read the parameters back into the unit's file; a success ends the server",
-         Ask},
-        {"backup", "", "copy the parameter file to the medium", Ask},
-        {"restore", "", "copy the parameter file from the medium", Ask},
-        {"send", "BYTES", "send bytes, in hex, and show what comes back for 2 seconds", SendBytes},
-        {"monitor", "", "show everything until the unit ends the connection", Ask},
     };
+    for (const Query& query : Queries()) {
+        if (query.wait == Wait::Window)
+            commands.push_back({query.command, "BYTES", query.help, SendBytes});
+        else
+            commands.push_back({query.command, "", query.help, Ask});
+    }
     return commands;
 }
-// clang-format on
+
+}  // namespace
+
+const std::vector<Command>& Commands()
+{
+    static const std::vector<Command> commands = MakeCommands();
+    return commands;
+}
 
 const Command* FindCommand(std::string_view name)
 {

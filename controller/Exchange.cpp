@@ -104,40 +104,49 @@ std::optional<int> PercentOf(std::string_view line)
                                                               : std::nullopt;
 }
 
+}  // namespace
+
 // clang-format off
 const std::vector<Query>& Queries()
 {
     // Nothing in the answer to a command shows that it is one, unless a version with the service
     // text is asked for in the same write: the unit answers all of it or, when it is busy, nothing.
     static const std::vector<Query> queries = {
-        {"version", Wait::Replies,
+        {"version", "the unit's release; the unit goes on answering with the service text",
+         Wait::Replies,
          {kAnswerService, kAskVersion, kAnswerRelease, kAskVersion, kAnswerService, kAskVersion},
          {{kServiceText, Effect::Heads}}},
-        {"version on", Wait::Replies, {kAnswerService, kAskVersion, kAnswerRelease},
-         {{kServiceText, Effect::Confirms}}},
-        {"version off", Wait::Replies, {kAnswerService, kAskVersion},
-         {{kServiceText, Effect::Confirms}}},
-        {"find-update", Wait::Replies, {0xDFDF00AA},
+        {"version on", "from now on the unit answers controllers with the release", Wait::Replies,
+         {kAnswerService, kAskVersion, kAnswerRelease}, {{kServiceText, Effect::Confirms}}},
+        {"version off", "from now on it answers with the service text", Wait::Replies,
+         {kAnswerService, kAskVersion}, {{kServiceText, Effect::Confirms}}},
+        {"find-update", "look for a firmware file on the media and load it", Wait::Replies,
+         {0xDFDF00AA},
          {{"[ System version: Update File ]", Effect::Heads},
           {"Update File is not exsit.", Effect::Refuses}}},
-        {"update", Wait::Replies, {kAnswerService, kAskVersion, 0xDFDF00BB}, kUpdateReplies},
-        {"find-parameters", Wait::Replies, {0xDFDF00C1},
+        {"update", "write the firmware file that was found", Wait::Replies,
+         {kAnswerService, kAskVersion, 0xDFDF00BB}, kUpdateReplies},
+        {"find-parameters", "look for the unit's parameter file and load it", Wait::Replies,
+         {0xDFDF00C1},
          {{"[ Parameter Back Up File ]", Effect::Starts},
           {"CSP Parameter : ", Effect::Answers},
           {"Parameter File is not exsit.", Effect::Refuses}}},
-        {"update-parameters", Wait::Replies, {kAnswerService, kAskVersion, 0xDFDF00C2},
-         kUpdateReplies},
-        {"read", Wait::Replies, {kAnswerService, kAskVersion, 0xDFDF00C0}, kReadReplies},
-        {"backup", Wait::Replies, {0xDFDF00C3}, kCopyReplies},
-        {"restore", Wait::Replies, {0xDFDF00C4}, kCopyReplies},
-        {"send", Wait::Window, {}, {}},
-        {"monitor", Wait::Close, {}, kMonitorReplies},
+        {"update-parameters", "write the parameter file that was found", Wait::Replies,
+         {kAnswerService, kAskVersion, 0xDFDF00C2}, kUpdateReplies},
+        {"read", "read the parameters back into the unit's file; a success ends the server",
+         Wait::Replies, {kAnswerService, kAskVersion, 0xDFDF00C0}, kReadReplies},
+        {"backup", "copy the parameter file to the medium", Wait::Replies, {0xDFDF00C3},
+         kCopyReplies},
+        {"restore", "copy the parameter file from the medium", Wait::Replies, {0xDFDF00C4},
+         kCopyReplies},
+        {"send", "send bytes, in hex, and show what comes back for 2 seconds", Wait::Window, {},
+         {}},
+        {"monitor", "show everything until the unit ends the connection", Wait::Close, {},
+         kMonitorReplies},
     };
     return queries;
 }
 // clang-format on
-
-}  // namespace
 
 const Query& QueryOf(std::string_view command)
 {

@@ -40,12 +40,16 @@ enum class Wait {
 
 struct Query {
     std::string_view command;
+    std::string_view help;
     Wait wait;
     std::vector<std::uint32_t> groups;  // each in the order of the wire
     std::vector<Reply> replies;
 };
 
-// The query of a command that talks to the unit. There must be one of that name.
+// One for each command that talks to the unit, in the order of the help text.
+const std::vector<Query>& Queries();
+
+// The one of that name, which there must be.
 const Query& QueryOf(std::string_view command);
 
 // The bytes that go out for it, in one write.
