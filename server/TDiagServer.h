@@ -86,20 +86,7 @@ private:
 
     void TakeConsoleLine(const char* line);
     bool DoCommand(const MidiGroup& group);
-    void ReplyVersion();
-    void ReplyWithReleaseLine();
-    void ReplyWithServiceText();
-    void ShowUpdateFile();
-    void ShowParameterFile();
-    void StartCspUpdate();
-    void StartParameterUpdate();
-    void StartUpdate(const char* started, const char* refused);
     void SetReadTarget(const char* file);
-    void NoteLoadedFile();
-    void StartReading();
-    void BackUpParameters();
-    void RestoreParameters();
-    void CopyParameters(const char* started, bool toMedia);
 
     static void Log(const char* text);
     void Send(const char* text);

@@ -19,23 +19,118 @@ constexpr unsigned char kAlternateGroup = 'l';
 
 }  // namespace
 
+// A row of the table. What the commands do is in here, so that a new one touches no other source.
 struct TDiagServer::Command {
-    MidiGroup group;                  // what the controller sends
-    bool needsMachine;                // without effect before Run
-    void (TDiagServer::*carryOut)();  // sends and logs what comes of it
+    MidiGroup group;                        // what the controller sends
+    bool needsMachine;                      // without effect before Run
+    void (*carryOut)(TDiagServer& server);  // sends and logs what comes of it
+
+    // A search loads what it finds, so that a later start needs no medium any more.
+    static void ShowUpdateFile(TDiagServer& server)
+    {
+        char version[THexFile::kVersionSize] = {};
+        if (server.updater->SearchUpdateHex(version) != 0) {
+            server.SendAndLog("Update File is not exsit.\n");
+            return;
+        }
+        NoteLoadedFile(server);
+        server.Send(" \n");
+        server.Send("[ System version: Update File ]\n");
+        server.SendAndLog((TSString(version) + "\n").c_str());
+    }
+
+    static void ShowParameterFile(TDiagServer& server)
+    {
+        char stamp[TUpdater::kStampSize] = {};
+        if (server.updater->SearchParameterHex(stamp) != 0) {
+            server.SendAndLog("Parameter File is not exsit.\n");
+            return;
+        }
+        NoteLoadedFile(server);
+        server.Send("[ Parameter Back Up File ]\n");
+        server.SendAndLog((TSString("CSP Parameter : ") + stamp + "\n").c_str());
+    }
+
+    static void NoteLoadedFile(TDiagServer& server)
+    {
+        if (server.strict != nullptr)
+            server.strict->TakeLoadedFile(server.updater->GetFileName());
+    }
+
+    static void StartCspUpdate(TDiagServer& server)
+    {
+        StartUpdate(server, "Start CSP Update.\n", "Cannot Execute CSP Update.\n");
+    }
+
+    static void StartParameterUpdate(TDiagServer& server)
+    {
+        StartUpdate(server, "Start CSP Parameter Update.\n", "Cannot execute Parameter Update.\n");
+    }
+
+    // The two starts differ only in their texts: either writes the file that the last search
+    // loaded.
+    static void StartUpdate(TDiagServer& server, const char* started, const char* refused)
+    {
+        const bool isAllowed = server.strict == nullptr || server.strict->AllowsUpdate();
+        if (isAllowed && server.updater->SetUpdateStatus(Status::Connect))
+            Log(started);
+        else
+            server.SendAndLog(refused);
+    }
+
+    // A success ends the server, as that of the first read-back does.
+    static void StartReading(TDiagServer& server)
+    {
+        server.SetReadTarget(kParameterFile);
+        server.reader->SetReaderStatus(Status::Connect);
+        Log("Start Reading CSP Parameters\n");
+    }
+
+    static void BackUpParameters(TDiagServer& server)
+    {
+        CopyParameters(server, "Copying CSP Parameters...HD -> FD\n", true);
+    }
+
+    static void RestoreParameters(TDiagServer& server)
+    {
+        CopyParameters(server, "Copying CSP Parameters...FD -> HD\n", false);
+    }
+
+    // The first text goes out before the copy, during which nothing is served.
+    static void CopyParameters(TDiagServer& server, const char* started, bool toMedia)
+    {
+        server.SendAndLog(started);
+        server.SendAndLog(ParameterBackup::Text(server.CopyParameterFile(toMedia)));
+    }
+
+    // A reply goes out before it is logged; only the release line, in SendIOVersion, is logged
+    // first.
+    static void ReplyVersion(TDiagServer& server)
+    {
+        if (server.versionReply) {
+            server.SendIOVersion(kReleaseFile);
+            return;
+        }
+        server.Send("KVT : Update the Service Center.\n");
+        Log("Update the Service Center.\n");
+    }
+
+    static void ReplyWithReleaseLine(TDiagServer& server) { server.versionReply = true; }
+
+    static void ReplyWithServiceText(TDiagServer& server) { server.versionReply = false; }
 };
 
 const TDiagServer::Command TDiagServer::kCommands[] = {
-    {{0xDF, 0xDF, 0x00, 0xAA}, true, &TDiagServer::ShowUpdateFile},
-    {{0xDF, 0xDF, 0x00, 0xBB}, true, &TDiagServer::StartCspUpdate},
-    {{0xDF, 0xDF, 0x00, 0xC0}, true, &TDiagServer::StartReading},
-    {{0xDF, 0xDF, 0x00, 0xC1}, true, &TDiagServer::ShowParameterFile},
-    {{0xDF, 0xDF, 0x00, 0xC2}, true, &TDiagServer::StartParameterUpdate},
-    {{0xDF, 0xDF, 0x00, 0xC3}, false, &TDiagServer::BackUpParameters},
-    {{0xDF, 0xDF, 0x00, 0xC4}, false, &TDiagServer::RestoreParameters},
-    {{0xDF, 0xDF, 0xDF, 0xDF}, false, &TDiagServer::ReplyVersion},
-    {{0xDF, 0xDF, 0xDF, 0xE0}, false, &TDiagServer::ReplyWithReleaseLine},
-    {{0xDF, 0xDF, 0xDF, 0xE1}, false, &TDiagServer::ReplyWithServiceText},
+    {{0xDF, 0xDF, 0x00, 0xAA}, true, &Command::ShowUpdateFile},
+    {{0xDF, 0xDF, 0x00, 0xBB}, true, &Command::StartCspUpdate},
+    {{0xDF, 0xDF, 0x00, 0xC0}, true, &Command::StartReading},
+    {{0xDF, 0xDF, 0x00, 0xC1}, true, &Command::ShowParameterFile},
+    {{0xDF, 0xDF, 0x00, 0xC2}, true, &Command::StartParameterUpdate},
+    {{0xDF, 0xDF, 0x00, 0xC3}, false, &Command::BackUpParameters},
+    {{0xDF, 0xDF, 0x00, 0xC4}, false, &Command::RestoreParameters},
+    {{0xDF, 0xDF, 0xDF, 0xDF}, false, &Command::ReplyVersion},
+    {{0xDF, 0xDF, 0xDF, 0xE0}, false, &Command::ReplyWithReleaseLine},
+    {{0xDF, 0xDF, 0xDF, 0xE1}, false, &Command::ReplyWithServiceText},
 };
 
 // Nothing is kept from one read to the next. A group that was split over two reads can't be put
@@ -63,21 +158,10 @@ bool TDiagServer::DoCommand(const MidiGroup& group)
         if (command.group != group)
             continue;
         if (HasMachines() || !command.needsMachine)
-            (this->*command.carryOut)();
+            command.carryOut(*this);
         return true;
     }
     return false;
-}
-
-// A reply goes out before it is logged; only the release line, in SendIOVersion, is logged first.
-void TDiagServer::ReplyVersion()
-{
-    if (versionReply) {
-        SendIOVersion(kReleaseFile);
-        return;
-    }
-    Send("KVT : Update the Service Center.\n");
-    Log("Update the Service Center.\n");
 }
 
 // Without a release line there is no reply at all, not even the service text.
@@ -95,97 +179,10 @@ bool TDiagServer::SendIOVersion(const char* path)
     return true;
 }
 
-void TDiagServer::ReplyWithReleaseLine()
-{
-    versionReply = true;
-}
-
-void TDiagServer::ReplyWithServiceText()
-{
-    versionReply = false;
-}
-
-// A search loads what it finds, so that a later start needs no medium any more.
-void TDiagServer::ShowUpdateFile()
-{
-    char version[THexFile::kVersionSize] = {};
-    if (updater->SearchUpdateHex(version) != 0) {
-        SendAndLog("Update File is not exsit.\n");
-        return;
-    }
-    NoteLoadedFile();
-    Send(" \n");
-    Send("[ System version: Update File ]\n");
-    SendAndLog((TSString(version) + "\n").c_str());
-}
-
-void TDiagServer::ShowParameterFile()
-{
-    char stamp[TUpdater::kStampSize] = {};
-    if (updater->SearchParameterHex(stamp) != 0) {
-        SendAndLog("Parameter File is not exsit.\n");
-        return;
-    }
-    NoteLoadedFile();
-    Send("[ Parameter Back Up File ]\n");
-    SendAndLog((TSString("CSP Parameter : ") + stamp + "\n").c_str());
-}
-
-void TDiagServer::NoteLoadedFile()
-{
-    if (strict != nullptr)
-        strict->TakeLoadedFile(updater->GetFileName());
-}
-
-void TDiagServer::StartCspUpdate()
-{
-    StartUpdate("Start CSP Update.\n", "Cannot Execute CSP Update.\n");
-}
-
-void TDiagServer::StartParameterUpdate()
-{
-    StartUpdate("Start CSP Parameter Update.\n", "Cannot execute Parameter Update.\n");
-}
-
-// The two starts differ only in their texts: either writes the file that the last search loaded.
-void TDiagServer::StartUpdate(const char* started, const char* refused)
-{
-    const bool isAllowed = strict == nullptr || strict->AllowsUpdate();
-    if (isAllowed && updater->SetUpdateStatus(Status::Connect))
-        Log(started);
-    else
-        SendAndLog(refused);
-}
-
 void TDiagServer::SetReadTarget(const char* file)
 {
     reader->SetReaderParameter(kReadStart, kReadEnd,
                                strict == nullptr ? file : strict->BeginReadBack(file));
-}
-
-// A success ends the server, as that of the first read-back does.
-void TDiagServer::StartReading()
-{
-    SetReadTarget(kParameterFile);
-    reader->SetReaderStatus(Status::Connect);
-    Log("Start Reading CSP Parameters\n");
-}
-
-void TDiagServer::BackUpParameters()
-{
-    CopyParameters("Copying CSP Parameters...HD -> FD\n", true);
-}
-
-void TDiagServer::RestoreParameters()
-{
-    CopyParameters("Copying CSP Parameters...FD -> HD\n", false);
-}
-
-// The first text goes out before the copy, during which nothing is served.
-void TDiagServer::CopyParameters(const char* started, bool toMedia)
-{
-    SendAndLog(started);
-    SendAndLog(ParameterBackup::Text(CopyParameterFile(toMedia)));
 }
 
 int TDiagServer::CopyParameterFile(bool toMedia)
