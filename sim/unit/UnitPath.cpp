@@ -19,9 +19,10 @@ struct Rule {
 
 constexpr Rule kUnitPaths[] = {
     {kPatcherSocket, Match::Whole},   {kRcServerSocket, Match::Whole},
-    {"/tmp/csp_prog.", Match::Start}, {"/usr/local/lib/diag", Match::Tree},
-    {"/etc/KVT-", Match::Start},      {kMountParent, Match::Tree},
-    {kDspDevice, Match::Whole},       {kMediumDevice, Match::Whole},
+    {"/tmp/csp_prog.", Match::Start}, {"/usr/local", Match::Tree},
+    {"/var/log", Match::Tree},        {"/etc/KVT-", Match::Start},
+    {kMountParent, Match::Tree},      {kDspDevice, Match::Whole},
+    {kMediumDevice, Match::Whole},
 };
 
 bool Fits(const Rule& rule, const char* path)

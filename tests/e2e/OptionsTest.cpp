@@ -109,7 +109,7 @@ TEST(ServerStart, LogsNeighboursInOrderAndGoesOnWithPatcher)
         {"--no-rc", false, "none", "", 2, "",
          "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is not active.\n"
          "Zaurus Socket Port Open Error\nDiag Server Initialize OK\n"},
-        {"", true, "usr/local/lib/diag", "", 0, "", ""},
+        {"", true, Unit::kLogFolder, "", 0, "", ""},
         {"--no-patcher", true, "none", "", 0, "MIDI Patcher is not active.\n", kNoPatcher},
         {"", true, "none", "write:1:EPIPE", 0, "MIDI Patcher is not connected\n", kNoPatcher},
     };
@@ -143,7 +143,7 @@ TEST(UpdateStart, EndsWithoutImage)
         SCOPED_TRACE(name);
         Unit unit;
         unit.Write("cwd/long.hex", SmallFile("V3") + std::string(80, '0') + "\n");
-        unit.Write("usr/local/lib/diag/cspupdate.log", std::string(60, '\n'));
+        unit.Write(Unit::kLogFolder + ("/" + std::string(kUpdateLog)), std::string(60, '\n'));
         unit.StartPiano();
 
         Process& program = unit.Run({"-f", name});

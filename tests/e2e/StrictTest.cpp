@@ -12,6 +12,7 @@
 namespace {
 
 constexpr char kUsageLine[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
+const std::string kLogs = std::string("/") + Unit::kLogFolder;
 
 // Of each test program its own, below those that the system chooses.
 std::string OwnPort()
@@ -40,7 +41,6 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
     const std::string read = "-P " + OwnPort();
     const std::string noFile = "need a file\n";
     const std::string noPort = "the port is no number from 1 to 65535\n";
-    const std::string logs = "/usr/local/lib/diag";
     const std::string socket = "/home/i2c_server_sock: ";
     const std::string keeps = "prog.hex: keeps its name, since ";
     const std::string unsaved = "csp_param.hex: the read-back is not saved: ";
@@ -73,10 +73,11 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
         {update, 1, "introduces: a line may be lost\n", "", "", replace(":20040000", "")},
         {update, 1, "prog.hex: errors not listed: 7\n", "", "",
          [](Unit& unit) { unit.Write("cwd/prog.hex", std::string(25, '\n')); }},
-        {update, 1, logs + ": No such file or directory\n", "", "",
-         [](Unit& unit) { unit.Remove("usr/local/lib/diag"); }},
-        {update, 1, logs + "/cspupdate.log: Read-only file system\n", "", "", fail("open:2:EROFS")},
-        {update, 1, logs + "/diag_server.lock: No space left on device\n", "", "",
+        {update, 1, kLogs + ": No such file or directory\n", "", "",
+         [](Unit& unit) { unit.Remove(Unit::kLogFolder); }},
+        {update, 1, kLogs + "/cspupdate.log: Read-only file system\n", "", "",
+         fail("open:2:EROFS")},
+        {update, 1, kLogs + "/diag_server.lock: No space left on device\n", "", "",
          fail("write:1:ENOSPC")},
         {update, 1, socket + "No such file or directory\n", "", "--no-patcher"},
         {"-P " + port, 1, "port " + port + ": Address already in use\n"},
@@ -114,7 +115,7 @@ TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
         EXPECT_EQ(unit.Read("cwd/csp_param.hex") != "old", row.effect == std::string("file"));
         EXPECT_TRUE(unit.Exists("cwd/prog.hex") && !unit.Exists("cwd/csp_param.hex.new"));
         const std::string log = unit.Log() + unit.Log(kUpdateLog);
-        const bool isLogged = row.status < 2 && unit.Exists("usr/local/lib/diag");
+        const bool isLogged = row.status < 2 && unit.Exists(Unit::kLogFolder);
         EXPECT_EQ(log.empty(), !isLogged);
         EXPECT_EQ(log.find(row.error) != std::string::npos, isLogged);
     }
@@ -152,7 +153,7 @@ TEST(Strict, StartsOnceAndRefusesDamagedFiles)
     scene.Ask(kUpdate, "CSP Update Success.\n");
 
     EXPECT_EQ(second.Wait(), 1);
-    EXPECT_EQ(second.Error(), "diag_server: /usr/local/lib/diag/diag_server.lock: process " +
+    EXPECT_EQ(second.Error(), "diag_server: " + kLogs + "/diag_server.lock: process " +
                                   std::to_string(scene.server.Id()) + " is at work already\n");
     const std::string found = ":385: no end record (type 1): the board waits for more\n";
     const std::string parameters = "/usr/local/lib/diag/csp_param.hex" + found;

@@ -67,7 +67,7 @@ void UpdateAlone(FaultyUnit& unit)
 {
     const std::string hex = UpdateImage().hex;
     unit.Write("cwd/fw.hex", hex);
-    unit.Write("usr/local/lib/diag/cspupdate.log", LogEntries(0));
+    unit.Write(Unit::kLogFolder + std::string("/cspupdate.log"), LogEntries(0));
     Process& piano = unit.StartFaultyPiano({"--allow-gaps"});
     Process& program = unit.Start("diag_server", {"-b", "-f", "fw.hex"});
     unit.CheckEnd(program);

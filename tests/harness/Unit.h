@@ -26,6 +26,8 @@ class Unit : public TempDir {
 public:
     using Words = std::vector<std::string>;
 
+    static constexpr char kLogFolder[] = "usr/local/lib/diag";  // and of the lock file
+
     Unit();
     ~Unit();
 
@@ -55,7 +57,7 @@ public:
 
     std::string Log(const std::string& name = "diagserver.log") const
     {
-        return Read(kLogFolder + name);
+        return Read(kLogFolder + ("/" + name));
     }
     // The simulated calls: "call(arguments) = result" a line, without time and process.
     std::string Journal() const;
@@ -65,7 +67,7 @@ public:
                  std::chrono::nanoseconds limit = kLimit) const;
     bool WaitForLog(const std::string& text) const
     {
-        return WaitFor(kLogFolder + std::string("diagserver.log"), text);
+        return WaitFor(kLogFolder + std::string("/diagserver.log"), text);
     }
     bool WaitForJournal(const std::string& text) const { return WaitFor("sim/journal", text); }
 
@@ -73,7 +75,7 @@ public:
     // the error of a simulated call by name ("dsp-errno", "mount-errno"), or what the piano does
     // ("say").
     void Control(const std::string& name, const std::string& text) const;
-    // Puts the medium in at "usb", "cdrom" or "floppy".
+    // Puts the medium in at a mount point of the unit, such as "usb".
     void Mount(const std::string& point) const { Control("mounted-" + point, ""); }
     bool IsMounted(const std::string& point) const { return Exists("sim/mounted-" + point); }
 
@@ -81,8 +83,6 @@ public:
     std::string Flash(std::uint32_t address, std::size_t size) const;
 
 private:
-    static constexpr char kLogFolder[] = "usr/local/lib/diag/";
-
     Process& Spawn(const Words& command, const Words& variables);
 
     std::optional<Clock> clock;

@@ -105,7 +105,7 @@ TEST_F(ServerTest, LogsAReleaseFileThatCouldBeOpened)
     EXPECT_TRUE(server.SendIOVersion(release.c_str()));
     limit.rlim_cur = usual;
     setrlimit(RLIMIT_NOFILE, &limit);
-    const UniqueFd log(OpenToRead(ownUnit.Path("usr/local/lib/diag/diagserver.log").c_str()));
+    const UniqueFd log(OpenToRead(ownUnit.Path(kServerLog).c_str()));
     FileBytes entries;
     EXPECT_TRUE(ReadWholeFile(log.Get(), entries));
     const std::string text(entries.data.get(), entries.data.get() + entries.size);
