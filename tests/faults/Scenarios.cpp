@@ -136,11 +136,12 @@ struct Parameters {
     std::string packed = Bytes("04 90 61 62 DD 63 05 DD DD 02 64 DD DD 01");
     std::string hex;
 
-    explicit Parameters(std::size_t size)
+    Parameters()
     {
+        constexpr std::size_t kSize = 64;
         constexpr std::size_t kEscape = 0xDD;
         std::string bytes = Bytes("61 62 63 63 63 63 63 DD DD 64 DD");
-        for (std::size_t i = 0; bytes.size() < size; ++i) {
+        for (std::size_t i = 0; bytes.size() < kSize; ++i) {
             bytes += static_cast<char>(i % kEscape);
             packed += bytes.back();
         }
@@ -155,7 +156,7 @@ constexpr const char* kSources[] = {"mnt/usb/csp_prog.hex", "mnt/usb/csp_prog.rl
 
 void Search(FaultyUnit& unit)
 {
-    const Parameters parameters(64);
+    const Parameters parameters;
     for (const char* source : kSources) {
         const bool isPacked = Contains(source, ".rlg");
         unit.Write(source, isPacked ? parameters.packed : UpdateImage().hex);
@@ -187,7 +188,7 @@ const std::vector<Result> kCopyResults = {
 void Backup(FaultyUnit& unit)
 {
     constexpr char kCopy[] = "medium/csp_param.rlg";
-    const Parameters parameters(64);
+    const Parameters parameters;
     unit.Write(kParameterFile, parameters.hex);
     unit.Write(kCopy, "old");
     unit.Mount("usb");
@@ -202,10 +203,9 @@ void Backup(FaultyUnit& unit)
         Check(copy == "old", "the old copy is gone");
 }
 
-template <std::size_t size>
 void Restore(FaultyUnit& unit)
 {
-    const Parameters parameters(size);
+    const Parameters parameters;
     const std::string old = HexText(Firmware(0x20), 32, "\r\n");
     unit.Write(kParameterFile, old);
     unit.Write("medium/csp_param.rlg", parameters.packed);
@@ -230,6 +230,5 @@ const std::vector<Scenario> kScenarios = {
     {"bridge", 0, kFailingRead, Bridge},
     {"search", 0, kFailingRead, Search},
     {"backup", 0, kFailingRead, Backup},
-    {"restore", 0, kFailingRead, Restore<64>},
-    {"restore over 64 KiB", 0, kFailingRead, Restore<0x10020>},
+    {"restore", 0, kFailingRead, Restore},
 };

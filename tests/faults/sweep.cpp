@@ -67,22 +67,12 @@ struct Faults {
 
 void AddCalls(Faults& faults, const std::string& list)
 {
-    std::map<std::string, Words> subjects;  // of a kind's calls, in their order
     std::istringstream lines(list);
     std::string kind;
     std::string number;
     for (std::string subject; lines >> kind >> number >> subject; ++faults.calls)
-        subjects[kind].push_back(subject);
-    // Of a kind that is called byte by byte every so many are tried, and all of the last.
-    constexpr std::size_t kMostCalls = 400;
-    constexpr std::size_t kLast = 100;
-    for (const auto& [each, all] : subjects)
-        for (std::size_t i = 0; i < all.size();
-             i += i + kLast < all.size() ? 1 + all.size() / kMostCalls : 1) {
-            const std::string call = each + ":" + std::to_string(i + 1) + ":";
-            for (const std::string& error : ErrorsOf(each, all[i]))
-                faults.all.push_back(call + error);
-        }
+        for (const std::string& error : ErrorsOf(kind, subject))
+            faults.all.push_back(kind + ":" + number + ":" + error);
 }
 
 // The scenario's own piano is the first that ends, and notes its frames then.
