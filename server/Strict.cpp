@@ -87,10 +87,15 @@ void Strict::EndReadBack(const std::string& text)
 std::string Strict::ReplaceReadBack(const std::string& text) const
 {
     // A file that could not be made can't be made now, which has a reason again.
-    const UniqueFd file(open(received.c_str(), O_RDWR | O_CREAT | kOpenFlags, kReadableByAll));
+    const UniqueFd file(
+        open(received.c_str(), O_WRONLY | O_APPEND | O_CREAT | kOpenFlags, kReadableByAll));
     if (!file)
         return Reason();
     const CheckedFile saved(received);
+    // So has a file that was cut short when the next byte is to follow.
+    const std::size_t size = saved.Text().size();
+    if (size < text.size() && write(file.Get(), &text[size], 1) < 0)
+        return Reason();
     if (!saved.errors.empty())
         return saved.errors.front();
     if (!IsCompleteReadBack(saved.report))
