@@ -62,6 +62,15 @@ TEST(Exchange, TakesWorkForItsOwnOnlyAfterTheUnitHasTakenTheCommand)
     EXPECT_EQ(update.ResultAt(true), Status::Success);
 }
 
+TEST(Exchange, TakesACloseForTheEndOfAMonitorOnlyAfterAReadBack)
+{
+    Exchange monitor(QueryOf("monitor"));
+    EXPECT_TRUE(monitor.Take("CSP Read Success."));
+    EXPECT_EQ(monitor.ResultAt(true), Status::Success);
+    EXPECT_TRUE(monitor.Take("CSP Update Failed."));
+    EXPECT_EQ(monitor.ResultAt(true), Status::Connection);
+}
+
 TEST(ImageCommands, ConvertReportsTargetThatCannotBe)
 {
     const TempDir directory;
