@@ -180,12 +180,12 @@ TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
 TEST(MidiMessage, IsDroppedAbove8193BytesOr4TimesThatOnSocket)
 {
     const std::string longest = std::string(8193 - 9, 'x') + kEndFrame;
-    std::string ends;  // of blocks add nothing, so no count of gathered bytes would ever end it
+    std::string ends;  // of blocks add nothing, so the count of gathered bytes isn't enough
     while (ends.size() < 8192)
         ends += "\xFE\xFF\xFE\xFE";  // four bytes for one
     MidiLink link;
     link.SendInPieces({longest.substr(0, 100), longest.substr(100), "x", longest, kEnd, ends, ends,
-                       ends, ends, "\xFE\xFF\xFE\xFE", "x", kEnd});
+                       ends, ends, "\xFE\xFF", "\xFE\xFF", "x", kEnd});
 
     EXPECT_EQ(link.Read(), longest);
     EXPECT_EQ(link.Read(), "-1");
