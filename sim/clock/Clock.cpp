@@ -26,7 +26,7 @@ namespace {
 constexpr int kRealLimit = 60000;  // milliseconds that a participant may work
 constexpr int kBacklog = 16;
 
-// The name of a process as the kernel has it.
+// The name by which the kernel knows a process.
 std::string NameOf(pid_t process)
 {
     std::string name = "?";
@@ -130,7 +130,7 @@ bool Clock::LetOneWork()
             if (!Send(*asked, Word::Check) || !Receive(*asked, answer)) {
                 next = each;
                 Remove(asked);
-                return true;  // its end is what others may wait for
+                return true;  // others may wait for its end
             }
             if (answer.word == Word::Idle)
                 continue;
@@ -168,7 +168,7 @@ void Clock::AwaitStarted()
     }
 }
 
-// False when nobody has come.
+// False when there was none.
 bool Clock::AcceptOne()
 {
     const int made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
@@ -198,7 +198,7 @@ bool Clock::Send(const Participant& to, Word word) const
     return send(to.socket, &message, sizeof(message), MSG_NOSIGNAL) == sizeof(message);
 }
 
-// The next message of a participant that works. False when it has ended instead.
+// The next message of a working participant. False when it has ended instead.
 bool Clock::Receive(Participant& from, Message& message)
 {
     pollfd watched[] = {{from.socket, POLLIN, 0}, {from.pidfd, POLLIN, 0}};
@@ -208,7 +208,7 @@ bool Clock::Receive(Participant& from, Message& message)
             return true;
         if ((watched[1].revents & POLLIN) != 0)
             return false;
-        // Its end closes the socket first, and other descriptors after that.
+        // A process that ends closes this socket first, and its other descriptors after that.
         if ((watched[0].revents & POLLHUP) != 0)
             watched[0].fd = -1;
     }

@@ -8,7 +8,7 @@
 
 #include "VirtualTime.h"
 
-// The clock of a unit, by which its owner lets the participants take turns. See VirtualTime.h.
+// The clock of a unit, with which its owner gives the participants their turns. See VirtualTime.h.
 class Clock {
 public:
     // Listens at `path`. Throws std::runtime_error when it can't.
@@ -17,29 +17,29 @@ public:
     Clock(const Clock&) = delete;
     Clock& operator=(const Clock&) = delete;
 
-    // A process that will be a participant: nothing goes on until it has come or has ended.
+    // A process that will be a participant: time waits until it has connected or has ended.
     void Expect(pid_t process);
 
     virtualtime::Moment Now() const { return now; }
 
-    // The owner has used TCP itself: its packets arrive before anything else happens.
+    // The owner itself has used TCP: its packets arrive before anything else happens.
     void NoteTcp() { usesTcp = true; }
 
-    // Lets time pass until the condition holds at a quiet point; it isn't looked at before jumps
+    // Lets time pass until the condition is true at a quiet point; it isn't checked before jumps
     // that are shorter than `step`. False when `limit` nanoseconds of virtual time have passed, or
-    // at once when everyone waits without a deadline: then Report() says who waits for what. Throws
-    // std::runtime_error when a participant works for a minute of real time without an end.
+    // at once when everyone waits without a deadline: then Report() lists who waits for what.
+    // Throws std::runtime_error when a participant works for a minute of real time.
     bool RunUntil(const std::function<bool()>& isMet, virtualtime::Moment limit,
                   virtualtime::Moment step = 0);
 
-    // Who waits for what, a line each, as it was when the last RunUntil failed.
+    // Who waited for what when the last RunUntil failed, one line each.
     const std::string& Report() const { return report; }
 
 private:
     struct Participant {
         pid_t process;
         int pidfd;        // readable once the process has ended
-        int socket = -1;  // below 0 until it has come
+        int socket = -1;  // below 0 until it has connected
         virtualtime::Message wait;
     };
     using Place = std::list<Participant>::iterator;
@@ -59,7 +59,7 @@ private:
     std::string path;
     int listener;
     int timeFile;
-    int echo;  // a socket that is connected with itself
+    int echo;  // a socket that is connected to itself
     bool usesTcp = false;
     virtualtime::Moment now = 0;
     std::list<Participant> participants;  // in the order of their start

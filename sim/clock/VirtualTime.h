@@ -7,28 +7,28 @@
 // deadline when everyone waits.
 //
 // The participants are the processes of the unit: the program, simpiano, diagctl. The preload
-// library makes a process one when SIMUNIT_CLOCK is in its environment, the path at which the clock
-// listens. Whoever owns the clock, a test or a script's clock process, is the one that lets time
-// pass: only while it waits do the participants get turns, one at a time, in the order of their
-// start. So a run is the same each time, to the microsecond, however busy the machine is.
+// library makes a process one when SIMUNIT_CLOCK, the path at which the clock listens, is in its
+// environment. The owner of the clock, a test or a script's clock process, lets time pass: only
+// while it waits do the participants get turns, one at a time, in the order of their start. So each
+// run is the same, to the microsecond, however busy the machine is.
 //
 //   participant                        clock
 //   connects, sends Wait(0)    ---->              waits for each process that was started
 //                              <----   Turn       goes on: its wait is over
 //   ... works, time stands still ...
 //   Wait(deadline, call)       ---->              a call that would block, such as select
-//                              <----   Check      is there anything for you?
-//   Ready or Idle              ---->              a poll with no timeout, of what it waits for
+//                              <----   Check      is anything ready?
+//   Ready or Idle              ---->              a poll without a timeout of what it waits for
 //                              <----   Turn       the answer was Ready, or the deadline has come
 //
-// A round of Checks that all end in Idle is a quiet point: nothing moves before time does. The
-// owner looks at what it waits for; its look may read bytes and so set others to work, so time
-// jumps only when another round is quiet, too. Bytes on a local socket are visible to a Check as
-// soon as the call that sent them has returned, and that was before its sender's Wait.
+// A round of Checks that are all answered Idle is a quiet point: nothing happens until time passes.
+// The owner then checks its own condition. This may read bytes and so give others work, so time
+// jumps only after another quiet round. Bytes on a local socket are visible to a Check as soon as
+// the call that sent them has returned, which was before its sender's Wait.
 //
-// Packets of TCP may wait for the kernel's own threads on a busy machine. So whoever has used TCP
-// in its turn reports it, and the clock sends a packet of its own after them, on each processor,
-// and goes on when it has come: packets keep their order.
+// On a busy machine, TCP packets may wait for the kernel's own threads. So a participant that has
+// used TCP in its turn reports it. The clock then sends itself a packet on each processor and
+// continues when these have arrived, since packets keep their order.
 //
 // A participant leaves when its process has ended, which its pidfd reports: by then all its
 // descriptors are closed. The time is in a file, SIMUNIT_CLOCK.time, as one Moment.

@@ -1,14 +1,15 @@
-// The clock of a unit that a script drives: `simunit` starts it and speaks to it. It begins with
-// time standing still, and time passes only while a script waits by `until`.
+// The clock of a unit that a script drives: `simunit` starts it and sends it requests. Time stands
+// still at first, and passes only while a script waits with `until`.
 //
 //   simclock serve PATH                    the clock of the participants at PATH
 //   simclock expect PATH PID               the process PID was started and will be a participant
 //   simclock until PATH exit PID           lets time pass until the process has ended
 //   simclock until PATH run COMMAND...     ... until the command succeeds
 //
-// The last three ask the first, at PATH.control: a line each way, such as "until" and "ok". During
-// an `until` the clock sends "look", and the asker answers "yes" or "no". Exit status: 1 with a
-// report on standard error when nothing more happens, or not within a day of the unit's time.
+// The last three send their request to the first, at PATH.control, and get an answer: one line
+// each, such as "until" and "ok". During an `until` the clock sends "look", and the client answers
+// "yes" or "no". Exit status: 1 with a report on standard error when nothing more happens, or not
+// within a day of the unit's time.
 
 #include <cerrno>
 #include <csignal>
@@ -32,7 +33,7 @@
 namespace {
 
 constexpr virtualtime::Moment kDay = 86400 * virtualtime::kSecond;
-// A look costs the start of a command, so there is none before a shorter jump.
+// A check costs the start of a command, so there is none before a shorter jump.
 constexpr virtualtime::Moment kLookStep = virtualtime::kSecond / 100;
 constexpr std::size_t kMostText = 4096;
 
@@ -67,7 +68,7 @@ std::string ReceiveText(int socket)
     return {text, static_cast<std::size_t>(count > 0 ? count : 0)};
 }
 
-// 0 for what is no number.
+// 0 if the text is no number.
 pid_t ProcessId(const std::string& text)
 {
     constexpr int kDecimal = 10;

@@ -15,7 +15,7 @@ constexpr uint32_t kBlockSize = 0x2000;    // bytes between two "OK"s
 constexpr uint32_t kStretchSize = 0x1000;  // bytes for one "NEXT   :"
 constexpr uint32_t kUpperBits = 0xFFFF0000;
 
-// Percent signs show whether the system ever takes a line for a format.
+// Percent signs show whether the system ever uses a line as a format.
 constexpr char kGarbage[] = "Unwanted 100%s%n";
 
 }  // namespace
@@ -73,7 +73,7 @@ void Csp::TakeLine(const std::string& line)
             return;
         }
     }
-    // The rows of a file that is no Intel HEX file are sent like any others.
+    // The system sends the rows of any file, even one that isn't Intel HEX.
     if (state == State::WriteReady || state == State::Writing)
         TakeRecord(line);
     else if (line.empty() || line[0] != ':')
@@ -88,8 +88,8 @@ void Csp::OnStatus(const std::string&)
     Answer(busy ? "Status:Flash Busy" : "Status:Flash Idle");
 }
 
-// The system repeats WRITE and READ until the answer has come. A second "Start READ" after the
-// first NEXT would break the read off, so only an answer that a lost link took along is repeated.
+// The system repeats WRITE and READ until the answer arrives. A second "Start READ" after the first
+// NEXT would end the read, so an answer is repeated only if it was lost with the link.
 void Csp::OnWrite(const std::string&)
 {
     if (state == State::WriteReady && answered && !faults.answerEach)
@@ -158,7 +158,7 @@ void Csp::TakeRecord(const std::string& line)
     case PianoRecord::kData: TakeData(*record); break;
     case PianoRecord::kLinearAddress: TakeLinearAddress(*record); break;
     case PianoRecord::kEndOfFile: TakeEndOfFile(); break;
-    default: break;  // start addresses of programs mean nothing to a flash
+    default: break;  // a program's start address has no effect on a flash
     }
 }
 

@@ -12,9 +12,9 @@
 
 class Transcript;
 
-// How the CSP misbehaves, and where its habits differ from unit to unit. All off: a good CSP.
+// How the CSP misbehaves, and where CSPs differ from unit to unit. All off: a good CSP.
 struct CspFaults {
-    bool silent = false;                    // never says anything
+    bool silent = false;                    // never sends anything
     std::optional<int> silentAt;            // falls silent when so many data records have passed
     std::vector<uint32_t> ngAt;             // refuses the record with the address, once each
     bool ngEvery = false;                   // ... every time
@@ -29,10 +29,10 @@ struct CspFaults {
     bool noStatus = false;             // no "Status:Flash Idle"
     bool noFinish = false;             // neither "Finished" nor "Failed"
     bool answerEach = false;           // each repeated WRITE or READ is answered
-    bool allowGaps = false;            // a write may leave room between two records
+    bool allowGaps = false;            // a write may leave a gap between two records
 };
 
-// The piano's CSP board, as it shows on its text console, and its flash.
+// The piano's CSP board, as its text console shows it, and its flash.
 //
 //   system                          CSP
 //   BF 00 7F 00, BF 66 01 00        into flash mode (the 7F may stand last)
@@ -40,7 +40,7 @@ struct CspFaults {
 //
 //   WRITE  :                        Start WRITE ?
 //   records                         Erasing 90040000, WR:90040800, ..., OK 90042000 on each
-//                                   multiple of 0x2000, NG 90041230 for what it wants again
+//                                   multiple of 0x2000, NG 90041230 to request data again
 //   the end-of-file record          END, then Finished or Failed
 //
 //   READ   :start:end:size          Start READ
@@ -49,7 +49,8 @@ struct CspFaults {
 //   CANCEL :                        (idle again)
 //   RESTART:                        (as after power-on)
 //
-// It knows no link: lines are put in, and fetched with TakeNextLine as fast as the link takes them.
+// It knows no link: its owner passes lines in, and fetches lines with TakeNextLine as fast as the
+// link accepts them.
 class Csp {
 public:
     Csp(Flash& itsFlash, Transcript& log) : flash(itsFlash), transcript(log) {}
@@ -58,9 +59,9 @@ public:
     // The flash goes to this file after each finished write; empty: nowhere.
     void SetSaveFile(const std::string& path) { saveFile = path; }
 
-    // Off: silent, and everything but the flash forgotten. On when it is on changes nothing.
+    // Off: silent, and everything but the flash is forgotten. Switching it on twice has no effect.
     void SetPower(bool on);
-    // What was still to be said is lost with the link.
+    // Lines that are still to be sent are lost with the link.
     void LoseLink();
     void TakeMidi(const std::vector<unsigned char>& group);
     void TakeLine(const std::string& line);
@@ -105,20 +106,20 @@ private:
     std::string saveFile;
 
     bool powered = true;
-    bool selected = false;  // the first group of the way into flash mode has come
+    bool selected = false;  // the first of the two groups that enter flash mode has come
     bool muted = false;
     State state = State::Playing;
     std::deque<std::string> answers;
-    bool answered = false;  // the latest WRITE or READ, on the link as it is
+    bool answered = false;  // the latest WRITE or READ, on the present link
     int recordCount = 0;
 
     // A write.
     uint32_t upperAddress = 0;
     std::optional<uint32_t>
         expected;                    // where the next record begins; none after a new upper address
-    std::optional<uint32_t> wanted;  // the refused address: all is ignored until it comes
+    std::optional<uint32_t> wanted;  // the refused address: everything is ignored until it comes
     std::set<uint32_t> erasedPages;
-    bool outside = false;  // data for no flash came
+    bool outside = false;  // data outside the flash came
 
     // A read.
     uint32_t readAddress = 0;

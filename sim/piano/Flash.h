@@ -21,7 +21,7 @@ public:
 
     // False when the file can't be read or doesn't fit from `address` on.
     bool Load(const std::string& path, uint32_t address);
-    // Replaces the file in one step, so that a reader never sees half of it.
+    // Replaces the file atomically, so that a reader never sees half of it.
     bool Save(const std::string& path) const;
 
 private:

@@ -5,9 +5,8 @@
 
 using Bytes = std::vector<unsigned char>;
 
-// The bytes on the MIDI Patcher's link. Both ways FE stands for itself only when doubled, and
-// FE FF ends a block. The system opens with FE E1 or FE E5, once. Its blocks are frames of 10
-// bytes:
+// The bytes on the MIDI Patcher's link. In both directions FE is doubled, and FE FF ends a block.
+// The system begins with FE E1 or FE E5, once. Its blocks are frames of 10 bytes:
 //
 //    0    1    2      3    4      5 .. 9
 //   +----+----+------+----+------+---------+
@@ -24,23 +23,23 @@ using Bytes = std::vector<unsigned char>;
 // kind 31 .. 35: 1 to 5 bytes of console text; 37: the end of a line;
 //      C0, 80:   data is group[3], group[0], group[1], group[2], 0.
 //
-// An object takes one stream apart, byte by byte, wherever the reads have cut it.
+// An object parses one stream, byte by byte, wherever the reads have cut it.
 class FrameCodec {
 public:
     enum class Found {
         Nothing,  // more bytes are needed
         Connect,  // the connect sequence; Second() is its peer
         Block,    // Block() is complete
-        Stray,    // FE before Second(), which means nothing
+        Stray,    // FE before Second(), an invalid pair
     };
     Found Take(unsigned char byte);
     const Bytes& Block() const { return block; }
     unsigned char Second() const { return second; }
-    // The stream stops inside a block.
+    // True when the stream stops inside a block.
     bool IsInside() const { return escaped || (!finished && !block.empty()); }
 
     static bool IsPeer(unsigned char byte);
-    // What is wrong with a frame of the system's; null when nothing is.
+    // What is wrong with a frame of the system; null when nothing is.
     static const char* Complaint(const Bytes& frame);
 
     static Bytes Stuff(const Bytes& block);

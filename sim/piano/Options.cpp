@@ -11,21 +11,20 @@ constexpr uint32_t kPage = 0x10000;
 constexpr char kUsage[] =
     "Usage: simpiano --root DIR [options]\n"
     "Simulates the piano's side of the unit: the MIDI Patcher (DIR/home/i2c_server_sock), the CSP\n"
-    "that it leads to and the RC Server (DIR/tmp/rcseq_socket). Prints \"ready\" when the program\n"
+    "connected to it and the RC Server (DIR/tmp/rcseq_socket). Prints \"ready\" when the program\n"
     "of the unit can be started, and runs until SIGTERM.\n\n";
 
 constexpr char kFiles[] =
     "\nFiles in DIR/sim:\n"
     "  midi.log   what passed on the MIDI Patcher's link, what was wrong with it as \"bad ...\",\n"
-    "             and at the end how many frames have come and gone\n"
-    "  rc.log     what the RC Server got\n"
+    "             and at the end how many frames were received and sent\n"
+    "  rc.log     what the RC Server received\n"
     "  dsp.sock   takes \"3072\" (the piano side is switched off) and \"3073\" (on)\n"
-    "  say        write it while simpiano runs: its lines go out as one message as soon as the "
-    "link\n"
-    "             is up, and it is removed. A line that begins with @ is an order instead:\n"
+    "  say        write it while simpiano runs: its lines are sent as one message as soon as the\n"
+    "             link is up, and it is removed. A line that begins with @ is an order instead:\n"
     "               @faults OPTIONS   the CSP and the link take these options and drop all others\n"
     "               @drop             drops the link\n"
-    "\nExit status: 0; 3 when anything bad came; 2 for a start that failed.\n";
+    "\nExit status: 0; 3 if the system has sent anything bad; 2 if the start failed.\n";
 
 template <typename Number>
 bool ParseNumber(const std::string& text, int radix, Number* value)
@@ -55,38 +54,39 @@ std::vector<Options::Option> Options::Table()
 {
     return {
         {"--root", "DIR", "the unit's directory", &root},
-        {"--speed", "N", "the seconds of the options below pass N times as fast", &speed},
+        {"--speed", "N", "divides the seconds of the options below by N", &speed},
         {"--help", "", "print this", &help},
 
         {"--size", "BYTES", "its size, from 90000000 on (400000)", &size,
          "Flash (addresses and sizes are hexadecimal)"},
-        {"--load", "FILE[@ADDR]", "begins with these bytes, at its start or at ADDR", &loadFile},
+        {"--load", "FILE[@ADDR]", "its first content, from its start or from ADDR", &loadFile},
         {"--save", "FILE", "is saved there after each finished write and at the end", &saveFile},
 
-        {"--no-patcher", "", "no MIDI Patcher", &noPatcher, "Who is there"},
+        {"--no-patcher", "", "no MIDI Patcher", &noPatcher, "Which peers run"},
         {"--no-rc", "", "no RC Server", &noRcServer},
         {"--late", "SECONDS", "the MIDI Patcher listens only so long after \"ready\"", &patcherLate},
         {"--rc-late", "SECONDS", "the same for the RC Server", &rcServerLate},
 
-        {"--silent", "", "never says anything", &csp.silent, "The CSP"},
-        {"--silent-after", "N", "falls silent when N data records have passed, either way",
+        {"--silent", "", "never sends anything", &csp.silent, "The CSP"},
+        {"--silent-after", "N", "falls silent after N data records in either direction",
          &csp.silentAt},
         {"--no-status", "", "no answer to STATUS", &csp.noStatus},
         {"--answer-each", "", "answers a WRITE or READ that only repeats the last one, too",
          &csp.answerEach},
-        {"--garbage", "N", "N unwanted lines before each answer (records are none)", &csp.garbage},
+        {"--garbage", "N", "N unwanted lines before each answer, not before records", &csp.garbage},
         {"--garbage-endless", "", "unwanted lines and nothing else", &csp.garbageEndless},
 
-        {"--ng-at", "ADDR", "refuses the record with ADDR, once; several times", &csp.ngAt,
+        {"--ng-at", "ADDR", "refuses the record with ADDR, once; may be repeated", &csp.ngAt,
          "The CSP, writing its flash"},
         {"--ng-every", "", "--ng-at refuses every time", &csp.ngEvery},
-        {"--allow-gaps", "", "takes data that leaves room after the last record", &csp.allowGaps},
+        {"--allow-gaps", "", "accepts data that leaves a gap after the last record",
+         &csp.allowGaps},
         {"--chatter", "N", "N \"WR:\" lines before each OK (2)", &csp.chatter},
         {"--fail", "N", "the first N writes end in \"Failed\"", &csp.failures},
         {"--no-finish", "", "neither \"Finished\" nor \"Failed\" after END", &csp.noFinish},
 
         {"--read-stop", "ADDR", "the end-of-file record comes there, whatever was requested",
-         &csp.readStop, "The CSP, read out"},
+         &csp.readStop, "The CSP, sending its flash"},
         {"--read-cut", "BYTES", "records end at each multiple of this divisor of 10000 (1000)",
          &csp.readCut},
         {"--bad-checksum-at", "ADDR", "a wrong checksum in the record with ADDR",
@@ -124,7 +124,7 @@ std::string Options::Parse(const std::vector<std::string>& arguments)
         if (!isFlag && ++i == arguments.size())
             return name + " needs " + option->argument;
         if (!std::visit(Reader{arguments[i]}, option->target))
-            return name + " " + arguments[i] + ": not a fit " + option->argument;
+            return name + " " + arguments[i] + ": not a valid " + option->argument;
     }
     return FindMisfit();
 }
@@ -132,7 +132,7 @@ std::string Options::Parse(const std::vector<std::string>& arguments)
 std::string Options::FindMisfit() const
 {
     if (speed == 0)
-        return "--speed 0";
+        return "--speed 0: not a valid N";
     if (size > kLargestFlash)
         return "--size over 10000000";
     if (csp.readCut == 0 || kPage % csp.readCut != 0)

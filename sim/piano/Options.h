@@ -26,13 +26,13 @@ struct Options {
     CspFaults csp;
     LinkFaults link;
 
-    // Takes the arguments one by one. Returns the complaint about the first wrong one, or nothing.
+    // Parses the arguments. Returns a complaint about the first wrong one, or nothing.
     std::string Parse(const std::vector<std::string>& arguments);
     static std::string HelpText();
 
 private:
-    // Where an option's argument goes, and by that what it must look like: a flag (no argument), a
-    // decimal count, a hexadecimal number (its last one counts, or all), a word.
+    // Where an option's argument is stored, which also determines its form: a flag (no argument), a
+    // decimal count, a hexadecimal number (the last one counts, or all), a word.
     using Target = std::variant<bool*, int*, std::optional<int>*, uint32_t*,
                                 std::optional<uint32_t>*, std::vector<uint32_t>*, std::string*>;
     struct Option {

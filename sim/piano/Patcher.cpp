@@ -18,7 +18,7 @@ constexpr size_t kReadSize = 0x10000;
 constexpr unsigned char kFirstByte = 0xE2;  // of each frame to the system
 constexpr size_t kMostUnread = 8000;        // bytes in the socket
 constexpr size_t kJoinLimit = 7000;         // bytes in one write; the system gathers at most 8193
-constexpr int kWritesPerTurn = 64;          // then it is the other descriptors' turn
+constexpr int kWritesPerTurn = 64;          // then the other descriptors are served
 
 std::string HexText(const unsigned char* bytes, size_t count)
 {
@@ -181,7 +181,7 @@ std::vector<Bytes> Patcher::FramesOf(const std::string& line) const
     return FrameCodec::ConsoleFrames(kFirstByte, Peer(), line);
 }
 
-// What is left of the frames when one of them is the last that goes out.
+// The frames that are sent when one of them is the last.
 std::vector<Bytes> Patcher::CutAfterLastFrame(const std::vector<Bytes>& frames)
 {
     std::vector<Bytes> sent;
@@ -254,10 +254,10 @@ bool Patcher::FetchLines()
     return !frames.empty();
 }
 
-// The system takes each read's bytes by themselves and gathers at most 8193 of them, so a longer
-// backlog in the socket would be cut in the middle of a frame and lost. A board that sends at the
-// speed of a MIDI line never gets there. Pieces of a cut message go out singly for the opposite
-// reason: a read must end where the cut is.
+// The system decodes each read by itself and gathers at most 8193 bytes, so a longer backlog in the
+// socket would be cut in the middle of a frame and lost. A board that sends at the speed of a MIDI
+// line never gets that far ahead. Pieces of a cut message are sent singly for the opposite reason:
+// a read must end at the cut.
 bool Patcher::HasRoomFor(size_t size)
 {
     const bool singly = faults.frameBytes > 0 || faults.streamBytes > 0;
@@ -265,8 +265,8 @@ bool Patcher::HasRoomFor(size_t size)
         return true;
     int waiting = 0;
     const bool empty = ioctl(client.Get(), SIOCOUTQ, &waiting) < 0 || waiting == 0;
-    // The read that has emptied the socket goes on while it finds more. By the next turn it is
-    // over.
+    // The read that has emptied the socket continues while it finds more. It is over by the next
+    // turn.
     const bool stillEmpty = empty && wasEmpty;
     wasEmpty = empty && !stillEmpty;
     if (stillEmpty)
@@ -279,7 +279,7 @@ bool Patcher::WriteFront()
     Bytes& front = writes.front();
     const ssize_t count = send(client.Get(), front.data(), front.size(), MSG_NOSIGNAL);
     if (count < 0) {
-        // A vanished peer shows in Receive, after the last bytes that it has left.
+        // Receive notices a vanished peer, after the last bytes that it has sent.
         if (errno != EAGAIN && errno != EINTR)
             writes.clear();
         return false;

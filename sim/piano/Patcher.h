@@ -20,15 +20,15 @@ struct LinkFaults {
     int streamBytes = 0;     // each message in writes of so many bytes, whatever its frames
     bool keepPairs = false;  // cuts never part FE from the byte after it
     bool join = false;       // as many messages in one write as fit
-    int cutAfter = 0;        // the link drops after so many frames of the system's, once
+    int cutAfter = 0;        // the link drops after so many frames of the system, once
     int cutEvery = 0;        // ... again and again
     int dieAfter = 0;        // the process ends after so many frames
     int cutAfterSent = 0;    // the link drops after so many frames to the system, once
     int dieAfterSent = 0;    // the process ends after so many
 };
 
-// The MIDI Patcher: one connection at a time, the frames on it, and the lines that go through it to
-// and from the CSP. The listener stays open, so a dropped link can be taken up again at once.
+// The MIDI Patcher: one connection at a time, the frames on it, and the lines that pass through it
+// to and from the CSP. The listener stays open, so the system can reconnect at once.
 class Patcher {
 public:
     Patcher(Csp& board, Transcript& log) : csp(board), transcript(log) {}
@@ -40,16 +40,16 @@ public:
 
     void AddTo(std::vector<pollfd>& watched) const;
     void Accept();
-    // Receive fetches what has come, Process works on it. Between the two the caller can look at
-    // what was sent before these bytes on other ways.
+    // Receive reads the bytes, Process handles them. Between the two the caller can handle what was
+    // sent before these bytes on other sockets.
     void Receive();
     void Process();
-    // The process is to end.
+    // True when the process is to end.
     bool IsOver() const { return over; }
-    // Sends what the link takes. True when more is waiting.
+    // Sends as much as the link accepts. True when more is waiting.
     bool Send();
 
-    // One message: its lines together in one write, after what waits already.
+    // Queues one message: its lines in a single write.
     void Say(const std::vector<std::string>& lines);
     void Drop(const std::string& reason);
     void NoteFrames() const;
@@ -87,5 +87,5 @@ private:
 
     std::deque<Bytes> writes;  // one write each
     size_t unread = 0;         // bytes written since the socket was last seen empty
-    bool wasEmpty = false;     // one turn ago
+    bool wasEmpty = false;     // the socket, one turn ago
 };

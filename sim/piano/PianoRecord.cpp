@@ -51,7 +51,7 @@ std::optional<PianoRecord> PianoRecord::FromText(const std::string& text)
         bytes.push_back(static_cast<unsigned char>(*value));
         sum += *value;
     }
-    // Count, address, type and checksum stand around the data.
+    // Count, address and type precede the data, the checksum follows it.
     if (bytes.size() != bytes[0] + 5U || (sum & 0xFFU) != 0)
         return std::nullopt;
 

@@ -7,7 +7,7 @@
 
 #include <poll.h>
 
-// The RC Server: takes every connection and appends what comes to a file.
+// The RC Server: accepts every connection and appends what it receives to a file.
 class RcServer {
 public:
     // False when the file can't be opened.
@@ -15,7 +15,7 @@ public:
     bool Listen(const std::string& socketPath);
 
     void AddTo(std::vector<pollfd>& watched) const;
-    // Takes what has come; nothing is too early.
+    // Accepts connections and reads bytes, without waiting for either.
     void Serve();
 
 private:

@@ -20,7 +20,7 @@ namespace {
 constexpr char kSayFile[] = "/sim/say";
 constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
-// How soon to look again whether the system has read what it was sent: nothing reports that.
+// How soon to check again whether the system has read everything: nothing reports that.
 constexpr long kLookAgain = 250000;  // nanoseconds
 
 constexpr uint32_t kFlashStart = 0x90000000;
@@ -117,8 +117,8 @@ int SimPiano::Run()
         alive = OpenWhenDue();
         patcher.Accept();
         patcher.Receive();
-        // The switch comes on a way of its own. What it was before the bytes just received is
-        // known now, so flash mode is never entered before the power-on that came first.
+        // The switch has a separate socket. Its state before the bytes just received is known now,
+        // so flash mode is never entered before a power-on that came first.
         TakePower();
         patcher.Process();
         rcServer.Serve();

@@ -12,13 +12,13 @@
 #include <optional>
 #include <string>
 
-// The process: the three neighbours of the program under test on one poll loop, and what steers
-// them from outside (the DSP's switch, the file `say`, SIGTERM).
+// The process: the three peers of the program under test in one poll loop, and what controls them
+// from outside (the DSP's switch, the file `say`, SIGTERM).
 class SimPiano {
 public:
     explicit SimPiano(const Options& options);
 
-    // False, with the reason on standard error, when a file or socket can't be had.
+    // False, with the reason on standard error, when a file or socket can't be opened.
     bool Open();
     // Runs until SIGTERM, SIGINT or the frame that ends it. The result is the exit status.
     int Run();

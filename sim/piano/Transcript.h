@@ -11,7 +11,7 @@
 //   1700000000.624001 > console STATUS
 //   1700000000.624020 < console Status:Flash Idle
 //
-// ">" comes from the system, "<" goes to it. Each line is one write.
+// ">" marks data from the system, "<" data to it. Each line is one write.
 class Transcript {
 public:
     // Appends to what an earlier process left. False when the file can't be opened, and with an
@@ -21,7 +21,7 @@ public:
     // `text` may have any bytes; what isn't printable ASCII is shown as \xNN.
     void Note(const std::string& text);
 
-    // Notes a mistake of the system's as "bad ..." and counts it.
+    // Records a mistake of the system as "bad ..." and counts it.
     void Bad(const std::string& text);
     int BadCount() const { return badCount; }
 

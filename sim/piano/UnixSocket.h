@@ -18,7 +18,7 @@ private:
     int number;
 };
 
-// Both replace what lies at `path`. On failure the reason is on standard error and the result
-// owns nothing. The sockets never block.
+// Both replace a file at `path`. On failure the reason is on standard error and the result owns
+// nothing. The sockets never block.
 Descriptor ListenAt(const std::string& path);
 Descriptor BindDatagramAt(const std::string& path);
