@@ -3,8 +3,8 @@
 #include <climits>
 #include <cstddef>
 
-// A text of bounded length, put together without heap, locale or stdio: hooks run before the
-// program's runtime is set up. What doesn't fit is cut, which IsCut() reports.
+// A text of bounded length, built without heap, locale or stdio, since hooks run before the
+// program's runtime is set up. A longer text is cut, which IsCut() reports.
 class BoundedText {
 public:
     const char* Get() const { return bytes; }

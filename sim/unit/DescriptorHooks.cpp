@@ -20,8 +20,8 @@
 
 namespace {
 
-// A made-up failure reports a vanished peer like the kernel: with the signal, unless the call is
-// quiet. A real one has brought its own.
+// An injected failure reports a vanished peer like the kernel: with the signal, unless the caller
+// has switched it off. A real failure has raised it already.
 ssize_t RaiseBrokenPipe(ssize_t count, int descriptor, bool quiet)
 {
     if (count < 0 && errno == EPIPE && !quiet && IsSocket(OwnerOf(descriptor))) {
@@ -31,14 +31,14 @@ ssize_t RaiseBrokenPipe(ssize_t count, int descriptor, bool quiet)
     return count;
 }
 
-// True for what may block: of all that the unit's programs read and write only sockets do.
+// True for what may block: of everything that the unit's programs read and write, only sockets do.
 void AwaitSocket(const char* call, int descriptor, short events, int flags = 0)
 {
     if (IsSocket(OwnerOf(descriptor)) && (flags & MSG_DONTWAIT) == 0)
         AwaitDescriptor(call, descriptor, events);
 }
 
-// Sends all of it, as a blocking call does, in as many pieces as the peer takes at a time.
+// Sends all bytes, as a blocking call does, in pieces as large as the peer accepts.
 template <typename Send>
 ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flags, Send send)
 {

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Higher ones aren't followed; the program never comes near.
+// Higher ones aren't tracked; the program never gets that far.
 constexpr int kMostDescriptors = 4096;
 
 Owner owners[kMostDescriptors];

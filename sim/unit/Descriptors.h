@@ -3,7 +3,7 @@
 // What the program's open descriptors belong to.
 enum class Owner : unsigned char {
     None,      // not opened through the library
-    Stranger,  // opened, but none of the unit's things
+    Stranger,  // opened, but not part of the unit
     File,      // a file of the unit
     Medium,    // a file on the medium
     Gone,      // a file on a medium that was pulled out since
@@ -20,18 +20,18 @@ inline bool IsSocket(Owner owner)
     return owner == Owner::Socket || owner == Owner::Tcp;
 }
 
-// True for what calls are counted on.
+// True when calls on it are counted.
 inline bool IsUnits(Owner owner)
 {
     return owner > Owner::Stranger;
 }
 
-// How many descriptors the program has opened and not closed.
+// The number of descriptors that the program has opened and not closed.
 unsigned OpenDescriptors();
 
 // Files get the time of the unit's clock, where there is one.
 void StampFile(int descriptor);
 
 bool HasMediumFiles();
-// The medium is gone under its open files.
+// The medium was pulled out: its open files become useless.
 void ForgetMediumFiles();

@@ -30,7 +30,7 @@ void SendToPiano(unsigned long argument)
         return;
     BoundedText text;
     text.AddNumber(argument);
-    // Nobody may listen: the piano may be absent.
+    // The piano may be absent.
     syscall(SYS_sendto, peer, text.Get(), text.Length(), MSG_DONTWAIT | MSG_NOSIGNAL, &address,
             sizeof(address));
     direct::Close(peer);

@@ -18,7 +18,7 @@ constexpr const char* kNames[kKinds] = {"open",   "read",   "write",  "connect",
 
 unsigned long long counts[kKinds];
 
-// The fault that the environment asks for.
+// The fault that the environment requests.
 struct Planned {
     int kind = -1;
     unsigned long long number = 0;
@@ -45,7 +45,7 @@ const Planned& Plan()
     return planned;
 }
 
-// Adds a call to the list that the environment asks for.
+// Adds a call to the list that the environment requests.
 template <typename Subject>
 void NoteCall(int index, unsigned long long number, Subject subject)
 {

@@ -21,20 +21,20 @@ enum class Call {
     Bind,
     Listen,
     Utime,
-    StreamRead,  // what stdio reads and writes for a stream, "fread" and "fwrite"
+    StreamRead,  // stdio's reads and writes for a stream, "fread" and "fwrite"
     StreamWrite,
     Uncounted  // the number of kinds
 };
 
 enum class Fault { None, Failed, Short };
 
-// Counts a call on one of the unit's own things and says what is to go wrong with it, after
+// Counts a call on a file, socket or device of the unit and returns the fault planned for it by
 // SIMUNIT_FAULT=kind:n:ERRNO or kind:n:short. With Failed, errno is set and the call must do
 // nothing. Short is only for reads and writes.
 //
 // The journal names the fault and its subject: "fault write #3 EIO on /etc/KVT-release". A subject
-// is a path below the root, or "tcp"; the end of a UNIX connection goes by the path of its peer.
-// Each counted call goes as "kind n subject" to the file that SIMUNIT_CALLS names.
+// is a path below the root, or "tcp"; a UNIX connection is named by the path of its peer. Each
+// counted call is appended as "kind n subject" to the file that SIMUNIT_CALLS names.
 Fault CountCall(Call kind, int descriptor);
 Fault CountCall(Call kind, const char* path);
 

@@ -9,5 +9,5 @@
 // Each line goes out in one write, so the lines of several programs don't mix.
 void Journal(const BoundedText& call);
 
-// A call with its result; a failed one has the name of errno. Returns the result.
+// Records a call with its result, or with the name of errno if it failed. Returns the result.
 int JournalResult(BoundedText call, int result);

@@ -11,8 +11,8 @@
 
 enum class Intent { Look, Change };
 
-// Makes a call at a path of the program: `call` gets the path to use in its place. -1 with errno
-// when the call is to fail, or would change a medium that is mounted read-only.
+// Makes a call on a path of the program: `call` gets the mapped path. -1 with errno when the call
+// is to fail, or would change a medium that is mounted read-only.
 template <typename RealCall>
 int CallAtPath(Call kind, Intent intent, const UnitPath& path, RealCall call)
 {
@@ -38,7 +38,7 @@ inline Owner OwnerAt(const UnitPath& path)
     return path.IsUnits() ? Owner::File : Owner::Stranger;
 }
 
-// Stamps a file that is empty, so new or cut, with the time of its opening.
+// Stamps an empty file, which is new or was truncated, with the time of its opening.
 inline void StampNewFile(int descriptor)
 {
     struct stat found = {};
@@ -46,8 +46,8 @@ inline void StampNewFile(int descriptor)
         StampFile(descriptor);
 }
 
-// Opens a path of the program with `call`, which gets the path to use in its place, and notes what
-// the descriptor belongs to. The machine itself isn't written to: that is journalled as "stray".
+// Opens a path of the program with `call`, which gets the mapped path, and records what the
+// descriptor belongs to. The machine itself isn't written to: an attempt is journalled as "stray".
 template <typename RealCall>
 int OpenMapped(const char* asked, int flags, RealCall call)
 {

@@ -8,7 +8,7 @@
 // What comes after the mount point in a path on the medium; null when the path isn't on it.
 const char* PathOnMedium(const char* path, unsigned long long& flags);
 
-// The simulated calls, without count and journal: 0, or the errno.
+// The simulated calls, neither counted nor journalled: 0, or the errno.
 int MountMedium(const char* source, const char* target, unsigned long flags);
 int UnmountMedium(const char* target);
 
@@ -16,5 +16,5 @@ int UnmountMedium(const char* target);
 // -1 with errno when none can.
 long LimitToMedium(std::size_t wanted, bool toMedium);
 
-// Takes what was moved off those limits, and pulls the medium out at the end of the latter.
+// Subtracts the bytes moved from those limits, and pulls the medium out at the end of the latter.
 void CountOnMedium(std::size_t count, bool toMedium);

@@ -21,7 +21,7 @@ namespace {
 
 constexpr unsigned long long kPlenty = 1ULL << 30;  // bytes
 
-// Puts the chosen room into what statfs has found. The blocks are single bytes, or larger where
+// Puts the configured room into the result of statfs. The blocks are single bytes, or larger where
 // the count would not fit.
 template <typename Found>
 void SetFree(Found& found)
@@ -78,7 +78,7 @@ void JournalEnd(const char* how)
     Journal(line.Add(how).Add(" descriptors=").AddNumber(OpenDescriptors()));
 }
 
-// A server that a signal ends journals what it leaves, too.
+// A server that is ended by a signal also journals the descriptors that it leaves open.
 void OnTerminate(int)
 {
     JournalEnd("terminated");

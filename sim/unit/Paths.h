@@ -1,6 +1,6 @@
 #pragma once
 
-// Paths of the unit, below its root: what its system has, and what only the simulation knows.
+// Paths below the unit's root: those of its system, and those that only the simulation knows.
 
 constexpr char kPatcherSocket[] = "/home/i2c_server_sock";
 constexpr char kRcServerSocket[] = "/tmp/rcseq_socket";

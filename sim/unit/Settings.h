@@ -2,12 +2,12 @@
 
 #include "BoundedText.h"
 
-// What the environment of the program says, and the control files below ROOT/sim.
+// Settings in the program's environment, and in the control files below ROOT/sim.
 
 // SIMUNIT_ROOT, or null: then the library changes nothing.
 const char* Root();
 
-// SIMUNIT_SPEED, 1 or more: what times are divided by.
+// SIMUNIT_SPEED, 1 or more: the divisor of times.
 unsigned Speed();
 
 // An absolute path below the root.
@@ -22,7 +22,7 @@ void RemoveControl(const char* name);
 // The errno, a number or a name, in ROOT/sim/NAME; 0 when the file is absent.
 int ControlErrno(const char* name);
 
-// The errno of that number or name, 0 when there is none such.
+// The errno of that number or name; 0 when there is none.
 int ErrnoOf(const char* text);
 
 // A decimal or 0x number at the start of the text. False without a digit.

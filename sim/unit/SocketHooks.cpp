@@ -29,7 +29,7 @@ int Track(int descriptor, Owner owner)
     return descriptor;
 }
 
-// Makes a call with an address, which is that below the root when it is a path of the unit.
+// Makes a call with an address, mapped to one below the root when it is a path of the unit.
 template <typename RealCall>
 int CallAtAddress(const sockaddr* address, socklen_t length, RealCall call)
 {
@@ -55,7 +55,7 @@ int CallAtAddress(const sockaddr* address, socklen_t length, RealCall call)
     return call(reinterpret_cast<const sockaddr*>(&copy), socklen_t{sizeof(copy)});
 }
 
-// In virtual time bytes that the kernel kept back for later would never come.
+// In virtual time, bytes that the kernel holds back would never arrive.
 void SendAtOnce(int descriptor)
 {
     const KeepErrno kept;
@@ -92,7 +92,7 @@ int ConnectInTurn(Real<int(int, const sockaddr*, socklen_t)>& real, int descript
     }
 }
 
-// What a connection is made to, as journals name it.
+// The target of a connection, as journals name it.
 BoundedText AddressName(const sockaddr* address, socklen_t length)
 {
     BoundedText name;
@@ -103,7 +103,7 @@ BoundedText AddressName(const sockaddr* address, socklen_t length)
     return name.Add(copy.sun_path);
 }
 
-// The port that a listener has got, whatever was requested; 0 when it has none.
+// The port that a listener really has; 0 when it has none.
 unsigned PortOf(int descriptor)
 {
     const KeepErrno kept;

@@ -82,7 +82,7 @@ int statx(int directory, const char* path, int flags, unsigned mask, struct stat
                       [&](const char* at) { return real(directory, at, flags, mask, found); });
 }
 
-// What programs call that were built with an older libc.
+// The functions that programs built with an older libc call.
 int __xstat(int version, const char* path, struct stat* found)
 {
     static Real<OldStat> real("__xstat");

@@ -1,6 +1,6 @@
-// libc's streams. Stdio makes its reads and writes inside libc, where no hook sees them, so a
-// stream of the unit's is made of a descriptor and of functions of this library, to which stdio
-// hands its bytes.
+// libc's streams. Stdio makes its reads and writes inside libc, where no hook sees them. So a
+// stream of the unit consists of a descriptor and of functions of this library, which stdio calls
+// with its bytes.
 
 #include <cstdint>
 #include <cstdio>
@@ -29,7 +29,7 @@ ssize_t ReadStream(void* cookie, char* bytes, std::size_t size)
     });
 }
 
-// As libc does it for a file: what a short write leaves goes out with the next one.
+// Like libc for a file: the rest of a short write is written with the next one.
 ssize_t WriteStream(void* cookie, const char* bytes, std::size_t size)
 {
     const int descriptor = DescriptorOf(cookie);
@@ -62,7 +62,7 @@ int CloseStream(void* cookie)
     return 0;
 }
 
-// The flags of open for a mode such as "a+"; -1 for none of fopen's modes.
+// The flags of open for a mode such as "a+"; -1 for an invalid mode.
 int FlagsOf(const char* mode)
 {
     const bool both = std::strchr(mode, '+') != nullptr;
@@ -120,7 +120,7 @@ std::FILE* fopen64(const char* path, const char* mode)
     return OpenStream(real, path, mode);
 }
 
-// A stream on a descriptor that has come from one of the open calls.
+// A stream on a descriptor that one of the open calls has returned.
 std::FILE* fdopen(int descriptor, const char* mode) noexcept
 {
     static Real<std::FILE*(int, const char*)> real("fdopen");
@@ -130,7 +130,7 @@ std::FILE* fdopen(int descriptor, const char* mode) noexcept
 int fclose(std::FILE* file)
 {
     static Real<int(std::FILE*)> real("fclose");
-    SetOwner(fileno(file), Owner::None);  // no descriptor for a stream of the unit's
+    SetOwner(fileno(file), Owner::None);  // a stream of the unit has no descriptor
     return real(file);
 }
 

@@ -23,7 +23,7 @@ bool HasAddress(long call, int descriptor, Address& address)
     return syscall(call, descriptor, &address.name, &length) == 0;
 }
 
-// False for what isn't a socket.
+// False when it isn't a socket.
 bool NameSocket(int descriptor, BoundedText& name)
 {
     Address own;

@@ -44,7 +44,7 @@ inline bool Remove(const char* path)
 
 }  // namespace direct
 
-// What the library does around a call must not show in the caller's errno.
+// Restores errno, so that the caller doesn't see what the library does around a call.
 class KeepErrno {
 public:
     KeepErrno() : kept(errno) {}

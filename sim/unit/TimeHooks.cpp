@@ -1,5 +1,5 @@
-// Waits and times: those of the unit's clock where there is one. Otherwise waits are divided by the
-// speed of the unit; what is shorter than the clock's step isn't rounded down to no wait at all.
+// Waits and times: those of the unit's clock if there is one. Otherwise waits are divided by the
+// speed of the unit; a wait shorter than the clock's step isn't rounded down to none.
 
 #include <algorithm>
 #include <cstdint>
@@ -76,7 +76,7 @@ Time TimeOf(std::int64_t nanos, Part Time::*part, std::int64_t parts)
     return result;
 }
 
-// When a wait that begins now ends. Without a timeout, or with a wrong one, it never does.
+// When a wait that begins now ends: never without a timeout.
 template <typename Time, typename Part>
 virtualtime::Moment DeadlineOf(const Time* timeout, Part Time::*part, std::int64_t parts)
 {
@@ -86,7 +86,7 @@ virtualtime::Moment DeadlineOf(const Time* timeout, Part Time::*part, std::int64
     return ClockNow() + std::max<std::int64_t>(nanos, 0);
 }
 
-// A select of the clock's. `call` makes it, at once, with the sets that it gets.
+// A select in virtual time. `call` makes a select without a wait, with the sets that it gets.
 template <typename RealCall>
 int SelectInTurn(virtualtime::Moment deadline, fd_set* readable, fd_set* writable, fd_set* special,
                  RealCall call)
@@ -112,7 +112,7 @@ int PollInTurn(Real<int(pollfd*, nfds_t, int)>& real, pollfd* polled, nfds_t cou
     return PollInTurn(name.Add("poll"), deadline, [&] { return real(polled, count, 0); });
 }
 
-// Linux leaves in the timeout what is left of it, so that goes back into the program's seconds.
+// Linux writes the remaining time into the timeout, so it is converted back to the program's time.
 template <typename Time>
 int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* writable,
                fd_set* special, Time* timeout)
@@ -162,7 +162,7 @@ int PselectWith(Real<Pselect<Time>>& real, int count, fd_set* readable, fd_set* 
     return real(count, readable, writable, special, &divided, signals);
 }
 
-// A sleep of `wanted`, which `call` gets divided; what a signal leaves of it goes to `left`.
+// A sleep of `wanted`, which `call` gets divided; `left` gets what a signal has left of it.
 template <typename Time, typename RealCall>
 int SleepWith(const Time* wanted, Time* left, RealCall call)
 {
@@ -183,7 +183,7 @@ int SleepWith(const Time* wanted, Time* left, RealCall call)
 
 Real<int(const timespec*, timespec*)> realNanosleep("nanosleep");
 
-// Journals the sleep and makes it. 0, or -1 with what is left.
+// Journals the sleep and makes it. 0, or -1 with the remaining time.
 int JournalledSleep(const char* name, unsigned number, timespec& time)
 {
     if (Root() != nullptr) {
@@ -237,7 +237,7 @@ int nanosleep(const timespec* wanted, timespec* left)
 int clock_nanosleep(clockid_t clock, int flags, const timespec* wanted, timespec* left)
 {
     static Real<int(clockid_t, int, const timespec*, timespec*)> real("clock_nanosleep");
-    if ((flags & TIMER_ABSTIME) != 0)  // a point of the clock, which isn't sped up
+    if ((flags & TIMER_ABSTIME) != 0)  // a point in time, which can't be divided
         return real(clock, flags, wanted, left);
     return SleepWith(wanted, left, [&](const timespec* time, timespec* rest) {
         return real(clock, flags, time, rest);

@@ -12,7 +12,7 @@
 #include "System.h"
 #include "Turn.h"
 
-// How many bytes a short call moves: half of what it could, and not all of more than one.
+// How many bytes a short call moves: half of what was possible, but at least one.
 inline std::size_t ShortSize(int descriptor, std::size_t size, bool isRead)
 {
     const KeepErrno kept;
@@ -22,7 +22,7 @@ inline std::size_t ShortSize(int descriptor, std::size_t size, bool isRead)
     return size > 1 ? size / 2 : size;
 }
 
-// Moves up to `size` bytes with `call`, less what a fault or the medium takes away.
+// Moves up to `size` bytes with `call`, fewer if a fault or the medium limits them.
 template <typename RealCall>
 ssize_t TransferWithFaults(Call kind, int descriptor, std::size_t size, RealCall call)
 {

@@ -16,7 +16,7 @@ void SendWait(const BoundedText& call, virtualtime::Moment deadline);
 bool IsAsked();  // Waits for the clock. True for a Check, false for a Turn.
 void SendAnswer(bool isReady);
 
-// Waits until the clock gives a turn: when `isReady` returns true, or at the deadline.
+// Waits for the next turn, which comes when `isReady` returns true, or at the deadline.
 template <typename IsReady>
 void AwaitTurn(const BoundedText& call, virtualtime::Moment deadline, IsReady isReady)
 {
@@ -37,10 +37,10 @@ int PollInTurn(const BoundedText& call, virtualtime::Moment deadline, Poll poll)
     return poll();
 }
 
-// TCP was used, which the next wait reports.
+// Records that TCP was used; the next wait reports it.
 void NoteTcp();
 
-// True for a descriptor on which calls wait.
+// True for a descriptor whose calls may block.
 bool MayBlock(int descriptor);
 
 // Waits until a descriptor that may block is readable (POLLIN) or writable (POLLOUT). Returns at

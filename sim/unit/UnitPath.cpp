@@ -47,7 +47,7 @@ bool IsMapped(const char* path)
     return false;
 }
 
-// True below the root, but not for what only the simulation knows.
+// True below the root, except for the simulation's own files.
 bool IsBelowRoot(const char* path)
 {
     const std::size_t length = std::strlen(Root());

@@ -4,14 +4,14 @@
 
 // A path that the program passed to libc, and the file that it means.
 //
-// An absolute path of the unit, such as /mnt/usb/csp_prog.hex, is looked up below the root. Others
-// stay as they are; relative ones and those below the root are the unit's own all the same, for
-// they name the files that the program was given to work on.
+// An absolute path of the unit, such as /mnt/usb/csp_prog.hex, is mapped below the root. Others
+// stay unchanged. Relative paths and those below the root belong to the unit, too, since they name
+// the files that the program works on.
 class UnitPath {
 public:
     explicit UnitPath(const char* asked);
 
-    // True when the calls on it are the unit's: counted, and failed where that is wanted.
+    // True when it belongs to the unit: calls on it are counted, and fail where that is planned.
     bool IsUnits() const { return isUnits; }
     // True when the path below the root is longer than a path may be.
     bool IsTooLong() const { return mapped.IsCut() || mapped.Length() >= PATH_MAX; }
@@ -19,12 +19,12 @@ public:
     bool IsOnMedium() const { return isOnMedium; }
     bool IsReadOnly() const;
     bool IsDspDevice() const;
-    // True for a path of the machine itself, but for its devices and what the kernel shows.
+    // True for a path of the machine itself, except its devices and the kernel's own files.
     bool IsMachines() const;
 
-    // As the program gave it.
+    // As the program passed it.
     const char* Asked() const { return asked; }
-    // The path to hand to libc.
+    // The path to pass to libc.
     const char* Real() const { return mapped.Length() > 0 ? mapped.Get() : asked; }
 
 private:
