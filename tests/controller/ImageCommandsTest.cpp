@@ -1,4 +1,4 @@
-// The controller's commands on image files, as a user gives them.
+// The controller's commands on image files, as a user runs them.
 
 #include <string>
 #include <vector>
@@ -14,7 +14,7 @@ using namespace std::string_literals;
 
 namespace {
 
-// What a command has shown, and how it has ended.
+// The output of a command, and its exit status.
 struct Shown {
     Status status;
     std::string output;
@@ -38,7 +38,7 @@ bool Has(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-// 0x10020 bytes with the version "V3" at its place.
+// 0x10020 bytes with the version "V3".
 std::string Good()
 {
     std::string image = Firmware(0x10020);

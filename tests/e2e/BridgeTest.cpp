@@ -1,5 +1,5 @@
 // The idle server as a bridge between the controller and the piano's side, with peers that send
-// anything and go at any time.
+// anything and disconnect at any time.
 
 #include <chrono>
 #include <cstddef>
@@ -23,7 +23,7 @@ std::string Part(const std::string& text)
 
 }  // namespace
 
-TEST(Groups, AreForwardedToPianoUnlessCommands)
+TEST(Bridge, ForwardsGroupsToPianoUnlessCommands)
 {
     const struct {
         const char* name;
@@ -50,11 +50,12 @@ TEST(Groups, AreForwardedToPianoUnlessCommands)
     }
 }
 
-TEST(Commands, AreThoseThatTheDocumentsList)
+TEST(Commands, MatchDocuments)
 {
     ServerWithPeers bridge;
     bridge.Open();
-    // What doesn't reach the piano is a command. The one that shuts out what follows it comes last.
+    // A group that doesn't reach the piano is a command. The one that starts a read-back comes
+    // last, since it shuts out later groups.
     std::set<std::string> commands{kReadParameters};
     std::string groups;
     for (const std::string third : {"00", "DF"})
@@ -85,7 +86,7 @@ TEST(Commands, AreThoseThatTheDocumentsList)
     }
 }
 
-TEST(Messages, AreForwardedToControllerAsLinesOrUnchanged)
+TEST(Bridge, ForwardsMessagesToControllerAsLinesOrBytes)
 {
     const std::string marked = Frames({"abc"}, "\x60\x01\x02");
     std::string mostLines;
@@ -120,7 +121,7 @@ TEST(Messages, AreForwardedToControllerAsLinesOrUnchanged)
     }
 }
 
-TEST(MessageBoxes, AreForwardedToRcServerOrElseToController)
+TEST(Bridge, SendsMessageBoxesToRcServerOrElseController)
 {
     for (const bool isThere : {true, false}) {
         SCOPED_TRACE(isThere);
@@ -141,7 +142,7 @@ TEST(MessageBoxes, AreForwardedToRcServerOrElseToController)
     }
 }
 
-TEST(PianoLink, ReconnectsAtTimeoutOncePatcherIsBack)
+TEST(MidiPatcher, IsReconnectedAtTimeout)
 {
     ServerWithPeers bridge;
     bridge.Open();
@@ -169,7 +170,7 @@ TEST(PianoLink, ReconnectsAtTimeoutOncePatcherIsBack)
                                     "Connected to MIDI Patcher\n");
 }
 
-TEST(VersionRequest, AnswersAsEarlierControllersChose)
+TEST(VersionRequest, KeepsReplyModeOfEarlierController)
 {
     constexpr char kServiceLog[] = "Update the Service Center.\n";
     const std::string tooLong(2000, 'v');
@@ -199,7 +200,7 @@ TEST(VersionRequest, AnswersAsEarlierControllersChose)
     }
 }
 
-TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
+TEST(Controllers, ReplaceEachOtherAndMayDisconnectAnytime)
 {
     ServerWithPeers bridge;
     bridge.Open();
@@ -210,7 +211,7 @@ TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
     EXPECT_EQ(bridge.Ask(kVersion), kServiceText);
     EXPECT_EQ(DescriptorsOf(*bridge.server), descriptors) << "the number was free again";
 
-    // The groups of one that hangs up are carried out to the last.
+    // All groups of a controller that hangs up are carried out.
     bridge.Send("DF DF DF DF DF DF DF DF DF DF DF DF 90 3C 40 01");
     bridge.controller->Close();
     bridge.Connect();
@@ -219,8 +220,8 @@ TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
     bridge.Connect();
     EXPECT_EQ(bridge.Ask(kVersion), kServiceText);
 
-    // While the server waits for the rest of a message, one controller goes and another comes. A
-    // read for the new one, which has nothing to say yet, would never end.
+    // While the server waits for the rest of a message, one controller leaves and another connects.
+    // A read from the new one, which has sent nothing yet, would never end.
     const std::string message = Frames({"Hello"});
     const auto begin = UnitTime();
     bridge.SayBytes(message.substr(0, 9));
@@ -233,7 +234,7 @@ TEST(Controllers, ReplaceEachOtherAndMayVanishAnyTime)
     EXPECT_EQ(bridge.TakeReplies(), std::string(kServiceText) + "\r\n");
     EXPECT_EQ(DescriptorsOf(*bridge.server), descriptors);
 
-    // Nothing is left of a connection that wakes the loop again and again.
+    // No connection is left that wakes the loop again and again.
     bridge.controller->Close();
     const auto closed = UnitTime();
     const auto countPasses = [&] { return Count(bridge.server->Output(), "Update Status()\n"); };

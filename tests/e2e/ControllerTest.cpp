@@ -1,4 +1,4 @@
-// The controller's tool against the server, as its user and a script see it.
+// The controller's tool with the server, as its user and a script see it.
 
 #include <csignal>
 
@@ -26,7 +26,7 @@ Process& RunTool(Unit& unit, const Unit::Words& words)
 TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
 {
     const struct {
-        const char* faults;  // of the piano from here on; empty: as before
+        const char* faults;  // of the piano from now on; empty: as before
         Unit::Words words;
         int status;
         std::string output;  // its end
@@ -76,7 +76,7 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
     }
 }
 
-TEST(ControllerTool, WaitsForABusyUnitAndReportsALostOne)
+TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
 {
     std::signal(SIGINT, SIG_DFL);  // which a script's background job ignores
     ServerWithPiano scene;

@@ -1,4 +1,4 @@
-// Parameter files on their way to a removable medium and back.
+// Parameter files copied to a removable medium and back.
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,7 @@ constexpr char kNoMedium[] = "Floppy in not inserted.\n";
 #define NOWHERE "umount(/mnt/floppy) = -1 EINVAL\numount(/mnt/usb) = -1 EINVAL\n"
 #define ROOM_ON(point) "statfs(/mnt/" point "/)\n"
 
-// 600 bytes, some of them in runs, and the 17 that the medium must take for them.
+// 600 bytes, some of them in runs, and the 17 bytes of their compressed form.
 const std::string kData = std::string(300, 'a') + "\xDD" + std::string(299, '\xFF');
 const std::string kPacked = "\x04\x90\xDD"
                             "a\xFF\xDD"
@@ -39,7 +39,7 @@ struct CopyRow {
     const char* name;
     const char* command;
     const char* point;  // of the medium; empty without one
-    const char* file;   // what is unusual, a file or a limit in the unit
+    const char* file;   // the unusual file or limit in the unit
     std::string bytes;  // empty: the file is missing
     const char* text;
     const char* calls;
@@ -49,7 +49,7 @@ class MediumCopy : public testing::TestWithParam<CopyRow> {};
 
 }  // namespace
 
-TEST_P(MediumCopy, ReportsResultAndReplacesOnlyByWhatIsComplete)
+TEST_P(MediumCopy, ReportsResultAndReplacesOnlyByCompleteFile)
 {
     const CopyRow& row = GetParam();
     const bool isBackup = row.command == kBackup;

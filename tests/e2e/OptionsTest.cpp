@@ -1,4 +1,4 @@
-// The command line, and the start of both modes with their neighbours there, late and absent.
+// The command line, and the start of both modes with their peers present, late and absent.
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ std::string SmallFile(const std::string& version)
 
 }  // namespace
 
-TEST(CommandLine, PrintsUsageOrVersionAndTouchesNoLink)
+TEST(CommandLine, PrintsUsageOrVersionWithoutOpeningLinks)
 {
     constexpr char kFileVersion[] = "Diag Server Ver.0.26\nCSP File Version: V1.02 a\n";
     const std::string longest(255, 'x');
@@ -53,7 +53,7 @@ TEST(CommandLine, ChoosesModeAndPeer)
     constexpr char kServer[] = "Diag Server Start Now.\n";
     constexpr char kFirst[] = "CSP Updater Start Now.\nCSP File Version: V1\n";
     constexpr char kSecond[] = "CSP Updater Start Now.\nCSP File Version: V2\n";
-    // The connect sequence, then the first group of the way into flash mode.
+    // The connect sequence, then the first group that enters flash mode.
     constexpr char kReader[] = "FE E1 E2 E0 E1 06 C0 7F BF 00 00 00 FE FF";
     constexpr char kPiano[] = "FE E1 E2 E0 E1 06 C0 00 BF 00 7F 00 FE FF";
     constexpr char kOther[] = "FE E5 E2 E0 E5 06 C0 00 BF 00 7F 00 FE FF";
@@ -90,7 +90,7 @@ TEST(CommandLine, ChoosesModeAndPeer)
     }
 }
 
-TEST(ServerStart, LogsNeighboursInOrderAndGoesOnWithPatcher)
+TEST(ServerStart, LogsPeersInOrderAndRequiresMidiPatcher)
 {
     constexpr char kNoPatcher[] =
         "Diag Server Start Now.\nMIDI Patcher is not active.\nRC Server is active.\n";
@@ -100,7 +100,7 @@ TEST(ServerStart, LogsNeighboursInOrderAndGoesOnWithPatcher)
         const char* removed;
         const char* fault;
         std::size_t retries;
-        const char* output;  // its end; empty: it goes on
+        const char* output;  // its end; empty: the server runs on
         const char* log;
     } rows[] = {
         {"--rc-late 4", true, "none", "", 1, "",
@@ -137,7 +137,7 @@ TEST(ServerStart, LogsNeighboursInOrderAndGoesOnWithPatcher)
     }
 }
 
-TEST(UpdateStart, EndsWithoutImage)
+TEST(UpdateStart, FailsWithoutLoadableFile)
 {
     for (const char* name : {"none.hex", "long.hex"}) {
         SCOPED_TRACE(name);

@@ -1,4 +1,4 @@
-// The read-back of the CSP's parameters: the server's own at its start, and the controller's.
+// The read-back of the CSP's parameters: at the start of the server, and by command.
 
 #include <algorithm>
 #include <sstream>
@@ -29,7 +29,7 @@ std::string FileOf(const std::string& flash)
 
 }  // namespace
 
-TEST(ReadBack, AsksForNoBlockWhenCspStartsUnrequested)
+TEST(ReadBack, RequestsNoBlockIfCspStartsUnrequested)
 {
     ServerWithPeers scene;
     scene.Say(Frames({"Status:Flash Idle", "Start READ"}));
@@ -66,13 +66,14 @@ TEST(ReadBack, SavesFlashAtStartAndEndsServer)
               "exit descriptors=0\n");
 }
 
-TEST(ReadBack, OfControllerReportsProgressAndGoesToItsOwnFileEvenAfterFailedOne)
+TEST(ReadBack, ByCommandReportsProgressAndSavesToParameterFile)
 {
     ServerWithPiano scene;
     scene.unit.Write(kParameterFile, "old");
     std::string texts = "Connecting to CSP\n";
 
-    // Breaks off right after a request for more, which must not keep the next one from asking.
+    // This read-back ends right after a request for a block, which must not keep the next one from
+    // requesting blocks.
     scene.SetFaults("--bad-checksum-at 90041000");
     EXPECT_EQ(scene.Ask(kReadParameters, "Rebooting CSP...\n"),
               texts + "CSP Read Failed.\nRebooting CSP...\n");
@@ -96,7 +97,7 @@ TEST(ReadBack, OfControllerReportsProgressAndGoesToItsOwnFileEvenAfterFailedOne)
               "Start Reading CSP Parameters\nCSP Read Success.\nRebooting CSP...5sec\n");
 }
 
-TEST(ReadBack, LeavesNoDescriptorInLongSession)
+TEST(ReadBack, LeaksNoDescriptorInLongSession)
 {
     ServerWithPiano scene;
     scene.unit.Write(kParameterFile, HexText("old", 16, "\r\n"));

@@ -16,7 +16,7 @@ constexpr char kPianoOn[] = "ioctl(/dev/PciDsp, 33, 0xc01)";
 
 constexpr std::size_t kKindAt = 4;  // in a frame to the piano
 
-// The end of what is longer than the last time.
+// What was added since the last call.
 std::string TakeFresh(const std::string& all, std::size_t& taken)
 {
     std::string fresh = all.substr(taken);

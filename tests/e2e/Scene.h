@@ -10,7 +10,7 @@
 
 #include "Unit.h"
 
-// What the end-to-end tests share, in addition to the unit itself.
+// What the end-to-end tests share in addition to the unit.
 
 constexpr std::uint32_t kImageStart = 0x90040000;
 constexpr char kUpdateLog[] = "cspupdate.log";
@@ -28,7 +28,7 @@ constexpr char kRestore[] = "DF DF 00 C4";
 constexpr char kVersion[] = "DF DF DF DF";
 constexpr char kServiceText[] = "KVT : Update the Service Center.\n";
 
-// Firmware that carries the version at its place, 0x400 bytes after its start.
+// Firmware with the version 0x400 bytes after its start.
 std::string FirmwareOf(const std::string& version, std::size_t size);
 
 // An image from 0x90040000 on in the compressed form, without any run in it.
@@ -41,7 +41,7 @@ std::string LogTexts(const Unit& unit, const std::string& name = kServerLog);
 std::string Frames(const std::vector<std::string>& lines,
                    const std::string& head = MidiPeer::kHead);
 
-// As much of the text's end as is expected; all of it when nothing is.
+// The end of the text, as long as `expected`; all of it when that is empty.
 std::string EndOf(const std::string& text, const std::string& expected);
 
 std::size_t Count(const std::string& text, const std::string& part);
@@ -61,9 +61,9 @@ class ServerWithPiano {
 public:
     explicit ServerWithPiano(const Unit::Words& words = {"-P", "0"});
 
-    // The piano misbehaves so from here on; without options not at all.
+    // The piano misbehaves in this way from now on; without options not at all.
     void SetFaults(const std::string& options) const;
-    // Sends the groups in one write and waits for the text. What has come since then.
+    // Sends the groups in one write and waits for the text. Returns what was received since.
     std::string Ask(const std::string& groups, const std::string& until);
 
     Unit unit;
@@ -72,30 +72,31 @@ public:
     Controller controller;
 };
 
-// A server between peers that the test simulates itself, so that each byte and each moment is its
-// own. It begins where the server asks for the CSP's state, its first read-back under way.
+// A server between peers that the test simulates itself, so that it controls each byte and each
+// moment. It begins where the first read-back of the server asks for the CSP's state.
 class ServerWithPeers {
 public:
     // `arrange` changes the unit before the server starts in it.
     explicit ServerWithPeers(const std::function<void(Unit&)>& arrange = nullptr);
 
-    // Lets the first read-back fail, so that the controller's commands are taken.
+    // Lets the first read-back fail, so that the server takes commands.
     void Open();
     // A new controller in place of the last, which is returned.
     std::unique_ptr<Controller> Connect();
 
-    // Groups of the controller in one write. Ask returns the replies.
+    // Sends groups of the controller in one write. Ask returns the replies.
     void Send(const std::string& groups) const;
     std::string Ask(const std::string& groups);
-    // One message of the piano's side: its frames in one block, or any bytes.
+    // Sends one message of the piano's side: its frames in one block, or any bytes.
     void Say(const std::string& frames);
     void SayBytes(const std::string& bytes);
 
-    // Waits until the server waits itself, without time that passes.
+    // Waits until the server waits. No time passes.
     static void Settle();
 
-    // What the server has done since the last call, once it is settled: texts and messages to the
-    // controller; MIDI frames, "C0 00 90 3C 40 00\n" each (kind and data); entries of the log.
+    // Waits until the server waits, and returns what it has sent or logged since the last call:
+    // texts and messages to the controller; MIDI frames, "C0 00 90 3C 40 00\n" each (kind and
+    // data); entries of the log.
     std::string TakeReplies();
     std::string TakeFrames();
     std::string TakeLog();

@@ -34,8 +34,8 @@ std::string Packed(const std::string& version)
 
 // ---- the search
 
-// Each file has its own name as its version.
-TEST(UpdateSearch, TakesFirstFileFoundAndTriesNoOtherAfterFailure)
+// The version of each file is its own name.
+TEST(UpdateSearch, LoadsFirstFileFoundAndTriesNoOther)
 {
     const struct {
         std::vector<std::string> files;  // below mnt
@@ -87,8 +87,8 @@ TEST(UpdateSearch, ShowsParameterFileTimeInUtc)
     EXPECT_EQ(scene.TakeLog(), "CSP Parameter : (2004/3/5/09:07)\n");
 }
 
-// Which file an update writes depends on the search that came last, and on what it left.
-TEST(UpdateSearch, DecidesWhetherAnUpdateStarts)
+// Which file an update writes depends on the last search and its result.
+TEST(UpdateSearch, DecidesWhetherUpdateStarts)
 {
     ServerWithPeers scene;
     scene.Open();
@@ -144,7 +144,7 @@ TEST(ServerUpdate, SucceedsWhileControllerInterferes)
     EXPECT_EQ(scene.piano.Kill(SIGTERM), 0) << scene.piano.Error();
 }
 
-TEST(ServerUpdate, FaultyPianoReportsResultAndOpensGate)
+TEST(ServerUpdate, ReportsResultOfFaultyPianoAndOpensGate)
 {
     const struct {
         const char* faults;

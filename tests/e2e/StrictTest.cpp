@@ -1,4 +1,4 @@
-// The careful mode: what it refuses before a link is opened, and what it compares at the end.
+// The strict mode: what it refuses before a link is opened, and what it compares at the end.
 
 #include <functional>
 
@@ -14,7 +14,7 @@ namespace {
 constexpr char kUsageLine[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
 const std::string kLogs = std::string("/") + Unit::kLogFolder;
 
-// Of each test program its own, below those that the system chooses.
+// Different for each test program, and below those that the system chooses.
 std::string OwnPort()
 {
     return std::to_string(10000 + getpid() % 20000);
@@ -22,7 +22,7 @@ std::string OwnPort()
 
 }  // namespace
 
-TEST(Strict, EndsWithSentenceAndStatusAndChangesNothingAfterFailure)
+TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
 {
     const std::string image = FirmwareOf("V1", 0x3000);
     const std::string good = HexText(image, 32, "\r\n");

@@ -1,5 +1,4 @@
-// The stand-alone update with its neighbours there, late and absent, against a piano with its
-// habits and faults.
+// The stand-alone update with its peers present, late and absent, and with a piano that has faults.
 
 #include <csignal>
 
@@ -91,8 +90,8 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
     }
 }
 
-// Closed from the start, its number would go to the first link, and the piano would get the texts.
-// Closed half way, it would end the program by a signal.
+// Closed from the start, its number would be that of the first link, and the piano would get the
+// texts. Closed midway, it would end the program by a signal.
 TEST(Update, SucceedsWithoutStandardOutput)
 {
     std::signal(SIGPIPE, SIG_DFL);  // whatever this program was started with

@@ -22,7 +22,7 @@ struct {
     bool cutsWrite = false;  // the next one takes 100 bytes
 } medium;
 
-// Every test ends with as many open descriptors as it began with.
+// No test leaks a descriptor.
 struct FileTools : testing::Test {
     void TearDown() override { EXPECT_EQ(OpenDescriptors(), before); }
 
@@ -32,7 +32,7 @@ struct FileTools : testing::Test {
 
 }  // namespace
 
-// These two take the place of libc's in this program.
+// These two replace libc's in this program.
 extern "C" int statfs(const char*, struct statfs* state) noexcept
 {
     state->f_bsize = 4096;
@@ -47,7 +47,7 @@ extern "C" ssize_t write(int descriptor, const void* data, std::size_t size)
                    std::exchange(medium.cutsWrite, false) ? 100 : size);
 }
 
-TEST_F(FileTools, SeeAndDeleteFiles)
+TEST_F(FileTools, FindAndDeleteFiles)
 {
     const std::string path = dir.Write("a", "");
     EXPECT_TRUE(FileExists(path.c_str()));
@@ -80,7 +80,7 @@ TEST_F(FileTools, CopyAllBytes)
     }
 }
 
-TEST_F(FileTools, ReportACopyThatFails)
+TEST_F(FileTools, ReportFailedCopy)
 {
     const std::string bytes = Firmware(700);
     const std::string source = dir.Write("source", bytes);
@@ -106,7 +106,7 @@ TEST_F(FileTools, ReportACopyThatFails)
     EXPECT_EQ(dir.Read("target"), bytes.substr(0, 100) + bytes.substr(512)) << "goes on";
 }
 
-TEST_F(FileTools, CompareByTheFirstFile)
+TEST_F(FileTools, CompareUpToEndOfFirstFile)
 {
     const std::string whole = dir.Write("whole", Firmware(1025));
     const std::string prefix = dir.Write("prefix", Firmware(1000));
@@ -118,7 +118,7 @@ TEST_F(FileTools, CompareByTheFirstFile)
         EXPECT_FALSE(FileCompare(whole.c_str(), other.c_str())) << other;
 }
 
-TEST_F(FileTools, NeedMoreFreeSpaceThanTheFileTakes)
+TEST_F(FileTools, RequireMoreFreeSpaceThanFileSize)
 {
     EXPECT_TRUE(CheckDiskFree("/mnt/usb", dir.Path("missing").c_str())) << "nothing to measure";
     const struct {

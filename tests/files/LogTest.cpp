@@ -9,7 +9,7 @@
 #include "Log.h"
 #include "TempDir.h"
 
-// Takes the place of libc's in this program.
+// Replaces libc's in this program.
 extern "C" int gettimeofday(timeval* now, void*) noexcept
 {
     *now = {1142327107, 0};
@@ -26,7 +26,7 @@ TEST(Log, StampsEntriesWithUtcAndAddsNoLineEnd)
                                "06/03/14/09:05:07 - 06/03/14/09:05:07 - \n");
 }
 
-TEST(Log, FailsWhereItCannotBeOpenedOrWritten)
+TEST(Log, ReportsFailedOpenAndWrite)
 {
     const TempDir dir;
     EXPECT_FALSE(AddLogFile(dir.Path("no/log").c_str(), "text\n"));
@@ -34,7 +34,7 @@ TEST(Log, FailsWhereItCannotBeOpenedOrWritten)
     EXPECT_FALSE(ResetLogFile(dir.Path("missing").c_str(), 50));
 }
 
-TEST(Log, IsCutToItsNewestLines)
+TEST(Log, KeepsNewestLines)
 {
     const struct {
         const char* name;

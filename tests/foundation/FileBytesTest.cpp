@@ -14,13 +14,13 @@
 
 static std::size_t readLimit = SIZE_MAX;  // the most bytes that one read returns
 
-// Takes the place of libc's in this program.
+// Replaces libc's in this program.
 extern "C" ssize_t read(int descriptor, void* target, std::size_t size)
 {
     return syscall(SYS_read, descriptor, target, std::min(size, readLimit));
 }
 
-TEST(FileBytes, ReadsFromTheFirstByteHoweverTheReadsAreCut)
+TEST(FileBytes, ReadsAllBytesDespiteShortReads)
 {
     const TempDir dir;
     readLimit = 3;
@@ -34,7 +34,7 @@ TEST(FileBytes, ReadsFromTheFirstByteHoweverTheReadsAreCut)
     readLimit = SIZE_MAX;
 }
 
-TEST(FileBytes, RefusesWhatItCannotReadInFull)
+TEST(FileBytes, FailsUnlessReadInFull)
 {
     const TempDir dir;
     const UniqueFd file(open(dir.Write("file", "text").c_str(), O_RDWR));
@@ -51,13 +51,13 @@ TEST(FileBytes, RefusesWhatItCannotReadInFull)
     EXPECT_EQ(bytes.size, 0U);
 }
 
-TEST(FileBytes, OpensADeviceWhoseReaderWaits)
+TEST(FileBytes, OpensDeviceForBlockingReads)
 {
     const UniqueFd device(OpenToRead("/dev/null"));
     EXPECT_EQ(fcntl(device.Get(), F_GETFL) & O_NONBLOCK, 0);
 }
 
-TEST(UniqueFd, OwnsAlsoDescriptor0)
+TEST(UniqueFd, OwnsDescriptorZero)
 {
     EXPECT_TRUE(static_cast<bool>(UniqueFd(0)));
     EXPECT_EQ(open("/dev/null", O_RDONLY), 0) << "closed with its owner";

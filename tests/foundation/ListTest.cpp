@@ -36,13 +36,13 @@ std::string Numbers(TSList& list)
     return numbers;
 }
 
-// Is read as 7 entries, the fourth of them "yz\n".
+// Loaded as 7 entries, the fourth of them "yz\n".
 const std::string kLong(1023, 'x');
 const std::string kContent = "a\r\n\n" + kLong + "yz\n" + kLong + "\nend";
 
 }  // namespace
 
-TEST(List, InsertsAndDeletesAtEveryPlace)
+TEST(List, InsertsAndDeletesAtEveryPosition)
 {
     const struct {
         const char* name;
@@ -68,7 +68,7 @@ TEST(List, InsertsAndDeletesAtEveryPlace)
     }
 }
 
-TEST(List, MovesItsCursorOffARemovedLink)
+TEST(List, MovesCursorOffRemovedLink)
 {
     TSList list;
     list.Insert(0, &items[0]);
@@ -81,7 +81,7 @@ TEST(List, MovesItsCursorOffARemovedLink)
     EXPECT_EQ(Numbers(list), "");
 }
 
-TEST(StringList, ReplacesItsCopiesByAFileAndSavesTheSameBytes)
+TEST(StringList, ReplacesEntriesByFileAndSavesSameBytes)
 {
     const TempDir dir;
     TSStringList list;
@@ -108,7 +108,7 @@ TEST(StringList, ReplacesItsCopiesByAFileAndSavesTheSameBytes)
     EXPECT_TRUE(list.LoadFromFile("/dev/null")) << "a character device";
 }
 
-TEST(StringVector, AppendsWhatItLoads)
+TEST(StringVector, AppendsLoadedLines)
 {
     const TempDir dir;
     TSStringVector vector;

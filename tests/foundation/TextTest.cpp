@@ -14,7 +14,7 @@
 
 namespace {
 
-using Line = std::string;  // whose bytes an operation may change
+using Line = std::string;  // its bytes may be changed
 
 struct TextRow {
     const char* name;
@@ -44,7 +44,7 @@ TEST(Hex, WritesUpperCaseDigits)
     EXPECT_STREQ(byte, "A2");
 }
 
-TEST(Hex, ReadsABadDigitOfAByteAloneAndOfAFieldAsAWholeAsZero)
+TEST(Hex, ReadsBadDigitOfByteAndFieldWithBadDigitAsZero)
 {
     EXPECT_EQ(HexToChar("a9"), 9) << "first digit in lower case";
     EXPECT_EQ(HexToChar("Fx"), 0xF0) << "bad second digit";
@@ -57,14 +57,14 @@ TEST(Hex, ReadsABadDigitOfAByteAloneAndOfAFieldAsAWholeAsZero)
     EXPECT_EQ(SHexToUInt("123456789", 9), 0x23456789U) << "9 digits";
 }
 
-TEST(Compare, LooksFromTheFirstToTheLastIndex)
+TEST(Compare, ChecksFirstToLastIndex)
 {
     EXPECT_TRUE(strcompare("xbcx", "abcd", 1, 2));
     EXPECT_TRUE(strcompare("a", "b", 1, 0)) << "no index at all";
     EXPECT_FALSE(strcompare("a\0b", "a\0c", 0, 2)) << "a NUL is a byte like others";
 }
 
-TEST(Path, IsTakenApart)
+TEST(Path, SplitsIntoDirectoryNameAndExtension)
 {
     ExpectTexts({
         {"new extension", ChangeFileExtSX("a.hex", ".bin"), "a.bin"},
@@ -96,7 +96,7 @@ TEST(Path, IsTakenApart)
     EXPECT_STREQ(output, "a");
 }
 
-TEST(String, IsMadeFromNumbersAndTexts)
+TEST(String, ConvertsNumbersAndTexts)
 {
     const char unterminated[] = {'a', 'b'};
     char digits[kIntTextSize];
@@ -124,7 +124,7 @@ TEST(String, IsMadeFromNumbersAndTexts)
     EXPECT_EQ(TSString(nullptr, -1).Length(), 0);
 }
 
-TEST(String, AssignsAndJoinsAlsoWithPartsOfItself)
+TEST(String, AssignsAndAppendsEvenPartsOfItself)
 {
     TSString text("abc");
     const TSString& same = text;
@@ -147,7 +147,7 @@ TEST(String, AssignsAndJoinsAlsoWithPartsOfItself)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "100%sline\n\n");
 }
 
-TEST(String, IsEditedAndSearchedByPositionsFromOne)
+TEST(String, EditsAndSearchesByPositionsFromOne)
 {
     const TSString five("abcde");
     ExpectTexts({
@@ -185,7 +185,7 @@ TEST(String, IsEditedAndSearchedByPositionsFromOne)
     EXPECT_EQ(TSString("").AnsiPosSJIS(""), 1) << "nothing sought";
 }
 
-TEST(String, ReadsANumberThatIsAllDigits)
+TEST(String, ParsesOnlyNumbersOfDigits)
 {
     EXPECT_EQ(TSString("-007").ToInt(), -7);
     EXPECT_EQ(TSString("9223372036854775807").ToLongLongInt(), LLONG_MAX);
@@ -195,7 +195,7 @@ TEST(String, ReadsANumberThatIsAllDigits)
     EXPECT_EQ(StrToInt(" -12x"), -12);
 }
 
-TEST(Text, IsCutAndChangedInPlace)
+TEST(Text, TrimsAndChangesCaseInPlace)
 {
     Line mixed("aB1\xB1");
     char target[8];
@@ -218,7 +218,7 @@ TEST(Text, IsCutAndChangedInPlace)
     EXPECT_EQ(std::string(blanks, 8), std::string("\0a!b\x80\0c ", 8));
 }
 
-TEST(Text, SplitsOffItsFirstWord)
+TEST(Text, SplitsOffFirstWord)
 {
     for (const char* separator : {" ", "\f", "\n", "\r", "\t", "\v"}) {
         Line line = std::string("a") + separator + " c";
@@ -230,7 +230,7 @@ TEST(Text, SplitsOffItsFirstWord)
     }
 }
 
-TEST(Text, IsAppendedAndEscapedWithinALimit)
+TEST(Text, AppendsAndEscapesWithinLimit)
 {
     char text[8] = "ab";
     EXPECT_EQ(mystrcat(text, "cd", 8), text);
@@ -250,7 +250,7 @@ TEST(Text, IsAppendedAndEscapedWithinALimit)
     EXPECT_STREQ(text, "");
 }
 
-TEST(Text, IsFormattedAndQuoted)
+TEST(Text, FormatsAndQuotes)
 {
     for (const char* format : {"5", ".2", "5.", "5.2s%", "*.2", "99999999999.2"})
         EXPECT_STREQ(FormatFloat(format, 1.0F).c_str(), "") << format;
@@ -264,7 +264,7 @@ TEST(Text, IsFormattedAndQuoted)
     });
 }
 
-TEST(Text, IsCheckedForShiftJisPairs)
+TEST(Text, RecognizesShiftJisPairs)
 {
     for (const char* text :
          {"", "\x01\x7F", "\xA1\xDF", "\x81\x40", "\xFC\xFC", "\x9F\x80z", "a\xE0", "\x81\x81\x3F"})

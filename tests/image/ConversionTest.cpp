@@ -39,7 +39,7 @@ struct {
     std::size_t readLimit = SIZE_MAX;  // the most bytes that one read returns
 } disk;
 
-// How often the conversion fails when one more read or write succeeds each time.
+// How often the conversion fails if one more read or write succeeds each time.
 int CountFailures(Convert convert, const std::string& from, const std::string& to)
 {
     int failures = 0;
@@ -51,7 +51,7 @@ int CountFailures(Convert convert, const std::string& from, const std::string& t
 
 }  // namespace
 
-// These two take the place of libc's in this program.
+// These two replace libc's in this program.
 extern "C" ssize_t read(int descriptor, void* target, std::size_t size)
 {
     return disk.calls-- > 0 ? syscall(SYS_read, descriptor, target, std::min(size, disk.readLimit))
@@ -63,7 +63,7 @@ extern "C" ssize_t write(int descriptor, const void* data, std::size_t size)
     return disk.calls-- > 0 ? syscall(SYS_write, descriptor, data, size) : -1;
 }
 
-TEST(Intel2Bin, KeepsTheUpperAddressAndTheData)
+TEST(Intel2Bin, WritesUpperAddressAndData)
 {
     const struct {
         const char* name;
@@ -92,7 +92,7 @@ TEST(Intel2Bin, KeepsTheUpperAddressAndTheData)
     }
 }
 
-TEST(Bin2Intel, WritesFullRecordsHoweverTheReadsAreCut)
+TEST(Bin2Intel, WritesFullRecordsDespiteShortReads)
 {
     const struct {
         const char* name;
@@ -118,11 +118,11 @@ TEST(Bin2Intel, WritesFullRecordsHoweverTheReadsAreCut)
     }
 }
 
-TEST(RunLength, CodesRunsAndTurnsThemBack)
+TEST(RunLength, EncodesAndDecodesRuns)
 {
     const struct {
         std::string plain, coded;
-        bool isCoders = true;  // false: nothing that the coder writes
+        bool isCoders = true;  // false: a form that the coder doesn't write
         bool isWhole = true;   // false: the last item is cut
     } cases[] = {
         {"", ""},
@@ -161,7 +161,7 @@ TEST(RunLength, WritesCountsInGroupsOf7Bits)
     EXPECT_TRUE(flush(-1, escape, 0)) << "nothing to write";
 }
 
-TEST(CompressedImage, ComesBackAsTheSameHexFile)
+TEST(CompressedImage, ExpandsToSameHexFile)
 {
     const TempDir dir;
     for (const std::size_t size : {1U, 32U, 0x10000U, 0x1A123U}) {
@@ -176,7 +176,7 @@ TEST(CompressedImage, ComesBackAsTheSameHexFile)
     }
 }
 
-TEST(CompressedImage, IsNoSuccessWhenAnyStepFails)
+TEST(CompressedImage, FailsWhenAnyStepFails)
 {
     const TempDir dir;
     const std::string hex = dir.Write("image.hex", kUpper + kData + kData + kEnd);

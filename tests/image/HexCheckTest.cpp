@@ -43,7 +43,7 @@ std::string WithCrLf(std::string text)
 
 }  // namespace
 
-TEST(HexCheck, NamesTheLineAndTheCause)
+TEST(HexCheck, NamesLineAndCause)
 {
     const std::string rest = kThird + kEnd;
     const struct {
@@ -128,7 +128,7 @@ TEST(HexCheck, NamesTheLineAndTheCause)
     }
 }
 
-TEST(HexCheck, SummarizesWhatTheUnitLoads)
+TEST(HexCheck, SummarizesLoadedData)
 {
     const std::string block(32, '\xFF');
     std::string text = Base(4);
@@ -228,7 +228,7 @@ private:
 
 }  // namespace
 
-TEST(HexCheck, FindsEveryDamageAndNothingInGoodFiles)
+TEST(HexCheck, FindsEveryDamageAndNoneInGoodFiles)
 {
     Damager damager;
     int found = 0;

@@ -24,13 +24,13 @@ const std::string kHead = kUpper + "\n";
 const std::string kData = ":0300000041424337";  // ABC at 0
 constexpr std::uint32_t kStart = 0x90040000;
 
-// A copy with not a byte to spare, so that a read past the text's end shows.
+// A copy of exact size, so that a sanitizer sees a read past its end.
 std::vector<char> Exactly(const std::string& text)
 {
     return {text.c_str(), text.c_str() + text.size() + 1};
 }
 
-// A line with a record that loads.
+// A line with a valid record.
 std::string Line(unsigned address, const std::string& bytes)
 {
     return Record(0, address, bytes) + "\n";
@@ -51,7 +51,7 @@ void ExpectNothingLoaded(const THexFile& file)
 
 }  // namespace
 
-TEST(LoadedFile, BreaksTheFileIntoRows)
+TEST(LoadedFile, IsSplitIntoRows)
 {
     const struct {
         const char* name;
@@ -78,7 +78,7 @@ TEST(LoadedFile, BreaksTheFileIntoRows)
     }
 }
 
-TEST(LoadedFile, IsDroppedWhenTheNextOneCannotBeLoaded)
+TEST(LoadedFile, IsDroppedWhenNextLoadFails)
 {
     const TempDir dir;
     const std::string image = dir.Write("image.hex", kHead + Line(0x400, "1.23"));
@@ -99,7 +99,7 @@ TEST(LoadedFile, IsDroppedWhenTheNextOneCannotBeLoaded)
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST(LoadedFile, IsRefusedWhenItNeedsMoreMemoryThanThereIs)
+TEST(LoadedFile, IsRefusedWithoutEnoughMemory)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__arm__)
     GTEST_SKIP() << "a sanitizer and an emulator need the address space for themselves";
@@ -119,7 +119,7 @@ TEST(LoadedFile, IsRefusedWhenItNeedsMoreMemoryThanThereIs)
     ExpectNothingLoaded(file);
 }
 
-TEST(LoadedFile, IsScannedForItsAddressesAndItsVersion)
+TEST(LoadedFile, IsScannedForAddressesAndVersion)
 {
     const struct {
         const char* name;
@@ -172,7 +172,7 @@ TEST(LoadedFile, MayComeFromObjcopy)
     EXPECT_EQ(text, dir.Read("image.hex"));
 }
 
-TEST(SentRecord, MovesTheAddressesOfTheSender)
+TEST(SentRecord, AdvancesAddressesOfSender)
 {
     constexpr unsigned long kSent = 0x90040123;
     const struct {
@@ -200,7 +200,7 @@ TEST(SentRecord, MovesTheAddressesOfTheSender)
     }
 }
 
-TEST(CheckedRecord, IsKeptWhereItGoesOnFromTheLastUntilAReset)
+TEST(CheckedRecord, IsKeptIfContiguousUntilReset)
 {
     const struct {
         const char* name;
@@ -255,7 +255,7 @@ TEST(CheckedRecord, IsKeptWhereItGoesOnFromTheLastUntilAReset)
     EXPECT_EQ(file.baseAddress, kStart) << "even with a wrong checksum";
 }
 
-TEST(CheckedRecord, IsRefusedWhereverItIsCut)
+TEST(CheckedRecord, IsRefusedIfTruncated)
 {
     const std::string longest = Record(0, 0, std::string(255, 'x'));
     for (const std::string& record : {kUpper, kData, longest, ":00000001FF"s, ":00000004FE00"s}) {

@@ -1,4 +1,4 @@
-// Frames of the console turned into lines of text.
+// Console frames that become lines of text.
 
 #include <string>
 #include <vector>
@@ -44,7 +44,7 @@ struct Console {
 
 }  // namespace
 
-TEST(ConsoleLines, AreMadeOfTextThatFramesAnnounce)
+TEST(ConsoleLines, ConsistOfTextThatFramesAnnounce)
 {
     const std::string line = Frames({"x"});
     EXPECT_EQ(Console().Take(Bytes("E2 E1 06 30 41 42 43 44 45 E2 E1 06 31 41 42 43 44 45 "
@@ -75,7 +75,7 @@ TEST(ConsoleLines, ContinueInNextMessageEvenAfterBadFrame)
     EXPECT_EQ(console.Take(Frames({"", "OK 90042000"})), (Lines{"kept\r\n", "OK 90042000\r\n"}));
 }
 
-TEST(ConsoleLines, AreCutAt1021BytesAndAtCallersTable)
+TEST(ConsoleLines, AreCutAt1021BytesAndLimitedToCallersTable)
 {
     const std::string longest(1021, 'x');
     Console console;

@@ -8,7 +8,7 @@
 #include "Connection.h"
 #include "TZaurusCom.h"
 
-TEST(ControllerLink, ReadsAtMost8193BytesAtOnceAndEndsWithPeer)
+TEST(ControllerLink, ReadsAtMost8193BytesAndClosesWithPeer)
 {
     const std::string sent = std::string(8192, 'g') + "12";
     std::string buffer(8194, 'u');
@@ -29,7 +29,7 @@ TEST(ControllerLink, ReadsAtMost8193BytesAtOnceAndEndsWithPeer)
     EXPECT_EQ(zaurus.ReadMessage(buffer.data()), 0) << "nobody is connected";
 }
 
-TEST(ControllerLink, LosesTextsQuietlyWithoutPeer)
+TEST(ControllerLink, DropsTextsQuietlyWithoutPeer)
 {
     std::signal(SIGPIPE, SIG_DFL);
     TZaurusCom zaurus;

@@ -32,12 +32,12 @@ struct MidiLink {
         EXPECT_TRUE(patcher.Accept());
     }
 
-    // A frame of either form.
+    // A frame in either direction.
     bool Write(bool asText)
     {
         return asText ? midi.WriteConsole(0, "STATUS", 6) : midi.WriteMidi(0, kGroup);
     }
-    // One message, or the result of a read without any.
+    // One message, or the result of a read without one.
     std::string Read()
     {
         std::string buffer(TMidiCom::kMaxMessage, 'u');
@@ -45,7 +45,7 @@ struct MidiLink {
         return result > 0 ? buffer.substr(0, static_cast<std::size_t>(result))
                           : std::to_string(result);
     }
-    // What the link reads from here on, a piece at a time. Its peer closes after the last one.
+    // What the link reads from now on, a piece at a time. Its peer closes after the last one.
     void SendInPieces(const std::vector<std::string>& pieces) const
     {
         int ends[2];
@@ -89,7 +89,7 @@ TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
               "E2 E0 E1 06 3F 00 00 00 00 00 FE FF");
 }
 
-TEST(MidiLink, TakesTextOf8193BytesAndSendsNothingOfLongerOne)
+TEST(MidiLink, SendsTextOf8193BytesAndNothingOfLongerOne)
 {
     const std::string text(8194, 't');
     MidiLink link;
@@ -130,7 +130,7 @@ TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST(MidiLink, WorksWithLowestDescriptorAndPrintsItsLife)
+TEST(MidiLink, WorksWithDescriptorZeroAndTracesItsLife)
 {
     const UniqueFd input(dup(STDIN_FILENO));
     for (const bool breaks : {false, true}) {
@@ -157,7 +157,7 @@ TEST(MidiLink, WorksWithLowestDescriptorAndPrintsItsLife)
     }
 }
 
-TEST(MidiMessage, IsGatheredUpToFrameThatEndsIt)
+TEST(MidiMessage, IsGatheredUpToEndFrame)
 {
     const std::string text = Bytes("FE E5 06 C0 FE FC 06 FE FE");
     const std::string escapes = Bytes("00 E1 06 CF 01 02 03 FE FF");
@@ -194,7 +194,7 @@ TEST(MidiMessage, IsDroppedAbove8193BytesOr4TimesThatOnSocket)
     EXPECT_EQ(link.Read(), kEndFrame);
 }
 
-TEST(MidiMessage, ShowsNothingOfEarlierOne)
+TEST(MidiMessage, ContainsNothingOfEarlierOne)
 {
     const std::string earlier = std::string(8193 - 9, 'x') + kEndFrame;
     const std::string cut = Bytes("E7 E1 06 35 41 42");  // looks complete and announces 5 bytes
@@ -211,7 +211,7 @@ TEST(MidiMessage, ShowsNothingOfEarlierOne)
     EXPECT_STREQ(lines[0], "AB\r\n");
 }
 
-TEST(MidiMessage, IsDroppedWhenPeerGoesInTheMiddle)
+TEST(MidiMessage, IsDroppedWhenPeerClosesMidway)
 {
     MidiLink link;
     EXPECT_TRUE(link.Write(false));

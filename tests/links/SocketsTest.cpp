@@ -1,4 +1,4 @@
-// The makers of sockets, the RC Server's link that is little more, and waits for descriptors.
+// The functions that make sockets, the RC Server's link, and waits for descriptors.
 
 #include <csignal>
 #include <filesystem>
@@ -41,7 +41,7 @@ TEST_F(Sockets, ReplaceStaleFiles)
     EXPECT_EQ(rmUNIXsoc(longest.c_str()), 0) << "nothing there is as good";
 }
 
-TEST_F(Sockets, ReportWhatFailedAndLeaveNoDescriptor)
+TEST_F(Sockets, ReportFailureAndLeakNoDescriptor)
 {
     const std::string stale = dir.Path("stale");
     close(mkservsocUNIX(stale.c_str()));
@@ -73,7 +73,7 @@ TEST_F(Sockets, ReportWhatFailedAndLeaveNoDescriptor)
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST_F(Sockets, CarryTextToRcServerUntilItGoes)
+TEST_F(Sockets, SendTextToRcServerUntilItCloses)
 {
     std::signal(SIGPIPE, SIG_DFL);
     const std::string path = dir.Path("rcseq");
@@ -97,7 +97,7 @@ TEST_F(Sockets, CarryTextToRcServerUntilItGoes)
     EXPECT_GE(link.SetRCSDescriptor(path.c_str()), 0) << "and its destructor closes it";
 }
 
-TEST_F(Sockets, AreWaitedForTogetherExceptWhenTooHigh)
+TEST_F(Sockets, ShareOneWaitUnlessTooHigh)
 {
     const Peer talking;
     const Peer silent;

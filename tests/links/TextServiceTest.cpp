@@ -38,7 +38,7 @@ TEST_F(TextService, SendsTextWithItsNulAndCutsLongOne)
     sendmes(service.Get(), "lost");
 }
 
-TEST_F(TextService, TakesReadUpToFirstLineEnd)
+TEST_F(TextService, ReceivesUpToFirstLineEnd)
 {
     for (const auto& [sent, text] : {std::pair(" \tGET x \r\nrest"s, "GET x "s),
                                      {"GET\rx", "GET"},
@@ -53,7 +53,7 @@ TEST_F(TextService, TakesReadUpToFirstLineEnd)
     EXPECT_STREQ(receivemes(service.Get()), "rest") << "a read of its own";
 }
 
-TEST_F(TextService, TakesLineAfterLine)
+TEST_F(TextService, ReceivesLineByLine)
 {
     client.Send("one\r\n  two \nthree\0\x80\r"s + kLongest + "y\nlast\nbegun");
     for (const std::string& line : {"one"s, ""s, "two "s, "three"s, "\x80"s, kLongest, "last"s})

@@ -1,4 +1,4 @@
-// Operations of the server that no step of its loop reaches, or whose result the loop ignores.
+// Operations of the server that its loop doesn't call, or whose result it ignores.
 
 #include <string>
 #include <utility>
@@ -46,7 +46,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
+TEST_F(ServerTest, SendsCommandsOfKeyboard)
 {
     const std::string tooLong(kBufferSize, 'x');
     const struct {
@@ -92,7 +92,7 @@ TEST_F(ServerTest, TakesCommandsFromTheKeyboard)
     dup2(keyboard.Get(), STDIN_FILENO);
 }
 
-TEST_F(ServerTest, LogsAReleaseFileThatCouldBeOpened)
+TEST_F(ServerTest, LogsReleaseFileIfItOpens)
 {
     EXPECT_FALSE(server.SendIOVersion(files.Path("missing").c_str()));
     EXPECT_TRUE(server.SendIOVersion(files.Write("empty", "").c_str()));

@@ -9,7 +9,7 @@
 
 using std::chrono::seconds;
 
-TEST(Clock, EndsWaitAtLimitOrWhenNothingMoreHappens)
+TEST(Clock, EndsWaitAtLimitOrDeadlock)
 {
     Unit unit;
     unit.StartPiano({"--late", "8"});
@@ -24,7 +24,7 @@ TEST(Clock, EndsWaitAtLimitOrWhenNothingMoreHappens)
     EXPECT_NE(reports.find("simpiano waits in poll without a deadline\n"), std::string::npos);
 }
 
-TEST(Clock, GoesOnWithoutKilledProcess)
+TEST(Clock, ContinuesWithoutKilledProcess)
 {
     Unit unit;
     Process& killed = unit.Start("probe_plain", {"sleep 1000"});

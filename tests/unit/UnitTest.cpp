@@ -1,5 +1,5 @@
-// The simulated unit itself, proved with a probe that makes calls like those of the product. The
-// compiler picks other entry points of libc in other builds, so each test runs with each probe.
+// The simulated unit, tested with a probe that makes calls like those of the product. The compiler
+// picks different entry points of libc in different builds, so each test runs with each probe.
 
 #include <gtest/gtest.h>
 
@@ -115,7 +115,7 @@ TEST_P(UnitTest, FailsNthCallOfKind)
     }
 }
 
-TEST(SimPiano, IsRefusedWhereOneRuns)
+TEST(SimPiano, RefusesSecondOneOnSameRoot)
 {
     Unit unit;
     unit.StartPiano();

@@ -1,4 +1,4 @@
-// The read-back's machine, seen from the CSP, the controller and the file.
+// The read-back's state machine, seen from the CSP, the controller and the file.
 
 #include <filesystem>
 #include <string>
@@ -31,7 +31,7 @@ public:
         reader.SetReaderStatus(Connect);
     }
 
-    // To the first record.
+    // Continues to the first record.
     void Begin()
     {
         reader.SetReaderStatus(Connect);
@@ -53,7 +53,7 @@ private:
 
 }  // namespace
 
-TEST(CspReader, AsksForFlashUntilCspStartsRead)
+TEST(CspReader, RequestsReadUntilCspStarts)
 {
     ReadBack read;
     EXPECT_EQ(read.Converse({{"nothing", kConnect, 1, kConnecting},
@@ -96,7 +96,7 @@ TEST(CspReader, EndsAfterMoreThan1024UnwantedAnswers)
     read.Converse({{"Status:Flash Idle", kNext}});
 }
 
-TEST(CspReader, BreaksOffAtLineOtherThanNextRecord)
+TEST(CspReader, CancelsAtLineOtherThanNextRecord)
 {
     const std::string longest(1021, 'x');  // of the link, without its line end
     for (const std::string& line :
@@ -127,7 +127,7 @@ TEST(CspReader, StartsCleanNextTime)
     EXPECT_EQ(read.dir.Read("param.hex"), std::string(kEndOfFile) + "\r\n");
 }
 
-TEST(CspReader, SavesToDefaultForEmptyOrLongName)
+TEST(CspReader, SavesToDefaultFileForEmptyOrLongName)
 {
     std::string dots;
     while (dots.size() < 254)

@@ -24,9 +24,9 @@
 using namespace Status;
 using Lines = std::vector<std::string>;
 
-// One pass of a conversation: something that happens, the step after it, and what both lead to.
+// One pass of a conversation: an event, the step after it, and the effects of both.
 struct Pass {
-    std::string happens;        // "nothing", "20 s" of silence, "9 unwanted" answers, or an answer
+    std::string event;          // "nothing", "20 s" of silence, "9 unwanted" answers, or an answer
     Lines sent = {};            // to the CSP
     int result = 1;             // of the step: it goes on
     const char* reported = "";  // to the controller
@@ -39,17 +39,17 @@ public:
     Peers(const Peers&) = delete;
     Peers& operator=(const Peers&) = delete;
 
-    // Makes the passes and checks each. Returns all that is printed meanwhile.
+    // Makes the passes and checks each. Returns everything printed meanwhile.
     std::string Converse(const std::vector<Pass>& passes)
     {
-        Sent();
+        TakeSent();
         testing::internal::CaptureStdout();
         for (const Pass& pass : passes) {
-            SCOPED_TRACE(pass.happens);
+            SCOPED_TRACE(pass.event);
             const std::size_t before = controller.Received().size();
-            Let(pass.happens);
+            Let(pass.event);
             EXPECT_EQ(Step(), pass.result);
-            EXPECT_EQ(Sent(), pass.sent);
+            EXPECT_EQ(TakeSent(), pass.sent);
             EXPECT_EQ(controller.Received().substr(before), pass.reported);
         }
         std::string printed = testing::internal::GetCapturedStdout();
@@ -59,15 +59,15 @@ public:
 
     virtual int Step() = 0;
 
-    // What a pass begins with. An answer comes without its line end.
-    void Let(const std::string& happen)
+    // Lets the event of a pass happen. An answer has no line end here.
+    void Let(const std::string& event)
     {
-        std::istringstream words(happen);
+        std::istringstream words(event);
         int count = 0;
         std::string unit;
         words >> count >> unit;
-        if (count == 0 && happen != "nothing")
-            Hear((happen + "\r\n").c_str(), static_cast<int>(happen.size()) + 2);
+        if (count == 0 && event != "nothing")
+            Hear((event + "\r\n").c_str(), static_cast<int>(event.size()) + 2);
         for (int i = 0; i < count; i += unit == "s" ? kServerTimeout : 1) {
             if (unit == "s")
                 CountTimeout();
@@ -77,9 +77,9 @@ public:
         }
     }
 
-    // What the CSP has got since the last call: MIDI groups as the data of their frames, then
+    // What the CSP has received since the last call: MIDI groups as the data of their frames, then
     // console lines, those in `names` by their names.
-    Lines Sent()
+    Lines TakeSent()
     {
         Lines sent;
         const Lines frames = patcher.Frames();

@@ -1,4 +1,4 @@
-// The update's machine in both of its modes, seen from the CSP and the controller.
+// The update's state machine in both modes, seen from the CSP and the controller.
 
 #include <sstream>
 #include <string>
@@ -20,7 +20,7 @@ enum Mode { Alone, InServer };
 // record, at a 64 KiB boundary and at the end.
 constexpr char kImage[] = "9004: 40000 41FF4 42000 43FF4 44000 4FFF4 9005: 50000 51FF4 end";
 
-// An update of the image that the words stand for, at its start.
+// An update of the image described by the words, at its start.
 class Update : public Peers {
 public:
     explicit Update(Mode chosen, const std::string& image = kImage) : mode(chosen)
@@ -48,7 +48,7 @@ public:
         updater.SetUpdateStatus(Request);
         Let("Start WRITE ?");
         Step();
-        Sent();
+        TakeSent();
     }
 
     int Step() override
@@ -91,10 +91,10 @@ const Lines kThird = {"44000", "4FFF4"};
 const Lines kFourth = {"9005:", "50000", "51FF4"};
 
 enum Count { Counts, Keeps, Forgets };
-enum Silence { Ends = 10, Lasts = 20 };  // seconds ten seconds later
+enum Silence { Ends = 10, Lasts = 20 };  // seconds, counted ten seconds after the answer
 
-// What an answer does to the count of unwanted answers and to the silence before it, and what goes
-// out.
+// What an answer does to the count of unwanted answers and to the silence before it, and what it
+// makes the update send.
 struct Effect {
     Count unwanted;
     Silence silence;
@@ -148,7 +148,7 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
             update.updater.SetUpdateStatus(row.status);
             update.Let("10 s");
             update.Let(row.answer);
-            EXPECT_EQ(update.Sent(), effect.sent);
+            EXPECT_EQ(update.TakeSent(), effect.sent);
             EXPECT_EQ(update.updater.GetUpdateStatus(), row.reached);
             testing::internal::CaptureStdout();
             update.Let("10 s");
@@ -162,7 +162,7 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
     }
 }
 
-TEST(Updater, SendsRefusedBlockOnceMoreAfterSilenceAndStartsAgainOnceInUpdateMode)
+TEST(Updater, ResendsRefusedBlockAfterSilenceAndRestartsOnceAlone)
 {
     const std::string upTo30 =
         "Update Counter Inc 10+ 10\nUpdate Counter Inc 10+ 20\nUpdate Counter Inc 10+ 30\n";
@@ -232,13 +232,13 @@ TEST(Updater, ReportsToControllerWhileDataRemain)
     noSize.Converse({{"OK 90040000", {"end"}}});
 }
 
-TEST(Updater, ConnectsThroughFlashModeEvery100000Steps)
+TEST(Updater, EntersFlashModeEvery100000Steps)
 {
     Update update(Alone);
     update.Converse({{"nothing", kFlashMode}});
     for (int i = 1; i < 100000; ++i)
         update.Step();
-    EXPECT_EQ(update.Sent(), Lines{});
+    EXPECT_EQ(update.TakeSent(), Lines{});
     update.Converse({{"nothing", kFlashMode}, {"Status:Flash Idle", kWrite}});
     update.updater.SetUpdateStatus(Connect);
     update.Converse({{"nothing", kFlashMode}});
@@ -275,12 +275,13 @@ TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
     Update update(InServer);
     update.updater.SendIntelHex(&update.midi, 0, 1);
     update.updater.SendIntelHex(&update.midi, 0x90042000, 1);
-    EXPECT_EQ(update.Sent(), (Lines{"9004:", "40000", "42000"})) << "any size, from the first row";
+    EXPECT_EQ(update.TakeSent(), (Lines{"9004:", "40000", "42000"}))
+        << "any size, from the first row";
     update.updater.SendIntelHex(&update.midi, 0x90042000, 0);
-    EXPECT_EQ(update.Sent(), Lines{});
+    EXPECT_EQ(update.TakeSent(), Lines{});
     update.updater.ClearUpdateStatus();
     update.updater.SendIntelHex(&update.midi, 0, 1);
-    EXPECT_EQ(update.Sent(), Lines{}) << "no image";
+    EXPECT_EQ(update.TakeSent(), Lines{}) << "no image";
 }
 
 TEST(Updater, ContinuesFromRefusedAddress)
@@ -303,7 +304,7 @@ TEST(Updater, ContinuesFromRefusedAddress)
                      {"OK 90042000", kSecond}});
 }
 
-TEST(Updater, ForgetsAddressesWhenItBeginsOrSeeks)
+TEST(Updater, ResetsAddressesAtStartAndSeek)
 {
     Update update(InServer, "- 01FF4 9004: 42000");
     for (int i = 0; i < 2; ++i) {
@@ -317,7 +318,7 @@ TEST(Updater, ForgetsAddressesWhenItBeginsOrSeeks)
     }
 }
 
-TEST(Updater, HasImageUntilNextLoadOrEndOfUpdate)
+TEST(Updater, KeepsImageUntilNextLoadOrEndOfUpdate)
 {
     const TempDir dir;
     const std::string longest = std::string(255 - dir.Path().size() - 1, 'x');

@@ -1,5 +1,5 @@
 // Makes the calls that its arguments name, as the product does, and prints a line for each:
-// "call = result", or "call = -1 errno". Built in several ways, it calls libc by other names.
+// "call = result", or "call = -1 errno". Each way to build it calls libc by different names.
 
 #include <algorithm>
 #include <cerrno>
@@ -28,7 +28,7 @@ constexpr int kCreate = O_WRONLY | O_CREAT | O_TRUNC;
 char buffer[4096];
 int opened = -1;  // by the last open, create or connect
 
-// A value that the compiler can't see through, which makes it pick the checked forms.
+// A value that the compiler can't know, which makes it pick the checked forms.
 template <typename Value>
 Value Hidden(Value value)
 {
@@ -84,7 +84,7 @@ long Mount(const char* target, unsigned long flags)
     return mount("/dev/sda", target, "vfat", flags, "iocharset=sjis,codepage=932");
 }
 
-// What a call does with its argument, which is a path or a number.
+// A call with its argument, which is a path or a number.
 using Act = std::function<long(const char* path, int number)>;
 
 const std::map<std::string, Act> kCalls = {
