@@ -1,13 +1,14 @@
 # shellcheck shell=bash
-# What ./demo and ./check share; sourced by both, with the repository's top as working directory.
+# Functions that ./demo, ./check and other scripts source, with the repository's top as working
+# directory.
 
 fail() {
     echo "$(basename "$0"): $*" >&2
     exit 2
 }
 
-# Takes WHAT:PACKAGE for each thing that must be there: a command, or a file with a slash in its
-# name. Installs the packages that are missing when it runs as root, and names them otherwise.
+# Takes NAME:PACKAGE for each requirement, where NAME is a command or the path of a file. As root it
+# installs the missing packages, otherwise it lists them and fails.
 need() {
     local each what missing=()
     for each in "$@"; do
@@ -35,8 +36,7 @@ readonly build_tools=(cmake:cmake ninja:ninja-build g++:g++ srec_cat:srecord obj
 readonly arm_tools=(arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf qemu-arm:qemu-user
     /usr/src/googletest/CMakeLists.txt:googletest)
 
-# Configures a preset and builds the targets, or all of it without any. Shows the output only when
-# something went wrong.
+# Configures a preset and builds the targets, by default all. Shows the output only after a failure.
 build() {
     local preset=$1 log=build/$1.log options=()
     shift
