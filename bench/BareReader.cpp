@@ -1,7 +1,6 @@
-// What a read-back costs the system alone: a program that makes the server's calls for each record
-// of it, in their order, and looks at nothing but how many lines have come. The piano must send a
-// message only when the last one has been read, so that a read brings whole messages, and nearly
-// always one.
+// Measures what a read-back costs the system alone: makes the server's system calls for each record
+// in their order, and only counts the lines received. The piano must send a message only after the
+// last one was read, so that a read returns complete messages, nearly always one.
 //
 //    bare_reader        runs in a simulated unit
 
@@ -21,16 +20,16 @@ namespace {
 constexpr int kConnecttype = 225;
 constexpr int kMessageWait = 5;  // seconds
 
-constexpr int kBlocks = 96;        // 0x60000 bytes, for each 0x1000 of which the piano is asked
+constexpr int kBlocks = 96;        // 0x60000 bytes, requested in blocks of 0x1000
 constexpr int kBlocksInPage = 16;  // a page begins with the record of its upper address
 constexpr int kDataRecords = 342;  // of 12 bytes, the last of them shorter, in a block
 
-// A frame on the wire, without a byte that would have to be doubled.
+// A frame on the wire, without a byte that needs doubling.
 constexpr ssize_t kFrameSize = 11;
 constexpr ssize_t kKindAt = 3;
 constexpr char kLineEnd = '\x37';
 
-// The calls of one pass of the server's loop that brings a message. Returns the number of lines.
+// Makes the calls of one pass of the server's loop with a message. Returns the number of lines.
 int Pass(int descriptor)
 {
     static char buffer[TMidiCom::kMaxMessage];
@@ -70,7 +69,7 @@ int main()
     Pass(descriptor);
     for (int block = 0; block < kBlocks; ++block) {
         SendLine(&midi, kAskNext);
-        // The end-of-file record comes without being asked for.
+        // The end-of-file record needs no request.
         const bool hasOneMore = block % kBlocksInPage == 0 || block == kBlocks - 1;
         int missing = kDataRecords + (hasOneMore ? 1 : 0);
         while (missing > 0)

@@ -49,7 +49,7 @@ std::vector<unsigned char> FirmwareBytes(std::size_t size)
     std::uint32_t state = 1;
     for (std::size_t i = 0; i < size; ++i) {
         state = state * 1664525U + 1013904223U;
-        // A quarter of each 4 KiB is erased flash, which is where run lengths pay.
+        // A quarter of each 4 KiB is erased flash, which run-length coding shortens.
         bytes[i] = i % 4096 < 1024 ? 0xFF : static_cast<unsigned char>(state >> 24U);
     }
     return bytes;

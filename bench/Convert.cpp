@@ -1,4 +1,4 @@
-// Makes one conversion of an image file, to be measured as a process beside other tools.
+// Makes one conversion of an image file, to be compared as a process with other tools.
 //
 //    diag_convert Intel2Bin|Bin2Intel|RL_Compress|RL_Decompress INPUT OUTPUT
 

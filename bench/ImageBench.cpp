@@ -30,8 +30,8 @@ constexpr std::size_t kParameterSize = 0x60000;
 constexpr std::size_t kParameterRecord = 12;  // data bytes of a record that is read back
 constexpr std::size_t kWrittenRecord = 32;
 
-// What is freed stays with the process, so that a round costs what is done in it and not the fresh
-// pages that the last one happens to have given back.
+// Freed memory stays with the process, so that a round doesn't pay for pages that the last one has
+// returned.
 const bool keepsMemory = mallopt(M_MMAP_THRESHOLD, 32 << 20) == 1 &&
                          mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max()) == 1;
 
@@ -68,7 +68,7 @@ void LoadFromFile(benchmark::State& state)
 }
 BENCHMARK(LoadFromFile)->Arg(kLargeFile)->Arg(kLargeFile / 8);
 
-// Passes each line of the text on, with its line end.
+// Calls the function with each line of the text, with its line end.
 template <typename Take>
 void ForEachLine(const FileBytes& text, Take take)
 {
@@ -81,8 +81,8 @@ void ForEachLine(const FileBytes& text, Take take)
     }
 }
 
-// Reads the file, counts its lines and copies them into rows as long as the longest, without a look
-// at what they are.
+// Reads the file, counts its lines and copies them into rows as long as the longest, without
+// parsing them.
 void LoadBare(benchmark::State& state)
 {
     const std::string path = LargeFile(static_cast<std::size_t>(state.range(0)));
@@ -123,7 +123,7 @@ void CheckIntelHex(benchmark::State& state)
 }
 BENCHMARK(CheckIntelHex);
 
-// Keeps the records without a look at them.
+// Keeps the records without parsing them.
 void KeepBare(benchmark::State& state)
 {
     const auto records = HexRecords(FirmwareBytes(kParameterSize), kParameterRecord);
@@ -138,7 +138,7 @@ void KeepBare(benchmark::State& state)
 }
 BENCHMARK(KeepBare)->Name("CheckIntelHex:bare");
 
-// The inputs of the conversions: an image of the parameters' size in its three forms.
+// The inputs of the conversions: an image as large as the parameters, in three forms.
 struct Forms {
     Forms()
     {
@@ -152,7 +152,7 @@ struct Forms {
     const std::string out = BenchDirectory() + "/c.out";
 };
 
-// Each conversion is measured in the bytes that it reads.
+// Conversions are measured by the bytes that they read.
 template <typename Convert>
 void Measure(benchmark::State& state, const std::string& source, Convert convert)
 {
@@ -182,7 +182,7 @@ void Intel2BinBench(benchmark::State& state)
 }
 BENCHMARK(Intel2BinBench)->Name("Intel2Bin");
 
-// Holds the file as a list of lines, too.
+// Keeps the file as a list of lines, like Intel2Bin.
 void Intel2BinBare(benchmark::State& state)
 {
     const Forms forms;
@@ -214,7 +214,7 @@ void Bin2IntelBare(benchmark::State& state)
 }
 BENCHMARK(Bin2IntelBare)->Name("Bin2Intel:bare");
 
-// One write a byte is what the run-length coder makes by design.
+// The run-length coder makes one write per byte by design.
 void RunLength(benchmark::State& state, bool (*convert)(const char*, const char*),
                const std::string Forms::*source)
 {

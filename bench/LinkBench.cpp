@@ -23,14 +23,14 @@ constexpr int kConnecttype = 225;
 constexpr std::size_t kFrameOnTheWire = 12;
 constexpr std::size_t kTextInFrame = 5;
 
-// A block and a batch are as much as a socket's default buffer takes, so nobody has to read at the
-// same time and the figures are those of one thread alone.
+// A block or a batch fits into a socket's default buffer, so one thread can write and then read it,
+// and the figures are those of one thread.
 constexpr int kBlockSize = 0x100;
 constexpr std::size_t kBlocks = 64;
 constexpr int kBatch = 64;
 
-// A connected link and its other end. The ends keep the boundaries of writes, so that a read brings
-// one message, as on a line that is slower than the reader.
+// A connected link and its other end. The sockets keep the boundaries of writes, so that a read
+// returns one message, as on a line that is slower than the reader.
 class Line {
 public:
     Line()
@@ -86,7 +86,7 @@ std::vector<std::string> ImageRecords()
     return HexRecords(FirmwareBytes(kBlocks * kBlockSize), 16);
 }
 
-// Sends an image, as an update does: block after block, each when the one before is through.
+// Sends an image as an update does: one block after another, each after the last was received.
 void SendIntelHex(benchmark::State& state)
 {
     Line line;
@@ -96,7 +96,7 @@ void SendIntelHex(benchmark::State& state)
     if (updater.LoadIntelHex(path.c_str(), nullptr) < 0)
         state.SkipWithError("not loaded");
     while (state.KeepRunning()) {
-        // An address that was never reached makes the first block seek back to the first row.
+        // Address 0 makes the first block start at the first row.
         unsigned long address = 0;
         for (std::size_t i = 0; i <= kBlocks; ++i) {
             updater.SendIntelHex(&line.midi, address, kBlockSize);
@@ -133,7 +133,7 @@ void SendBare(benchmark::State& state)
 }
 BENCHMARK(SendBare)->Name("SendIntelHex:bare");
 
-// A console line as it comes in a read-back: a record of 12 bytes, a message of its own.
+// A console line of a read-back: a record of 12 bytes, in one message.
 struct Message {
     Message()
     {

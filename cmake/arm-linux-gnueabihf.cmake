@@ -1,4 +1,4 @@
-# 32-bit ARM as Debian cross-compiles it; what is built runs under qemu's user emulation.
+# 32-bit ARM with Debian's cross compiler; the programs run under qemu's user emulation.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)

@@ -1,7 +1,7 @@
 #pragma once
 
-// Paths below the unit's root: those of its system, and those that only the simulation knows.
-
+// Paths below the unit's root: those of its system, and those that only the simulation knows. The
+// former aren't shared with the product, so that a wrong path in the product shows.
 constexpr char kPatcherSocket[] = "/home/i2c_server_sock";
 constexpr char kRcServerSocket[] = "/tmp/rcseq_socket";
 constexpr char kDspDevice[] = "/dev/PciDsp";

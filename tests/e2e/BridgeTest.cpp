@@ -127,7 +127,7 @@ TEST(Bridge, SendsMessageBoxesToRcServerOrElseController)
         SCOPED_TRACE(isThere);
         ServerWithPeers bridge([isThere](Unit& unit) {
             if (!isThere)
-                unit.Remove("tmp/rcseq_socket");
+                unit.Remove(kRCServerSocket);
         });
         bridge.Open();
         const std::string boxes = "<message_box>100%s\r\n<message_box\r\n";
@@ -146,7 +146,7 @@ TEST(MidiPatcher, IsReconnectedAtTimeout)
 {
     ServerWithPeers bridge;
     bridge.Open();
-    const std::string path = bridge.unit.Path("home/i2c_server_sock");
+    const std::string path = bridge.unit.Path(kMidiPatcherSocket);
     const std::string tried = "Trying to Connect MIDI Patcher...\n";
     std::filesystem::rename(path, path + ".gone");
     const auto begin = UnitTime();
@@ -191,9 +191,9 @@ TEST(VersionRequest, KeepsReplyModeOfEarlierController)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.file.substr(0, 20) + " " + row.groups);
         bridge.Connect();
-        bridge.unit.Remove("etc/KVT-release");
+        bridge.unit.Remove(kReleaseFile);
         if (!row.file.empty())
-            bridge.unit.Write("etc/KVT-release", row.file);
+            bridge.unit.Write(kReleaseFile, row.file);
 
         EXPECT_EQ(bridge.Ask(row.groups), row.replies);
         EXPECT_EQ(bridge.TakeLog(), row.log);
@@ -204,12 +204,13 @@ TEST(Controllers, ReplaceEachOtherAndMayDisconnectAnytime)
 {
     ServerWithPeers bridge;
     bridge.Open();
-    const auto descriptors = DescriptorsOf(*bridge.server);
+    const std::string id = std::to_string(bridge.server->Id());
+    const auto descriptors = ListDescriptors(id);
 
     const std::unique_ptr<Controller> first = bridge.Connect();
     EXPECT_TRUE(first->WaitForClose());
     EXPECT_EQ(bridge.Ask(kVersion), kServiceText);
-    EXPECT_EQ(DescriptorsOf(*bridge.server), descriptors) << "the number was free again";
+    EXPECT_EQ(ListDescriptors(id), descriptors) << "the number was free again";
 
     // All groups of a controller that hangs up are carried out.
     bridge.Send("DF DF DF DF DF DF DF DF DF DF DF DF 90 3C 40 01");
@@ -232,7 +233,7 @@ TEST(Controllers, ReplaceEachOtherAndMayDisconnectAnytime)
     EXPECT_EQ(UnitTime() - begin, std::chrono::seconds(5));
     bridge.SayBytes(message.substr(9));
     EXPECT_EQ(bridge.TakeReplies(), std::string(kServiceText) + "\r\n");
-    EXPECT_EQ(DescriptorsOf(*bridge.server), descriptors);
+    EXPECT_EQ(ListDescriptors(id), descriptors);
 
     // No connection is left that wakes the loop again and again.
     bridge.controller->Close();

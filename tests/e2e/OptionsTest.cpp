@@ -75,7 +75,7 @@ TEST(CommandLine, ChoosesModeAndPeer)
         Unit unit;
         unit.Write("cwd/1.hex", SmallFile("V1"));
         unit.Write("cwd/2.hex", SmallFile("V2"));
-        MidiPeer patcher(unit.Path("home/i2c_server_sock"));
+        MidiPeer patcher(unit.Path(kMidiPatcherSocket));
 
         unit.Start("diag_server", row.words);
 
@@ -109,7 +109,7 @@ TEST(ServerStart, LogsPeersInOrderAndRequiresMidiPatcher)
         {"--no-rc", false, "none", "", 2, "",
          "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is not active.\n"
          "Zaurus Socket Port Open Error\nDiag Server Initialize OK\n"},
-        {"", true, Unit::kLogFolder, "", 0, "", ""},
+        {"", true, kLogFolder.c_str(), "", 0, "", ""},
         {"--no-patcher", true, "none", "", 0, "MIDI Patcher is not active.\n", kNoPatcher},
         {"", true, "none", "write:1:EPIPE", 0, "MIDI Patcher is not connected\n", kNoPatcher},
     };
@@ -143,7 +143,7 @@ TEST(UpdateStart, FailsWithoutLoadableFile)
         SCOPED_TRACE(name);
         Unit unit;
         unit.Write("cwd/long.hex", SmallFile("V3") + std::string(80, '0') + "\n");
-        unit.Write(Unit::kLogFolder + ("/" + std::string(kUpdateLog)), std::string(60, '\n'));
+        unit.Write(kUpdateLog, std::string(60, '\n'));
         unit.StartPiano();
 
         Process& program = unit.Run({"-f", name});

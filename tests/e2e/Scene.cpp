@@ -1,6 +1,5 @@
 #include "Scene.h"
 
-#include <filesystem>
 #include <iterator>
 #include <sstream>
 
@@ -41,9 +40,9 @@ std::string PackedText(const std::string& data)
     return packed;
 }
 
-std::string LogTexts(const Unit& unit, const std::string& name)
+std::string LogTexts(const Unit& unit, const std::string& path)
 {
-    std::istringstream lines(unit.Log(name));
+    std::istringstream lines(unit.Log(path));
     std::string texts;
     for (std::string line; std::getline(lines, line);)
         texts += line.substr(std::min(kStampSize, line.size())) + (lines.eof() ? "" : "\n");
@@ -74,15 +73,6 @@ Unit::Words Split(const std::string& line)
 {
     std::istringstream words(line);
     return {std::istream_iterator<std::string>(words), {}};
-}
-
-std::set<std::string> DescriptorsOf(const Process& program)
-{
-    std::set<std::string> numbers;
-    const std::string all = "/proc/" + std::to_string(program.Id()) + "/fd";
-    for (const auto& descriptor : std::filesystem::directory_iterator(all))
-        numbers.insert(descriptor.path().filename());
-    return numbers;
 }
 
 void ExpectCleanEnd(const Unit& unit, Process& program)
@@ -118,7 +108,7 @@ std::string ServerWithPiano::Ask(const std::string& groups, const std::string& u
 }
 
 ServerWithPeers::ServerWithPeers(const std::function<void(Unit&)>& arrange)
-    : patcher(unit.Path("home/i2c_server_sock")), rcServer(unit.Path("tmp/rcseq_socket"))
+    : patcher(unit.Path(kMidiPatcherSocket)), rcServer(unit.Path(kRCServerSocket))
 {
     if (arrange)
         arrange(unit);

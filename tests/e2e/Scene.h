@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -13,9 +12,6 @@
 // What the end-to-end tests share in addition to the unit.
 
 constexpr std::uint32_t kImageStart = 0x90040000;
-constexpr char kUpdateLog[] = "cspupdate.log";
-constexpr char kServerLog[] = "diagserver.log";
-constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
 
 // The controller's commands.
 constexpr char kFindUpdate[] = "DF DF 00 AA";
@@ -35,7 +31,7 @@ std::string FirmwareOf(const std::string& version, std::size_t size);
 std::string PackedText(const std::string& data);
 
 // The texts of a log's entries, without their time stamps.
-std::string LogTexts(const Unit& unit, const std::string& name = kServerLog);
+std::string LogTexts(const Unit& unit, const std::string& path = kServerLog);
 
 // The frames of console lines, one after the other.
 std::string Frames(const std::vector<std::string>& lines,
@@ -48,9 +44,6 @@ std::size_t Count(const std::string& text, const std::string& part);
 
 // The words of a command line.
 Unit::Words Split(const std::string& line);
-
-// The numbers of those that the program has open.
-std::set<std::string> DescriptorsOf(const Process& program);
 
 // Expects that the program ends with status 0 and leaves no descriptor open.
 void ExpectCleanEnd(const Unit& unit, Process& program);

@@ -17,7 +17,7 @@ constexpr char kNoFile[] = "Update File is not exsit.\n";
 constexpr char kNoParameters[] = "Parameter File is not exsit.\n";
 constexpr char kNoUpdate[] = "Cannot Execute CSP Update.\n";
 constexpr char kHeader[] = " \n[ System version: Update File ]\n";
-constexpr char kUsbFile[] = "mnt/usb/csp_prog.hex";
+
 const std::string kOverlong = std::string(81, '0') + "\n";  // no line of an image
 
 std::string Hex(const std::string& version)
@@ -57,7 +57,7 @@ TEST(UpdateSearch, LoadsFirstFileFoundAndTriesNoOther)
         SCOPED_TRACE(testing::PrintToString(row.files) + row.damage);
         const auto isPlain = [](const std::string& name) { return name.back() == 'x'; };
         const bool expands = !row.files.empty() && !isPlain(row.files[0]);
-        scene.unit.Write("tmp/csp_prog.hex", "older");
+        scene.unit.Write(kExpandedFirmware, "older");
         for (const std::string& name : row.files)
             scene.unit.Write("mnt/" + name, (isPlain(name) ? Hex(name) : Packed(name)) +
                                                 (name == row.files[0] ? row.damage : ""));
@@ -67,7 +67,7 @@ TEST(UpdateSearch, LoadsFirstFileFoundAndTriesNoOther)
         EXPECT_EQ(scene.Ask(kFindUpdate), (row.version == nullptr ? "" : kHeader) + entry);
 
         EXPECT_EQ(scene.TakeLog(), entry);
-        EXPECT_EQ(scene.unit.Read("tmp/csp_prog.hex") != "older", expands);
+        EXPECT_EQ(scene.unit.Read(kExpandedFirmware) != "older", expands);
         for (const std::string& name : row.files)
             scene.unit.Remove("mnt/" + name);
     }
@@ -95,14 +95,14 @@ TEST(UpdateSearch, DecidesWhetherUpdateStarts)
     EXPECT_EQ(scene.Ask(kUpdate), kNoUpdate);
     EXPECT_EQ(scene.Ask(kUpdateParameters), "Cannot execute Parameter Update.\n");
 
-    scene.unit.Write(kUsbFile, Hex("V5"));
+    scene.unit.Write(kUsbFirmware, Hex("V5"));
     scene.unit.Write(kParameterFile, kOverlong);
     EXPECT_EQ(scene.Ask(kFindUpdate), std::string(kHeader) + "V5\n");
     EXPECT_EQ(scene.Ask(kFindParameters), kNoParameters);
     EXPECT_EQ(scene.Ask(kUpdate), kNoUpdate) << "a file that can't be loaded leaves none";
 
     EXPECT_EQ(scene.Ask(kFindUpdate), std::string(kHeader) + "V5\n");
-    scene.unit.Remove(kUsbFile);
+    scene.unit.Remove(kUsbFirmware);
     scene.unit.Remove(kParameterFile);
     EXPECT_EQ(scene.Ask(kFindUpdate), kNoFile);
     EXPECT_EQ(scene.Ask(kFindParameters), kNoParameters);
@@ -117,7 +117,7 @@ TEST(ServerUpdate, SucceedsWhileControllerInterferes)
 {
     ServerWithPiano scene;
     const std::string firmware = FirmwareOf("V8", 0x1A000);
-    scene.unit.Write("mnt/usb/csp_prog.rlg", PackedText(firmware));
+    scene.unit.Write(kUsbCompressedFirmware, PackedText(firmware));
     scene.Ask(kFindUpdate, "V8\n");
     const std::size_t before = scene.controller.Received().size();
 
@@ -160,7 +160,7 @@ TEST(ServerUpdate, ReportsResultOfFaultyPianoAndOpensGate)
         SCOPED_TRACE(row.faults);
         ServerWithPiano scene;
         const std::string firmware = FirmwareOf("V6", 0x8000);
-        scene.unit.Write(kUsbFile, HexText(firmware, 16, "\n"));
+        scene.unit.Write(kUsbFirmware, HexText(firmware, 16, "\n"));
         scene.Ask(kFindUpdate, "V6\n");
         scene.SetFaults(row.faults);
 

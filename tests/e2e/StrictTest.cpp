@@ -12,7 +12,6 @@
 namespace {
 
 constexpr char kUsageLine[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
-const std::string kLogs = std::string("/") + Unit::kLogFolder;
 
 // Different for each test program, and below those that the system chooses.
 std::string OwnPort()
@@ -73,11 +72,11 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         {update, 1, "introduces: a line may be lost\n", "", "", replace(":20040000", "")},
         {update, 1, "prog.hex: errors not listed: 1\n", "", "",
          [](Unit& unit) { unit.Write("cwd/prog.hex", std::string(19, '\n')); }},
-        {update, 1, kLogs + ": No such file or directory\n", "", "",
-         [](Unit& unit) { unit.Remove(Unit::kLogFolder); }},
-        {update, 1, kLogs + "/cspupdate.log: Read-only file system\n", "", "",
+        {update, 1, kLogFolder + ": No such file or directory\n", "", "",
+         [](Unit& unit) { unit.Remove(kLogFolder); }},
+        {update, 1, kLogFolder + "/cspupdate.log: Read-only file system\n", "", "",
          fail("open:2:EROFS")},
-        {update, 1, kLogs + "/diag_server.lock: No space left on device\n", "", "",
+        {update, 1, kLogFolder + "/diag_server.lock: No space left on device\n", "", "",
          fail("write:1:ENOSPC")},
         {update, 1, socket + "No such file or directory\n", "", "--no-patcher"},
         {"-P " + port, 1, "port " + port + ": Address already in use\n"},
@@ -115,7 +114,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         EXPECT_EQ(unit.Read("cwd/csp_param.hex") != "old", row.effect == std::string("file"));
         EXPECT_TRUE(unit.Exists("cwd/prog.hex") && !unit.Exists("cwd/csp_param.hex.new"));
         const std::string log = unit.Log() + unit.Log(kUpdateLog);
-        const bool isLogged = row.status < 2 && unit.Exists(Unit::kLogFolder);
+        const bool isLogged = row.status < 2 && unit.Exists(kLogFolder);
         EXPECT_EQ(log.empty(), !isLogged);
         EXPECT_EQ(log.find(row.error) != std::string::npos, isLogged);
     }
@@ -153,7 +152,7 @@ TEST(Strict, StartsOnceAndRefusesDamagedFiles)
     scene.Ask(kUpdate, "CSP Update Success.\n");
 
     EXPECT_EQ(second.Wait(), 1);
-    EXPECT_EQ(second.Error(), "diag_server: " + kLogs + "/diag_server.lock: process " +
+    EXPECT_EQ(second.Error(), "diag_server: " + kLogFolder + "/diag_server.lock: process " +
                                   std::to_string(scene.server.Id()) + " is at work already\n");
     const std::string found = ":385: no end record (type 1): the board waits for more\n";
     const std::string parameters = "/usr/local/lib/diag/csp_param.hex" + found;

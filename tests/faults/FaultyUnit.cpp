@@ -8,7 +8,7 @@
 
 namespace {
 
-// How long a scenario waits for an end, in the unit's time.
+// How long a scenario may take, in the unit's time.
 constexpr std::chrono::seconds kEndLimit{6000};
 
 }  // namespace
@@ -51,7 +51,7 @@ bool FaultyUnit::IsHit(const Causes& causes) const
         const std::string subject = cause.substr(blank + 1);
         if (blank != std::string::npos && !Contains(line, "fault " + cause.substr(0, blank + 1)))
             continue;
-        // A socket that isn't connected yet may be either neighbor's.
+        // A socket that isn't connected yet may be for either peer.
         const bool isLink = subject == kMidiLink || subject == kRcLink;
         if (Contains(line, subject) || (isLink && Contains(line, " on socket")))
             return true;
@@ -142,7 +142,7 @@ void FaultyUnit::Run(const Scenario& scenario)
     piano = &StartFaultyPiano(scenario.flash == kFailingRead ? failing
                                                              : ReadBackOptions(scenario.flash));
     server = &StartServer();
-    // The log may be what the fault has hit. A read-back that has worked ends the server.
+    // The fault may have hit the log. A successful read-back ends the server.
     const auto isOver = [this] {
         const std::string log = Log();
         return !IsServing() ||
@@ -179,12 +179,12 @@ void FaultyUnit::EndServer()
     StartPiano(ReadBackOptions(0x30));
     const auto isConnected = [&] { return Contains(MidiLog().substr(before), " connected\n"); };
     Check(WaitUntil(isConnected, kEndLimit), "the link to the piano isn't made again");
-    // The fault may take one connection, one command or one read. A command counts only while the
-    // gate is open.
+    // The fault may cost one connection, one command or one read-back. The server drops a command
+    // while a read-back runs.
     for (const auto limit = UnitTime() + kEndLimit; IsServing() && UnitTime() < limit;) {
         controller.reset();
         Ask("DF DF 00 C0", std::chrono::seconds(80));
     }
-    Check(!IsServing(), "no command ends it: the gate is shut, or it hangs");
+    Check(!IsServing(), "no command ends it: it drops them, or hangs");
     ExpectReadBack(kParameterFile);
 }

@@ -7,49 +7,47 @@
 
 #include "Unit.h"
 
-constexpr char kParameterFile[] = "usr/local/lib/diag/csp_param.hex";
-
 bool Contains(const std::string& text, const std::string& piece);
 // Throws std::runtime_error with the text when the condition is false.
 void Check(bool condition, const std::string& otherwise);
 
-// What a fault can hit: a part of the name that the journal has for it, with the kind of call in
-// front of it unless any counts ("csp_param.hex", "umount /mnt").
+// What a fault can hit: a part of its name in the journal, after the kind of call unless any kind
+// counts ("csp_param.hex", "umount /mnt").
 using Causes = std::vector<std::string>;
 constexpr char kMidiLink[] = "i2c_server_sock";
 constexpr char kRcLink[] = "rcseq_socket";
 constexpr char kController[] = "tcp";
 constexpr char kLogs[] = ".log";
 
-// What a command, or a program, has shown and logged.
+// What a command or a program has shown and logged.
 struct Reply {
     std::string shown;
     std::string logged;
 };
 
-// How a command can end: a text, and what the fault must have hit for it. Nothing if it is a
-// success. Without a text of its own the log gets the shown one.
+// How a command can end: the text shown, what the fault must have hit (nothing for a success), and
+// the text logged, by default the one shown.
 struct Result {
     std::string shown;
     Causes causes;
     std::string logged = shown;
 };
 
-// What became of a scenario's promises: all were kept, it failed and reported that, the fault has
-// cost one that isn't reported, or one is broken for no reason.
+// The outcome of a scenario's promises: all were kept; it failed and reported that; the fault has
+// cost one, unreported; or one was broken for no reason.
 enum class Outcome { Kept, Reported, Lost, Violation };
 
 class FaultyUnit;
 
-// One flow of the program from the start of its processes to their end. It throws when a promise
+// One flow of the program, from the start of its processes to their end. It throws when a promise
 // is broken for no reason.
 struct Scenario {
     std::string name;
-    // The frames after which the link is cut, and the piano ends, both ways: all, or so many of the
-    // last.
+    // The frames in each direction after which the link is cut, or the piano ends: all, or the last
+    // few.
     int frames;
-    // How much the server's first read-back finds. With nothing to read it fails, and only then
-    // does the server take commands. Below 0 `run` starts the program itself.
+    // Bytes for the server's first read-back. With none it fails, and the server takes commands.
+    // Below 0 `run` starts the program itself.
     int flash;
     void (*run)(FaultyUnit&);
 };
@@ -60,14 +58,14 @@ constexpr int kNoServer = -1;
 extern const std::vector<Scenario> kScenarios;
 
 // A unit in which one thing fails: a call of the program, "write:3:EIO", or the piano's link by an
-// option of simpiano, "--die-after 12". Nothing does when the fault is empty.
+// option of simpiano, "--die-after 12". Nothing fails when the fault is empty.
 //
-// Its one rule: a promise is kept, unless the fault has hit what it depends on.
+// Its one rule: a promise is kept unless the fault has hit what it depends on.
 class FaultyUnit : public Unit {
 public:
     explicit FaultyUnit(const std::string& itsFault);
 
-    // True once the fault has come.
+    // True once the fault has occurred.
     bool HasFault() const { return !SeenFault().empty(); }
     bool IsHit(const Causes& causes) const;
 
@@ -77,27 +75,27 @@ public:
     void ExpectLog(const Words& lines);
     // The same for a file that a read-back of the last piano has written.
     void ExpectReadBack(const std::string& name);
-    // The same for one of the results of a command, which is shown and logged. True for a success.
+    // The same for the results of a command, one of which is shown and logged. True for a success.
     bool Judge(const Reply& reply, const std::vector<Result>& results);
 
     Outcome GetOutcome() const;
     int Lost() const { return lost; }
 
-    // Starts a server with a piano, carries out what the scenario does after the end of the first
-    // read-back, and ends the server by a read-back from a new, good piano.
+    // Starts a server with a piano, runs the scenario after the first read-back, and ends the
+    // server by a read-back from a new, good piano.
     void Run(const Scenario& scenario);
 
     Process& StartFaultyPiano(Words options);
-    // Waits for the end of a program and checks what every program must leave.
+    // Waits for the end of a program and checks its exit status, errors and descriptors.
     void CheckEnd(Process& program) const;
 
     bool IsServing() { return server->IsRunning(); }
     void StopPiano() { piano->Kill(SIGTERM); }
-    // Sends groups and lets time pass. Returns what comes meanwhile.
+    // Sends groups and lets time pass. Returns what is shown and logged meanwhile.
     Reply Ask(const std::string& groups, std::chrono::nanoseconds time = std::chrono::seconds(20));
 
 private:
-    // Such as "fault write #3 EIO on tcp"; empty until it comes.
+    // Such as "fault write #3 EIO on tcp"; empty until it occurs.
     std::string SeenFault() const;
     Words ReadBackOptions(int size) const;
     void EndServer();

@@ -20,7 +20,7 @@ void ReadBack(FaultyUnit& unit)
     constexpr char kFailure[] = "CSP Read Failed.\n";
     unit.ExpectLog({"Diag Server Start Now.", "MIDI Patcher is active.", "RC Server is active.",
                     "Diag Server Initialize OK"});
-    // A success shows in that it ends.
+    // The server ends only after a success.
     if (unit.Judge({unit.IsServing() ? kFailure : kSuccess, unit.Log()},
                    {{kSuccess, {}}, {kFailure, {kMidiLink}}}))
         unit.ExpectReadBack(kFile);
@@ -28,7 +28,7 @@ void ReadBack(FaultyUnit& unit)
         Check(!unit.Exists(kFile), "a read-back that failed leaves a file");
 }
 
-// Firmware with the version 1.2 in it: few rows, and yet four blocks, one of which ends at 64 KiB.
+// Firmware with the version 1.2: few rows, but four blocks, one of which ends at 64 KiB.
 struct UpdateImage {
     std::string hex;
     std::string flash = std::string(0x20000, '\xFF');
@@ -67,17 +67,17 @@ void UpdateAlone(FaultyUnit& unit)
 {
     const std::string hex = UpdateImage().hex;
     unit.Write("cwd/fw.hex", hex);
-    unit.Write(Unit::kLogFolder + std::string("/cspupdate.log"), LogEntries(0));
+    unit.Write(kUpdateLog, LogEntries(0));
     Process& piano = unit.StartFaultyPiano({"--allow-gaps"});
     Process& program = unit.Start("diag_server", {"-b", "-f", "fw.hex"});
     unit.CheckEnd(program);
     piano.Kill(SIGTERM);
-    const Reply reply{program.Output(), unit.Log("cspupdate.log")};
-    // The file has its new name, after the version in it, when that is reported, else its old one.
+    const Reply reply{program.Output(), unit.Log(kUpdateLog)};
+    // The file has its new name, made from its version, when that is reported; else its old one.
     const bool isRenamed = Contains(reply.shown, "Rename OK\n");
     Check(unit.Read(isRenamed ? "cwd/12.hex" : "cwd/fw.hex") == hex, "the file is lost");
     Check(!unit.Exists(isRenamed ? "cwd/fw.hex" : "cwd/12.hex"), "the file has two names");
-    // Only the first failure has its cause in the file, and isn't logged.
+    // Only the first failure is caused by the file, and isn't logged.
     if (unit.Judge(reply, {{"APE Update Finished\n", {}, " - CSP Update Finished\n"},
                            {"No Update File!\n", {"fw.hex"}, " - CSP Updater Start Now.\n"},
                            {"Error:-3\n", {kMidiLink}, " - Update Error No.-3\n"},
@@ -98,7 +98,7 @@ void UpdateFromMedium(FaultyUnit& unit)
     unit.Write("medium/csp_prog.hex", UpdateImage().hex);
     unit.Mount("usb");
     unit.Ask("DF DF 00 AA");
-    // A piano that is off stays silent. Without a file the command is refused.
+    // A piano that is off is silent. Without a file the command is refused.
     if (unit.Judge(unit.Ask("DF DF 00 BB", std::chrono::seconds(600)),
                    {{"CSP Update Success.\n", {}},
                     {"CSP Update Failed.\n", {kMidiLink, "PciDsp"}},
@@ -124,14 +124,13 @@ void Bridge(FaultyUnit& unit)
     const std::string received = unit.Ask("").shown;
     const std::string shown = unit.Read("sim/rc.log");
     unit.Expect(Contains(received, "hello\r\n"), "a line", {kController, kMidiLink});
-    // A box that isn't shown goes to the controller, but what was cut short counts as shown.
+    // A box that isn't shown goes to the controller, but one cut short counts as shown.
     unit.Expect(Contains(received, kBox) != (shown == kBox), "one message box",
                 {kMidiLink, "write rcseq_socket"});
     unit.Expect(!Contains(received, kBox), "a box goes to the RC Server", {kRcLink});
 }
 
-// The packed form of a long run, a short one, the escape byte and bytes without either, and the hex
-// file that it comes from.
+// The packed form of a long run, a short run, the escape byte and other bytes, and its hex file.
 struct Parameters {
     std::string packed = Bytes("04 90 61 62 DD 63 05 DD DD 02 64 DD DD 01");
     std::string hex;
@@ -149,10 +148,9 @@ struct Parameters {
     }
 };
 
-// Firmware is looked for here, in this order; packed files are expanded to the unit's disk.
-constexpr const char* kSources[] = {"mnt/usb/csp_prog.hex", "mnt/usb/csp_prog.rlg",
-                                    "mnt/cdrom/csp_prog.hex", "mnt/cdrom/csp_prog.rlg",
-                                    "mnt/floppy/csp_prog.rlg"};
+// Where firmware is searched, in this order; packed files are expanded to the unit's disk.
+constexpr const char* kSources[] = {kUsbFirmware, kUsbCompressedFirmware, kCdFirmware,
+                                    kCdCompressedFirmware, kFloppyCompressedFirmware};
 
 void Search(FaultyUnit& unit)
 {
@@ -160,13 +158,13 @@ void Search(FaultyUnit& unit)
     for (const char* source : kSources) {
         const bool isPacked = Contains(source, ".rlg");
         unit.Write(source, isPacked ? parameters.packed : UpdateImage().hex);
-        unit.Write("tmp/csp_prog.hex", "an older one");
-        // Without a version in it, a packed file is answered with an empty line.
+        unit.Write(kExpandedFirmware, "an older one");
+        // The packed file has no version, so the answer has an empty line.
         const bool isFound = Contains(unit.Ask("DF DF 00 AA").shown,
                                       isPacked ? "Update File ]\n\n" : "Update File ]\n1.2\n");
         unit.Remove(source);
         unit.Expect(isFound, "a file is found", {"csp_prog", kController});
-        Check(!isFound || !isPacked || unit.Read("tmp/csp_prog.hex") == parameters.hex,
+        Check(!isFound || !isPacked || unit.Read(kExpandedFirmware) == parameters.hex,
               "another file was expanded");
     }
     unit.Expect(Contains(unit.Ask("DF DF 00 AA").shown, "Update File is not exsit.\n"),
@@ -198,7 +196,7 @@ void Backup(FaultyUnit& unit)
     Check(unit.Read(kParameterFile) == parameters.hex, "the parameter file has changed");
     // Stdio shows a failed read as the end of the file.
     if (isCopied)
-        unit.Expect(copy == parameters.packed, "the copy is whole", {"fread csp_param.hex"});
+        unit.Expect(copy == parameters.packed, "the copy is complete", {"fread csp_param.hex"});
     else if (!Contains(reply.shown, "Copy error.\n") || unit.IsHit({"mount /mnt"}))
         Check(copy == "old", "the old copy is gone");
 }
@@ -211,7 +209,7 @@ void Restore(FaultyUnit& unit)
     unit.Write("medium/csp_param.rlg", parameters.packed);
     unit.Mount("floppy");
     const bool isCopied = unit.Judge(unit.Ask("DF DF 00 C4"), kCopyResults);
-    // The file is written in place, so what stops the last step leaves it cut.
+    // The file is written in place, so a failure of the last step leaves it cut.
     Check(unit.Read(kParameterFile) == (isCopied ? parameters.hex : old) ||
               (!isCopied && unit.IsHit({"write csp_param.hex", "read csp_param.bin"})),
           "the file is neither the new one nor the old one");
@@ -223,7 +221,7 @@ const std::vector<Scenario> kScenarios = {
     {"start without a piano", 0, kNoServer, StartWithoutPiano},
     {"start-up", kAllFrames, 0x18, ReadBack},
     {"read-back", kAllFrames, 0x2010, ReadBack},
-    // The last frames are those of the 64 KiB border and of the last block.
+    // The last frames are those around the 64 KiB boundary and of the last block.
     {"read-back over 64 KiB", 60, 0x10010, ReadBack},
     {"stand-alone update", kAllFrames, kNoServer, UpdateAlone},
     {"server update", kAllFrames, kFailingRead, UpdateFromMedium},

@@ -1,11 +1,11 @@
 // Makes every call of every scenario fail, one at a time, with every error that fits it, and cuts
-// the piano's link and ends the piano after every frame. Prints a table of the outcomes;
-// docs/testing.md explains it.
+// the piano's link or ends the piano after every frame. Prints a table of the outcomes, which
+// docs/testing.md explains.
 //
 //   sweep [EVERY [SCENARIO [FAULT]]]
 //
-// tries every N-th fault, every one by default, of all scenarios or of one; or a single one, such
-// as "write:3:EIO" or "--die-after 12", and keeps its unit.
+// tries every N-th fault, by default every one, of all scenarios or of one. Or it tries a single
+// fault, such as "write:3:EIO" or "--die-after 12", and keeps its unit.
 
 #include <algorithm>
 #include <atomic>
@@ -58,7 +58,7 @@ const Words& ErrorsOf(const std::string& kind, const std::string& subject)
     return kErrors.at(isSocket && (kind == "read" || kind == "write") ? "socket " + kind : kind);
 }
 
-// What can go wrong in a scenario, and what it does when nothing goes wrong.
+// All faults of a scenario, and its calls and frames without a fault.
 struct Faults {
     Words all;
     std::size_t calls = 0;
@@ -75,12 +75,12 @@ void AddCalls(Faults& faults, const std::string& list)
             faults.all.push_back(kind + ":" + number + ":" + error);
 }
 
-// The scenario's own piano is the first that ends, and notes its frames then.
+// The piano of the scenario ends first, and then records its frames.
 void AddFrames(Faults& faults, const std::string& passed, int most)
 {
     constexpr char kFrames[] = " frames ";
     const std::size_t at = passed.find(kFrames);
-    Check(at != std::string::npos, "the piano hasn't noted its frames");
+    Check(at != std::string::npos, "the piano hasn't recorded its frames");
     std::istringstream words(passed.substr(at + sizeof(kFrames) - 1));
     std::string to;
     for (const Words& options : {Words{"--cut-link-after ", "--die-after "},
@@ -94,7 +94,7 @@ void AddFrames(Faults& faults, const std::string& passed, int most)
     }
 }
 
-// Notes what can go wrong if it is asked for faults.
+// Runs the scenario with a fault. Collects all faults if `faults` isn't null.
 Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults = nullptr)
 {
     try {
@@ -106,7 +106,7 @@ Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults =
             AddCalls(*faults, unit.Read("sim/calls"));
         if (faults != nullptr && scenario.frames > 0)
             AddFrames(*faults, unit.MidiLog(), scenario.frames);
-        Check(unit.HasFault() == !fault.empty(), "the fault hasn't come");
+        Check(unit.HasFault() == !fault.empty(), "the fault hasn't occurred");
         return unit.GetOutcome();
     } catch (const std::exception& violation) {
         std::cerr << scenario.name + ", " + fault + ": " + violation.what() + "\n";
@@ -131,7 +131,7 @@ void TryAll(const Scenario& scenario, const Words& faults, std::size_t every, Co
     }
 }
 
-// Prints a row of the table. False when anything is violated or not tried.
+// Prints a row of the table. False when a promise is broken or a fault wasn't tried.
 bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
 {
     Faults faults{{only}};

@@ -1,3 +1,4 @@
+#include <set>
 #include <string>
 #include <utility>
 
@@ -24,10 +25,10 @@ struct {
 
 // No test leaks a descriptor.
 struct FileTools : testing::Test {
-    void TearDown() override { EXPECT_EQ(OpenDescriptors(), before); }
+    void TearDown() override { EXPECT_EQ(ListDescriptors(), before); }
 
     TempDir dir;
-    std::ptrdiff_t before = OpenDescriptors();
+    std::set<std::string> before = ListDescriptors();
 };
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Any bytes as a firmware file and as a stream of records: rows and addresses are bounded, and what
-// is accepted is kept byte for byte.
+// Any bytes as a firmware file and as a stream of records: rows and addresses are bounded, and
+// accepted records are saved byte for byte.
 
 #include <cstring>
 
@@ -32,7 +32,7 @@ static void Receive(std::string records)
         const std::uint32_t moved = file.GetNextAddress() - before;
         if (result <= 0)
             accepted += line.substr(0, line.find('\0'));
-        // An accepted base record moves to a 64 KiB border, data by its count.
+        // An accepted base record moves to a 64 KiB boundary, data by its count.
         Require(moved == 0 ||
                 (result == 0 && (moved <= 0xFF || file.GetNextAddress() % 0x10000 == 0)));
     }

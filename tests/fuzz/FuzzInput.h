@@ -9,10 +9,10 @@
 #include "TempDir.h"
 #include "UniqueFd.h"
 
-// Ends the target with a report when something that must hold doesn't.
-inline void Require(bool holds)
+// Ends the target with a report when a condition is false.
+inline void Require(bool condition)
 {
-    if (!holds)
+    if (!condition)
         std::abort();
 }
 
@@ -31,7 +31,7 @@ private:
     std::string path = "/proc/self/fd/" + std::to_string(file.Get());
 };
 
-// These three take an input apart from its front.
+// These three remove a part from the front of an input.
 
 inline std::string TakeText(std::string& input, std::size_t most)
 {
@@ -46,7 +46,7 @@ inline unsigned char TakeByte(std::string& input)
     return static_cast<unsigned char>(TakeText(input, 1)[0]);
 }
 
-// Up to a line feed, which is taken and dropped.
+// Up to a line feed, which is removed, too.
 inline std::string TakeLine(std::string& input)
 {
     std::string line = TakeText(input, input.find('\n'));

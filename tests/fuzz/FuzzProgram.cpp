@@ -1,6 +1,6 @@
 // The loops of both modes with peers that send anything at any time. Each wait of the program takes
-// an event from the input: silence, bytes from a peer, a new connection or a lost one. It costs no
-// time, and the wait at the end of the input ends the run.
+// an event from the input: silence, bytes from a peer, a new connection or a lost one. Waits cost
+// no time, and the one at the end of the input ends the run.
 
 #include <cstdio>
 #include <cstring>
@@ -19,7 +19,7 @@ namespace {
 struct EndOfInput {};
 
 std::string feed;
-// The peers' ends of the links; a byte at the port is a controller that wants to be accepted.
+// The peers' ends of the links; a byte at the port is a controller that connects.
 enum Peer { Piano, Controller, RcServer, Port, Peers };
 int ends[Peers] = {-1, -1, -1, -1};
 
@@ -76,7 +76,7 @@ void TakeEvent()
     }
 }
 
-// Nobody reads what the program prints, and no relative path can be created here.
+// Discards the program's output, and prevents files with relative paths.
 const bool isQuiet = std::freopen("/dev/null", "w", stdout) != nullptr && chdir("/proc/self") == 0;
 
 const MemoryFile image(":02000004900466\r\n:041FFC0001020304D7\r\n:043FFC0001020304B7\r\n"
@@ -150,7 +150,7 @@ int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
             updater.Run();
         }
     } catch (const EndOfInput&) {
-        // What there was to send is sent.
+        // All events have been used.
     }
     for (int& end : ends)
         HangUp(end);

@@ -1,5 +1,5 @@
-// Paths, texts and messages of any content through the helpers that take one. Buffers are vectors
-// of exact size, so that the sanitizer sees each byte past their ends.
+// Passes paths, texts and messages of any content to the helpers. Buffers have their exact size, so
+// that the sanitizer sees each byte past their ends.
 
 #include <vector>
 

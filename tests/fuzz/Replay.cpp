@@ -1,4 +1,4 @@
-// Runs a fuzz target over the files of the folders that its arguments name. One may be missing.
+// Runs a fuzz target on the files in the folders that its arguments name. A folder may be missing.
 
 #include "FuzzInput.h"
 

@@ -38,8 +38,8 @@ bool Connection::Send(const std::string& bytes) const
 
 const std::string& Connection::Received()
 {
-    // The program's next text isn't sent before the last one is confirmed, which takes a while if
-    // the system isn't asked to do it at once, again and again. Means nothing to a UNIX socket.
+    // The program's next text isn't sent before the last one is acknowledged. The kernel delays
+    // that unless it is requested each time. Has no effect on a UNIX socket.
     const int on = 1;
     setsockopt(Descriptor(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
     char bytes[8192];
@@ -88,7 +88,7 @@ Controller::Controller(int port)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     Attach(made);
-    // Bytes go out with the call that sends them, also after others that aren't confirmed yet.
+    // Bytes are sent at once, even if earlier ones aren't acknowledged yet.
     const int on = 1;
     setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
     if (connect(made, General(address), sizeof(address)) < 0)
@@ -124,7 +124,7 @@ Neighbour::Neighbour(const std::string& path)
     unlink(path.c_str());
     if (bind(listener.Get(), General(address), sizeof(address)) < 0 ||
         listen(listener.Get(), kBacklog) < 0)
-        throw std::runtime_error("nobody can listen at " + path);
+        throw std::runtime_error("can't listen at " + path);
 }
 
 bool Neighbour::Accept(std::chrono::nanoseconds limit)

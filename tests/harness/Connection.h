@@ -7,13 +7,13 @@
 #include "UniqueFd.h"
 #include "Wait.h"
 
-// One end of a stream socket, and all bytes that have come through it.
+// One end of a stream socket, and all bytes received from it.
 class Connection {
 public:
     // False when the link is down or the peer is gone.
     bool Send(const std::string& bytes) const;
 
-    // Everything since the start.
+    // Everything that was received since the start.
     const std::string& Received();
     bool WaitFor(const std::string& text, std::chrono::nanoseconds limit = kLimit);
 
@@ -26,7 +26,7 @@ public:
     void Close();
 
 protected:
-    // Takes the descriptor over.
+    // Takes ownership of the descriptor.
     void Attach(int connected);
     int Descriptor() const { return owned ? owned->Get() : -1; }
 
@@ -41,12 +41,12 @@ class Controller : public Connection {
 public:
     explicit Controller(int port);
 
-    // Closes with a reset, as a controller that loses its power in the middle.
+    // Closes with a reset, like a controller that loses power.
     void Reset();
 };
 
-// One end of a pair of connected sockets. The other end is for whom the test is about, who takes it
-// over and closes it.
+// One end of a pair of connected sockets. The other end is for the code under test, which owns and
+// closes it.
 class Peer : public Connection {
 public:
     Peer();
@@ -56,21 +56,21 @@ private:
     int other;
 };
 
-// A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher of
-// a test that looks at the bytes themselves. The path belongs to the unit's tree. Connections wait
-// until they are accepted.
+// A process that the program reaches through a UNIX socket: the RC Server, or the MIDI Patcher in a
+// test of the bytes themselves. The path belongs to the unit's tree. Connections wait until they
+// are accepted.
 class Neighbour : public Connection {
 public:
     explicit Neighbour(const std::string& path);
 
-    // Takes the next connection in place of the last. False when none comes.
+    // Replaces the connection by the next one. False when none comes.
     bool Accept(std::chrono::nanoseconds limit = kLimit);
 
 private:
     UniqueFd listener;
 };
 
-// Keeps a TCP port of this machine from the program, a free one if no number is passed.
+// Occupies a TCP port of this machine: the one `wanted`, or a free one.
 class Port {
 public:
     explicit Port(int wanted = 0);

@@ -20,7 +20,7 @@ inline std::string Bytes(const std::string& hex)
     return bytes;
 }
 
-// The other way round, for messages that a reader can compare.
+// The reverse, for messages that a reader can compare.
 inline std::string ToHex(const std::string& bytes, const char* separator = " ")
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
@@ -58,7 +58,7 @@ inline std::string HexText(const std::string& data, std::size_t perRecord, const
     return text + ":00000001FF" + lineEnd;
 }
 
-// Bytes without a pattern that a misplaced record could repeat, with erased stretches between them.
+// Bytes without a pattern that a misplaced record could repeat, interrupted by erased stretches.
 inline std::string Firmware(std::size_t size)
 {
     std::string bytes(size, '\xFF');

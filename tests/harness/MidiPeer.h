@@ -5,7 +5,7 @@
 
 #include "Connection.h"
 
-// Simulates the MIDI Patcher for a test that chooses each byte and each moment itself.
+// Simulates the MIDI Patcher for a test that controls each byte and each moment.
 class MidiPeer : public Neighbour {
 public:
     using Neighbour::Neighbour;
@@ -16,7 +16,7 @@ public:
         return Send(Stuff(EncodeLines(lines)));
     }
 
-    // The frames that came, without stuffing and connect sequence.
+    // The frames received, without stuffing and connect sequence.
     std::vector<std::string> Frames();
     // The console lines among them, each ended by its end frame.
     std::vector<std::string> Lines();

@@ -15,7 +15,7 @@ namespace {
 constexpr int kNotStarted = 127;
 constexpr int kSignalled = 128;
 
-// Puts what is opened in the place of a stream; the lower ones are open. Closes it without a path.
+// Replaces a stream by the file, or closes it without a path. The lower streams are open.
 void Reopen(int stream, const std::string& path, int flags)
 {
     close(stream);

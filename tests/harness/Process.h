@@ -10,14 +10,14 @@
 #include "TempDir.h"
 #include "Wait.h"
 
-// A program that runs in parallel with the test and ends with it, at the latest with this object.
+// A program that runs in parallel with the test and ends with this object at the latest.
 class Process {
 public:
     struct Setup {
         std::vector<std::string> command;      // the program's path and its arguments
         std::vector<std::string> environment;  // NAME=VALUE; of two with a name the last counts
         std::string directory;                 // to run in
-        std::string output;                    // the file that takes it; without one it is closed
+        std::string output;                    // a file; without one it is closed
         std::string error;
         Clock* clock = nullptr;  // of the unit that it takes part in
     };

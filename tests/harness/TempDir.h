@@ -1,22 +1,24 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
-// How many descriptors the process has open.
-inline std::ptrdiff_t OpenDescriptors()
+// The numbers of the open descriptors of this process, or of the one with the id.
+inline std::set<std::string> ListDescriptors(const std::string& id = "self")
 {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    std::set<std::string> numbers;
+    for (const auto& descriptor : std::filesystem::directory_iterator("/proc/" + id + "/fd"))
+        numbers.insert(descriptor.path().filename());
+    return numbers;
 }
 
-// All bytes of the file; empty when it isn't there. In one read, since whole flash images and
+// All bytes of the file; empty when it doesn't exist. In one read, since flash images and
 // transcripts are read again and again.
 inline std::string ReadFile(const std::string& path)
 {
@@ -26,8 +28,8 @@ inline std::string ReadFile(const std::string& path)
     return bytes.str();
 }
 
-// A directory of the test's own, gone with all that is in it at the end of the scope. Names are
-// relative to it.
+// A directory of a test, removed with its content at the end of the scope. Names are relative to
+// it, also those with a slash in front, such as a path of the unit.
 class TempDir {
 public:
     TempDir()
@@ -46,12 +48,12 @@ public:
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
 
-    // Leaves it on the disk.
+    // Doesn't remove it at the end.
     void Keep() { kept = true; }
 
     std::string Path(const std::string& name = "") const
     {
-        return name.empty() ? directory : directory + "/" + name;
+        return directory + (name.empty() || name[0] == '/' ? "" : "/") + name;
     }
 
     // Writes the bytes and returns the path.

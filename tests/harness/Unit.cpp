@@ -13,10 +13,10 @@ namespace {
 
 constexpr std::uint32_t kFlashBase = 0x90000000;
 
-// The words in front of a program of another processor; none on its own machine.
+// The command that runs a program for another processor; empty when it is for this one.
 const Unit::Words kEmulator = {DIAG_EMULATOR};
 
-// Another build's diag_server can take the place of this one's.
+// A diag_server of another build may replace this one's.
 std::string Program(const std::string& name)
 {
     const char* const other = std::getenv("DIAG_SERVER");
@@ -25,7 +25,7 @@ std::string Program(const std::string& name)
     return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
 }
 
-// An emulator is of this machine, so the library is only for the program inside it.
+// An emulator is a program of this machine, so only the program in it gets the library.
 std::string Preload()
 {
     const std::string preload = "LD_PRELOAD=" + Program("libsimunit.so");
@@ -99,7 +99,7 @@ Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
 
 Process& Unit::StartPiano(const Words& arguments)
 {
-    // The flash is written to a file again and again, so it ends where the parameters do.
+    // The flash is saved again and again, so it ends where the parameters end.
     const Words command{Program("simpiano"), "--root", Path(), "--save",
                         Path("flash.bin"),   "--size", "A0000"};
     Process& piano = Spawn(Join(command, arguments), {});
@@ -138,7 +138,7 @@ bool Unit::WaitFor(const std::string& name, const std::string& text,
 
 void Unit::Control(const std::string& name, const std::string& text) const
 {
-    // In one step, since the program may be reading it.
+    // Atomic, since the program may be reading it.
     fs::rename(Write("sim/" + name + ".new", text + "\n"), Path("sim/" + name));
 }
 

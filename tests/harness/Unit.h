@@ -14,68 +14,64 @@
 #include "MidiPeer.h"
 #include "Process.h"
 #include "TempDir.h"
+#include "UnitPaths.h"
 #include "Wait.h"
 
-// Makes the empty directory a unit, as `simunit new` does.
+// Where the logs and the lock file are.
+inline const std::string kLogFolder = std::filesystem::path(kServerLog).parent_path().string();
+
+// Makes a unit in the empty directory, as `simunit new` does.
 void CopyNewUnit(const std::string& root);
 
 // A simulated unit, whose files have their paths below its root ("etc/KVT-lang"), with the programs
-// that run in it. At the end of the scope all of them are killed and the directory goes, unless
+// that run in it. At the end of the scope they are killed and the directory is removed, unless
 // DIAG_KEEP is set: then its path is printed.
 class Unit : public TempDir {
 public:
     using Words = std::vector<std::string>;
-
-    static constexpr char kLogFolder[] = "usr/local/lib/diag";  // and of the lock file
 
     Unit();
     ~Unit();
 
     void Remove(const std::string& name) const { std::filesystem::remove_all(Path(name)); }
 
-    // A setting for the programs started from here on, such as "SIMUNIT_FAULT=read:3:EIO", in
-    // place of an earlier one of that name.
+    // A setting for the programs started from now on, such as "SIMUNIT_FAULT=read:3:EIO". It
+    // replaces an earlier one of that name.
     void Set(const std::string& variable) { environment.push_back(variable); }
 
-    // The standard output of the programs that are started from here on, in place of a file of each
-    // one's own; closed without a path.
+    // The standard output of the programs started from now on, instead of a file for each; closed
+    // without a path.
     void SetOutput(const std::string& path) { output = path; }
 
-    // A program of the build, by its name, in the unit. DIAG_SERVER in the environment is the path
-    // of another diag_server.
+    // Starts a program of the build in the unit. DIAG_SERVER in the environment is the path of
+    // another diag_server.
     Process& Start(const std::string& program, const Words& arguments = {});
-    // diag_server as a server, on a port of its own.
+    // Starts diag_server as a server, on a free port.
     Process& StartServer(const Words& arguments = {});
-    // diag_server to its end.
+    // Runs diag_server to its end.
     Process& Run(const Words& arguments, std::chrono::nanoseconds limit = kLimit);
-    // simpiano, once it is ready; throws when it doesn't come up. Its flash is in flash.bin after
-    // each update and at its end.
+    // Starts simpiano and waits until it is ready; throws when it fails. Its flash is in flash.bin
+    // after each update and at its end.
     Process& StartPiano(const Words& arguments = {});
 
-    // The port of the server that was started last; 0 when none listens in time.
+    // The port of the server started last; 0 when none listens in time.
     int Port() const;
 
-    std::string Log(const std::string& name = "diagserver.log") const
-    {
-        return Read(kLogFolder + ("/" + name));
-    }
-    // The simulated calls: "call(arguments) = result" a line, without time and process.
+    std::string Log(const std::string& path = kServerLog) const { return Read(path); }
+    // The simulated calls, "call(arguments) = result" on each line, without time and process.
     std::string Journal() const;
     std::string MidiLog() const { return Read("sim/midi.log"); }
     // Waits for a text in a file of the unit.
     bool WaitFor(const std::string& name, const std::string& text,
                  std::chrono::nanoseconds limit = kLimit) const;
-    bool WaitForLog(const std::string& text) const
-    {
-        return WaitFor(kLogFolder + std::string("/diagserver.log"), text);
-    }
+    bool WaitForLog(const std::string& text) const { return WaitFor(kServerLog, text); }
     bool WaitForJournal(const std::string& text) const { return WaitFor("sim/journal", text); }
 
-    // A setting of the simulation: the bytes that the medium takes ("full-after", "pull-after"),
-    // the error of a simulated call by name ("dsp-errno", "mount-errno"), or what the piano does
-    // ("say").
+    // Changes a setting of the simulation: the bytes that the medium accepts ("full-after",
+    // "pull-after"), the error of a simulated call by name ("dsp-errno", "mount-errno"), or orders
+    // to the piano ("say").
     void Control(const std::string& name, const std::string& text) const;
-    // Puts the medium in at a mount point of the unit, such as "usb".
+    // Inserts the medium at "usb", "cdrom" or "floppy".
     void Mount(const std::string& point) const { Control("mounted-" + point, ""); }
     bool IsMounted(const std::string& point) const { return Exists("sim/mounted-" + point); }
 

@@ -9,24 +9,24 @@ namespace {
 
 Clock* current = nullptr;
 
-// Without a unit the test's own threads are all that the condition can wait for.
-bool WaitForThreads(const std::function<bool()>& holds)
+// Without a unit the condition can only wait for threads of the test.
+bool WaitForThreads(const std::function<bool()>& condition)
 {
     constexpr std::chrono::seconds kRealLimit{20};
     const auto end = std::chrono::steady_clock::now() + kRealLimit;
     bool isOver = false;
-    while (!(isOver = holds()) && std::chrono::steady_clock::now() < end)
+    while (!(isOver = condition()) && std::chrono::steady_clock::now() < end)
         std::this_thread::yield();
     return isOver;
 }
 
 }  // namespace
 
-bool WaitUntil(const std::function<bool()>& holds, std::chrono::nanoseconds limit)
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::nanoseconds limit)
 {
     if (current == nullptr)
-        return WaitForThreads(holds);
-    if (current->RunUntil(holds, limit.count()))
+        return WaitForThreads(condition);
+    if (current->RunUntil(condition, limit.count()))
         return true;
     if (limit.count() > 0)
         std::cerr << current->Report();

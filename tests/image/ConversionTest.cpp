@@ -191,7 +191,7 @@ TEST(CompressedImage, FailsWhenAnyStepFails)
     const std::string old = dir.Write("old", "old");
     const std::string pipe = dir.Path("pipe");
     EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const auto descriptors = OpenDescriptors();
+    const auto descriptors = ListDescriptors();
     for (const Convert convert :
          {Intel2Bin, Bin2Intel, RL_Compress, RL_Decompress, Compress, Decompress}) {
         EXPECT_FALSE(convert(dir.Path("missing").c_str(), old.c_str()));
@@ -204,5 +204,5 @@ TEST(CompressedImage, FailsWhenAnyStepFails)
     EXPECT_FALSE(Compress((dir.Path() + "/").c_str(), old.c_str()));
     EXPECT_FALSE(Decompress(dir.Write("cut.rlg", kHead + "AB\xDD\x43").c_str(), old.c_str()));
     EXPECT_EQ(dir.Read("old"), "old");
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(ListDescriptors(), descriptors);
 }

@@ -85,7 +85,7 @@ TEST(LoadedFile, IsDroppedWhenNextLoadFails)
     const std::string tooLong = dir.Write("81.hex", std::string(79, 'x') + "\r\n");
     const std::string pipe = dir.Path("pipe.hex");
     EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    const auto descriptors = OpenDescriptors();
+    const auto descriptors = ListDescriptors();
     THexFile file;
     ExpectNothingLoaded(file);
     for (const std::string& refused : {tooLong, dir.Path("missing.hex"), dir.Path(), pipe}) {
@@ -96,7 +96,7 @@ TEST(LoadedFile, IsDroppedWhenNextLoadFails)
     EXPECT_TRUE(file.LoadFromFile(image.c_str()));
     EXPECT_TRUE(file.LoadFromFile(dir.Write("a.hex", "a\n").c_str()));
     EXPECT_STREQ(file.versionText, "");
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(ListDescriptors(), descriptors);
 }
 
 TEST(LoadedFile, IsRefusedWithoutEnoughMemory)

@@ -106,7 +106,7 @@ TEST(MidiLink, SendsTextOf8193BytesAndNothingOfLongerOne)
 TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
 {
     std::signal(SIGPIPE, SIG_DFL);
-    const auto descriptors = OpenDescriptors();
+    const auto descriptors = ListDescriptors();
     for (const int type : {0, 226, 481, 225}) {  // the last is a peer that exists
         for (const bool asText : {false, true}) {
             SCOPED_TRACE(testing::Message() << type << ' ' << asText);
@@ -127,7 +127,7 @@ TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
             EXPECT_TRUE(link.Write(asText));
         }
     }
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(ListDescriptors(), descriptors);
 }
 
 TEST(MidiLink, WorksWithDescriptorZeroAndTracesItsLife)

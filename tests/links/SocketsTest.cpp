@@ -48,7 +48,7 @@ TEST_F(Sockets, ReportFailureAndLeakNoDescriptor)
     std::filesystem::create_directory(dir.Path("full"));
     const std::string file = dir.Write("full/file", "");
     const Port taken;
-    const auto descriptors = OpenDescriptors();
+    const auto descriptors = ListDescriptors();
     int reuse = 0;
     socklen_t size = sizeof(reuse);
     getsockopt(UniqueFd(mkservsocINET(0)).Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, &size);
@@ -70,7 +70,7 @@ TEST_F(Sockets, ReportFailureAndLeakNoDescriptor)
     EXPECT_EQ(mkservsocUNIX(stale.c_str()), -1);
     EXPECT_EQ(mkservsocINET(0), -1);
     setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(ListDescriptors(), descriptors);
 }
 
 TEST_F(Sockets, SendTextToRcServerUntilItCloses)

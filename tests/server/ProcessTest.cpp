@@ -40,7 +40,7 @@ protected:
     }
 
     TempDir files;
-    MidiPeer patcher{ownUnit.Path("home/i2c_server_sock")};
+    MidiPeer patcher{ownUnit.Path(kMidiPatcherSocket)};
     TDiagServer server;
 };
 

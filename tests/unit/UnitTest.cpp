@@ -28,7 +28,7 @@ protected:
 
 TEST_P(UnitTest, MapsUnitPathsBelowRootAndSimulatesDsp)
 {
-    Neighbour patcher(unit.Path("home/i2c_server_sock"));
+    Neighbour patcher(unit.Path(kMidiPatcherSocket));
     unit.Write("etc/KVT-release", "abc");
     unit.Write("tmp/csp_prog.hex", "12345");
 

@@ -107,7 +107,7 @@ protected:
         EXPECT_TRUE(patcher.Accept());
     }
 
-    MidiPeer patcher{ownUnit.Path("home/i2c_server_sock")};
+    MidiPeer patcher{ownUnit.Path(kMidiPatcherSocket)};
     std::map<std::string, std::string> names;
 
 private:
