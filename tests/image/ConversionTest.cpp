@@ -195,7 +195,7 @@ TEST(CompressedImage, FailsWhenAnyStepFails)
     for (const Convert convert :
          {Intel2Bin, Bin2Intel, RL_Compress, RL_Decompress, Compress, Decompress}) {
         EXPECT_FALSE(convert(dir.Path("missing").c_str(), old.c_str()));
-        EXPECT_FALSE(convert(pipe.c_str(), old.c_str())) << "nobody writes to it";
+        EXPECT_FALSE(convert(pipe.c_str(), old.c_str())) << "it has no writer";
         EXPECT_FALSE(convert(hex.c_str(), dir.Path("no/out").c_str()));
     }
     EXPECT_FALSE(Bin2Intel(dir.Write("1.bin", "x").c_str(), old.c_str()));

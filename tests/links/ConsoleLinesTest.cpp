@@ -13,7 +13,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// The frames of whole lines.
+// The frames of complete lines.
 std::string Frames(const Lines& lines)
 {
     return MidiPeer::EncodeLines(lines);

@@ -26,7 +26,7 @@ TEST(ControllerLink, ReadsAtMost8193BytesAndClosesWithPeer)
     EXPECT_GE(zaurus.GetZaurusId(), 0);
     EXPECT_EQ(zaurus.ReadMessage(buffer.data()), 0);
     EXPECT_EQ(zaurus.GetZaurusId(), -1);
-    EXPECT_EQ(zaurus.ReadMessage(buffer.data()), 0) << "nobody is connected";
+    EXPECT_EQ(zaurus.ReadMessage(buffer.data()), 0) << "no connection";
 }
 
 TEST(ControllerLink, DropsTextsQuietlyWithoutPeer)

@@ -122,7 +122,7 @@ TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
             link.midi.Set_connecttype(225);
             EXPECT_FALSE(link.Write(asText));
             EXPECT_FALSE(link.midi.Connect_i2cserver());
-            EXPECT_EQ(link.midi.SetMidiDescriptor(link.dir.Path("nobody").c_str()), -1);
+            EXPECT_EQ(link.midi.SetMidiDescriptor(link.dir.Path("missing").c_str()), -1);
             EXPECT_GE(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
             EXPECT_TRUE(link.Write(asText));
         }

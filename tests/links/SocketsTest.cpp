@@ -53,7 +53,7 @@ TEST_F(Sockets, ReportFailureAndLeakNoDescriptor)
     socklen_t size = sizeof(reuse);
     getsockopt(UniqueFd(mkservsocINET(0)).Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, &size);
 
-    EXPECT_EQ(mkclisocUNIX(stale.c_str()), -2) << "nobody listens";
+    EXPECT_EQ(mkclisocUNIX(stale.c_str()), -2) << "no listener";
     EXPECT_EQ(mkclisocUNIX((longest + "x").c_str()), -2);
     EXPECT_EQ(mkservsocUNIX((longest + "x").c_str()), -2);
     EXPECT_EQ(mkservsocUNIX(dir.Path("missing/socket").c_str()), -2);

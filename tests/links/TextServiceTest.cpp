@@ -50,7 +50,7 @@ TEST_F(TextService, ReceivesUpToFirstLineEnd)
     }
     client.Send(kLongest + " rest");
     EXPECT_EQ(receivemes(service.Get()), kLongest);
-    EXPECT_STREQ(receivemes(service.Get()), "rest") << "a read of its own";
+    EXPECT_STREQ(receivemes(service.Get()), "rest") << "a separate read";
 }
 
 TEST_F(TextService, ReceivesLineByLine)
