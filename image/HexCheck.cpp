@@ -200,10 +200,10 @@ void Checker::TakeUpperAddress(const HexRecord& record)
     base = record.UpperAddress();
     baseLine = lineNumber;
     baseIsNew = true;
-    // Who loads or sends the record looks at its data alone, who converts the file at its head.
+    // Who sends the record looks at its data alone; the compression for a medium wants a 0 here.
     if (record.Address(0) != 0)
         Warn("an address record (type 4) at " + Hex(record.Address(0), 4) +
-                 ", not 0000, which the unit ignores; a file that begins so cannot be converted",
+                 ", not 0000, which the unit ignores",
              base);
 }
 
