@@ -156,7 +156,7 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
                       "Update Counter Inc 10+ " + std::to_string(effect.silence) + "\n");
             update.updater.SetUpdateStatus(Transfer);
             EXPECT_EQ(update.Step(), effect.unwanted == Counts ? -1 : 1);
-            update.Let("1 unwanted");
+            update.Let("1024 unwanted");
             EXPECT_EQ(update.Step(), effect.unwanted == Forgets ? 1 : -1);
         }
     }
