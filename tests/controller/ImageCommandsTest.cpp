@@ -48,7 +48,7 @@ std::string Good()
 
 }  // namespace
 
-TEST(Exchange, TakesWorkForItsOwnOnlyAfterTheUnitHasTakenTheCommand)
+TEST(Exchange, ClaimsWorkOnlyAfterCommandWasTaken)
 {
     Exchange update(QueryOf("update"));
     EXPECT_FALSE(update.Take("Connecting to CSP"));
@@ -62,7 +62,7 @@ TEST(Exchange, TakesWorkForItsOwnOnlyAfterTheUnitHasTakenTheCommand)
     EXPECT_EQ(update.ResultAt(true), Status::Success);
 }
 
-TEST(Exchange, TakesACloseForTheEndOfAMonitorOnlyAfterAReadBack)
+TEST(Exchange, EndsMonitorAtCloseOnlyAfterReadBack)
 {
     Exchange monitor(QueryOf("monitor"));
     EXPECT_TRUE(monitor.Take("CSP Read Success."));

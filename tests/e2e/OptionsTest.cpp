@@ -86,7 +86,7 @@ TEST(CommandLine, ChoosesModeAndPeer)
         EXPECT_EQ(log.substr(0, std::string(row.log).size()), row.log);
         const bool isUsual =
             Count(unit.Journal(), "listen(tcp 4917)") + Count(log, "Port Open") > 0;
-        EXPECT_EQ(isUsual, row.words.empty()) << "the port, if nobody else has it";
+        EXPECT_EQ(isUsual, row.words.empty()) << "the port, if it is free";
     }
 }
 

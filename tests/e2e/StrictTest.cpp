@@ -120,7 +120,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
     }
 }
 
-TEST(Strict, EndsWhenItsPortIsTakenDuringTheStart)
+TEST(Strict, ExitsWhenPortIsTakenDuringStart)
 {
     Unit unit;
     unit.StartPiano();

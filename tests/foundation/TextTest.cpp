@@ -50,7 +50,7 @@ TEST(Hex, ReadsBadDigitOfByteAndFieldWithBadDigitAsZero)
     EXPECT_EQ(HexToChar("Fx"), 0xF0) << "bad second digit";
     EXPECT_EQ(HexToChar("@G"), 0) << "neighbours of the letters";
     EXPECT_EQ(HexToChar("/:"), 0) << "neighbours of the digits";
-    EXPECT_EQ(SHexToUInt("aF", 0), 0xAFU) << "whole text";
+    EXPECT_EQ(SHexToUInt("aF", 0), 0xAFU) << "all of the text";
     EXPECT_EQ(SHexToUInt("1g", 1), 1U) << "bad digit past the field";
     EXPECT_EQ(SHexToUInt("1", 2), 0U) << "field longer than the text";
     EXPECT_EQ(SHexToUInt("0G", 2), 0U) << "bad digit in the field";

@@ -112,7 +112,7 @@ TEST_F(ServerTest, LogsReleaseFileIfItOpens)
     EXPECT_NE(text.find(" - 1.00\n"), std::string::npos) << text;
 }
 
-TEST_F(ServerTest, KeepsOldParametersWhenTheSavedOnesAreNotThoseReceived)
+TEST_F(ServerTest, KeepsOldParametersUnlessSavedOnesMatch)
 {
     constexpr std::size_t kParameterSize = 0x60000;
     const std::string text = HexText(std::string(kParameterSize, 'x'), 32, "\r\n");
