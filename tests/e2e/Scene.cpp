@@ -1,5 +1,6 @@
 #include "Scene.h"
 
+#include <algorithm>
 #include <iterator>
 #include <sstream>
 
@@ -72,7 +73,9 @@ std::size_t Count(const std::string& text, const std::string& part)
 Unit::Words Split(const std::string& line)
 {
     std::istringstream words(line);
-    return {std::istream_iterator<std::string>(words), {}};
+    Unit::Words split{std::istream_iterator<std::string>(words), {}};
+    std::replace(split.begin(), split.end(), std::string("''"), std::string());
+    return split;
 }
 
 void ExpectCleanEnd(const Unit& unit, Process& program)

@@ -42,7 +42,7 @@ std::string EndOf(const std::string& text, const std::string& expected);
 
 std::size_t Count(const std::string& text, const std::string& part);
 
-// The words of a command line.
+// The words of a command line; '' is an empty one.
 Unit::Words Split(const std::string& line);
 
 // Expects that the program ends with status 0 and leaves no descriptor open.

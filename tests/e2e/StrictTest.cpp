@@ -57,6 +57,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         {"-x -h", 2, "option -- 'x'\n"},
         {"prog.hex", 2, "no option: prog.hex\n"},
         {"-f", 2, "requires an argument -- 'f'\n"},
+        {"-f ''", 2, "the file name is empty\n"},
         {"-f " + std::string(256, 'x'), 2, "file name is too long\n"},
         {"-P 1 -P 65535 -v", 2, noFile},
         {"--verify", 2, noFile},

@@ -75,9 +75,8 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
         EXPECT_EQ(LogTexts(unit, kUpdateLog),
                   "CSP Updater Start Now.\nCSP File Version: ../x\\V 1.02\n" + row.log +
                       (restarts ? "Rebooting CSP...5sec\n" : ""));
-        const std::string output = program.Output();
-        EXPECT_NE(output.find(row.output), std::string::npos) << output;
-        EXPECT_LE(UnitTime(), std::chrono::seconds(20 + Count(output, "Inc 1+"))) << output;
+        EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
+        EXPECT_LE(UnitTime(), std::chrono::seconds(20 + Count(program.Output(), "Inc 1+")));
         EXPECT_TRUE(unit.Read(row.name) == image);
         EXPECT_EQ(unit.Flash(kImageStart, firmware.size()) == firmware,
                   row.log.find("CSP Update Finished\n") != std::string::npos);
@@ -110,6 +109,8 @@ TEST(Update, SucceedsWithoutStandardOutput)
         EXPECT_TRUE(unit.WaitForJournal("usleep(500000)"));
         char first = 0;
         EXPECT_EQ(read(reader.Get(), &first, 1), fromTheStart ? 0 : 1) << "texts leave at once";
+        const std::string error = "/proc/" + std::to_string(program.Id()) + "/fd/2";
+        EXPECT_EQ(std::filesystem::read_symlink(error) == "/dev/null", fromTheStart);
         close(reader.Release());
 
         ExpectCleanEnd(unit, program);

@@ -73,10 +73,10 @@ Process& Unit::Spawn(const Words& command, const Words& variables)
 {
     const std::string streams =
         Path("sim/" + fs::path(command[0]).filename().string() + std::to_string(processes.size()));
-    return processes.emplace_back(
-        Process::Setup{Join(kEmulator, command),
-                       Join(variables, {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")}),
-                       Path("cwd"), output.value_or(streams + ".out"), streams + ".err", &*clock});
+    return processes.emplace_back(Process::Setup{
+        Join(kEmulator, command),
+        Join(variables, {Preload(), "SIMUNIT_CLOCK=" + Path("sim/clock")}), Path("cwd"),
+        output.value_or(streams + ".out"), output == "" ? "" : streams + ".err", &*clock});
 }
 
 Process& Unit::Start(const std::string& program, const Words& arguments)

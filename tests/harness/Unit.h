@@ -39,8 +39,8 @@ public:
     // replaces an earlier one of that name.
     void Set(const std::string& variable) { environment.push_back(variable); }
 
-    // The standard output of the programs started from now on, instead of a file for each; closed
-    // without a path.
+    // The standard output of the programs started from now on, instead of a file for each. Without
+    // a path it is closed, and standard error with it.
     void SetOutput(const std::string& path) { output = path; }
 
     // Starts a program of the build in the unit. DIAG_SERVER in the environment is the path of
