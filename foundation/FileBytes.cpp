@@ -20,7 +20,7 @@ int OpenToRead(const char* path)
     if (!S_ISREG(state.st_mode) && !S_ISCHR(state.st_mode))
         return -1;
     // Only the opening mustn't wait: a terminal's reader waits for what is typed.
-    return fcntl(file.Get(), F_SETFL, O_RDONLY) == 0 ? file.Release() : -1;
+    return fcntl(file.Get(), F_SETFL, 0) == 0 ? file.Release() : -1;
 }
 
 bool ReadWholeFile(int descriptor, FileBytes& bytes)

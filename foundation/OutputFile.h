@@ -8,11 +8,9 @@
 
 #include "UniqueFd.h"
 
-constexpr mode_t kForTheOwner = 0600;  // permission bits
-
 // Creates the file at `path`, or empties it: what an older one had past the new end must not stay.
 // The descriptor, which the caller owns, or -1.
-inline int CreateOutputFile(const char* path, mode_t permissions = kForTheOwner)
+inline int CreateOutputFile(const char* path, mode_t permissions = S_IRUSR | S_IWUSR)
 {
     return open(path, O_WRONLY | O_CREAT | O_TRUNC | kOpenFlags, permissions);
 }

@@ -9,7 +9,7 @@ constexpr char kCr = '\r';
 constexpr char kLf = '\n';
 constexpr std::int32_t kLongestLine = 80;  // bytes, the line end included
 
-// The bits of an address, which some interfaces pass in a long of 64 bits.
+// The bits of an address, which some interfaces pass in a long, of 32 or 64 bits.
 constexpr unsigned long kAddressMask = 0xFFFFFFFF;
 
 constexpr std::uint32_t kVersionAddress = 0x90040400;

@@ -14,7 +14,7 @@ int set_qmparam(unsigned long parameter, int value);
 // Negative when the device failed.
 int PciDsp_setPiano(int on);
 
-// The line for a log that precedes each restart.
+// The line for a log before a restart.
 inline constexpr char kRestartNote[] = "Rebooting CSP...5sec\n";
 
 // Restarts the CSP: off, 5 seconds, on. Blocks for that time. The results don't matter, since on a

@@ -55,17 +55,17 @@ int TDiagServer::Initialize(int port, int connecttype)
     Log("Diag Server Start Now.\n");
 
     // Nothing stops early: a log that reports every link is worth more than a quick end.
-    const int result = OpenMidi(connecttype) ? 0 : kNoPatcher;
+    int result = OpenMidi(connecttype) ? 0 : kNoPatcher;
     sleep(kPatcherWait);
     OpenRCServer();
     OpenPort();
 
+    if (result == 0 && strict != nullptr && zaurus->GetPortDescriptor() < 0)
+        result = Strict::kNoPort;
     if (result == 0)
         Log("Diag Server Initialize OK\n");
     language = GetIOCLanguage();
     versionReply = false;
-    if (result == 0 && strict != nullptr && zaurus->GetPortDescriptor() < 0)
-        return Strict::kNoPort;
     return result;
 }
 

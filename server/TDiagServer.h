@@ -64,7 +64,7 @@ public:
 private:
     // A row of the controller's commands.
     struct Command;
-    static const Command kCommands[];  // any other group belongs to the piano
+    static const Command kCommands[];
 
     bool OpenMidi(int connecttype);
     const char* ConnectMidi(int connecttype);

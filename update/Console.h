@@ -58,7 +58,7 @@ inline void CountFlashMode(int& count)
     count = (count + 1) % kFlashModeEvery;
 }
 
-// A MIDI message, or a group of the controller, in the order of the wire.
+// A MIDI message, or a group of the controller.
 inline constexpr int kGroupSize = 4;  // bytes
 using MidiGroup = std::array<unsigned char, kGroupSize>;
 

@@ -6,7 +6,6 @@
 #include "HexFormat.h"
 #include "Trace.h"
 
-// What an answer does is the action of its mode.
 struct TUpdater::Answer {
     std::string_view prefix;  // the text that the line begins with
     int shortest;             // characters of the line, its CR LF included
@@ -15,7 +14,7 @@ struct TUpdater::Answer {
     Action inServer;          // null where the server doesn't understand it
 };
 
-// The first row that fits decides. An "OK" without room for an address is none.
+// An "OK" without room for an address is none.
 const TUpdater::Answer TUpdater::kAnswers[] = {
     {kFlashIdle, 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdleDiag},
     {"Start WRITE ?", 0, Status::Request, &TUpdater::OnReady, &TUpdater::OnReady},
