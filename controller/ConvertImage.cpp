@@ -31,10 +31,10 @@ std::string Obstacle(const HexReport& report, ImageForm form)
     if (form == ImageForm::Hex)
         return {};
     if (report.ranges.size() > 1)
-        return "the data have a gap, which the target form cannot hold";
+        return "the data have a gap, which the target form cannot represent";
     if (const std::uint32_t start = report.ranges[0].start; start % kPageSize != 0)
         return "the data start at " + EightDigits(start) +
-               ", and the target form holds a multiple of 64 KiB only";
+               ", and the target form can only start at a multiple of 64 KiB";
     return {};
 }
 

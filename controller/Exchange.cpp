@@ -30,7 +30,7 @@ constexpr Phase kPhases[] = {
     {kRestarting, "restarting"},
 };
 
-// Any work has these texts. The version that is asked for first shows whose they are.
+// Any work has these texts. The version that was requested first shows whose they are.
 const std::vector<Reply> kUpdateReplies = {
     {kServiceText, Effect::Marks},
     {kConnecting, Effect::GoesOn},
@@ -76,7 +76,7 @@ bool EndsWith(std::string_view line, std::string_view text)
     return line.size() >= text.size() && line.substr(line.size() - text.size()) == text;
 }
 
-// What the unit says only while a read-back or an update runs.
+// Texts that the unit sends only while a read-back or an update runs.
 bool IsWork(std::string_view line)
 {
     return BeginsWith(line, kConnecting) || BeginsWith(line, kReading) ||
@@ -110,7 +110,7 @@ std::optional<int> PercentOf(std::string_view line)
 const std::vector<Query>& Queries()
 {
     // Nothing in the answer to a command shows that it is one, unless a version with the service
-    // text is asked for in the same write: the unit answers all of it or, when it is busy, nothing.
+    // text is requested in the same write: the unit answers all of it or, when it is busy, nothing.
     static const std::vector<Query> queries = {
         {"version", "the unit's release; the unit goes on answering with the service text",
          Wait::Replies,

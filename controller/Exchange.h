@@ -21,9 +21,9 @@ enum class Effect {
     Fails,     // likewise
     Ends,      // nothing more comes
     Confirms,  // a success and the end
-    Answers,   // likewise, and the line is what was asked for
+    Answers,   // likewise, and the line is the requested one
     Refuses,   // a failure and the end
-    Heads,     // the next line is the answer, whatever it says
+    Heads,     // the next line is the answer, whatever it contains
 };
 
 struct Reply {
@@ -34,7 +34,7 @@ struct Reply {
 // What is waited for once a command has gone out.
 enum class Wait {
     Replies,  // the texts of its table
-    Window,   // whatever comes in the time given
+    Window,   // whatever arrives in the given time
     Close,    // everything until the connection ends
 };
 
@@ -55,7 +55,7 @@ const Query& QueryOf(std::string_view command);
 // The bytes that go out for it, in one write.
 std::string GroupBytes(const Query& query);
 
-// What the unit says about work that takes long.
+// What the unit reports about work that takes long.
 struct Progress {
     std::string_view phase;      // a word for a program: "connecting", "reading" ...
     std::optional<int> percent;  // where the line has it
@@ -87,10 +87,10 @@ public:
     Status Result() const { return status.value_or(Status::Success); }
     Status ResultAt(bool close) const;
 
-    // The reason for a result other than success; empty when the status says it all.
+    // The reason for a result other than success; empty when the status is enough.
     const std::string& Reason() const { return reason; }
 
-    // The line that was asked for, where there is one.
+    // The requested line, where there is one.
     const std::string& Answer() const { return answer; }
 
 private:

@@ -37,7 +37,7 @@ std::string ReasonOf(const std::string& path)
     return path + ": " + (errno == 0 ? "can't be read" : std::strerror(errno));
 }
 
-// How many bytes the coding stands for; nothing when its last run item is cut off.
+// The size of the decoded bytes; nothing when its last run item is cut off.
 std::optional<std::size_t> ExpandedSize(std::string_view coded)
 {
     std::size_t size = 0;

@@ -12,7 +12,7 @@ enum class ImageForm { Hex, Bin, Rlg };
 // Nothing for any other extension. Either case counts.
 std::optional<ImageForm> FormOf(const std::string& path);
 
-// A directory of its own below `parent`, which goes with everything in it at the end of the scope.
+// A new directory below `parent`, removed with its contents at the end of the scope.
 class ScratchDirectory {
 public:
     explicit ScratchDirectory(const std::string& parent);
@@ -20,7 +20,7 @@ public:
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
-    // False when it couldn't be made; errno says why.
+    // False when it couldn't be made; errno has the reason.
     explicit operator bool() const { return !path.empty(); }
     std::string Path(const std::string& name) const { return path + "/" + name; }
 

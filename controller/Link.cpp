@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kLineLimit = 1024;
 constexpr std::size_t kReadSize = 4096;
-// A text that the unit sends without a line end is whole when so much time has gone by.
+// A text that the unit sends without a line end is complete after this time.
 constexpr auto kTextWait = std::chrono::milliseconds(500);
 
 // A unit that has vanished without a word is given up after 25 seconds.

@@ -27,7 +27,7 @@ public:
     // What keeps the unit from taking a command.
     void ShowBusy(const Progress& progress);
 
-    // Ends the line that a bar stands in.
+    // Ends the line of a progress bar.
     void EndBar();
 
     // Where nothing else is shown.

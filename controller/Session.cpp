@@ -17,8 +17,8 @@ namespace {
 // Seconds. The unit is deaf for 5 while it restarts the CSP. While it waits for a silent one, it
 // counts silences of 10, which a command that is sent again more often would keep from ever ending.
 constexpr double kAnswerLimit = 15;
-constexpr double kJobLimit = 120;  // seconds; the unit itself gives a silent CSP up before that
-constexpr double kWindow = 2;      // seconds in which `send` shows what comes
+constexpr double kJobLimit = 120;  // seconds; the unit itself gives up a silent CSP before that
+constexpr double kWindow = 2;      // seconds in which `send` shows what arrives
 constexpr double kForever = 1e9;
 constexpr double kRetryWait = 0.5;       // seconds between two attempts to connect
 constexpr std::size_t kMaxBytes = 8192;  // more doesn't fit in one read of the unit
@@ -221,7 +221,7 @@ bool Session::MayWait() const
     return (!isConnected || isDropped) && Clock::now() < serveBy;
 }
 
-// How long the unit may say nothing that belongs to the command.
+// How long the unit may send nothing that belongs to the command.
 double Session::SilenceLimit() const
 {
     if (invocation.timeout > 0)

@@ -2,7 +2,7 @@
 
 #include "Command.h"
 
-// A command that talks to the unit: sends its groups, shows what comes back line by line, and ends
+// A command that talks to the unit: sends its groups, shows the replies line by line, and ends
 // by the texts that it knows.
 Outcome Ask(const Invocation& invocation);
 

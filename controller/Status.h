@@ -12,15 +12,15 @@ enum class Status {
     NoAnswer = 4,
 };
 
-// How a command has ended, and what there is to say about it.
+// How a command has ended, and a sentence about it.
 struct Outcome {
     Outcome(Status ended = Status::Success, std::string why = {}, std::string asked = {})
         : status(ended), reason(std::move(why)), answer(std::move(asked))
     {}
 
     Status status;
-    std::string reason;  // of a failure; empty when all has been said
-    std::string answer;  // the unit's line that was asked for, where there is one
+    std::string reason;  // of a failure; empty when it has been printed
+    std::string answer;  // the line requested from the unit, where there is one
 };
 
 struct StatusMeaning {

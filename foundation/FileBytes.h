@@ -11,7 +11,7 @@ struct FileBytes {
 
 // Opens `path` for reading. The descriptor, which the caller owns, or -1: also for what is neither
 // a regular file nor a character device. A directory has no bytes, and a pipe would let its reader
-// wait for as long as nobody writes to it, or look empty.
+// wait for as long as no process writes to it, or look empty.
 int OpenToRead(const char* path);
 
 // Reads all of the open file `descriptor`, from its first byte. False when it has no size or one

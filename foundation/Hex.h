@@ -3,7 +3,7 @@
 #include "TSString.h"
 
 // Hexadecimal fields and the comparison of answers. The output buffers are the caller's, with as
-// much room as the comments say. SHexToUInt and strcompare are for the unit's other programs.
+// much room as each comment states. SHexToUInt and strcompare are for the unit's other programs.
 
 // Writes two upper-case digits and no NUL.
 void CharToHex(unsigned char value, char* target);

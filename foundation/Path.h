@@ -21,7 +21,7 @@ bool ExtractFileExtX(const char* path, char* output);
 // when nothing follows it.
 bool ExtractFileNameX(const char* path, char* output);
 
-// What stands before the last separator; a colon stays. A path without a separator stays as it is.
+// The part before the last separator; a colon stays. A path without a separator stays as it is.
 // Always true.
 bool ExtractFileDirX(const char* path, char* output);
 

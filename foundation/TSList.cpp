@@ -39,7 +39,7 @@ TSList& TSList::Insert(int index, void* item)
 
 void* TSList::GetItem(int index) const
 {
-    // The item of the empty link would be null as well, but a walk past it has nowhere to go.
+    // The item of the empty link would be null as well, but there is no link after it.
     if (index < 0 || index >= count)
         return nullptr;
     const TSLink* link = head;

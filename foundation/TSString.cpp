@@ -53,7 +53,7 @@ void ChangeSingles(char* text, char (*change)(char))
     }
 }
 
-// Positions count from 1, and 0 stands for none.
+// Positions count from 1, and 0 means none.
 int PositionAt(std::size_t index)
 {
     return index == std::string_view::npos ? 0 : static_cast<int>(index) + 1;

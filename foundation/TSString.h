@@ -66,7 +66,7 @@ public:
     // Removes bytes of value 32 or lower from both ends.
     TSString& Trim();
 
-    // Removes every byte that occurs in the set, wherever it stands.
+    // Removes every byte that occurs in the set, wherever it is.
     TSString& Strip(const TSString& set);
 
     // ASCII letters only, whatever pair they may be part of.

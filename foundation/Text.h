@@ -50,7 +50,7 @@ char* mystrcat(char* target, const char* source, int size);
 // written.
 int mystr_escquote(const char* source, char* target, int limit);
 
-// Overwrites every blank among the first `length` bytes with a NUL, wherever it stands.
+// Overwrites every blank among the first `length` bytes with a NUL, wherever it is.
 void trimleft(char* text, int length);
 
 // The leading number of the text, or 0.

@@ -3,8 +3,7 @@
 #include <cstddef>
 
 // The path of everything of the unit that the program opens, each written here and nowhere else.
-// A name that is made from one of these, or in a directory of its own, is in the source that makes
-// it.
+// A name that is derived from one of these is in the source that derives it.
 
 // Where the logs are, and more that the program keeps.
 inline constexpr const char* kLogDirectory = "/usr/local/lib/diag";

@@ -66,7 +66,7 @@ public:
     // The 32 bits to which an upper address sets the upper half.
     std::uint32_t UpperAddress() const { return Byte(DataAt(0)) << 24U | Byte(DataAt(1)) << 16U; }
 
-    // Sums `summedCount` bytes of data, whatever the count, after which the checksum stands.
+    // Sums `summedCount` bytes of data, whatever the count, which the checksum follows.
     bool IsChecksumGood(std::size_t summedCount) const
     {
         std::uint32_t sum = Byte(DataAt(Count()));

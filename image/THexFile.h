@@ -13,8 +13,8 @@ class HexRecord;
 // A firmware or parameter image as Intel HEX text, the form in which it lives from file to wire: a
 // record of HexRecord.h in each line.
 //
-// Two halves share an object and nothing else: the loaded half holds a file that is to be sent, the
-// checked half gathers records that are being received.
+// Two halves share an object and nothing else: the loaded half contains a file that is to be sent,
+// the checked half gathers records that are being received.
 class THexFile {
 public:
     // The results of CheckIntelHex.
@@ -34,10 +34,10 @@ public:
     THexFile& operator=(const THexFile&) = delete;
 
     // Loads a file of any content into rows and scans it. An earlier file's rows are released
-    // first. False, with nothing loaded, when the file can't be read whole, when a line has over 80
-    // bytes with its line end, or when there is no memory for it. Bytes after the last LF are left
-    // out. An LF right after a line end goes with it, so that such an empty line gets no row: the
-    // rows after it move up, and what is left over at the end is empty.
+    // first. False, with nothing loaded, when the file can't be read to its end, when a line has
+    // over 80 bytes with its line end, or when there is no memory for it. Bytes after the last LF
+    // are left out. An LF right after a line end goes with it, so that such an empty line gets no
+    // row: the rows after it move up, and what is left over at the end is empty.
     bool LoadFromFile(const char* path);
 
     // Scans the rows for startAddress, endAddress and versionText, each up to its first NUL.

@@ -1,7 +1,7 @@
 #pragma once
 
 // The character device through which the piano side is switched off and on, which restarts the CSP.
-// It is opened and closed for every call. Nothing here waits for the CSP or knows how it fares.
+// It is opened and closed for every call. Nothing here waits for the CSP or knows its state.
 //
 // The driver has one request, and takes a number in the place of the usual pointer:
 //    parameter << 8 | value      0C01 switches the piano side on, 0C00 off

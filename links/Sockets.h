@@ -10,8 +10,8 @@
 // path is too long for an address (a cut path would be another one).
 int mkclisocUNIX(const char* path);
 
-// A socket bound to `port` (its low 16 bits) on all addresses, at which nobody can connect yet. -1:
-// not created or prepared; -2: not bound.
+// A socket bound to `port` (its low 16 bits) on all addresses, to which no peer can connect yet.
+// -1: not created or prepared; -2: not bound.
 int mkboundsocINET(int port);
 
 // A socket that listens at `port` (its low 16 bits) on all addresses, backlog 1. -1: not created or

@@ -7,7 +7,7 @@
 #include "FileBytes.h"
 #include "HexCheck.h"
 
-// An Intel HEX file, read whole and checked.
+// An Intel HEX file, read to its end and checked.
 struct CheckedFile {
     CheckedFile() = default;
     explicit CheckedFile(const std::string& path);

@@ -27,7 +27,7 @@ struct Options {
     bool renameFile = false;             // to its version, after a finished update
     bool versionOnly = false;            // counts with a file name only
     bool verify = false;                 // compare the flash after an update; with --strict only
-    bool usageIsPrinted = false;         // it was asked for
+    bool usageIsPrinted = false;         // it was requested
     char filename[kPathSize] = {};       // empty: run the server
 
     // The latest mistake, which counts with --strict only; empty when it has been printed already.
@@ -41,7 +41,7 @@ void usage();
 void PrintHelp();
 
 // Applies the options. A mistake is printed by getopt, or passes, and the rest counts. False when
-// nothing is to run: the usage was asked for, or the file name doesn't fit.
+// nothing is to run: the usage was requested, or the file name doesn't fit.
 bool ParseOptions(int argc, char** argv, Options& options);
 
 // The same for the words after --strict, where a mistake is printed with the usage line and nothing

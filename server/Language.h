@@ -1,4 +1,4 @@
 #pragma once
 
-// 1 when the unit's language file says Japanese, else 0, also when there is no such file.
+// 1 when the unit's language file names Japanese, else 0, also when there is no such file.
 int GetIOCLanguage();

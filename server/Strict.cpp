@@ -22,7 +22,7 @@ namespace {
 constexpr std::uint32_t kStart = TCspReader::kParameterStart;
 constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
 
-// Anybody may look who is at work, and at what has failed.
+// Any user may read which process is running, and what has failed.
 constexpr mode_t kReadableByAll = 0644;
 
 bool IsCompleteReadBack(const HexReport& report)
@@ -35,7 +35,7 @@ bool IsCompleteReadBack(const HexReport& report)
 }  // namespace
 
 // The file first: what is wrong with it is known without anything of the unit, and with -v too. The
-// lock comes before the tests of what another strict run would have in use.
+// lock comes before the tests of what another strict run would be using.
 bool Strict::Prepare(Options& options)
 {
     log = options.HasFile() ? kUpdateLog : kServerLog;
@@ -99,7 +99,7 @@ std::string Strict::ReplaceReadBack(const std::string& text) const
     if (!saved.errors.empty())
         return saved.errors.front();
     if (!IsCompleteReadBack(saved.report))
-        return "not all of the parameter flash, and no more";
+        return "its data aren't exactly the parameter flash";
     if (saved.Text() != text)
         return "not what was received";
     // Some disks refuse bytes only when they come to write them.
@@ -148,7 +148,7 @@ bool Strict::TakeLock()
         if (fcntl(lock.Get(), F_GETLK, &other) < 0 || other.l_type == F_UNLCK)
             return ReportReason(kLockFile);
         return Report(std::string(kLockFile) + ": process " + std::to_string(other.l_pid) +
-                      " is at work already");
+                      " is running already");
     }
     const std::string id = std::to_string(getpid()) + "\n";
     const bool isWritten =
@@ -165,8 +165,7 @@ bool Strict::FindPatcher(int connecttype) const
     return isThere || ReportReason(kMidiPatcherSocket);
 }
 
-// Takes the port for a moment, without anybody that could connect; the server opens it seconds
-// later.
+// Binds the port for a moment, without listening; the server opens it seconds later.
 bool Strict::FindPort(int port) const
 {
     const UniqueFd bound(mkboundsocINET(port));

@@ -23,7 +23,7 @@ public:
     // run would fail.
     bool Prepare(Options& options);
 
-    // Takes what the run has returned, and compares the flash where that is asked for. True when
+    // Takes what the run has returned, and compares the flash where that is requested. True when
     // all has gone well.
     bool Finish(const Options& options, int result) const;
 

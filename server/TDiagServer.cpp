@@ -208,7 +208,7 @@ void TDiagServer::ReconnectMidi()
     Log(connected ? "Connected to MIDI Patcher\n" : "MIDI Patcher is dead.\n");
 }
 
-// Each link is asked for its descriptor at the moment of the test. A controller that is accepted
+// The descriptor of each link is fetched right before its test. A controller that is accepted
 // here is read in a later pass: it may get the number of a descriptor just closed, which the set
 // still calls readable, and a read of it would wait for as long as the controller is silent.
 void TDiagServer::Dispatch(const ReadSet& set, char* buffer)

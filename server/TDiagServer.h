@@ -92,7 +92,7 @@ private:
     void Send(const char* text);
     void SendAndLog(const char* text);
 
-    int language = 0;           // 1 when the unit's language file says Japanese, else 0
+    int language = 0;           // 1 when the unit's language file names Japanese, else 0
     bool versionReply = false;  // a version request is answered with the release line; outlives
                                 // the connection that switched it on
 

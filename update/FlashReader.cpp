@@ -10,8 +10,8 @@
 
 namespace {
 
-// An update has just restarted the CSP: it may not hear the first attempt yet, which takes over a
-// minute to fail.
+// An update has just restarted the CSP: it may not receive the first attempt yet, which takes over
+// a minute to fail.
 constexpr int kAttempts = 2;
 
 // The reader saves what it has read. Here that is only looked at.

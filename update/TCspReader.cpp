@@ -12,7 +12,7 @@
 namespace {
 
 constexpr std::uint32_t kProgressStep = 0x2000;  // bytes between two progress texts
-constexpr std::uint32_t kSilentStep = 0x10000;   // no text here but 100%: a base record comes too
+constexpr std::uint32_t kSilentStep = 0x10000;   // no text here but 100%: a base record arrives too
 
 }  // namespace
 
@@ -91,7 +91,7 @@ Step TCspReader::TakeStep(TMidiCom* midi, TZaurusCom* zaurus)
     }
 }
 
-// A read goes on even if the CSP never said that it is idle. Silence is looked at in every step,
+// A read goes on even if the CSP never reported that it is idle. Silence is checked in every step,
 // since a step that sends may be very far away.
 Step TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
 {

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kYearBase = 1900;  // what a tm's year counts from
 
-// Where a firmware file is looked for. The first that exists decides, whatever comes of it.
+// Where a firmware file is looked for. The first that exists is used, even if it can't be loaded.
 struct UpdateSource {
     const char* path;  // of UnitPaths.h
     bool compressed;   // the coding of RunLength.h, to be expanded before it is loaded

@@ -104,7 +104,7 @@ void TUpdater::OnNgDiag(const Setting& setting, const ConsoleLine& line)
     SendRefused(setting.midi, line.Address());
 }
 
-// The CSP is at work; its line is printed as it came.
+// The CSP is busy; its line is printed as received.
 void TUpdater::OnAlive(const Setting& /*setting*/, const ConsoleLine& line)
 {
     errorCounter = 0;

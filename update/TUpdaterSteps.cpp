@@ -45,7 +45,7 @@ Step TUpdater::TakeStepDiag(const Setting& setting)
     }
 }
 
-// An update goes on even if the CSP never said that it is idle.
+// An update goes on even if the CSP never reported that it is idle.
 Step TUpdater::StepConnect()
 {
     if (IsSilent())

@@ -35,12 +35,12 @@ public:
     int AcceptZaurus();
 
     // Makes one read into `buf`, which has room for 8193 bytes; no NUL is added. Returns the byte
-    // count, 0 when nobody is connected or the peer has closed (the connection ends), negative when
-    // the read failed (the connection stays).
+    // count, 0 when no controller is connected or the peer has closed (the connection ends),
+    // negative when the read failed (the connection stays).
     int ReadMessage(char* buf);
 
-    // Sends `len` bytes in one write. 1 when they went to the socket, 0 when nobody is connected or
-    // the write failed, which ends the connection.
+    // Sends `len` bytes in one write. 1 when they went to the socket, 0 when no controller is
+    // connected or the write failed, which ends the connection.
     int WriteMessage(const char* buf, int len);
 
 private:
@@ -49,5 +49,5 @@ private:
     UniqueFd zaurusId{-1};        // the connection; below 0 when there is none
 };
 
-// Sends a NUL-terminated text at its exact length. A text that nobody hears is not a failure.
+// Sends a NUL-terminated text at its exact length. A lost text is not a failure.
 void TellController(TZaurusCom* zaurus, const char* text);

@@ -90,7 +90,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         {"-b " + update, 0, keeps + "it has no version text\n", "flash", "",
          replace(":20040000", Record(0, 0x400, std::string(32, '\0')) + "\r\n")},
         {read, 0, "", "file"},
-        {read, 1, unsaved + "not all of the parameter flash, and no more\n", "links", part},
+        {read, 1, unsaved + "its data aren't exactly the parameter flash\n", "links", part},
         {read, 1, cutShort, "links", part, fail("fwrite:6:ENOSPC")},
         {read, 1, unsaved + "Read-only file system\n", "links", part, fail("open:10:EROFS")},
         {read, 1, unsaved + "Permission denied\n", "links", "", fail("rename:1:EACCES")},
@@ -154,7 +154,7 @@ TEST(Strict, StartsOnceAndRefusesDamagedFiles)
 
     EXPECT_EQ(second.Wait(), 1);
     EXPECT_EQ(second.Error(), "diag_server: " + kLogFolder + "/diag_server.lock: process " +
-                                  std::to_string(scene.server.Id()) + " is at work already\n");
+                                  std::to_string(scene.server.Id()) + " is running already\n");
     const std::string found = ":385: no end record (type 1): the board waits for more\n";
     const std::string parameters = "/usr/local/lib/diag/csp_param.hex" + found;
     const std::string firmware = "/mnt/usb/csp_prog.hex" + found;
