@@ -66,7 +66,7 @@ bool ContinuesWith(int file, const char* block, ssize_t size)
 
 }  // namespace
 
-// Whether a path can be opened at all decides here, and not what it leads to.
+// True for anything that can be opened.
 bool FileExists(const char* path)
 {
     const UniqueFd file(open(path, O_RDONLY | kOpenFlags));

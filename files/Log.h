@@ -8,7 +8,7 @@
 // False when the log can't be opened, or the entry can't be handed to the stream.
 bool AddLogFile(const char* path, const char* text);
 
-// Cuts the log down to its newest `linesToKeep` lines; pieces of 1,023 bytes of a longer line count
-// as lines. False, and no change, when the log can't be read. All of the log is in memory on the
-// way, and it is lost when it can't be created again.
+// Cuts the log down to its newest `linesToKeep` lines; each piece of PieceReader counts as a
+// line. False, and no change, when the log can't be read. Reads all of the log into memory; it is
+// lost when it can't be created again.
 bool ResetLogFile(const char* path, int linesToKeep);

@@ -5,20 +5,19 @@
 
 namespace {
 
-constexpr char kDigits[] = "0123456789ABCDEF";
 constexpr int kRadix = 16;
 constexpr unsigned kCharacters = 256;
 constexpr signed char kNoDigit = -1;
 
-// The value of each character as a digit. A look-up, since a digit is a letter as often as not and
-// a branch on that is guessed wrong as often.
+// The value of each character as a digit. A look-up, since a branch on letter or digit is
+// mispredicted half of the time.
 struct DigitTable {
     constexpr DigitTable(bool lowerCase, signed char other) : value()
     {
         for (signed char& each : value)
             each = other;
         for (signed char digit = 0; digit < kRadix; ++digit) {
-            const unsigned char character = kDigits[digit];
+            const unsigned char character = kHexDigits[digit];
             value[character] = digit;
             if (lowerCase && digit >= 10)
                 value[character + ('a' - 'A')] = digit;
@@ -39,8 +38,8 @@ constexpr DigitTable kAnyDigits(true, kNoDigit);
 
 void CharToHex(unsigned char value, char* target)
 {
-    target[0] = kDigits[value >> 4];
-    target[1] = kDigits[value & 15];
+    target[0] = kHexDigits[value >> 4];
+    target[1] = kHexDigits[value & 15];
 }
 
 unsigned char HexToChar(const char* text)
@@ -68,7 +67,7 @@ bool UIntToHex(unsigned int value, char* target, int width)
     target[digits] = '\0';
     // From the right, so that what doesn't fit is lost on the left.
     for (int place = digits - 1; place >= 0; --place) {
-        target[place] = kDigits[value & 15];
+        target[place] = kHexDigits[value & 15];
         value >>= 4;
     }
     return true;

@@ -5,6 +5,8 @@
 // Hexadecimal fields and the comparison of answers. The output buffers are the caller's, with as
 // much room as each comment states. SHexToUInt and strcompare are for the unit's other programs.
 
+inline constexpr char kHexDigits[] = "0123456789ABCDEF";
+
 // Writes two upper-case digits and no NUL.
 void CharToHex(unsigned char value, char* target);
 

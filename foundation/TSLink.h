@@ -1,6 +1,6 @@
 #pragma once
 
-// One link of a TSList: the item, which the link doesn't own, and the way to the next link.
+// One link of a TSList: the item, which the link doesn't own, and the next link.
 class TSLink {
 public:
     explicit TSLink(void* payload) : item(payload) {}

@@ -90,7 +90,7 @@ TSString::TSString(const char* source, int limit) : length(std::max(limit, 0))
     *std::copy_n(source, copied, text.get()) = '\0';
 }
 
-// By the text and not by the length: a buffer that isn't full yet is worth what is in it.
+// By the text and not by the length: of a buffer that isn't full only the text is copied.
 TSString::TSString(const TSString& source) : TSString(source.c_str()) {}
 
 // The old buffer goes with `other`, at the end of its scope.
@@ -251,7 +251,7 @@ TSString TSString::SubString(int position) const
 TSString TSString::SubString(int position, int count) const
 {
     const int start = std::max(position, 1);
-    // The last byte alone can't be had, which is as old as the class: the callers count on it.
+    // The last byte alone is never returned; callers rely on this.
     if (start >= length)
         return TSString();
     return TSString(text.get() + start - 1, count);

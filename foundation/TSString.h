@@ -80,7 +80,7 @@ public:
     TSString& SQLString(int allBytes);
 
     // The text from the position on. A position of the length or more returns an empty string, so
-    // the last byte alone can't be had.
+    // the last byte alone is never returned.
     TSString SubString(int position) const;
 
     // At most `count` bytes from the position; the same rule for the position.

@@ -152,7 +152,7 @@ int mystr_escquote(const char* source, char* target, int limit)
     return written;
 }
 
-// The name is older than what it does: blanks go from everywhere, not only from the left.
+// Despite its name, it replaces blanks everywhere, not only on the left.
 void trimleft(char* text, int length)
 {
     std::replace_if(text, text + std::max(length, 0), IsBlank, '\0');

@@ -32,12 +32,15 @@ private:
 // A text file read from its first line, in pieces of a bounded length.
 class PieceReader {
 public:
+    static constexpr int kPieceSize = 1024;  // of the longest piece and its NUL
+
     explicit PieceReader(const char* path) : file(OpenStream(path)) {}
 
-    // False when the file couldn't be opened; OpenToRead documents what isn't.
+    // False when the file couldn't be opened; OpenToRead lists what it refuses.
     explicit operator bool() const { return file != nullptr; }
 
-    // The next line with its line end, or 1,023 bytes of a longer one; null at the end of the file.
+    // The next line with its line end, or a full piece of a longer one; null at the end of the
+    // file.
     const char* Next() { return std::fgets(piece, sizeof piece, file.get()); }
 
     // Closes the file before the end of the scope. The last piece stays.
@@ -54,6 +57,6 @@ private:
         return stream;
     }
 
-    UniqueFile file;        // null when it couldn't be opened
-    char piece[1024] = {};  // the last piece, ended by a NUL
+    UniqueFile file;              // null when it couldn't be opened
+    char piece[kPieceSize] = {};  // the last piece, ended by a NUL
 };

@@ -29,6 +29,9 @@ inline constexpr const char* kUnnamedParameterFile = "csp_param.hex";
 // A compressed firmware file is expanded to here.
 inline constexpr const char* kExpandedFirmware = "/tmp/csp_prog.hex";
 
+// Accepts every byte and keeps none.
+inline constexpr const char* kNowhere = "/dev/null";
+
 // The address of the MIDI Patcher, through which everything reaches the piano.
 inline constexpr const char* kMidiPatcherSocket = "/home/i2c_server_sock";
 

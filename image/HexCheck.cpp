@@ -10,7 +10,6 @@ namespace {
 
 constexpr std::uint32_t kFlashStart = 0x90000000;
 constexpr std::uint32_t kFlashSize = 0x1000000;
-constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 constexpr std::size_t kShortestRecord = HexRecord::kDataAt + 2;
 // Data bytes of the longest record that can be loaded: what one lost line leaves open.
 constexpr std::uint32_t kMostData = (kLongestLine - 1 - kShortestRecord) / 2;
@@ -19,7 +18,7 @@ constexpr std::uint32_t kMostData = (kLongestLine - 1 - kShortestRecord) / 2;
 constexpr unsigned char kSegmentStart = 3;
 constexpr unsigned char kLinearStart = 5;
 
-std::string Hex(std::uint32_t value, int width = 8)
+std::string Hex(std::uint32_t value, int width = kAddressDigits)
 {
     return UIntToSHex(value, width).c_str();
 }
@@ -35,7 +34,7 @@ std::string WrongDigit(char character)
     const bool isVisible = value > ' ' && value <= '~';
     const std::string name =
         isVisible ? std::string{'"', character, '"'} : "the character 0x" + Hex(value, 2);
-    return name + " is no upper-case hex digit, and the unit reads it as 0";
+    return name + " is not an upper-case hex digit, and the unit reads it as 0";
 }
 
 // What is wrong with the record in itself; empty for a good one. `length` is that of the line with
@@ -95,8 +94,8 @@ private:
     void Error(std::string text, std::optional<std::uint32_t> address = std::nullopt);
     void Warn(std::string text, std::optional<std::uint32_t> address = std::nullopt);
 
-    HexReport report;
-    std::size_t lineNumber = 0;
+    HexReport report;            // of the lines so far
+    std::size_t lineNumber = 0;  // from 1
 
     std::uint32_t base = 0;                // of the last address record
     std::size_t baseLine = 0;              // where that was; 0 before the first
@@ -104,8 +103,8 @@ private:
     std::optional<std::uint32_t> next;     // past the last data record; none before the first, and
                                            // after a damaged line, which may have been data
     std::optional<std::uint32_t> outside;  // past the last data that left the flash
-    bool blockIsOpen = false;
-    bool hasEnded = false;
+    bool blockIsOpen = false;              // the last data did not reach the end of a block
+    bool hasEnded = false;                 // the end record was there, or may have been
 
     // What is reported once a file: the first shows the cause, and each line may repeat it.
     bool stepReported = false;
@@ -222,8 +221,8 @@ void Checker::TakeRowWithoutData(const std::string& row)
     // An address record doesn't open a block: the unit sends it together with the row that follows.
     if (blockIsOpen && !baseIsNew)
         return Warn(row);
-    Error(row + "; no block of data is open here, and the board, which answers data alone, is "
-                "waited for in vain");
+    Error(row + "; no block of data is open here, and the board answers only data, so the unit "
+                "waits until it gives up");
 }
 
 // Where a damaged line leaves open what comes next, any place is good.

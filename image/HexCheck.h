@@ -17,15 +17,16 @@ enum class Severity {
 };
 
 struct Finding {
-    std::size_t line;  // from 1; the last line for what is missing at the end, 0 in an empty file
-    Severity severity;
+    std::size_t line =
+        0;  // from 1; the last line for what is missing at the end, 0 in an empty file
+    Severity severity = Severity::Error;   // by what the unit does with the file
     std::string text;                      // a sentence for a technician
     std::optional<std::uint32_t> address;  // of the data, where it is known
 };
 
 struct AddressRange {
-    std::uint32_t start;
-    std::uint32_t size;  // bytes, at least 1
+    std::uint32_t start = 0;  // address of the first byte
+    std::uint32_t size = 0;   // bytes, at least 1
 };
 
 enum class LineEnds { None, Lf, CrLf, Mixed };
@@ -36,15 +37,15 @@ struct HexReport {
     // By the line that shows them, which can be a later one than their own. Those over the limit
     // are counted only.
     std::vector<Finding> findings;
-    std::size_t errors = 0;
-    std::size_t warnings = 0;
+    std::size_t errors = 0;    // all of them
+    std::size_t warnings = 0;  // all of them
 
-    std::string version;               // as the unit reads it; empty without one
-    std::vector<AddressRange> ranges;  // in the order of the file; what continues is one range
-    std::size_t bytes = 0;             // of data
-    std::size_t records = 0;           // of any type, the damaged ones left out
-    std::size_t blocks = 0;            // after each of which an update waits for an answer
-    LineEnds lineEnds = LineEnds::None;
+    std::string version;                 // as the unit reads it; empty without one
+    std::vector<AddressRange> ranges;    // in the order of the file; what continues is one range
+    std::size_t bytes = 0;               // of data
+    std::size_t records = 0;             // of any type, the damaged ones left out
+    std::size_t blocks = 0;              // after each of which an update waits for an answer
+    LineEnds lineEnds = LineEnds::None;  // of the complete lines
 };
 
 // Checks the bytes of an Intel HEX file.

@@ -12,6 +12,8 @@ constexpr std::int32_t kLongestLine = 80;  // bytes, the line end included
 // The bits of an address, which some interfaces pass in a long, of 32 or 64 bits.
 constexpr unsigned long kAddressMask = 0xFFFFFFFF;
 
+constexpr int kAddressDigits = 8;  // of an address in a text, hexadecimal
+
 constexpr std::uint32_t kVersionAddress = 0x90040400;
 constexpr int kWriteBlock = 0x2000;  // bytes of flash between two answers of the CSP
 

@@ -20,7 +20,7 @@ public:
     // The byte there, or kNoData.
     std::int16_t At(std::uint32_t address) const;
 
-    // What has data, by the address that it begins at.
+    // The cells with data by their first addresses. This and the comparison are for diagctl.
     const std::map<std::uint32_t, Cell>& Cells() const { return cells; }
 
     bool operator==(const Image& other) const { return cells == other.cells; }

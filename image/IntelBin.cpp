@@ -51,7 +51,7 @@ bool WriteBinaryHead(int output, std::string_view line)
     return WriteWhole(output, head, sizeof(head));
 }
 
-// A count that promises more than the line has is met with bytes of 0.
+// Bytes that the line lacks by its count become 0.
 bool WriteBinaryData(int output, std::string_view line)
 {
     // Two digits make no count that is larger.

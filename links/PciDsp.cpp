@@ -10,7 +10,7 @@
 static constexpr unsigned long kSetParameter = 33;
 static constexpr unsigned kParameterShift = 8;
 static constexpr unsigned long kPianoPower = 12;
-static constexpr unsigned kOffTime = 5;  // seconds; the CSP forgets everything in them
+static constexpr unsigned kOffTime = 5;  // seconds; the CSP loses its state in them
 
 int set_qmparam(unsigned long parameter, int value)
 {

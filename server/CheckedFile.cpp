@@ -9,7 +9,7 @@ constexpr std::size_t kMostErrors = 20;
 
 CheckedFile::CheckedFile(const std::string& path)
 {
-    // What isn't a file is refused without a reason of the system's, and an older one isn't that.
+    // OpenToRead refuses what isn't a file without setting errno.
     errno = 0;
     const UniqueFd file(OpenToRead(path.c_str()));
     if (!file || !ReadWholeFile(file.Get(), bytes)) {

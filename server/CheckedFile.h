@@ -14,11 +14,11 @@ struct CheckedFile {
 
     std::string_view Text() const;
 
-    FileBytes bytes;
-    HexReport report;
+    FileBytes bytes;   // empty when the file can't be read
+    HexReport report;  // of the bytes
     // A sentence for each error, with the path; empty for a good file. A file of another kind has
-    // an error in each line, and no one cuts the server's log, so only the first are there, with
-    // how many the others are.
+    // an error in each line, and no one cuts the server's log: only the first 20, then the number
+    // of the rest.
     std::vector<std::string> errors;
 };
 

@@ -2,21 +2,18 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include <getopt.h>
 
 #include "Number.h"
+#include "Text.h"
 #include "Trace.h"
 
 namespace {
 
-constexpr int kDecimal = 10;
 constexpr int kHighestPort = 65535;
 constexpr std::size_t kPortDigits = 5;
-
-constexpr char kNameTooLong[] = "diag_server: file name is too long\n";
 
 constexpr char kHelp[] =
     "diag_server [-P PORT]                    serve a controller\n"
@@ -50,15 +47,10 @@ bool StoreFileName(Options& options, std::string_view name)
     return true;
 }
 
-int ToPort(const char* text)
-{
-    return static_cast<int>(std::strtol(text, nullptr, kDecimal));
-}
-
 bool IsPort(std::string_view text)
 {
     const bool isNumber = !text.empty() && text.size() <= kPortDigits && IsAllDigits(text);
-    return isNumber && ToPort(text.data()) >= 1 && ToPort(text.data()) <= kHighestPort;
+    return isNumber && StrToInt(text.data()) >= 1 && StrToInt(text.data()) <= kHighestPort;
 }
 
 bool TakeFileName(Options& options, const char* name)
@@ -67,7 +59,7 @@ bool TakeFileName(Options& options, const char* name)
         options.mistake = "the file name is empty";
     if (StoreFileName(options, name))
         return true;
-    std::fputs(kNameTooLong, stderr);
+    PrintError("file name is too long");
     options.mistake = "";
     return false;
 }
@@ -79,7 +71,7 @@ std::optional<std::string> FindContradiction(const Options& options)
     if (needsFile && !options.HasFile())
         return "-v, -b, -c and --verify need a file";
     if (options.verify && options.versionOnly)
-        return "--verify needs an update, which -v is none";
+        return "--verify can't be used with -v, which makes no update";
     return std::nullopt;
 }
 
@@ -93,6 +85,11 @@ void usage()
 void PrintHelp()
 {
     Trace(kHelp);
+}
+
+void PrintError(const std::string& text)
+{
+    std::fprintf(stderr, "diag_server: %s\n", text.c_str());
 }
 
 bool ParseOptions(int argc, char** argv, Options& options)
@@ -118,9 +115,9 @@ bool ParseOptions(int argc, char** argv, Options& options)
             break;
         case 'P':
             // Taken whatever it is: the socket has the low 16 bits of any number.
-            options.port = ToPort(optarg);
+            options.port = StrToInt(optarg);
             if (!IsPort(optarg))
-                options.mistake = "the port is no number from 1 to 65535";
+                options.mistake = "the port is not a number from 1 to 65535";
             break;
         default: options.mistake = ""; break;  // getopt has printed what is wrong
         }
@@ -139,13 +136,13 @@ bool ParseStrictOptions(int argc, char** argv, Options& options)
     const bool runs = ParseOptions(argc, argv, options);
     // getopt has moved the words that are no options to the end.
     if (optind < argc && runs)
-        options.mistake = std::string("no option: ") + argv[optind];
+        options.mistake = std::string("not an option: ") + argv[optind];
     else if (!options.mistake && runs)
         options.mistake = FindContradiction(options);
     if (!options.mistake)
         return runs;
     if (!options.mistake->empty())
-        std::fprintf(stderr, "diag_server: %s\n", options.mistake->c_str());
+        PrintError(*options.mistake);
     if (!options.usageIsPrinted)
         usage();
     return false;

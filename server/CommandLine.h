@@ -40,8 +40,11 @@ void usage();
 // Prints all options on standard output.
 void PrintHelp();
 
-// Applies the options. A mistake is printed by getopt, or passes, and the rest counts. False when
-// nothing is to run: the usage was requested, or the file name doesn't fit.
+// A sentence on standard error, after the program's name.
+void PrintError(const std::string& text);
+
+// Applies the options. A mistake is printed by getopt or ignored; the other options still apply.
+// False when nothing is to run: the usage was requested, or the file name doesn't fit.
 bool ParseOptions(int argc, char** argv, Options& options);
 
 // The same for the words after --strict, where a mistake is printed with the usage line and nothing

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "Console.h"
 #include "FileTools.h"
 #include "FlashReader.h"
 #include "Hex.h"
@@ -59,7 +59,7 @@ bool Strict::Finish(const Options& options, int result) const
                Report("the MIDI Patcher could not be reached before, but can be now");
     if (result == kNoPort)
         return FindPort(options.port) && Report("the port was in use before, but is free now");
-    if (result < 0)
+    if (result != 0)
         return Report("the update has failed");
     return readBackIsSaved && (!options.verify || Verify(options.connecttype));
 }
@@ -86,13 +86,13 @@ void Strict::EndReadBack(const std::string& text)
 // Returns what is wrong, or nothing.
 std::string Strict::ReplaceReadBack(const std::string& text) const
 {
-    // A file that could not be made can't be made now, which has a reason again.
+    // Made again where it is missing, so that errno has the reason.
     const UniqueFd file(
         open(received.c_str(), O_WRONLY | O_APPEND | O_CREAT | kOpenFlags, kReadableByAll));
     if (!file)
         return Reason();
     const CheckedFile saved(received);
-    // So has a file that was cut short when the next byte is to follow.
+    // If it was cut short, writing the next byte fails for the same reason.
     const std::size_t size = saved.Text().size();
     if (size < text.size() && write(file.Get(), &text[size], 1) < 0)
         return Reason();
@@ -195,7 +195,7 @@ bool Strict::Compare(const Image& file, const Image& flash) const
             first = at;
     }
     return count == 0 || Report("the flash differs from the file, bytes: " + std::to_string(count) +
-                                ", first at " + UIntToSHex(first, 8).c_str() + ": " +
+                                ", first at " + UIntToSHex(first, kAddressDigits).c_str() + ": " +
                                 UIntToSHex(flash.At(first), 2).c_str() + " in the flash, " +
                                 UIntToSHex(file.At(first), 2).c_str() + " in the file");
 }
@@ -204,13 +204,14 @@ bool Strict::Compare(const Image& file, const Image& flash) const
 void Strict::ReportRest(std::uint32_t first, std::uint32_t last) const
 {
     if (first <= last)
-        Report((TSString("not verified: ") + UIntToSHex(first, 8) + " to " + UIntToSHex(last, 8))
+        Report((TSString("not verified: ") + UIntToSHex(first, kAddressDigits) + " to " +
+                UIntToSHex(last, kAddressDigits))
                    .c_str());
 }
 
 bool Strict::Report(const std::string& text) const
 {
-    std::fprintf(stderr, "diag_server: %s\n", text.c_str());
+    PrintError(text);
     AddLogFile(log, (text + "\n").c_str());
     return false;
 }

@@ -9,18 +9,14 @@
 #include "Image.h"
 #include "UniqueFd.h"
 
-// What --strict adds to a run: checks before the first link is opened, at the loop's border where a
-// file comes in or has been saved, and at the end. Each failure is a sentence on standard error and
-// in the log of the mode.
+// What --strict adds to a run: checks before the first link is opened, where the server has loaded
+// or saved a file, and at the end. Each failure is a sentence on standard error and in the log of
+// the mode.
 class Strict {
 public:
-    // The result of a server that isn't to run because its port can't be opened.
-    static constexpr int kNoPort = -4;
-
     // Checks the firmware file, and unless only its version is to be printed, that no other strict
-    // run is under way and that nothing is missing. The lock is kept for the life of this object. A
-    // file that can't be renamed after the update isn't to be: `options` changes. False when the
-    // run would fail.
+    // run is under way and that nothing is missing. The lock is kept for the life of this object.
+    // Clears `renameFile` if the rename after the update would fail. False when the run would fail.
     bool Prepare(Options& options);
 
     // Takes what the run has returned, and compares the flash where that is requested. True when

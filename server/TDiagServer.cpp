@@ -23,9 +23,10 @@ static_assert(kBufferSize > TMidiCom::kMaxMessage, "a message of the piano fits,
 
 // A command typed at a terminal.
 struct Key {
-    char letter;             // the first of the line
-    const MidiGroup* group;  // sent after the group that enters flash mode; null: neither is
-    const char* line;        // sent to the console; null: none
+    char letter = 0;  // the first of the line
+    const MidiGroup* group =
+        nullptr;                 // sent after the group that enters flash mode; null: neither is
+    const char* line = nullptr;  // sent to the console; null: none
 };
 constexpr MidiGroup kAskVersion = {0xBF, 0x51, 0x00, 0x00};
 constexpr Key kKeys[] = {
@@ -61,7 +62,7 @@ int TDiagServer::Initialize(int port, int connecttype)
     OpenPort();
 
     if (result == 0 && strict != nullptr && zaurus->GetPortDescriptor() < 0)
-        result = Strict::kNoPort;
+        result = kNoPort;
     if (result == 0)
         Log("Diag Server Initialize OK\n");
     language = GetIOCLanguage();

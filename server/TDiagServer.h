@@ -46,7 +46,7 @@ public:
     // is active, or line by line to the RC Server and the controller.
     void ProcessMidi(char* buffer);
 
-    // Takes one command from standard input. No step of the loop calls it.
+    // Takes one command from standard input. For a program that watches it; the loop doesn't.
     void ProcessKeyboard(char* buffer);
 
     // Takes what the controller has sent, in groups of four bytes. Before Run has made the state

@@ -21,9 +21,9 @@ constexpr unsigned char kAlternateGroup = 'l';
 
 // A row of the table. What the commands do is in here, so that a new one touches no other source.
 struct TDiagServer::Command {
-    MidiGroup group;                        // what the controller sends
-    bool needsMachine;                      // without effect before Run
-    void (*carryOut)(TDiagServer& server);  // sends and logs what comes of it
+    MidiGroup group = {};                             // what the controller sends
+    bool needsMachine = false;                        // without effect before Run
+    void (*carryOut)(TDiagServer& server) = nullptr;  // sends and logs the result
 
     // A search loads what it finds, so that a later start needs no medium any more.
     static void ShowUpdateFile(TDiagServer& server)

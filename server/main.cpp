@@ -17,6 +17,7 @@
 #include "TSString.h"
 #include "TUpdater.h"
 #include "Trace.h"
+#include "UnitPaths.h"
 
 // The mode's main object. Only main sets and reads them.
 TDiagServer* diag = nullptr;
@@ -24,16 +25,16 @@ TUpdater* updater = nullptr;
 
 namespace {
 
-// What --strict ends with.
+// The exit statuses with --strict.
 enum ExitStatus { Success = 0, Failure = 1, Usage = 2 };
 
-// What the program was started without would be the number of its first link, and every text would
-// go to the piano. `open` takes the lowest number that is free.
+// A standard stream that was closed at the start would be the number of the first link, and every
+// text would go to the piano. `open` takes the lowest number that is free.
 void FillStandardStreams()
 {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
         if (fcntl(stream, F_GETFD) < 0)
-            open("/dev/null", O_RDWR);
+            open(kNowhere, O_RDWR);
     }
 }
 

@@ -8,10 +8,11 @@
 #include <cstdint>
 #include <string_view>
 
+#include "HexFormat.h"
 #include "TMidiCom.h"
 
 // The statuses that the update and the read-back have in common. 0 or more means that the machine
-// is active, which gives it the console and shuts the controller's commands out.
+// is active: it owns the console, and the controller's commands are dropped.
 namespace Status {
 enum Value {
     Idle = -1,
@@ -24,7 +25,7 @@ enum Value {
 };
 }  // namespace Status
 
-// What a step of a machine has come to. The loops get it as a number.
+// The outcome of a step of a machine. The loops get it as a number.
 enum class Step {
     Failed = -1,
     Done = 0,
@@ -46,13 +47,15 @@ inline constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash m
 // update that gets no link waits as long once more before it ends.
 inline constexpr unsigned kRetryWait = 5;
 
-inline constexpr int kNoPatcher = -3;  // from Initialize: the MIDI Patcher can't be reached
+// Results of Initialize.
+inline constexpr int kNoFile = -1;     // an update has nothing to write
+inline constexpr int kNoPatcher = -3;  // the MIDI Patcher can't be reached
+inline constexpr int kNoPort = -4;     // with --strict: the controller's port can't be opened
 
 inline constexpr std::uint32_t kReadBlock = 0x1000;  // bytes of flash for each request
-inline constexpr int kAddressDigits = 8;             // of an address in a line, hexadecimal
 
-// Counts a step or request for which something is due at 0, and again after kFlashModeEvery of
-// them: nothing bounds the passes of a loop that is kept awake.
+// Wraps to 0 every kFlashModeEvery steps or requests; the caller sends at 0. Nothing bounds the
+// passes of a loop that is kept awake.
 inline void CountFlashMode(int& count)
 {
     count = (count + 1) % kFlashModeEvery;
@@ -94,8 +97,8 @@ public:
 private:
     static constexpr std::size_t kSize = TMidiCom::kConsoleSize;
 
-    char text[kSize];    // up to its NUL
-    std::size_t length;  // bytes, the NUL not included
+    char text[kSize] = {};   // up to its NUL
+    std::size_t length = 0;  // bytes, the NUL not included
 };
 
 // Sends one line, a NUL-terminated text, on channel 0. A lost link shows up as silence.

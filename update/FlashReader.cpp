@@ -14,9 +14,6 @@ namespace {
 // a minute to fail.
 constexpr int kAttempts = 2;
 
-// The reader saves what it has read. Here that is only looked at.
-constexpr char kNowhere[] = "/dev/null";
-
 // Waits for lines of the CSP and hands them on.
 void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
 {
@@ -37,11 +34,12 @@ void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
 std::string ReadFlash(int connecttype)
 {
     TMidiCom midi;
-    TZaurusCom nobody;  // whom the texts for the controller go to
+    TZaurusCom nobody;  // not connected: the texts for the controller are lost
     TCspReader reader;
     midi.Set_connecttype(connecttype);
     if (midi.SetMidiDescriptor(kMidiPatcherSocket) < 0 || !midi.Connect_i2cserver())
         return {};
+    // The received text is enough, so the file that the reader saves is dropped.
     reader.SetReaderParameter(0, 0, kNowhere);
     Step step = Step::Failed;
     for (int attempt = 0; attempt < kAttempts && step != Step::Done; ++attempt) {

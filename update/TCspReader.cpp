@@ -204,7 +204,7 @@ void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
     if (line.BeginsWith(kFlashIdle)) {
         readerStatus = Status::Request;
         ResetCounters();
-        Trace("Status:Flash Idle\n");
+        TraceLine(kFlashIdle, "");
         return;
     }
     // The CSP is in the middle of something: break it off, and ask again with the next step.

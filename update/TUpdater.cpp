@@ -18,8 +18,8 @@ constexpr int kYearBase = 1900;  // what a tm's year counts from
 
 // Where a firmware file is looked for. The first that exists is used, even if it can't be loaded.
 struct UpdateSource {
-    const char* path;  // of UnitPaths.h
-    bool compressed;   // the coding of RunLength.h, to be expanded before it is loaded
+    const char* path = nullptr;  // of UnitPaths.h
+    bool compressed = false;     // the coding of RunLength.h, to be expanded before it is loaded
 };
 constexpr UpdateSource kUpdateSources[] = {
     {kUsbFirmware, false},         {kUsbCompressedFirmware, true},    {kCdFirmware, false},
@@ -66,7 +66,7 @@ void TUpdater::IncUpdateCounter()
     TraceLine("Update Counter Inc 10+ ", TSString(updateCounter).c_str());
 }
 
-// A bad file isn't made up for by a good one on the next medium: whoever put it there has to know.
+// A bad file isn't skipped for a good one on the next medium, so that it gets noticed.
 int TUpdater::SearchUpdateHex(char* version)
 {
     for (const UpdateSource& source : kUpdateSources) {
@@ -89,7 +89,7 @@ int TUpdater::SearchParameterHex(char* stamp)
 
 int TUpdater::LoadIntelHex(const char* path, char* version)
 {
-    hexFile = nullptr;  // before the new one is made: memory has room for one image
+    hexFile = nullptr;  // before the new one is made: two images don't fit in memory
     updateStatus = Status::Idle;
     auto loaded = std::make_unique<THexFile>();
     if (!StoreFileName(path) || !loaded->LoadFromFile(hexFileName))

@@ -81,9 +81,9 @@ public:
     // The name that a finished update gives its file: the version, in the file's directory.
     static TSString VersionedName(const char* file, const char* version);
 
-    // Looks for a firmware file on the media, USB before CD before floppy, and loads the first that
-    // exists. `version` gets its version text and has room for THexFile::kVersionSize bytes. 0, or
-    // -1 when there is none or it can't be loaded.
+    // Looks for a firmware file on the media, and loads the first that exists. `version` gets its
+    // version text and has room for THexFile::kVersionSize bytes. 0, or -1 when there is none or it
+    // can't be loaded.
     int SearchUpdateHex(char* version);
 
     // Loads the parameter file from the unit's disk. `stamp` gets its time of modification, as in
@@ -98,9 +98,9 @@ public:
 private:
     // The mode that an answer came in, and its links.
     struct Setting {
-        bool inServer;       // false in update mode
-        TMidiCom* midi;      // to the CSP; of this object in update mode
-        TZaurusCom* zaurus;  // to the controller; null in update mode
+        bool inServer = false;         // false in update mode
+        TMidiCom* midi = nullptr;      // to the CSP; of this object in update mode
+        TZaurusCom* zaurus = nullptr;  // to the controller; null in update mode
     };
     using Action = void (TUpdater::*)(const Setting& setting, const ConsoleLine& line);
 

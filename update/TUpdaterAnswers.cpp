@@ -7,14 +7,14 @@
 #include "Trace.h"
 
 struct TUpdater::Answer {
-    std::string_view prefix;  // the text that the line begins with
-    int shortest;             // characters of the line, its CR LF included
-    int status;               // in which it is understood
-    Action alone;             // in update mode
-    Action inServer;          // null where the server doesn't understand it
+    std::string_view prefix;    // the text that the line begins with
+    int shortest = 0;           // characters of the line, its CR LF included
+    int status = Status::Idle;  // in which it is understood
+    Action alone = nullptr;     // in update mode
+    Action inServer = nullptr;  // null where the server doesn't understand it
 };
 
-// An "OK" without room for an address is none.
+// An "OK" without room for an address is ignored.
 const TUpdater::Answer TUpdater::kAnswers[] = {
     {kFlashIdle, 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdleDiag},
     {"Start WRITE ?", 0, Status::Request, &TUpdater::OnReady, &TUpdater::OnReady},

@@ -17,7 +17,6 @@
 namespace {
 
 constexpr int kLogLinesKept = 50;
-constexpr int kNoFile = -1;
 constexpr int kPassWait = 1;  // seconds of one wait
 
 }  // namespace

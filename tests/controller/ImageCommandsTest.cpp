@@ -71,7 +71,7 @@ TEST(Exchange, EndsMonitorAtCloseOnlyAfterReadBack)
     EXPECT_EQ(monitor.ResultAt(true), Status::Connection);
 }
 
-TEST(ImageCommands, ConvertReportsTargetThatCannotBe)
+TEST(ImageCommands, ConvertReportsUnusableTarget)
 {
     const TempDir directory;
     const std::string good = directory.Write("good.hex", HexText(Good(), 16, "\n"));

@@ -39,7 +39,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
     const std::string update = "-f prog.hex";
     const std::string read = "-P " + OwnPort();
     const std::string noFile = "need a file\n";
-    const std::string noPort = "the port is no number from 1 to 65535\n";
+    const std::string noPort = "the port is not a number from 1 to 65535\n";
     const std::string socket = "/home/i2c_server_sock: ";
     const std::string keeps = "prog.hex: keeps its name, since ";
     const std::string unsaved = "csp_param.hex: the read-back is not saved: ";
@@ -55,7 +55,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
     } rows[] = {
         {"-x " + update, 2, "option -- 'x'\n"},
         {"-x -h", 2, "option -- 'x'\n"},
-        {"prog.hex", 2, "no option: prog.hex\n"},
+        {"prog.hex", 2, "not an option: prog.hex\n"},
         {"-f", 2, "requires an argument -- 'f'\n"},
         {"-f ''", 2, "the file name is empty\n"},
         {"-f " + std::string(256, 'x'), 2, "file name is too long\n"},
@@ -156,7 +156,7 @@ TEST(Strict, StartsOnceAndRefusesDamagedFiles)
     EXPECT_EQ(second.Error(), "diag_server: " + kLogFolder + "/diag_server.lock: process " +
                                   std::to_string(scene.server.Id()) + " is running already\n");
     const std::string found = ":385: no end record (type 1): the board waits for more\n";
-    const std::string parameters = "/usr/local/lib/diag/csp_param.hex" + found;
+    const std::string parameters = std::string(kParameterFile) + found;
     const std::string firmware = "/mnt/usb/csp_prog.hex" + found;
     EXPECT_EQ(scene.server.Error(), "diag_server: " + parameters + "diag_server: " + firmware);
     const std::string log = LogTexts(scene.unit);

@@ -18,7 +18,7 @@
 #include "Wait.h"
 
 // Where the logs and the lock file are.
-inline const std::string kLogFolder = std::filesystem::path(kServerLog).parent_path().string();
+inline const std::string kLogFolder = kLogDirectory;
 
 // Makes a unit in the empty directory, as `simunit new` does.
 void CopyNewUnit(const std::string& root);

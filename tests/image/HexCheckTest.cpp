@@ -60,10 +60,10 @@ TEST(HexCheck, NamesLineAndCause)
              ":0404040061626364\x02"
              "F\n" +
              rest,
-         3, kError, "0x02 is no upper-case hex digit"},
+         3, kError, "0x02 is not an upper-case hex digit"},
         {kHead + ":040404006162636469\n" + rest, 3, kError, "wrong checksum"},
-        {kHead + ":04040400616263646a\n" + rest, 3, kError, "\"a\" is no upper-case hex digit"},
-        {kHead + ":0404040061626364 6A\n" + rest, 3, kError, "0x20 is no upper-case hex digit"},
+        {kHead + ":04040400616263646a\n" + rest, 3, kError, "\"a\" is not an upper-case hex digit"},
+        {kHead + ":0404040061626364 6A\n" + rest, 3, kError, "0x20 is not an upper-case hex digit"},
         {kHead + ":04040400616263646A \n" + rest, 3, kError, "after the checksum: 1"},
         {kHead + ":0404\r040061626364\n" + rest, 3, kError, "a CR or NUL"},
         {kHead +

@@ -158,7 +158,7 @@ TEST(LoadedFile, IsScannedForAddressesAndVersion)
     }
 }
 
-TEST(LoadedFile, MayComeFromObjcopy)
+TEST(LoadedFile, CanBeOutputOfObjcopy)
 {
     const TempDir dir;
     const std::string command = "objcopy -I binary -O ihex --change-addresses 0x90040000 " +

@@ -130,7 +130,7 @@ TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
     EXPECT_EQ(ListDescriptors(), descriptors);
 }
 
-TEST(MidiLink, WorksWithDescriptorZeroAndTracesItsLife)
+TEST(MidiLink, WorksWithDescriptorZeroAndTracesStartAndEnd)
 {
     const UniqueFd input(dup(STDIN_FILENO));
     for (const bool breaks : {false, true}) {

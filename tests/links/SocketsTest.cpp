@@ -97,7 +97,7 @@ TEST_F(Sockets, SendTextToRcServerUntilItCloses)
     EXPECT_GE(link.SetRCSDescriptor(path.c_str()), 0) << "and its destructor closes it";
 }
 
-TEST_F(Sockets, ShareOneWaitUnlessTooHigh)
+TEST(ReadSet, WaitsForAllAndIgnoresTooHighDescriptors)
 {
     const Peer talking;
     const Peer silent;
