@@ -142,7 +142,7 @@ void Checker::TakeLine(std::string_view line)
     const std::string damage = DamageOf(line, length);
     if (damage.empty())
         return TakeRecord(HexRecord(line));
-    Error(damage, next);
+    Error(damage, baseIsNew ? base : next);
     if (line.empty())
         return;
     // It may have been data or an address, so one damage isn't reported as two.

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Console.h"
@@ -11,6 +12,7 @@
 #include "FlashReader.h"
 #include "Hex.h"
 #include "Log.h"
+#include "Path.h"
 #include "Sockets.h"
 #include "TCspReader.h"
 #include "TMidiCom.h"
@@ -22,7 +24,7 @@ namespace {
 constexpr std::uint32_t kStart = TCspReader::kParameterStart;
 constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
 
-// Any user may read which process is running, and what has failed.
+// Any user may read which process is running, and what has failed, unless the umask forbids it.
 constexpr mode_t kReadableByAll = 0644;
 
 bool IsCompleteReadBack(const HexReport& report)
@@ -61,6 +63,8 @@ bool Strict::Finish(const Options& options, int result) const
         return FindPort(options.port) && Report("the port was in use before, but is free now");
     if (result != 0)
         return Report("the update has failed");
+    if (options.renameFile && !FileExists(NewName(options).c_str()))
+        Report(std::string(options.filename) + ": keeps its name, since the rename has failed");
     return readBackIsSaved && (!options.verify || Verify(options.connecttype));
 }
 
@@ -102,18 +106,25 @@ std::string Strict::ReplaceReadBack(const std::string& text) const
         return "its data aren't exactly the parameter flash";
     if (saved.Text() != text)
         return "not what was received";
+    struct stat old = {};
+    if (stat(target.c_str(), &old) == 0)
+        fchmod(file.Get(), old.st_mode);
     // Some disks refuse bytes only when they come to write them.
     const bool isSaved = fsync(file.Get()) == 0 && rename(received.c_str(), target.c_str()) == 0;
     return isSaved ? "" : Reason();
+}
+
+TSString Strict::NewName(const Options& options) const
+{
+    return TUpdater::VersionedName(options.filename, firmware.report.version.c_str());
 }
 
 // A file at a wrong name is a smaller harm than a flash that isn't updated.
 void Strict::CheckRename(Options& options) const
 {
     const std::string file = options.filename;
-    const std::string& version = firmware.report.version;
-    const TSString name = TUpdater::VersionedName(file.c_str(), version.c_str());
-    if (version.empty())
+    const TSString name = NewName(options);
+    if (ExtractFileNameSX(TSString("/") + name) == ".hex")
         Report(file + ": keeps its name, since it has no version text");
     else if (file != name.c_str() && FileExists(name.c_str()))
         Report(file + ": keeps its name, since " + name.c_str() + " exists");

@@ -7,6 +7,7 @@
 #include "CheckedFile.h"
 #include "CommandLine.h"
 #include "Image.h"
+#include "TSString.h"
 #include "UniqueFd.h"
 
 // What --strict adds to a run: checks before the first link is opened, where the server has loaded
@@ -39,6 +40,8 @@ public:
     bool AllowsUpdate() const { return ReportAll(damages); }
 
 private:
+    // The path that a finished update renames the file to.
+    TSString NewName(const Options& options) const;
     void CheckRename(Options& options) const;
     std::string ReplaceReadBack(const std::string& text) const;
     bool CanWrite(const char* path) const;

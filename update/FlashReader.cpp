@@ -1,5 +1,7 @@
 #include "FlashReader.h"
 
+#include <chrono>
+
 #include "Console.h"
 #include "PciDsp.h"
 #include "ReadSet.h"
@@ -13,6 +15,10 @@ namespace {
 // An update has just restarted the CSP: it may not receive the first attempt yet, which takes over
 // a minute to fail.
 constexpr int kAttempts = 2;
+
+// Many times what a read-back takes. Only timeouts count as silence, so a CSP that sends lines of
+// another kind all the time would never end an attempt.
+constexpr std::chrono::hours kLongestAttempt{1};
 
 // Waits for lines of the CSP and hands them on.
 void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
@@ -44,7 +50,9 @@ std::string ReadFlash(int connecttype)
     Step step = Step::Failed;
     for (int attempt = 0; attempt < kAttempts && step != Step::Done; ++attempt) {
         reader.SetReaderStatus(Status::Connect);
-        while ((step = Step{reader.UpdateStatus(&midi, &nobody)}) == Step::GoesOn)
+        const auto end = std::chrono::steady_clock::now() + kLongestAttempt;
+        while ((step = Step{reader.UpdateStatus(&midi, &nobody)}) == Step::GoesOn &&
+               std::chrono::steady_clock::now() < end)
             TakeLines(reader, midi, nobody);
     }
     RestartPiano();

@@ -1,5 +1,6 @@
 // The strict mode: what it refuses before a link is opened, and what it compares at the end.
 
+#include <filesystem>
 #include <functional>
 
 #include <unistd.h>
@@ -31,6 +32,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         text.replace(at, text.find('\n', at) + 1 - at, to);
         return [text](Unit& unit) { unit.Write("cwd/prog.hex", text); };
     };
+    constexpr auto kPrivate = std::filesystem::perms::owner_read;
     const auto fail = [](const char* call) {
         return [call](Unit& unit) { unit.Set(std::string("SIMUNIT_FAULT=") + call); };
     };
@@ -88,7 +90,8 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         {"-b " + update, 0, keeps + "V1.hex exists\n", "flash", "",
          [](Unit& unit) { unit.Write("cwd/V1.hex", ""); }},
         {"-b " + update, 0, keeps + "it has no version text\n", "flash", "",
-         replace(":20040000", Record(0, 0x400, std::string(32, '\0')) + "\r\n")},
+         replace(":20040000", Record(0, 0x400, ". ." + std::string(29, '\0')) + "\r\n")},
+        {"-b " + update, 0, keeps + "the rename has failed\n", "flash", "", fail("rename:1:EROFS")},
         {read, 0, "", "file"},
         {read, 1, unsaved + "its data aren't exactly the parameter flash\n", "links", part},
         {read, 1, cutShort, "links", part, fail("fwrite:6:ENOSPC")},
@@ -99,7 +102,9 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         SCOPED_TRACE(row.words + ": " + row.error);
         Unit unit;
         unit.Write("cwd/prog.hex", good);
+        const std::string parameters = unit.Path("cwd/csp_param.hex");
         unit.Write("cwd/csp_param.hex", "old");
+        std::filesystem::permissions(parameters, kPrivate);
         row.arrange(unit);
         Process& piano = unit.StartPiano(Split(row.piano));
 
@@ -113,6 +118,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         const std::string flash = unit.Flash(kImageStart, image.size());
         EXPECT_EQ(flash != std::string(flash.size(), '\xFF'), row.effect == std::string("flash"));
         EXPECT_EQ(unit.Read("cwd/csp_param.hex") != "old", row.effect == std::string("file"));
+        EXPECT_EQ(std::filesystem::status(parameters).permissions(), kPrivate);
         EXPECT_TRUE(unit.Exists("cwd/prog.hex") && !unit.Exists("cwd/csp_param.hex.new"));
         const std::string log = unit.Log() + unit.Log(kUpdateLog);
         const bool isLogged = row.status < 2 && unit.Exists(kLogFolder);

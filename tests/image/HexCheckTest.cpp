@@ -146,6 +146,10 @@ TEST(HexCheck, SummarizesLoadedData)
     EXPECT_EQ(report.ranges[0].size, 0x4020U);
     EXPECT_EQ(report.ranges[1].start, 0x90060000U);
 
+    EXPECT_EQ(CheckHex(kHead + "x").findings[0].address, std::nullopt);
+    EXPECT_EQ(CheckHex(kHead + "x\n").findings[0].address, 0x90040404U);
+    EXPECT_EQ(CheckHex(kHead + Base(5) + "x\n").findings[0].address, 0x90050000U);
+
     EXPECT_EQ(CheckHex(kHead + Data(0x400, "V2")).version, "V2") << "the last one counts";
 
     const HexReport garbage = CheckHex(std::string(2000, '\n'));
