@@ -56,13 +56,14 @@ void PrintHelp(const Command* command)
         std::printf("  %d  %s\n", static_cast<int>(each.status), each.text);
 }
 
-// False unless the whole text is a number in the range.
+// False unless all of the text is a number in the range, without a sign.
 template <typename Number>
 bool ParseNumber(const std::string& text, Number most, Number& value)
 {
     std::istringstream stream(text);
     stream >> std::noskipws >> value;
-    return !stream.fail() && stream.peek() == EOF && value > 0 && value <= most;
+    const bool isNumber = !stream.fail() && stream.peek() == EOF && text[0] != '+';
+    return isNumber && value > 0 && value <= most;
 }
 
 // What the options ask for, besides what they set.
@@ -164,7 +165,8 @@ Parsed Parse(int argc, char** argv)
 {
     Parsed parsed;
     int letter = 0;
-    while (parsed.error.empty() && (letter = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1)
+    // An error doesn't end the loop: a --json after it decides how the error is shown.
+    while ((letter = getopt_long(argc, argv, "h", kOptions, nullptr)) != -1)
         TakeOption(letter, optarg, parsed);
     if (parsed.error.empty() && parsed.wish != Wish::Version)
         TakeWords({argv + optind, argv + argc}, parsed);
@@ -182,7 +184,7 @@ Status Run(const Parsed& parsed)
         std::printf("diagctl %s\n", DIAGCTL_VERSION);
     else
         PrintHelp(command);
-    return Status::Success;
+    return Finish({}, {});
 }
 
 }  // namespace

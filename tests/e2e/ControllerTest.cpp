@@ -45,6 +45,11 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
          "Update.\n"},
         {"", {"versions"}, 2, "", "no such command: versions; try diagctl --help\n"},
         {"", {"--port", "0", "version"}, 2, "", "no port: 0; try diagctl --help\n"},
+        {"",
+         {"--port", "+80", "--json", "version"},
+         2,
+         "try diagctl --help\"}\n",
+         "no port: +80; try diagctl --help\n"},
         {"--silent", {"--timeout", "2", "read"}, 4, "CSP\n", "the unit has fallen silent\n"},
         {"", {"version"}, 4, "", "(monitor shows it)\n"},
         {"", {"--timeout", "100", "monitor"}, 1, "CSP...\n", "CSP Read Failed.\n"},
@@ -74,6 +79,8 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         EXPECT_EQ(EndOf(tool.Output(), row.output), row.output);
         EXPECT_EQ(EndOf(tool.Error(), row.error), row.error);
     }
+    scene.unit.SetOutput("/dev/full");
+    EXPECT_EQ(RunTool(scene.unit, {"--help"}).Wait(), 1);
 }
 
 TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
