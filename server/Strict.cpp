@@ -63,7 +63,7 @@ bool Strict::Finish(const Options& options, int result) const
         return FindPort(options.port) && Report("the port was in use before, but is free now");
     if (result != 0)
         return Report("the update has failed");
-    if (options.renameFile && !FileExists(NewName(options).c_str()))
+    if (options.renameFile && !options.versionOnly && !FileExists(NewName(options).c_str()))
         Report(std::string(options.filename) + ": keeps its name, since the rename has failed");
     return readBackIsSaved && (!options.verify || Verify(options.connecttype));
 }
