@@ -125,7 +125,7 @@ TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
         const std::string log = unit.Log() + unit.Log(kUpdateLog);
         const bool isLogged = unit.Exists(kLogFolder) && (row.status == 1 || *row.effect != '\0');
         EXPECT_EQ(log.empty(), !isLogged);
-        EXPECT_EQ(log.find(row.error) != std::string::npos, isLogged);
+        EXPECT_TRUE(!isLogged || log.find(row.error) != std::string::npos);
     }
 }
 
