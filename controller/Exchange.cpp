@@ -25,8 +25,8 @@ struct Phase {
 };
 constexpr Phase kPhases[] = {
     {kConnecting, "connecting"},
-    {kReading, "reading"},
-    {kSending, "writing"},
+    {kReading, kReadingPhase},
+    {kSending, kWritingPhase},
     {kRestarting, "restarting"},
 };
 
@@ -209,6 +209,13 @@ Effect Exchange::EffectOf(std::string_view line) const
             return reply.effect;
     }
     return Effect::Nothing;
+}
+
+std::string_view Exchange::CompletedPhase(std::string_view line) const
+{
+    if (!started || EffectOf(line) != Effect::Succeeds)
+        return {};
+    return EndsWith(line, kReadSuccess) ? kReadingPhase : kWritingPhase;
 }
 
 // A release file without a line end leaves the next answer in the same line, and none leaves

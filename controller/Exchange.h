@@ -61,6 +61,9 @@ struct Progress {
     std::optional<int> percent;  // where the line has it
 };
 
+constexpr std::string_view kReadingPhase = "reading";
+constexpr std::string_view kWritingPhase = "writing";
+
 std::optional<Progress> ProgressOf(std::string_view line);
 
 // For a sentence: "reading, 43 %".
@@ -78,7 +81,10 @@ public:
     bool IsMark(std::string_view line) const { return EffectOf(line) == Effect::Marks; }
     bool HasEnded() const { return ended; }
     bool HasStarted() const { return started; }
-    bool HasSucceeded() const { return status == Status::Success; }
+
+    // The phase that the line completes: a success of work doesn't always follow a 100 %. Empty for
+    // any other line.
+    std::string_view CompletedPhase(std::string_view line) const;
 
     // The progress of work that isn't this command's, and keeps the unit from taking it.
     const std::optional<Progress>& OtherWork() const { return otherWork; }

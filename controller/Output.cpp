@@ -22,7 +22,7 @@ std::string Duration(Clock::duration time)
 // How much of the flash that is; empty where the size isn't known.
 std::string Amount(std::string_view phase, int percent)
 {
-    if (phase != "reading")
+    if (phase != kReadingPhase)
         return {};
     return "  " + std::to_string(kParameterSize * percent / kPercent) + " of " +
            std::to_string(kParameterSize) + " KiB";
@@ -39,12 +39,12 @@ std::string Times(Clock::duration elapsed, int done, int percent)
 
 }  // namespace
 
-void Output::ShowLine(std::string_view line, bool isCut, bool hasSucceeded)
+void Output::ShowLine(std::string_view line, bool isCut, std::string_view completed)
 {
     if (form == Form::Answer)
         return;
-    if (hasSucceeded)
-        Complete();
+    if (!completed.empty())
+        Complete(completed);
     const auto progress = ProgressOf(line);
     if (progress && (form == Form::Json || (form == Form::Bar && progress->percent))) {
         ShowProgress(*progress, line);
@@ -117,8 +117,10 @@ void Output::ShowBar(int percent)
     barStands = true;
 }
 
-void Output::Complete()
+// What comes next is other work.
+void Output::Complete(std::string_view phase)
 {
-    if (last.percent.value_or(kPercent) < kPercent)
-        ShowProgress({last.phase, kPercent}, {});
+    if (form != Form::Plain && last.percent != kPercent)
+        ShowProgress({phase, kPercent}, {});
+    last = {};
 }

@@ -20,9 +20,9 @@ public:
 
     explicit Output(Form chosen) : form(chosen) {}
 
-    // `isCut` when the unit's line was longer than what is shown. A line that comes when work has
-    // succeeded completes its progress, which the unit doesn't always do.
-    void ShowLine(std::string_view line, bool isCut, bool hasSucceeded);
+    // `isCut` when the unit's line was longer than what is shown. `completed` is the phase that
+    // ends with this line and is shown with 100 % first, unless it has been; empty for none.
+    void ShowLine(std::string_view line, bool isCut, std::string_view completed);
 
     // What keeps the unit from taking a command.
     void ShowBusy(const Progress& progress);
@@ -36,7 +36,7 @@ public:
 private:
     void ShowProgress(const Progress& progress, std::string_view line);
     void ShowBar(int percent);
-    void Complete();
+    void Complete(std::string_view phase);
 
     Form form;
     Progress last = {};

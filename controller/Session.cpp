@@ -174,7 +174,7 @@ std::optional<Status> Session::OnLine()
 {
     const bool isOwn = exchange.Take(line);
     if (!exchange.IsMark(line))
-        output.ShowLine(line, isCut, exchange.HasSucceeded());
+        output.ShowLine(line, isCut, exchange.CompletedPhase(line));
     if (exchange.HasEnded())
         return exchange.Result();
     if (isOwn)

@@ -8,6 +8,7 @@
 #include "Command.h"
 #include "Exchange.h"
 #include "HexText.h"
+#include "Output.h"
 #include "TempDir.h"
 
 using namespace std::string_literals;
@@ -59,6 +60,7 @@ TEST(Exchange, ClaimsWorkOnlyAfterCommandWasTaken)
         << "after bytes of the piano";
     EXPECT_FALSE(update.OtherWork());
     EXPECT_TRUE(update.Take("Connecting to CSP") && update.Take("CSP Update Success."));
+    EXPECT_EQ(update.CompletedPhase("CSP Update Success."), "writing");
     EXPECT_EQ(update.ResultAt(true), Status::Success);
 }
 
@@ -69,6 +71,18 @@ TEST(Exchange, EndsMonitorAtCloseOnlyAfterReadBack)
     EXPECT_EQ(monitor.ResultAt(true), Status::Success);
     EXPECT_TRUE(monitor.Take("CSP Update Failed."));
     EXPECT_EQ(monitor.ResultAt(true), Status::Connection);
+}
+
+TEST(Output, CompletesEachWorkOnce)
+{
+    testing::internal::CaptureStdout();
+    Output output(Output::Form::Bar);
+    output.ShowLine("Sending Data 100%", false, {});
+    output.ShowLine("CSP Update Success.", false, kWritingPhase);
+    output.ShowLine("CSP Update Success.", false, kWritingPhase);
+    const std::string work =
+        "\rwriting [" + std::string(30, '#') + "] 100%  0:00\x1B[K\nCSP Update Success.\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), work + work);
 }
 
 TEST(ImageCommands, ConvertReportsUnusableTarget)
