@@ -80,7 +80,7 @@ bool EndsWith(std::string_view line, std::string_view text)
 bool IsWork(std::string_view line)
 {
     return BeginsWith(line, kConnecting) || BeginsWith(line, kReading) ||
-           BeginsWith(line, kSending);
+           BeginsWith(line, kSending) || BeginsWith(line, kRestarting);
 }
 
 // What belongs to work that the command has started.
@@ -209,6 +209,11 @@ Effect Exchange::EffectOf(std::string_view line) const
             return reply.effect;
     }
     return Effect::Nothing;
+}
+
+bool Exchange::EndsWork(std::string_view line)
+{
+    return BeginsWith(line, kRestarting);
 }
 
 std::string_view Exchange::CompletedPhase(std::string_view line) const

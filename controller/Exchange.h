@@ -82,6 +82,9 @@ public:
     bool HasEnded() const { return ended; }
     bool HasStarted() const { return started; }
 
+    // True for the line at which work ends, whoever has started it.
+    static bool EndsWork(std::string_view line);
+
     // The phase that the line completes: a success of work doesn't always follow a 100 %. Empty for
     // any other line.
     std::string_view CompletedPhase(std::string_view line) const;

@@ -184,8 +184,9 @@ std::optional<Status> Session::OnLine()
     const bool isBusy = exchange.OtherWork() && query.wait == Wait::Replies;
     if (isBusy && !MayWait())
         return Status::NoAnswer;
-    // A flood of foreign lines must not keep the command waiting.
-    return isOwn || Clock::now() < deadline ? std::nullopt : OnSilence();
+    // A flood of foreign lines must not keep the command waiting, nor must work that has ended.
+    const bool isDue = Clock::now() >= deadline || (isBusy && Exchange::EndsWork(line));
+    return isDue && !isOwn ? OnSilence() : std::nullopt;
 }
 
 // A unit that hasn't answered by now has dropped the command: it is never deaf for so long.

@@ -115,7 +115,7 @@ TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
 
     // A line end is no part of the release line.
     unit.Write("etc/KVT-release", "1.00");
-    Process& patient = RunTool(unit, {"version", "--wait", "300"});
+    Process& patient = RunTool(unit, {"version", "--wait", "90", "--timeout", "100"});
     EXPECT_EQ(patient.Output(), "1.00\n");
     EXPECT_EQ(patient.Error(), busy);
     EXPECT_EQ(patient.Wait(), 0);
