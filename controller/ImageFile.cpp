@@ -93,6 +93,11 @@ std::optional<ImageForm> FormOf(const std::string& path)
 
 ScratchDirectory::ScratchDirectory(const std::string& parent)
 {
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int each : {SIGHUP, SIGINT, SIGTERM})
+        sigaddset(&ending, each);
+    sigprocmask(SIG_BLOCK, &ending, &signals);
     std::string pattern = parent + "/.diagctl-XXXXXX";
     if (mkdtemp(pattern.data()) != nullptr)
         path = pattern;
@@ -103,6 +108,7 @@ ScratchDirectory::~ScratchDirectory()
     std::error_code ignored;
     if (!path.empty())
         std::filesystem::remove_all(path, ignored);
+    sigprocmask(SIG_SETMASK, &signals, nullptr);
 }
 
 Outcome Load(const std::string& path, ImageFile& file)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <optional>
 #include <string>
 
@@ -12,7 +13,8 @@ enum class ImageForm { Hex, Bin, Rlg };
 // Nothing for any other extension. Either case counts.
 std::optional<ImageForm> FormOf(const std::string& path);
 
-// A new directory below `parent`, removed with its contents at the end of the scope.
+// A new directory below `parent`, removed with its contents at the end of the scope. A signal that
+// ends the program waits until then.
 class ScratchDirectory {
 public:
     explicit ScratchDirectory(const std::string& parent);
@@ -26,6 +28,7 @@ public:
 
 private:
     std::string path;
+    sigset_t signals = {};  // blocked before
 };
 
 // A file as the unit sees it: a .bin or .rlg file in the Intel HEX form that the unit makes of it.

@@ -1,5 +1,6 @@
 // The controller's commands on image files, as a user runs them.
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "Command.h"
 #include "Exchange.h"
 #include "HexText.h"
+#include "ImageFile.h"
 #include "Output.h"
 #include "TempDir.h"
 
@@ -82,6 +84,17 @@ TEST(Output, CompletesEachWorkOnce)
     const std::string work =
         "\rwriting [" + std::string(30, '#') + "] 100%  0:00\x1B[K\nCSP Update Success.\n";
     EXPECT_EQ(testing::internal::GetCapturedStdout(), work + work);
+}
+
+TEST(ScratchDirectory, IsRemovedBeforeSignalEndsProgram)
+{
+    const TempDir directory;
+    const auto endInScope = [&] {
+        const ScratchDirectory scratch(directory.Path());
+        std::raise(SIGTERM);
+    };
+    EXPECT_EXIT(endInScope(), testing::KilledBySignal(SIGTERM), "");
+    EXPECT_TRUE(std::filesystem::is_empty(directory.Path()));
 }
 
 TEST(ImageCommands, ConvertReportsUnusableTarget)
