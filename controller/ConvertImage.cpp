@@ -4,12 +4,15 @@
 #include <filesystem>
 #include <fstream>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "Command.h"
 #include "Hexadecimal.h"
 #include "Image.h"
 #include "ImageFile.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -63,10 +66,18 @@ void LetOthersRead(const std::string& path)
     chmod(path.c_str(), kAll & ~mask);
 }
 
+// Some disks refuse bytes only when they come to write them. False with the reason in errno.
+bool Sync(const std::string& path)
+{
+    const UniqueFd file(open(path.c_str(), O_RDONLY | kOpenFlags));
+    return file && fsync(file.Get()) == 0;
+}
+
 Outcome ConvertTo(const std::string& target, ImageForm form, const ImageFile& input)
 {
-    const std::string directory = std::filesystem::path(target).parent_path();
-    const ScratchDirectory scratch(directory.empty() ? "." : directory);
+    const std::string parent = std::filesystem::path(target).parent_path();
+    const std::string directory = parent.empty() ? "." : parent;
+    const ScratchDirectory scratch(directory);
     if (!scratch)
         return Fail(target + ": " + std::strerror(errno));
     // The name of the work file has the extension by which its form is known.
@@ -78,9 +89,12 @@ Outcome ConvertTo(const std::string& target, ImageForm form, const ImageFile& in
     if (output.report.version != input.report.version)
         Complain("the version text becomes \"" + output.report.version +
                  "\", because the unit makes other records");
+    if (!Sync(work))
+        return Fail(target + ": " + std::strerror(errno));
     LetOthersRead(work);
     if (std::rename(work.c_str(), target.c_str()) != 0)
         return Fail(target + ": " + std::strerror(errno));
+    Sync(directory);  // for a medium that is pulled out next; not every file system can do it
     return {};
 }
 
