@@ -15,7 +15,7 @@ struct TUpdater::Answer {
 };
 
 // An "OK" without room for an address is ignored.
-const TUpdater::Answer TUpdater::kAnswers[] = {
+constexpr TUpdater::Answer TUpdater::kAnswers[] = {
     {kFlashIdle, 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdleDiag},
     {"Start WRITE ?", 0, Status::Request, &TUpdater::OnReady, &TUpdater::OnReady},
     {"OK", 11, Status::Transfer, &TUpdater::OnOk, &TUpdater::OnOkDiag},
