@@ -70,9 +70,12 @@ void AddCalls(Faults& faults, const std::string& list)
     std::istringstream lines(list);
     std::string kind;
     std::string number;
-    for (std::string subject; lines >> kind >> number >> subject; ++faults.calls)
+    for (std::string subject; lines >> kind >> number >> subject; ++faults.calls) {
+        std::string call = kind;
+        call.append(":").append(number).append(":");
         for (const std::string& error : ErrorsOf(kind, subject))
-            faults.all.push_back(kind + ":" + number + ":" + error);
+            faults.all.push_back(call + error);
+    }
 }
 
 // The piano of the scenario ends first, and then records its frames.
