@@ -23,10 +23,9 @@ static_assert(kBufferSize > TMidiCom::kMaxMessage, "a message of the piano fits,
 
 // A command typed at a terminal.
 struct Key {
-    char letter = 0;  // the first of the line
-    const MidiGroup* group =
-        nullptr;                 // sent after the group that enters flash mode; null: neither is
-    const char* line = nullptr;  // sent to the console; null: none
+    char letter = 0;                   // the first of the line
+    const MidiGroup* group = nullptr;  // sent after the group for flash mode; null: neither is
+    const char* line = nullptr;        // sent to the console; null: none
 };
 constexpr MidiGroup kAskVersion = {0xBF, 0x51, 0x00, 0x00};
 constexpr Key kKeys[] = {
