@@ -16,12 +16,8 @@ constexpr std::uint32_t kFlashBase = 0x90000000;
 // The command that runs a program for another processor; empty when it is for this one.
 const Unit::Words kEmulator = {DIAG_EMULATOR};
 
-// A diag_server of another build may replace this one's.
 std::string Program(const std::string& name)
 {
-    const char* const other = std::getenv("DIAG_SERVER");
-    if (other != nullptr && name == "diag_server")
-        return other;
     return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
 }
 

@@ -43,8 +43,7 @@ public:
     // a path it is closed, and standard error with it.
     void SetOutput(const std::string& path) { output = path; }
 
-    // Starts a program of the build in the unit. DIAG_SERVER in the environment is the path of
-    // another diag_server.
+    // Starts a program of the build in the unit.
     Process& Start(const std::string& program, const Words& arguments = {});
     // Starts diag_server as a server, on a free port.
     Process& StartServer(const Words& arguments = {});
