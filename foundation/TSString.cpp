@@ -4,7 +4,6 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -234,13 +233,17 @@ TSString& TSString::UpperCaseSJIS()
 TSString& TSString::SQLString(int allBytes)
 {
     DoubleByteScanner scanner(allBytes != 0 ? NoFirstByte : IsSjisFirst);
-    std::string doubled;
+    TSString doubled(nullptr, 2 * length);
+    char* end = doubled.text.get();
     for (const char byte : std::string_view(c_str())) {
         if (scanner.Next(byte) == BytePlace::Single && (byte == '\'' || byte == '\\'))
-            doubled += byte;
-        doubled += byte;
+            *end++ = byte;
+        *end++ = byte;
     }
-    return *this = doubled.c_str();
+    *end = '\0';
+    doubled.length = static_cast<std::int32_t>(end - doubled.text.get());
+    Swap(doubled);
+    return *this;
 }
 
 TSString TSString::SubString(int position) const
