@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -16,7 +17,8 @@
 
 namespace {
 
-constexpr std::size_t kLineLimit = 1024;
+// Room for the longest message of the piano, which may have no line end, and a text after it.
+constexpr std::size_t kLineLimit = 8193 + 1023;
 constexpr std::size_t kReadSize = 4096;
 // A text that the unit sends without a line end is complete after this time.
 constexpr auto kTextWait = std::chrono::milliseconds(500);
@@ -135,14 +137,16 @@ Link::Event Link::Next(Clock::time_point deadline, std::string& line, bool& isCu
         isLate = Clock::now() >= deadline;
         if (closed && received.empty())
             return lost ? Event::Lost : Event::Closed;
-        const auto textEnd = received.empty() ? deadline : Clock::now() + kTextWait;
+        const bool isOpen = skipping || !received.empty();  // a line has begun
+        const auto textEnd = isOpen ? Clock::now() + kTextWait : deadline;
         switch (closed ? Ready::Nothing : Await(std::min(deadline, textEnd))) {
         case Ready::Interrupt: return Event::Interrupted;
         case Ready::Bytes: Fill(); break;
         case Ready::Nothing:
-            if (received.empty())
+            if (!isOpen)
                 return Event::Silence;
-            received += '\n';
+            if (!std::exchange(skipping, false))
+                received += '\n';
         }
     }
     return Event::Line;

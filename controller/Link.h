@@ -12,7 +12,7 @@ using Clock = std::chrono::steady_clock;
 // The connection to the unit, cut into lines.
 class Link {
 public:
-    // What Next has come to.
+    // The outcome of Next.
     enum class Event { Line, Closed, Lost, Silence, Interrupted };
 
     // Takes each piece of bytes on the wire, with '>' for the way to the unit and '<' back.

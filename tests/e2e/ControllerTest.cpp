@@ -143,3 +143,20 @@ TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
     for (const Unit::Words& command : commands)
         EXPECT_EQ(RunTool(unit, command).Wait(), 3) << command[0];
 }
+
+TEST(ControllerTool, ShowsLineAfterBytesWithoutLineEnd)
+{
+    const std::string longest = "\x61" + std::string(8186, 'x') + "\x37" + "12345";  // 8193 bytes
+    ServerWithPeers scene;
+    scene.Open();
+    Process& monitor = StartTool(scene.unit, {"monitor"});
+    EXPECT_TRUE(scene.controller->WaitForClose());
+    for (std::size_t messages = 1; messages <= 2; ++messages) {
+        for (std::size_t i = 0; i < messages; ++i)
+            scene.SayBytes(longest);
+        const auto said = UnitTime();
+        EXPECT_TRUE(WaitUntil([&] { return UnitTime() > said + std::chrono::seconds(1); }));
+        scene.Say(Frames({"line"}));
+        EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "\nline\n") == messages; }));
+    }
+}
