@@ -12,15 +12,12 @@
 #include "Hexadecimal.h"
 #include "Image.h"
 #include "ImageFile.h"
+#include "IntelBin.h"
 #include "UniqueFd.h"
 
 namespace {
 
 constexpr std::uint32_t kPageSize = 0x10000;
-
-// The unit converts from files with this head only, but loads others, too: the address of such a
-// record means nothing.
-constexpr std::string_view kUpperAddressHead = ":02000004";
 
 Outcome Fail(const std::string& reason)
 {
@@ -45,6 +42,8 @@ std::string Obstacle(const HexReport& report, ImageForm form)
 std::string ConvertInto(const std::string& work, ImageForm form, const ImageFile& input,
                         const ScratchDirectory& scratch, ImageFile& output)
 {
+    // The unit loads a file whose first record has an address of its own, which means nothing, but
+    // doesn't convert it.
     const std::string hexPath = scratch.Path("input.hex");
     std::ofstream hex(hexPath, std::ios::binary);
     hex << kUpperAddressHead << input.hexText.substr(kUpperAddressHead.size());
@@ -57,13 +56,15 @@ std::string ConvertInto(const std::string& work, ImageForm form, const ImageFile
     return isSame ? "" : "the converted image differs from the input; nothing was written";
 }
 
-// The unit keeps what it writes to itself. A file of this tool's is as open as any other.
-void LetOthersRead(const std::string& path)
+// The unit's code makes files that only their owner may read. This one gets the permissions of the
+// target that it replaces, or those of any new file.
+void SetPermissions(const std::string& path, const std::string& target)
 {
     constexpr mode_t kAll = 0666;
     const mode_t mask = umask(0);
     umask(mask);
-    chmod(path.c_str(), kAll & ~mask);
+    struct stat old = {};
+    chmod(path.c_str(), stat(target.c_str(), &old) == 0 ? old.st_mode : kAll & ~mask);
 }
 
 // Some disks refuse bytes only when they come to write them. False with the reason in errno.
@@ -91,7 +92,7 @@ Outcome ConvertTo(const std::string& target, ImageForm form, const ImageFile& in
                  "\", because the unit makes other records");
     if (!Sync(work))
         return Fail(target + ": " + std::strerror(errno));
-    LetOthersRead(work);
+    SetPermissions(work, target);
     if (std::rename(work.c_str(), target.c_str()) != 0)
         return Fail(target + ": " + std::strerror(errno));
     Sync(directory);  // for a medium that is pulled out next; not every file system can do it

@@ -19,9 +19,6 @@
 
 namespace {
 
-constexpr std::size_t kRunItemSize = 3;
-constexpr std::size_t kBinaryHeadSize = 2;
-
 bool ReadBytes(const std::string& path, std::string& bytes)
 {
     const UniqueFd file(open(path.c_str(), O_RDONLY | kOpenFlags));
@@ -63,16 +60,20 @@ std::string FormError(ImageForm form, std::string_view bytes)
     return {};
 }
 
-bool Expand(const std::string& path, ImageForm form, std::string& hexText)
+// Returns why the file can't be expanded, or nothing.
+std::string Expand(const std::string& path, ImageForm form, std::string& hexText)
 {
     std::error_code problem;
     const std::filesystem::path place = std::filesystem::temp_directory_path(problem);
     if (problem)
-        return false;
+        return "no directory for temporary files: " + problem.message();
     const ScratchDirectory scratch(place);
+    if (!scratch)
+        return ReasonOf(place);
     const std::string hexPath = scratch.Path("image.hex");
     const auto convert = form == ImageForm::Rlg ? Decompress : Bin2Intel;
-    return scratch && convert(path.c_str(), hexPath.c_str()) && ReadBytes(hexPath, hexText);
+    const bool isDone = convert(path.c_str(), hexPath.c_str()) && ReadBytes(hexPath, hexText);
+    return isDone ? "" : ReasonOf(path + ": can't be expanded in " + place.string());
 }
 
 }  // namespace
@@ -131,8 +132,8 @@ Outcome Load(const std::string& path, ImageFile& file)
         file.report.errors = 1;
         return {};
     }
-    if (!Expand(path, *form, file.hexText))
-        return {Status::Failed, ReasonOf(path)};
+    if (const std::string reason = Expand(path, *form, file.hexText); !reason.empty())
+        return {Status::Failed, reason};
     file.report = CheckHex(file.hexText);
     for (Finding& finding : file.report.findings)
         finding.line = 0;

@@ -28,7 +28,7 @@ public:
 
 private:
     std::string path;
-    sigset_t signals = {};  // blocked before
+    sigset_t signals = {};  // the mask to restore
 };
 
 // A file as the unit sees it: a .bin or .rlg file in the Intel HEX form that the unit makes of it.

@@ -6,5 +6,5 @@
 // by the texts that it knows.
 Outcome Ask(const Invocation& invocation);
 
-// The same with bytes that the user gives.
+// The same with bytes from the command line.
 Outcome SendBytes(const Invocation& invocation);

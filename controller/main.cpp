@@ -66,7 +66,7 @@ bool ParseNumber(const std::string& text, Number most, Number& value)
     return isNumber && value > 0 && value <= most;
 }
 
-// What the options ask for, besides what they set.
+// What to do: run the command, or only print something.
 enum class Wish { Run, Help, Version };
 
 struct Parsed {

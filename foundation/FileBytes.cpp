@@ -48,3 +48,9 @@ bool ReadWholeFile(int descriptor, FileBytes& bytes)
     bytes.size = size;
     return true;
 }
+
+bool ReadWholeFile(const char* path, FileBytes& bytes)
+{
+    const UniqueFd file(OpenToRead(path));
+    return file && ReadWholeFile(file.Get(), bytes);
+}

@@ -14,7 +14,10 @@ struct FileBytes {
 // wait for as long as no process writes to it, or look empty.
 int OpenToRead(const char* path);
 
-// Reads all of the open file `descriptor`, from its first byte. False when it has no size or one
-// over 2 GiB - 1 (the counts of an image are signed 32 bits), when there is no memory for it, or
-// when fewer bytes than the size come.
+// Reads all of the open file `descriptor`, from its first byte. False when its size can't be found
+// out or is over 2 GiB - 1 (the counts of an image are signed 32 bits), when there is no memory for
+// it, or when fewer bytes than the size come.
 bool ReadWholeFile(int descriptor, FileBytes& bytes);
+
+// The same for the file at `path`. False also for one that can't be opened.
+bool ReadWholeFile(const char* path, FileBytes& bytes);

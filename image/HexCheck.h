@@ -13,12 +13,12 @@
 
 enum class Severity {
     Warning,  // the unit writes the file, but maybe not what its author meant
-    Error,    // the unit doesn't write the file, or not all of it, or writes something else
+    Error,    // the unit doesn't write exactly the file, or a part of the file seems to be missing
 };
 
 struct Finding {
-    std::size_t line =
-        0;  // from 1; the last line for what is missing at the end, 0 in an empty file
+    // From 1; the last line for what is missing at the end, 0 in an empty file.
+    std::size_t line = 0;
     Severity severity = Severity::Error;   // by what the unit does with the file
     std::string text;                      // a sentence for a technician
     std::optional<std::uint32_t> address;  // of the data, where it is known

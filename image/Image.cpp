@@ -8,14 +8,16 @@ Image::Image(std::string_view hexText)
     std::uint32_t base = 0;
     for (std::size_t end = 0; (end = hexText.find(kLf)) != std::string_view::npos;
          hexText.remove_prefix(end + 1)) {
-        const HexRecord record(hexText.substr(0, end));
+        const HexRecord record(FirstLine(hexText));
         // Without errors these are the blank lines that may follow the end record.
         if (!record.IsComplete())
             continue;
         if (record.Type() == HexRecord::kUpperAddress)
             base = record.UpperAddress();
-        for (int i = 0; record.Type() == HexRecord::kData && i < record.Count(); ++i)
-            Put(record.Address(base) + static_cast<std::uint32_t>(i), record.Data(i));
+        if (record.Type() != HexRecord::kData)
+            continue;
+        for (std::uint32_t i = 0; i < record.Count(); ++i)
+            Put(record.Address(base) + i, record.Data(i));
     }
 }
 

@@ -17,11 +17,8 @@
 
 namespace {
 
-// A record whose count or address differs is no head, although its type would do.
-constexpr std::string_view kUpperAddressHead = ":02000004";
 constexpr std::string_view kDataType = "00";
 
-constexpr unsigned kBinaryHeadSize = 2;
 constexpr unsigned kRecordSize = 32;  // data bytes of a record that is written
 constexpr std::uint32_t kPageMask = 0xFFFF;
 

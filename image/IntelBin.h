@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 // An Intel HEX file and its binary form, which keeps the upper address and then only the data:
 //
 //    0            1            2 ..
@@ -10,6 +12,12 @@
 //
 // The form is made for one block without gaps that begins on a 64 KiB boundary. Data that begins
 // elsewhere moves to the boundary, and gaps close up.
+
+inline constexpr unsigned kBinaryHeadSize = 2;  // bytes of the upper address
+
+// The first record begins so. One whose count or address differs is refused, although its type
+// would do.
+inline constexpr std::string_view kUpperAddressHead = ":02000004";
 
 // Converts the hex file at `hexPath`, which must begin with an upper address record. Digits of
 // either case count, a bad or missing one makes its field 0, checksums aren't read. False also when

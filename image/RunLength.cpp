@@ -8,12 +8,9 @@
 
 namespace {
 
-constexpr int kNoValue = -1;  // equal to no byte
 constexpr unsigned char kLongestRun = 255;
 constexpr unsigned char kShortestRun = 3;  // of a byte that isn't the escape byte
-constexpr std::ptrdiff_t kRunItemSize = 3;
 
-constexpr unsigned kByteMask = 0xFF;
 constexpr unsigned kGroupBits = 7;
 constexpr unsigned kGroupMask = 0x7F;
 constexpr unsigned kMoreFollows = 0x80;
@@ -32,18 +29,12 @@ bool WriteTimes(int output, unsigned char value, unsigned char count)
     return true;
 }
 
-bool Load(const char* path, FileBytes& bytes)
-{
-    const UniqueFd input(OpenToRead(path));
-    return input && ReadWholeFile(input.Get(), bytes);
-}
-
 // The run that the coder is in, not yet written.
 struct Run {
-    int value = kNoValue;      // a byte, or kNoValue in a run of length 0
-    unsigned char length = 0;  // bytes
+    unsigned char value = 0;
+    unsigned char length = 0;  // bytes; 0 before the first byte and after a full run
 
-    bool Flush(int output) const { return flush(output, value & kByteMask, length); }
+    bool Flush(int output) const { return flush(output, value, length); }
 };
 
 // A full run ends without a value, so an equal byte that follows begins a run of its own.
@@ -52,7 +43,7 @@ bool Code(int output, const FileBytes& bytes)
     Run run;
     for (std::size_t i = 0; i < bytes.size; ++i) {
         const unsigned char byte = bytes.data[i];
-        if (byte != run.value) {
+        if (run.length == 0 || byte != run.value) {
             if (!run.Flush(output))
                 return false;
             run = {byte, 1};
@@ -111,7 +102,7 @@ int WriteCount(int output, unsigned long value)
 bool RL_Compress(const char* inputPath, const char* outputPath)
 {
     FileBytes bytes;
-    if (!Load(inputPath, bytes))
+    if (!ReadWholeFile(inputPath, bytes))
         return false;
     const UniqueFd output(CreateOutputFile(outputPath));
     return output && Code(output.Get(), bytes);
@@ -120,7 +111,7 @@ bool RL_Compress(const char* inputPath, const char* outputPath)
 bool RL_Decompress(const char* inputPath, const char* outputPath)
 {
     FileBytes bytes;
-    if (!Load(inputPath, bytes))
+    if (!ReadWholeFile(inputPath, bytes))
         return false;
     const UniqueFd output(CreateOutputFile(outputPath));
     return output && Expand(output.Get(), bytes);

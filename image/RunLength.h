@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 // The run-length coding of compressed images: a plain sequence of items, with nothing before or
 // after them.
 //
@@ -10,6 +12,7 @@
 
 // Begins a run item.
 inline constexpr unsigned char escape = 0xDD;
+inline constexpr std::size_t kRunItemSize = 3;  // bytes
 
 // Writes `length` times `value` in its shortest form: a run item for three and more, and for the
 // escape byte however often it comes; nothing for a length of 0. False when a write fails.

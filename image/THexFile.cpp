@@ -7,7 +7,6 @@
 #include "FileBytes.h"
 #include "HexFormat.h"
 #include "HexRecord.h"
-#include "UniqueFd.h"
 
 namespace {
 
@@ -53,9 +52,8 @@ bool THexFile::LoadFromFile(const char* path)
     endAddress = 0;
     versionText[0] = '\0';
 
-    const UniqueFd file(OpenToRead(path));
     FileBytes bytes;
-    if (!file || !ReadWholeFile(file.Get(), bytes))
+    if (!ReadWholeFile(path, bytes))
         return false;
 
     // Two passes over the text: the rows can't be made before the longest line is known.

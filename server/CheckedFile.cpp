@@ -3,16 +3,13 @@
 #include <cerrno>
 #include <cstring>
 
-#include "UniqueFd.h"
-
 constexpr std::size_t kMostErrors = 20;
 
 CheckedFile::CheckedFile(const std::string& path)
 {
     // OpenToRead refuses what isn't a file without setting errno.
     errno = 0;
-    const UniqueFd file(OpenToRead(path.c_str()));
-    if (!file || !ReadWholeFile(file.Get(), bytes)) {
+    if (!ReadWholeFile(path.c_str(), bytes)) {
         errors = {path + ": " + Reason()};
         return;
     }

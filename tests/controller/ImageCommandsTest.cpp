@@ -65,7 +65,7 @@ TEST(Exchange, ClaimsWorkOnlyAfterCommandWasTaken)
     EXPECT_EQ(update.ResultAt(true), Status::Success);
 }
 
-TEST(Exchange, EndsMonitorAtCloseOnlyAfterReadBack)
+TEST(Exchange, MonitorSucceedsOnlyIfReadBackClosesLink)
 {
     Exchange monitor(QueryOf("monitor"));
     EXPECT_TRUE(monitor.Take("CSP Read Success."));
@@ -74,7 +74,7 @@ TEST(Exchange, EndsMonitorAtCloseOnlyAfterReadBack)
     EXPECT_EQ(monitor.ResultAt(true), Status::Connection);
 }
 
-TEST(Output, CompletesEachWorkOnce)
+TEST(Output, ShowsMissing100PercentOnce)
 {
     testing::internal::CaptureStdout();
     Output output(Output::Form::Bar);
@@ -148,6 +148,11 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     EXPECT_TRUE(Has(RunCommand(CheckFiles, {tiny}).output, "tiny.bin: error: fewer than 2 bytes"));
     EXPECT_EQ(RunCommand(CheckFiles, {good, directory.Path("none.hex"), bad}).status,
               Status::Usage);
+
+    setenv("TMPDIR", "/none", 1);
+    EXPECT_TRUE(Has(RunCommand(CheckFiles, {directory.Write("good.rlg", "\x04\x90")}).error,
+                    "no directory for temporary files: "));
+    unsetenv("TMPDIR");
 }
 
 TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
@@ -186,6 +191,10 @@ TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
         EXPECT_EQ(refused.status, Status::Failed);
         EXPECT_TRUE(Has(refused.error, row.reason)) << refused.error;
     }
+    namespace fs = std::filesystem;
+    fs::permissions(path("a.rlg"), fs::perms::owner_read);
+    EXPECT_EQ(RunCommand(ConvertImage, {hex, path("a.rlg")}, force).status, Status::Success);
+    EXPECT_EQ(fs::status(path("a.rlg")).permissions(), fs::perms::owner_read);
     EXPECT_TRUE(Has(RunCommand(ConvertImage, {hex, path("a.rlg")}).error, "a.rlg exists"));
     EXPECT_EQ(directory.Read("a.rlg"), before);
     EXPECT_EQ(RunCommand(ConvertImage, {hex, path("a.srec")}).status, Status::Usage);

@@ -43,9 +43,11 @@ Rows RowsOf(const THexFile& file)
 
 void ExpectNothingLoaded(const THexFile& file)
 {
-    EXPECT_EQ(file.maxLineLength + file.lineCount, 0);
+    EXPECT_EQ(file.maxLineLength, 0);
+    EXPECT_EQ(file.lineCount, 0);
     EXPECT_EQ(file.lines, nullptr);
-    EXPECT_EQ(file.startAddress + file.endAddress, 0U);
+    EXPECT_EQ(file.startAddress, 0U);
+    EXPECT_EQ(file.endAddress, 0U);
     EXPECT_STREQ(file.versionText, "");
 }
 
@@ -266,7 +268,8 @@ TEST(CheckedRecord, IsRefusedIfTruncated)
                 const auto cut = Exactly(record.substr(0, length) + lineEnd);
                 EXPECT_EQ(file.CheckIntelHex(cut.data()), length == 0 ? 1 : 2);
             }
-            EXPECT_EQ(file.baseAddress + file.GetNextAddress(), 0U);
+            EXPECT_EQ(file.baseAddress, 0U);
+            EXPECT_EQ(file.GetNextAddress(), 0U);
         }
         EXPECT_LE(THexFile().CheckIntelHex(Exactly(record).data()), 0);
     }
