@@ -29,7 +29,7 @@ constexpr char kHelp[] =
     "  -h          print the usage line, and end\n"
     "As the first word only:\n"
     "  --strict    refuse mistakes on the command line and damaged files, keep a second instance\n"
-    "              from starting, replace a parameter file only by a complete one; the exit\n"
+    "              from starting, save a read-back only if it is complete; the exit\n"
     "              status is 0 after a success, 1 after a failure, 2 after a mistake\n"
     "  --strict --verify\n"
     "              also read the flash back after an update, and compare\n"

@@ -45,6 +45,9 @@ bool Strict::Prepare(Options& options)
         firmware = CheckedFile(options.filename);
     if (!ReportAll(firmware.errors))
         return false;
+    // Only a comparison with the flash needs the text again.
+    if (!options.verify)
+        firmware.bytes = {};
     if (options.HasFile() && options.versionOnly)
         return true;
     if (options.renameFile)
@@ -110,8 +113,12 @@ std::string Strict::ReplaceReadBack(const std::string& text) const
     if (stat(target.c_str(), &old) == 0)
         fchmod(file.Get(), old.st_mode);
     // Some disks refuse bytes only when they come to write them.
-    const bool isSaved = fsync(file.Get()) == 0 && rename(received.c_str(), target.c_str()) == 0;
-    return isSaved ? "" : Reason();
+    if (fsync(file.Get()) != 0 || rename(received.c_str(), target.c_str()) != 0)
+        return Reason();
+    // Without it a power cut may bring the old file back. Not every file system can do it.
+    const std::string directory = target.substr(0, target.rfind('/') + 1) + ".";
+    fsync(UniqueFd(open(directory.c_str(), O_RDONLY | kOpenFlags)).Get());
+    return {};
 }
 
 TSString Strict::NewName(const Options& options) const
@@ -119,7 +126,8 @@ TSString Strict::NewName(const Options& options) const
     return TUpdater::VersionedName(options.filename, firmware.report.version.c_str());
 }
 
-// A file at a wrong name is a smaller harm than a flash that isn't updated.
+// A file with the wrong name does less harm than a flash that isn't updated. The "/" makes a bare
+// name one that ExtractFileNameSX finds; only the extension is left without a version text.
 void Strict::CheckRename(Options& options) const
 {
     const std::string file = options.filename;

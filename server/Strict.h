@@ -26,7 +26,7 @@ public:
 
     // For the server.
 
-    // A read-back to `target` begins. The file for it to save to, which stays valid until the next.
+    // A read-back to `path` begins. The file for it to save to, which stays valid until the next.
     const char* BeginReadBack(const std::string& path);
 
     // It has succeeded: puts its file in the place of the old one, if it is complete and is the
@@ -53,7 +53,8 @@ private:
     bool Compare(const Image& file, const Image& flash) const;
     void ReportRest(std::uint32_t first, std::uint32_t last) const;
 
-    // These return false, as what they report does; ReportAll true when there is nothing.
+    // Each returns false, so that a check can return it; ReportAll returns true if there is nothing
+    // to report.
     bool Report(const std::string& text) const;
     bool ReportReason(const std::string& subject) const;
     bool ReportAll(const std::vector<std::string>& texts) const;

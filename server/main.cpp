@@ -90,8 +90,10 @@ int RunStrictly(int argc, char** argv)
     if (!ParseStrictOptions(argc, argv, options))
         return options.mistake ? Usage : Success;
     Strict strict;
-    return strict.Prepare(options) && strict.Finish(options, RunMode(options, &strict)) ? Success
-                                                                                        : Failure;
+    if (!strict.Prepare(options))
+        return Failure;
+    const int result = RunMode(options, &strict);
+    return strict.Finish(options, result) ? Success : Failure;
 }
 
 }  // namespace
