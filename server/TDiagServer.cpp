@@ -278,7 +278,7 @@ void TDiagServer::Log(const char* text)
 
 void TDiagServer::Send(const char* text)
 {
-    TellController(zaurus.get(), text);
+    SendToController(zaurus.get(), text);
 }
 
 void TDiagServer::SendAndLog(const char* text)

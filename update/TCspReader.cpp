@@ -118,7 +118,7 @@ Step TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
     if (!IsSilent())
         return EndOfStep(midi);
     const Step result = GiveUp(midi);
-    TellController(zaurus, kNotConnectedText);
+    SendToController(zaurus, kNotConnectedText);
     return result;
 }
 
@@ -196,7 +196,7 @@ void TCspReader::AskForStatus(TMidiCom* midi, TZaurusCom* zaurus)
     SendFlashMode(midi, kReadFlashMode);
     usleep(kFlashModeWait);
     SendLine(midi, kAskStatus);
-    TellController(zaurus, kConnectingText);
+    SendToController(zaurus, kConnectingText);
 }
 
 void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
@@ -275,5 +275,5 @@ void TCspReader::ReportProgress(TZaurusCom* zaurus, std::uint32_t address) const
     const bool onStep = address % kProgressStep == 0 && address % kSilentStep != 0;
     if (!onStep && percent != 100)
         return;
-    TellController(zaurus, (TSString("Reading CSP ") + TSString(percent) + "%\n").c_str());
+    SendToController(zaurus, (TSString("Reading CSP ") + TSString(percent) + "%\n").c_str());
 }

@@ -89,7 +89,7 @@ int TUpdater::SearchParameterHex(char* stamp)
 
 int TUpdater::LoadIntelHex(const char* path, char* version)
 {
-    hexFile = nullptr;  // before the new one is made: two images don't fit in memory
+    hexFile = nullptr;  // first, so that only one image is in memory
     updateStatus = Status::Idle;
     auto loaded = std::make_unique<THexFile>();
     if (!StoreFileName(path) || !loaded->LoadFromFile(hexFileName))

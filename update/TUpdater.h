@@ -78,7 +78,8 @@ public:
     // The line that shows a file's version.
     static TSString VersionLine(const char* version);
 
-    // The name that a finished update gives its file: the version, in the file's directory.
+    // The name that a finished update gives its file: the version, in the file's directory. `file`
+    // isn't empty.
     static TSString VersionedName(const char* file, const char* version);
 
     // Looks for a firmware file on the media, and loads the first that exists. `version` gets its
@@ -144,7 +145,6 @@ private:
     // What the answers do.
     void TakeAnswer(const Setting& setting, const char* message, int length);
     void OnIdle(const Setting& setting, const ConsoleLine& line);
-    void OnIdleDiag(const Setting& setting, const ConsoleLine& line);
     void OnReady(const Setting& setting, const ConsoleLine& line);
     void OnOk(const Setting& setting, const ConsoleLine& line);
     void OnOkDiag(const Setting& setting, const ConsoleLine& line);

@@ -16,7 +16,7 @@ struct TUpdater::Answer {
 
 // An "OK" without room for an address is ignored.
 constexpr TUpdater::Answer TUpdater::kAnswers[] = {
-    {kFlashIdle, 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdleDiag},
+    {kFlashIdle, 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdle},
     {"Start WRITE ?", 0, Status::Request, &TUpdater::OnReady, &TUpdater::OnReady},
     {"OK", 11, Status::Transfer, &TUpdater::OnOk, &TUpdater::OnOkDiag},
     {"NG", 0, Status::Transfer, &TUpdater::OnNg, &TUpdater::OnNgDiag},
@@ -55,16 +55,11 @@ void TUpdater::TakeAnswer(const Setting& setting, const char* message, int lengt
         ++errorCounter;
 }
 
-void TUpdater::OnIdle(const Setting& setting, const ConsoleLine& line)
-{
-    OnIdleDiag(setting, line);
-    flashModeCounter = 0;
-}
-
-void TUpdater::OnIdleDiag(const Setting& /*setting*/, const ConsoleLine& /*line*/)
+void TUpdater::OnIdle(const Setting& /*setting*/, const ConsoleLine& /*line*/)
 {
     EnterStatus(Status::Request);
     errorCounter = 0;
+    flashModeCounter = 0;
 }
 
 void TUpdater::OnReady(const Setting& /*setting*/, const ConsoleLine& /*line*/)
@@ -166,5 +161,5 @@ void TUpdater::ReportProgress(TZaurusCom* controller, std::uint32_t address) con
     const std::uint32_t percent = 100U * (address - hexFile->startAddress) / size;
     if (percent % 2 != 0)
         return;
-    TellController(controller, (TSString("Sending Data ") + TSString(percent) + "%\n").c_str());
+    SendToController(controller, (TSString("Sending Data ") + TSString(percent) + "%\n").c_str());
 }

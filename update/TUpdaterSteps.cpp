@@ -65,7 +65,7 @@ Step TUpdater::StepConnectDiag(const Setting& setting)
 {
     SendFlashMode(setting.midi, kWriteFlashMode);
     SendLine(setting.midi, kAskStatus);
-    TellController(setting.zaurus, kConnectingText);
+    SendToController(setting.zaurus, kConnectingText);
     if (IsSilent())
         EnterStatus(Status::Request);
     return EndOfStepDiag();
@@ -84,7 +84,7 @@ Step TUpdater::StepRequestDiag(const Setting& setting)
     AskForWrite(setting.midi);
     if (!IsSilent())
         return EndOfStepDiag();
-    TellController(setting.zaurus, kNotConnectedText);
+    SendToController(setting.zaurus, kNotConnectedText);
     return Step::Failed;
 }
 

@@ -49,7 +49,7 @@ int TZaurusCom::WriteMessage(const char* buf, int len)
     return 0;
 }
 
-void TellController(TZaurusCom* zaurus, const char* text)
+void SendToController(TZaurusCom* zaurus, const char* text)
 {
     zaurus->WriteMessage(text, TextLength(text));
 }

@@ -50,4 +50,4 @@ private:
 };
 
 // Sends a NUL-terminated text at its exact length. A lost text is not a failure.
-void TellController(TZaurusCom* zaurus, const char* text);
+void SendToController(TZaurusCom* zaurus, const char* text);
