@@ -44,7 +44,7 @@ bool ResetLogFile(const char* path, int linesToKeep)
         return false;
     // A new file, so that one that is open elsewhere keeps what it has.
     DeleteFile(path);
-    // No count is below a negative number of lines, so the loop asks for an empty list as well.
+    // No count is below a negative number of lines, so the loop tests for an empty list as well.
     while (list.count > 0 && list.count > linesToKeep)
         list.RemoveFirst();
     list.SaveToFile(path);

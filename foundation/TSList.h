@@ -44,8 +44,8 @@ public:
     void* GetNext();
 
 private:
-    // Owned, as is every link that follows it. The empty link is there from the start, so that
-    // nothing has to ask for an empty list.
+    // Owned, as is every link that follows it. The empty link is there from the start, so an
+    // empty list needs no case of its own.
     TSLink* head = new TSLink(nullptr);
     TSLink* tail = head;     // the empty link
     TSLink* current = head;  // the cursor; the tail at the end

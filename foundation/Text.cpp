@@ -158,7 +158,8 @@ void trimleft(char* text, int length)
     std::replace_if(text, text + std::max(length, 0), IsBlank, '\0');
 }
 
-// What follows the number isn't looked at, and a value that is too large is cut to its low bits.
+// What follows the number isn't looked at. Of a value that is too large the low bits count, and
+// above the range of `long`, those of its largest value.
 int StrToInt(const char* text)
 {
     return static_cast<int>(std::strtol(text, nullptr, 10));

@@ -3,9 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// With these each file is opened whose path may lead to a medium: the descriptor stays this
-// program's own, and a pipe in the place of a file, as a medium may have one, doesn't block the
-// program.
+// For opening a file that may be on a medium: the descriptor stays this program's own, and a pipe
+// in the place of the file doesn't block the program.
 constexpr int kOpenFlags = O_CLOEXEC | O_NONBLOCK;
 
 // The one owner of a descriptor; closes it on every way out of a scope.

@@ -29,7 +29,7 @@ std::string FileOf(const std::string& flash)
 
 }  // namespace
 
-TEST(ReadBack, RequestsNoBlockIfCspStartsUnrequested)
+TEST(ReadBack, RequestsOnlyFirstBlockIfCspStartsUnrequested)
 {
     ServerWithPeers scene;
     scene.Say(Frames({"Status:Flash Idle", "Start READ"}));
@@ -38,7 +38,7 @@ TEST(ReadBack, RequestsNoBlockIfCspStartsUnrequested)
     scene.Say(Frames({Record(4, 0, "\x90\x04")}));
     for (std::size_t at = 0; at < 0x2000; at += 128)
         scene.Say(Frames({Record(0, at, std::string(128, 'x'))}));
-    EXPECT_EQ(scene.TakeReplies(), "") << "no share of an unknown range";
+    EXPECT_EQ(scene.TakeReplies(), "") << "no percentage of an unknown range";
     const std::vector<std::string> lines = scene.patcher.Lines();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "NEXT   :"), 1);
 }
@@ -80,11 +80,11 @@ TEST(ReadBack, ByCommandReportsProgressAndSavesToParameterFile)
     EXPECT_EQ(scene.unit.Read(kParameterFile), "old");
 
     scene.SetFaults("--join --read-cut 1000");
-    std::istringstream shares(
+    std::istringstream percentages(
         "2 4 6 8 10 12 14 18 20 22 25 27 29 31 35 37 39 41 43 45 47 52 54 56 58 "
         "60 62 64 68 70 72 75 77 79 81 85 87 89 91 93 95 97 100");
-    for (std::string share; shares >> share;)
-        texts += "Reading CSP " + share + "%\n";
+    for (std::string percentage; percentages >> percentage;)
+        texts += "Reading CSP " + percentage + "%\n";
     const std::string shown = scene.Ask(kReadParameters, "Rebooting CSP...\n");
     EXPECT_EQ(shown.substr(shown.find("Connecting")),
               texts + "CSP Read Success.\nRebooting CSP...\n");

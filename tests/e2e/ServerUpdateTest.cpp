@@ -122,8 +122,8 @@ TEST(ServerUpdate, SucceedsWhileControllerInterferes)
     const std::size_t before = scene.controller.Received().size();
 
     scene.Ask("DF DF 00 BB DF DF DF DF 90 3C 40 00 DF DF 00 AA", "Connecting to CSP\n");
-    for (const char* share : {"30%", "46%", "76%"}) {
-        EXPECT_TRUE(scene.controller.WaitFor(share));
+    for (const char* percentage : {"30%", "46%", "76%"}) {
+        EXPECT_TRUE(scene.controller.WaitFor(percentage));
         scene.controller.Send(Bytes("DF DF DF DF 90 3C 40 00 DF DF 00 C0 6C 01 02 03 DF DF 00 C3"));
     }
     EXPECT_TRUE(scene.controller.WaitFor("Rebooting CSP...\n"));

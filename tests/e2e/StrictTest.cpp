@@ -22,7 +22,7 @@ std::string OwnPort()
 
 }  // namespace
 
-TEST(Strict, ReportsFailureWithStatusAndChangesNothing)
+TEST(Strict, ReportsResultWithStatusAndChangesNothingIfItFails)
 {
     const std::string image = FirmwareOf("V1", 0x3000);
     const std::string good = HexText(image, 32, "\r\n");

@@ -46,11 +46,15 @@ TEST(List, InsertsAndDeletesAtEveryPosition)
 {
     const struct {
         const char* name;
-        int size, index;
-        const char *inserted, *deleted;
-    } rows[] = {{"empty list", 0, 0, "4", ""},         {"only item", 1, 0, "40", ""},
-                {"middle", 3, 1, "0412", "02"},        {"last", 3, 2, "0142", "01"},
-                {"at the count", 3, 3, "0124", "012"}, {"negative", 3, -1, "4012", "012"}};
+        int size;
+        int index;
+        const char* inserted;
+        const char* deleted;
+    } rows[] = {
+        {"empty list", 0, 0, "4", ""},         {"only item", 1, 0, "40", ""},
+        {"middle", 3, 1, "0412", "02"},        {"last", 3, 2, "0142", "01"},
+        {"at the count", 3, 3, "0124", "012"}, {"negative", 3, -1, "4012", "012"},
+    };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         TSList inserted;
