@@ -1,6 +1,6 @@
 // Makes every call of every scenario fail, one at a time, with every error that fits it, and in the
-// read-backs and updates cuts the piano's link or ends the piano after every frame. Prints a table of the outcomes, which
-// docs/testing.md explains.
+// read-backs and updates cuts the piano's link or ends the piano after every frame. Prints a table
+// of the outcomes, which docs/testing.md explains.
 //
 //   sweep [EVERY [SCENARIO [FAULT]]]
 //
