@@ -79,6 +79,8 @@ TEST(Strict, ReportsResultWithStatusAndChangesNothingIfItFails)
          [](Unit& unit) { unit.Remove(kLogFolder); }},
         {update, 1, kLogFolder + "/cspupdate.log: Read-only file system\n", "", "",
          fail("open:2:EROFS")},
+        {update, 1, kLogFolder + "/diag_server.lock: Read-only file system\n", "", "",
+         fail("open:3:EROFS")},
         {update, 1, kLogFolder + "/diag_server.lock: No space left on device\n", "", "",
          fail("write:1:ENOSPC")},
         {update, 1, socket + "No such file or directory\n", "", "--no-patcher"},
@@ -174,7 +176,9 @@ TEST(Strict, StartsOnceAndRefusesDamagedFiles)
 
 TEST(Strict, ComparesFlashWithFileAfterUpdate)
 {
-    const std::string image = HexText(FirmwareOf("V1", 0x1000), 32, "\r\n");
+    const std::string before =
+        Record(4, 0, "\x90\x03") + "\r\n" + Record(0, 0xFFF0, std::string(16, 'x')) + "\r\n";
+    const std::string image = before + HexText(FirmwareOf("V1", 0x1000), 32, "\r\n");
     const std::string rest =
         Record(4, 0, "\x90\x0A") + "\r\n" + Record(0, 0, std::string(16, 'x')) + "\r\n";
     const struct {
@@ -185,7 +189,9 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
         int status;
         std::string error = {};  // its end
     } rows[] = {
-        {rest, 0, "", 1, 0, "diag_server: not verified: 900A0000 to 900A000F\n"},
+        {rest, 0, "", 1, 0,
+         "diag_server: not verified: 9003FFF0 to 9003FFFF\n"
+         "diag_server: not verified: 900A0000 to 900A000F\n"},
         {"", 2, "", 1, 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},
         {"", 0, "--silent", 2, 1, "the flash is not readable\n"},
     };

@@ -87,6 +87,9 @@ TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
               "E2 E0 E1 06 35 41 42 43 44 45 FE FF E2 E0 E1 06 37 00 00 00 00 00 FE FF "
               "E2 E0 E1 06 3A FE FE FF 00 00 00 FE FF E2 E0 E1 06 3F 00 00 00 00 00 FE FF "
               "E2 E0 E1 06 3F 00 00 00 00 00 FE FF");
+    char plain[] = "kept";
+    EXPECT_EQ(link.midi.Change_i2c2bin("x", plain, 0), 0);
+    EXPECT_STREQ(plain, "kept");
 }
 
 TEST(MidiLink, SendsTextOf8193BytesAndNothingOfLongerOne)

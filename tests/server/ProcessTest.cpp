@@ -12,6 +12,7 @@
 
 #include "FileBytes.h"
 #include "HexText.h"
+#include "Language.h"
 #include "MidiPeer.h"
 #include "OwnUnit.h"
 #include "Strict.h"
@@ -94,6 +95,16 @@ TEST_F(ServerTest, SendsCommandsOfKeyboard)
         linesBefore = lines.size();
     }
     dup2(keyboard.Get(), STDIN_FILENO);
+}
+
+TEST(Language, IsJapaneseOnlyIfFirstLineNamesIt)
+{
+    const std::pair<const char*, int> rows[] = {
+        {"", 0}, {"en\nja\n", 0}, {"jap", 0}, {" ja\r\n", 1}};
+    for (const auto& [text, language] : rows) {
+        WriteInUnit(kLanguageFile, text);
+        EXPECT_EQ(GetIOCLanguage(), language) << text;
+    }
 }
 
 TEST_F(ServerTest, LogsReleaseFileIfItOpens)

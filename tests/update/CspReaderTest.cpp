@@ -88,6 +88,10 @@ TEST(CspReader, EndsAfterMoreThan1024UnwantedAnswers)
 {
     ReadBack read;
     read.Let("1024 unwanted");
+    read.Let("Status:Flash Idle");
+    read.Converse({{"1024 unwanted", kRequest}});
+    read.reader.SetReaderStatus(Connect);
+    read.Let("1024 unwanted");
     read.Converse({{"nothing", kConnect, 1, kConnecting},
                    {"?", kCancelAndConnect, 1, kConnecting},
                    {"1024 unwanted", kRequest},
