@@ -55,6 +55,7 @@ TEST(HexCheck, NamesLineAndCause)
     } rows[] = {
         {kHead + "0" + kSecond + rest, 3, kError, "not a record"},
         {kHead + ":0404\n" + rest, 3, kError, "cut short: 5 characters of 11"},
+        {kHead + ":0404040061\n" + rest, 3, kError, "cut short: 11 characters of 19"},
         {kHead + kSecond.substr(0, 15) + "\n" + rest, 3, kError, "cut short: 15 characters of 19"},
         {kHead +
              ":0404040061626364\x02"
@@ -64,6 +65,7 @@ TEST(HexCheck, NamesLineAndCause)
         {kHead + ":040404006162636469\n" + rest, 3, kError, "wrong checksum"},
         {kHead + ":04040400616263646a\n" + rest, 3, kError, "\"a\" is not an upper-case hex digit"},
         {kHead + ":0404040061626364 6A\n" + rest, 3, kError, "0x20 is not an upper-case hex digit"},
+        {kHead + ":0404040061626364~A\n" + rest, 3, kError, "\"~\" is not an upper-case hex digit"},
         {kHead + ":04040400616263646A \n" + rest, 3, kError, "after the checksum: 1"},
         {kHead + ":0404\r040061626364\n" + rest, 3, kError, "a CR or NUL"},
         {kHead +
@@ -81,6 +83,7 @@ TEST(HexCheck, NamesLineAndCause)
         {kHead + kSecond + kSecond + rest, 4, kError, "go back to 90040404"},
         {Base(5) + Data(0, "x") + kHead + kEnd, 4, kError, "go back to 90040400"},
         {kHead + rest, 3, kError, "gap of 4 bytes from 90040404"},
+        {kHead + Data(0x405, "x") + kEnd, 3, kError, "gap of 1 byte from 90040404"},
         {kBase + kBase + kVersion + kEnd, 1, kError, "no data follow this address record"},
         {kHead + kSecond + rest + kThird + kThird, 6, kError, "follows the end record"},
         {kHead + kSecond + kThird, 4, kError, "no end record"},
@@ -89,7 +92,11 @@ TEST(HexCheck, NamesLineAndCause)
         {kHead + kSecond + kThird + ":00000001FF", 5, kError, "no line end"},
         {kHead + WithCrLf(kSecond) + rest, 3, kError, "a character was lost or added"},
         {WithCrLf(kHead) + kSecond + rest, 3, kError, "a character was lost or added"},
-        {kHead + Base(5) + Data(0x10, "x") + kEnd, 4, kError, "gap of 16 bytes from 90050000"},
+        {kHead + Base(5) + Data(34, "x") + kEnd, 4, kError, "gap of 34 bytes from 90050000"},
+        {kHead + Base(5) + Data(35, "x") + kEnd, 4, kWarning, "gap of 64543 bytes from 90040404"},
+        {kHead + Base(5) + "x\n" + Base(6) + Data(0, "x") + kEnd, 4, kError, "not a record"},
+        {kHead + Base(5) + Record(4, 0, "\x90") + "\n" + Base(6) + Data(0, "x") + kEnd, 3, kError,
+         "no data follow", 3},
         {kHead + Base(5) + Data(0, "x") + kEnd, 4, kWarning, "a gap of 64508 bytes from 90040404"},
         {kHead + kSecond + Record(5, 0, "\0\0\0\0"s) + "\n" + rest, 4, kWarning, "type 5"},
         {kBase + Data(0x1FF0, std::string(16, 'x')) + Record(5, 0, "\0\0\0\0"s) + "\n" + kEnd, 3,
@@ -98,12 +105,14 @@ TEST(HexCheck, NamesLineAndCause)
         {kHead + kSecond + Record(3, 0, "\0\0\0\0"s) + "\n" + rest, 4, kWarning, "type 3"},
         {kHead + Record(0, 0x404, "") + "\n" + kSecond + kEnd, 3, kWarning, "without data"},
         {kBase + Record(0, 0, "") + "\n" + kVersion + kEnd, 2, kError, "without data; no block"},
-        {Record(4, 1, "\x90\x04") + "\n" + kVersion + kEnd, 1, kWarning, "at 0001, not 0000"},
+        {Record(4, 2, "\x90\x04") + "\n" + kVersion + kEnd, 1, kWarning, "at 0002, not 0000"},
         {kHead + Record(4, 0, "\x91\0"s) + "\n" + Data(0, "x") + Data(1, "x") + kFarBase +
              Data(0, "x") + kEnd,
          4, kWarning, "a gap", 4},
         {Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(32, 'x')) + kEnd, 2, kWarning,
-         "data at 91000000, outside", 3},
+         "data at 91000000, outside the flash (90000000 to 90FFFFFF)", 3},
+        {kHead + Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(16, 'x')) + kEnd, 4,
+         kWarning, "a gap"},
         {kBase + Data(0x400, "\0V1"s) + kEnd, 3, kWarning, "no version text in a record"},
         {kBase + Data(0x3F0, std::string(32, 'x')) + kEnd, 3, kWarning,
          "no version text in a record"},
@@ -111,6 +120,10 @@ TEST(HexCheck, NamesLineAndCause)
          kWarning, "", 0},
         {Base(5) + Data(0x1FF0, std::string(17, 'V')) + kEnd, 2, kWarning, "steps over 90052000",
          2},
+        {Base(5) + Data(0x1FF0, std::string(17, 'V')) + Base(6) +
+             Data(0x1FF0, std::string(17, 'V')) + kEnd,
+         2, kWarning, "steps over 90052000", 3},
+        {kHead + Data(0x404, std::string(34, 'x')) + kEnd, 0, kWarning, "", 0},  // 80 bytes
         {kHead + kSecond + rest + "\n", 0, kWarning, "", 0},
         {WithCrLf(kHead + kSecond + rest), 0, kWarning, "", 0},
     };
@@ -146,6 +159,7 @@ TEST(HexCheck, SummarizesLoadedData)
     EXPECT_EQ(report.ranges[0].size, 0x4020U);
     EXPECT_EQ(report.ranges[1].start, 0x90060000U);
 
+    EXPECT_EQ(CheckHex(kVersion + kEnd).findings[0].address, 0x400U);
     EXPECT_EQ(CheckHex(kHead + "x").findings[0].address, std::nullopt);
     EXPECT_EQ(CheckHex(kHead + "x\n").findings[0].address, 0x90040404U);
     EXPECT_EQ(CheckHex(kHead + Base(5) + "x\n").findings[0].address, 0x90050000U);

@@ -127,6 +127,13 @@ TEST_F(ServerTest, LogsReleaseFileIfItOpens)
     EXPECT_NE(text.find(" - 1.00\n"), std::string::npos) << text;
 }
 
+TEST_F(ServerTest, NamesFirstLineOfDamagedFile)
+{
+    const std::string path = files.Write("bad.hex", "x\n");
+    EXPECT_EQ(CheckedFile(path).errors.front(),
+              path + ":1: not a record: it does not begin with \":\"");
+}
+
 TEST_F(ServerTest, KeepsOldParametersUnlessSavedOnesMatch)
 {
     constexpr std::size_t kParameterSize = 0x60000;
