@@ -27,7 +27,7 @@ TEST(CommandLine, PrintsUsageOrVersionWithoutOpeningLinks)
         {{"-a", longest + "x", "-v"}, "", "diag_server: file name is too long\n"},
         {{"-v", "-f", longest}, "Diag Server Ver.0.26\n", ""},
         {{"-a", "prog.hex", "-v"}, kFileVersion, ""},
-        {{"--help", "-x"}, "  --version   print the program's version, and end\n", ""},
+        {{"--help"}, "  --version   print the program's version, and end\n", ""},
         {{"--version", "-x"}, "Diag Server Ver.0.26\n", ""},
         {{"--strict", "-vf", "prog.hex"}, kFileVersion, ""},
         {{"--strict", "-h", "-x"}, "", "diag_server [-P Port] [-b] [-v] [-f filename]\n"},
