@@ -216,6 +216,7 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
 
         EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
         EXPECT_EQ(Count(unit.Journal(), "usleep(500000)\n"), 1U + row.attempts);
+        EXPECT_EQ(Count(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc00) = 0\n"), 2U);
         EXPECT_EQ(Count(unit.Journal(), "exit descriptors=0\n"), 1U);
         EXPECT_FALSE(unit.Exists("cwd/csp_param.hex"));
     }
