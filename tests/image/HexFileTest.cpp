@@ -157,6 +157,7 @@ TEST(LoadedFile, IsScannedForAddressesAndVersion)
         file.startAddress = 9;
         file.GetStartEndAddress();
         EXPECT_EQ(file.startAddress, c.start) << "found again";
+        EXPECT_EQ(file.endAddress, c.end) << "found again";
     }
 }
 

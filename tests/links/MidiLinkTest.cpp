@@ -90,6 +90,7 @@ TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
     char plain[] = "kept";
     EXPECT_EQ(link.midi.Change_i2c2bin("x", plain, 0), 0);
     EXPECT_STREQ(plain, "kept");
+    EXPECT_EQ(link.midi.Change_bin2i2c("x", plain, 0), 2) << "only the end of a block";
 }
 
 TEST(MidiLink, SendsTextOf8193BytesAndNothingOfLongerOne)
