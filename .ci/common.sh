@@ -36,8 +36,8 @@ readonly build_tools=(cmake:cmake ninja:ninja-build g++:g++ srec_cat:srecord obj
 readonly arm_tools=(arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf qemu-arm:qemu-user
     /usr/src/googletest/CMakeLists.txt:googletest)
 
-# Takes PRESET [OPTION...] [TARGET...]. Configures the preset with the options of cmake and builds the
-# targets, by default all. Shows the output only after a failure.
+# Takes PRESET [OPTION...] [TARGET...]. Configures the preset with the options of cmake and builds
+# the targets, by default all. Shows the output only after a failure.
 build() {
     local preset=$1 log=build/$1.log options=()
     shift
