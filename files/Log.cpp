@@ -29,7 +29,7 @@ void PrintStamp(char (&stamp)[kStampSize])
 
 bool AddLogFile(const char* path, const char* text)
 {
-    const TextWriter log(path, "a+t");
+    const TextWriter log(path, TextWriter::Old::Kept);
     if (!log)
         return false;
     char stamp[kStampSize] = {};

@@ -62,7 +62,7 @@ bool TSStringList::LoadFromFile(const TSString& path)
 
 bool TSStringList::SaveToFile(const TSString& path)
 {
-    const TextWriter file(path.c_str(), "wt");
+    const TextWriter file(path.c_str(), TextWriter::Old::Removed);
     if (!file)
         return false;
     // What follows a string that is lost would be taken for its end.

@@ -19,7 +19,7 @@ bool TSStringVector::LoadFromFile(const TSString& path)
 
 bool TSStringVector::SaveToFile(const TSString& path) const
 {
-    const TextWriter file(path.c_str(), "wt");
+    const TextWriter file(path.c_str(), TextWriter::Old::Removed);
     if (!file)
         return false;
     // Unlike a TSStringList, the vector goes on after a string that is lost.

@@ -13,19 +13,41 @@ struct FileCloser {
 // The one owner of a stream; closes it on every way out of a scope.
 using UniqueFile = std::unique_ptr<std::FILE, FileCloser>;
 
+// Makes the descriptor a stream, null when there can be none; no descriptor stays open then. `mode`
+// is one of fopen's.
+inline UniqueFile OpenStream(UniqueFd descriptor, const char* mode)
+{
+    UniqueFile stream(descriptor ? fdopen(descriptor.Get(), mode) : nullptr);
+    if (stream)
+        descriptor.Release();
+    return stream;
+}
+
 // A text file that is written. Its owner closes it by leaving the scope.
 class TextWriter {
 public:
-    // `mode` is one of fopen's.
-    TextWriter(const char* path, const char* mode) : file(std::fopen(path, mode)) {}
+    // What becomes of the text that the file has. A missing file is created with the permission
+    // bits 0666 in either case.
+    enum class Old { Removed, Kept };
 
-    // False when the file couldn't be opened.
+    TextWriter(const char* path, Old old) : file(OpenStream(Open(path, old), ModeOf(old))) {}
+
+    // False when the file couldn't be opened. A pipe that nobody reads can't.
     explicit operator bool() const { return file != nullptr; }
 
     // False when the text can't be handed to the stream. What the disk refuses later isn't seen.
     bool Write(const char* text) const { return std::fputs(text, file.get()) >= 0; }
 
 private:
+    static UniqueFd Open(const char* path, Old old)
+    {
+        constexpr mode_t kForEverybody = 0666;
+        const int flags = old == Old::Kept ? O_RDWR | O_APPEND : O_WRONLY | O_TRUNC;
+        return UniqueFd(open(path, flags | O_CREAT | kOpenFlags, kForEverybody));
+    }
+
+    static const char* ModeOf(Old old) { return old == Old::Kept ? "a+" : "w"; }
+
     UniqueFile file;  // null when it couldn't be opened
 };
 
@@ -34,7 +56,7 @@ class PieceReader {
 public:
     static constexpr int kPieceSize = 1024;  // of the longest piece and its NUL
 
-    explicit PieceReader(const char* path) : file(OpenStream(path)) {}
+    explicit PieceReader(const char* path) : file(OpenStream(UniqueFd(OpenToRead(path)), "r")) {}
 
     // False when the file couldn't be opened; OpenToRead lists what it refuses.
     explicit operator bool() const { return file != nullptr; }
@@ -47,16 +69,6 @@ public:
     void Close() { file.reset(); }
 
 private:
-    // Null when there can be no stream; no descriptor stays open then.
-    static std::FILE* OpenStream(const char* path)
-    {
-        UniqueFd descriptor(OpenToRead(path));
-        std::FILE* const stream = descriptor ? fdopen(descriptor.Get(), "r") : nullptr;
-        if (stream != nullptr)
-            descriptor.Release();
-        return stream;
-    }
-
     UniqueFile file;              // null when it couldn't be opened
     char piece[kPieceSize] = {};  // the last piece, ended by a NUL
 };

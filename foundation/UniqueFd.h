@@ -12,6 +12,7 @@ class UniqueFd {
 public:
     explicit UniqueFd(int owned) : descriptor(owned) {}
     ~UniqueFd() { Reset(); }
+    UniqueFd(UniqueFd&& other) noexcept : descriptor(other.Release()) {}
     UniqueFd(const UniqueFd&) = delete;
     UniqueFd& operator=(const UniqueFd&) = delete;
 

@@ -109,6 +109,7 @@ TEST(StringList, ReplacesEntriesByFileAndSavesSameBytes)
         EXPECT_TRUE(list.GetNextString() == "") << "past the last entry";
     }
     EXPECT_FALSE(list.SaveToFile(dir.Path("no/out").c_str()));
+    EXPECT_FALSE(list.SaveToFile(dir.Path("pipe").c_str())) << "and doesn't wait for a reader";
     EXPECT_TRUE(list.LoadFromFile("/dev/null")) << "a character device";
 }
 
