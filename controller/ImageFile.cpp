@@ -72,7 +72,8 @@ std::string Expand(const std::string& path, ImageForm form, std::string& hexText
         return ReasonOf(place);
     const std::string hexPath = scratch.Path("image.hex");
     const auto convert = form == ImageForm::Rlg ? Decompress : Bin2Intel;
-    const bool isDone = convert(path.c_str(), hexPath.c_str()) && ReadBytes(hexPath, hexText);
+    const bool isDone = convert(path.c_str(), hexPath.c_str(), AtPath::Removed) &&
+                        ReadBytes(hexPath, hexText);
     return isDone ? "" : ReasonOf(path + ": can't be expanded in " + place.string());
 }
 

@@ -3,16 +3,26 @@
 #include <cstddef>
 
 #include <fcntl.h>
-#include <sys/types.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "UniqueFd.h"
 
+// What becomes of what is at the path of a new file. In a directory where every user may create
+// names, a link at the path would lead to another file, which must not be emptied.
+enum class AtPath { Emptied, Removed };
+
+constexpr mode_t kOwnersOnly = S_IRUSR | S_IWUSR;
+
 // Creates the file at `path`, or empties it: what an older one had past the new end must not stay.
 // The descriptor, which the caller owns, or -1.
-inline int CreateOutputFile(const char* path, mode_t permissions = S_IRUSR | S_IWUSR)
+inline int CreateOutputFile(const char* path, mode_t permissions = kOwnersOnly,
+                            AtPath old = AtPath::Emptied)
 {
-    return open(path, O_WRONLY | O_CREAT | O_TRUNC | kOpenFlags, permissions);
+    if (old == AtPath::Removed)
+        unlink(path);  // what can't be removed makes the opening fail
+    const int how = old == AtPath::Removed ? O_EXCL | O_NOFOLLOW : O_TRUNC;
+    return open(path, O_WRONLY | O_CREAT | how | kOpenFlags, permissions);
 }
 
 // One write. A short one lacks bytes, as on a full disk, and so counts as failed.

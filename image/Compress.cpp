@@ -22,8 +22,9 @@ bool Compress(const char* hexPath, const char* compressedPath)
     return Intel2Bin(hexPath, binary.c_str()) && RL_Compress(binary.c_str(), compressedPath);
 }
 
-bool Decompress(const char* compressedPath, const char* hexPath)
+bool Decompress(const char* compressedPath, const char* hexPath, AtPath old)
 {
     const TSString binary = BinaryPath(hexPath);
-    return RL_Decompress(compressedPath, binary.c_str()) && Bin2Intel(binary.c_str(), hexPath);
+    return RL_Decompress(compressedPath, binary.c_str(), old) &&
+           Bin2Intel(binary.c_str(), hexPath, old);
 }

@@ -1,8 +1,12 @@
 #pragma once
 
+#include "OutputFile.h"
+
 // An Intel HEX file and its compressed form for removable media: the binary form of IntelBin.h in
 // the coding of RunLength.h. The binary form is in a file next to the hex file, with the extension
 // ".bin", and stays there. A failure of the first step leaves the target as it was.
 
 bool Compress(const char* hexPath, const char* compressedPath);
-bool Decompress(const char* compressedPath, const char* hexPath);
+
+// `old` is for both files that it creates.
+bool Decompress(const char* compressedPath, const char* hexPath, AtPath old = AtPath::Emptied);

@@ -154,13 +154,13 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
     return true;
 }
 
-bool Bin2Intel(const char* binaryPath, const char* hexPath)
+bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old)
 {
     const UniqueFd input(OpenToRead(binaryPath));
     Piece piece;
     if (!input || !piece.Read(input.Get(), kBinaryHeadSize) || piece.count < kBinaryHeadSize)
         return false;
-    const UniqueFd output(CreateOutputFile(hexPath));
+    const UniqueFd output(CreateOutputFile(hexPath, kOwnersOnly, old));
     if (!output)
         return false;
 

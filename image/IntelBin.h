@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "OutputFile.h"
+
 // An Intel HEX file and its binary form, which keeps the upper address and then only the data:
 //
 //    0            1            2 ..
@@ -27,4 +29,4 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath);
 // Writes records of 32 data bytes with CR LF line ends, each 64 KiB after an upper address record,
 // so without any data the address is lost. False as above, and when a read fails. A file too short
 // for an upper address doesn't touch the output.
-bool Bin2Intel(const char* binaryPath, const char* hexPath);
+bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old = AtPath::Emptied);

@@ -108,11 +108,11 @@ bool RL_Compress(const char* inputPath, const char* outputPath)
     return output && Code(output.Get(), bytes);
 }
 
-bool RL_Decompress(const char* inputPath, const char* outputPath)
+bool RL_Decompress(const char* inputPath, const char* outputPath, AtPath old)
 {
     FileBytes bytes;
     if (!ReadWholeFile(inputPath, bytes))
         return false;
-    const UniqueFd output(CreateOutputFile(outputPath));
+    const UniqueFd output(CreateOutputFile(outputPath, kOwnersOnly, old));
     return output && Expand(output.Get(), bytes);
 }

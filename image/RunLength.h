@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "OutputFile.h"
+
 // The run-length coding of compressed images: a plain sequence of items, with nothing before or
 // after them.
 //
@@ -27,4 +29,4 @@ int WriteCount(int output, unsigned long value);
 // input can't all be read (no output is touched then), when a write fails, and when a run item of
 // the input is cut off; what was written stays.
 bool RL_Compress(const char* inputPath, const char* outputPath);
-bool RL_Decompress(const char* inputPath, const char* outputPath);
+bool RL_Decompress(const char* inputPath, const char* outputPath, AtPath old = AtPath::Emptied);

@@ -113,9 +113,8 @@ bool TUpdater::StoreFileName(const char* path)
 int TUpdater::ExpandAndLoad(const char* source, char* version)
 {
     // A file that can't be expanded must not leave an older copy for the next one to load.
-    if (FileExists(kExpandedFirmware))
-        DeleteFile(kExpandedFirmware);
-    if (!Decompress(source, kExpandedFirmware))
+    DeleteFile(kExpandedFirmware);
+    if (!Decompress(source, kExpandedFirmware, AtPath::Removed))
         return -1;
     return LoadIntelHex(kExpandedFirmware, version);
 }

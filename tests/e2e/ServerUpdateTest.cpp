@@ -1,6 +1,7 @@
 // Updates that the controller asks the server for: the search for a file, the start, the end.
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,21 @@ TEST(UpdateSearch, ShowsParameterFileTimeInUtc)
               "[ Parameter Back Up File ]\nCSP Parameter : (2004/3/5/09:07)\n");
 
     EXPECT_EQ(scene.TakeLog(), "CSP Parameter : (2004/3/5/09:07)\n");
+}
+
+TEST(UpdateSearch, ReplacesLinksWithWorkFiles)
+{
+    ServerWithPeers scene;
+    scene.Open();
+    const std::string planted = scene.unit.Write(kParameterFile, "parameters");
+    std::filesystem::create_symlink(planted, scene.unit.Path("tmp/csp_prog.bin"));
+    std::filesystem::create_symlink(scene.unit.Path("new"), scene.unit.Path(kExpandedFirmware));
+    scene.unit.Write(kUsbCompressedFirmware, Packed("V4"));
+
+    EXPECT_EQ(scene.Ask(kFindUpdate), std::string(kHeader) + "V4\n");
+
+    EXPECT_EQ(scene.unit.Read(kParameterFile), "parameters");
+    EXPECT_FALSE(scene.unit.Exists("new"));
 }
 
 // Which file an update writes depends on the last search and its result.
