@@ -1,6 +1,6 @@
 #include "FileBytes.h"
 
-#include <cstdint>
+#include <cerrno>
 #include <new>
 #include <utility>
 
@@ -17,20 +17,25 @@ int OpenToRead(const char* path)
     struct stat state {};
     if (!file || fstat(file.Get(), &state) != 0)
         return -1;
-    if (!S_ISREG(state.st_mode) && !S_ISCHR(state.st_mode))
+    if (!S_ISREG(state.st_mode) && !S_ISCHR(state.st_mode)) {
+        errno = 0;  // the refusal is this program's own
         return -1;
+    }
     // Only the opening mustn't wait: a terminal's reader waits for what is typed.
     return fcntl(file.Get(), F_SETFL, 0) == 0 ? file.Release() : -1;
 }
 
-bool ReadWholeFile(int descriptor, FileBytes& bytes)
+bool ReadWholeFile(int descriptor, FileBytes& bytes, std::int64_t most)
 {
     const off_t end = lseek(descriptor, 0, SEEK_END);
-    if (end < 0 || end > INT32_MAX || lseek(descriptor, 0, SEEK_SET) < 0)
+    if (end > most)
+        errno = EFBIG;
+    if (end < 0 || end > most || lseek(descriptor, 0, SEEK_SET) < 0)
         return false;
     const auto size = static_cast<std::size_t>(end);
 
-    // A file that a medium offers must not end the process by its size alone.
+    // A file that a medium offers must not end the process: without memory for all of its bytes,
+    // those of a sparse file included, it counts as unreadable.
     std::unique_ptr<unsigned char[]> data(new (std::nothrow) unsigned char[size]);
     if (!data)
         return false;
@@ -39,6 +44,8 @@ bool ReadWholeFile(int descriptor, FileBytes& bytes)
     while (taken < size) {
         const ssize_t count = read(descriptor, data.get() + taken, size - taken);
         // Nothing more comes of a file that has become shorter since it was measured.
+        if (count == 0)
+            errno = EIO;
         if (count <= 0)
             return false;
         taken += count;
@@ -49,8 +56,8 @@ bool ReadWholeFile(int descriptor, FileBytes& bytes)
     return true;
 }
 
-bool ReadWholeFile(const char* path, FileBytes& bytes)
+bool ReadWholeFile(const char* path, FileBytes& bytes, std::int64_t most)
 {
     const UniqueFd file(OpenToRead(path));
-    return file && ReadWholeFile(file.Get(), bytes);
+    return file && ReadWholeFile(file.Get(), bytes, most);
 }

@@ -1,16 +1,13 @@
 #include "CheckedFile.h"
 
-#include <cerrno>
-#include <cstring>
+#include "Reason.h"
 
 constexpr std::size_t kMostErrors = 20;
 
 CheckedFile::CheckedFile(const std::string& path)
 {
-    // OpenToRead refuses what isn't a file without setting errno.
-    errno = 0;
     if (!ReadWholeFile(path.c_str(), bytes)) {
-        errors = {path + ": " + Reason()};
+        errors = {ReasonFor(path)};
         return;
     }
     report = CheckHex(Text());
@@ -28,9 +25,4 @@ CheckedFile::CheckedFile(const std::string& path)
 std::string_view CheckedFile::Text() const
 {
     return {reinterpret_cast<const char*>(bytes.data.get()), bytes.size};
-}
-
-std::string Reason()
-{
-    return errno == 0 ? "can't be used" : std::strerror(errno);
 }

@@ -21,6 +21,3 @@ struct CheckedFile {
     // of the rest.
     std::vector<std::string> errors;
 };
-
-// The system's reason for what has just failed.
-std::string Reason();

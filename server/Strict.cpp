@@ -13,6 +13,7 @@
 #include "Hex.h"
 #include "Log.h"
 #include "Path.h"
+#include "Reason.h"
 #include "Sockets.h"
 #include "TCspReader.h"
 #include "TMidiCom.h"
@@ -237,7 +238,7 @@ bool Strict::Report(const std::string& text) const
 
 bool Strict::ReportReason(const std::string& subject) const
 {
-    return Report(subject + ": " + Reason());
+    return Report(ReasonFor(subject));
 }
 
 bool Strict::ReportAll(const std::vector<std::string>& texts) const
