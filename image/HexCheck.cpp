@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr std::uint32_t kFlashStart = 0x90000000;
-constexpr std::uint32_t kFlashSize = 0x1000000;
 constexpr std::size_t kShortestRecord = HexRecord::kDataAt + 2;
 // Data bytes of the longest record that can be loaded: what one lost line leaves open.
 constexpr std::uint32_t kMostData = (kLongestLine - 1 - kShortestRecord) / 2;
@@ -70,6 +68,8 @@ std::string DamageOf(std::string_view line, std::size_t length)
 // alone. A row without data that ends up alone in a block therefore stops the update.
 class Checker {
 public:
+    explicit Checker(Severity severityOutside) : outsideFlash(severityOutside) {}
+
     HexReport Check(std::string_view text);
 
 private:
@@ -90,9 +90,11 @@ private:
     void End();
 
     void Add(Severity severity, std::size_t at, std::string text,
-             std::optional<std::uint32_t> address);
+             std::optional<std::uint32_t> address, bool isOutsideFlash = false);
     void Error(std::string text, std::optional<std::uint32_t> address = std::nullopt);
     void Warn(std::string text, std::optional<std::uint32_t> address = std::nullopt);
+
+    const Severity outsideFlash;  // of data there
 
     HexReport report;            // of the lines so far
     std::size_t lineNumber = 0;  // from 1
@@ -262,14 +264,18 @@ void Checker::CheckPlaceAfterBase(std::uint32_t address)
 // One finding for data that go on from one record to the next.
 void Checker::CheckFlash(std::uint32_t address, std::uint32_t size)
 {
+    // What follows the last address is the first one, and so would seem to go on.
+    if (address + size < address)
+        Error("the data reach the last address, FFFFFFFF", address);
     const std::uint32_t offset = address - kFlashStart;  // below the flash a very large one
     const bool isInside = offset < kFlashSize && size <= kFlashSize - offset;
     if (isInside || std::exchange(outside, address + size) == address)
         return;
     const std::uint32_t first = offset < kFlashSize ? kFlashStart + kFlashSize : address;
-    Warn("data at " + Hex(first) + ", outside the flash (" + Hex(kFlashStart) + " to " +
-             Hex(kFlashStart + kFlashSize - 1) + ")",
-         first);
+    Add(outsideFlash, lineNumber,
+        "data at " + Hex(first) + ", outside the flash (" + Hex(kFlashStart) + " to " +
+            Hex(kFlashStart + kFlashSize - 1) + ")",
+        first, true);
 }
 
 // A record that steps over the end of a block leaves it open, up to the next one that ends on one.
@@ -324,11 +330,11 @@ void Checker::End()
 }
 
 void Checker::Add(Severity severity, std::size_t at, std::string text,
-                  std::optional<std::uint32_t> address)
+                  std::optional<std::uint32_t> address, bool isOutsideFlash)
 {
     ++(severity == Severity::Error ? report.errors : report.warnings);
     if (report.findings.size() < HexReport::kMostFindings)
-        report.findings.push_back({at, severity, std::move(text), address});
+        report.findings.push_back({at, severity, std::move(text), address, isOutsideFlash});
 }
 
 void Checker::Error(std::string text, std::optional<std::uint32_t> address)
@@ -343,7 +349,7 @@ void Checker::Warn(std::string text, std::optional<std::uint32_t> address)
 
 }  // namespace
 
-HexReport CheckHex(std::string_view text)
+HexReport CheckHex(std::string_view text, Severity outsideFlash)
 {
-    return Checker().Check(text);
+    return Checker(outsideFlash).Check(text);
 }

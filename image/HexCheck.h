@@ -22,6 +22,7 @@ struct Finding {
     Severity severity = Severity::Error;   // by what the unit does with the file
     std::string text;                      // a sentence for a technician
     std::optional<std::uint32_t> address;  // of the data, where it is known
+    bool isOutsideFlash = false;           // the address is that of data outside the flash
 };
 
 struct AddressRange {
@@ -48,5 +49,6 @@ struct HexReport {
     LineEnds lineEnds = LineEnds::None;  // of the complete lines
 };
 
-// Checks the bytes of an Intel HEX file.
-HexReport CheckHex(std::string_view text);
+// Checks the bytes of an Intel HEX file. `outsideFlash` is how bad data outside the CSP's flash
+// are: a board whose flash nobody has described may have one there.
+HexReport CheckHex(std::string_view text, Severity outsideFlash = Severity::Error);

@@ -14,6 +14,10 @@ constexpr unsigned long kAddressMask = 0xFFFFFFFF;
 
 constexpr int kAddressDigits = 8;  // of an address in a text, hexadecimal
 
+// Where the CSP's flash is, and its size in bytes.
+constexpr std::uint32_t kFlashStart = 0x90000000;
+constexpr std::uint32_t kFlashSize = 0x1000000;
+
 constexpr std::uint32_t kVersionAddress = 0x90040400;
 constexpr int kWriteBlock = 0x2000;  // bytes of flash between two answers of the CSP
 

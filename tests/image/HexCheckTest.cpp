@@ -109,8 +109,10 @@ TEST(HexCheck, NamesLineAndCause)
         {kHead + Record(4, 0, "\x91\0"s) + "\n" + Data(0, "x") + Data(1, "x") + kFarBase +
              Data(0, "x") + kEnd,
          4, kWarning, "a gap", 4},
-        {Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(32, 'x')) + kEnd, 2, kWarning,
+        {Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(32, 'x')) + kEnd, 2, kError,
          "data at 91000000, outside the flash (90000000 to 90FFFFFF)", 3},
+        {Record(4, 0, "\xFF\xFF") + "\n" + Data(0xFFF0, std::string(16, 'x')) + kEnd, 2, kError,
+         "reach the last address", 3},
         {kHead + Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(16, 'x')) + kEnd, 4,
          kWarning, "a gap"},
         {kBase + Data(0x400, "\0V1"s) + kEnd, 3, kWarning, "no version text in a record"},
@@ -139,6 +141,14 @@ TEST(HexCheck, NamesLineAndCause)
         EXPECT_EQ(first.severity, row.severity);
         EXPECT_NE(first.text.find(row.sentence), std::string::npos) << first.text;
     }
+}
+
+TEST(HexCheck, MarksDataOutsideTheFlash)
+{
+    const std::string text = kFarBase + Data(0, "x") + kHead + kSecond + kEnd;
+    EXPECT_GT(CheckHex(text).errors, CheckHex(text, kWarning).errors);
+    for (const Finding& finding : CheckHex(text, kWarning).findings)
+        EXPECT_EQ(finding.isOutsideFlash, finding.line == 2 && finding.severity == kWarning);
 }
 
 TEST(HexCheck, SummarizesLoadedData)
