@@ -57,7 +57,7 @@ void PrintPlain(const std::string& path, const ImageFile& file, bool quiet)
     std::printf("%s: %zu errors, %zu warnings\n", Readable(path).c_str(), file.report.errors,
                 file.report.warnings);
     PrintSummary(file);
-    std::printf("%s", PictureText(Draw(Image(file.hexText), file.report)).c_str());
+    std::printf("%s", PictureText(Draw(file.hexText, file.report)).c_str());
 }
 
 void PrintFindingsAsJson(const std::string& path, const HexReport& report)
@@ -102,7 +102,7 @@ bool WriteSvg(const std::string& target, const std::string& path, const ImageFil
 {
     const std::string title = path + "  " + file.report.version;
     std::ofstream svg(target);
-    svg << PictureSvg(Draw(Image(file.hexText), file.report), title);
+    svg << PictureSvg(Draw(file.hexText, file.report), title);
     svg.close();
     if (!svg)
         Complain(target + ": can't be written");

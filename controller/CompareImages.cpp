@@ -1,8 +1,8 @@
 #include <cstdio>
-#include <set>
 #include <vector>
 
 #include "Command.h"
+#include "Difference.h"
 #include "Event.h"
 #include "Hexadecimal.h"
 #include "Image.h"
@@ -19,43 +19,31 @@ struct Difference {
     std::uint32_t bytes;  // how many of them differ
 };
 
-// Where the images differ, byte for byte; differences less than a row apart are one.
-std::vector<Difference> Compare(const Image& left, const Image& right)
+// Differences less than a row apart are one.
+std::vector<Difference> Joined(const std::vector<std::uint32_t>& addresses)
 {
-    std::set<std::uint32_t> starts;
-    for (const Image* image : {&left, &right})
-        for (const auto& [address, cell] : image->Cells())
-            starts.insert(address);
-
     std::vector<Difference> differences;
-    for (const std::uint32_t start : starts) {
-        for (std::uint32_t at = start; at - start < Image::kCellSize; ++at) {
-            if (left.At(at) == right.At(at))
-                continue;
-            if (differences.empty() || at - differences.back().last > kRowSize)
-                differences.push_back({at, at, 0});
-            differences.back().last = at;
-            ++differences.back().bytes;
-        }
+    for (const std::uint32_t at : addresses) {
+        if (differences.empty() || at - differences.back().last > kRowSize)
+            differences.push_back({at, at, 0});
+        differences.back().last = at;
+        ++differences.back().bytes;
     }
     return differences;
 }
 
 // The first rows that have a difference.
-std::vector<std::uint32_t> RowsOf(const std::vector<Difference>& differences, const Image& left,
-                                  const Image& right)
+std::vector<std::uint32_t> RowsOf(const std::vector<std::uint32_t>& addresses)
 {
     std::vector<std::uint32_t> rows;
-    for (const Difference& each : differences) {
-        for (std::uint32_t at = each.first;; ++at) {
-            const std::uint32_t row = at - at % kRowSize;
-            if (left.At(at) != right.At(at) && (rows.empty() || rows.back() != row))
-                rows.push_back(row);
-            if (at == each.last || rows.size() > kShownRows)
-                break;
-        }
+    for (const std::uint32_t at : addresses) {
+        const std::uint32_t row = at - at % kRowSize;
+        if (!rows.empty() && rows.back() == row)
+            continue;
+        if (rows.size() == kShownRows)
+            break;
+        rows.push_back(row);
     }
-    rows.resize(std::min(rows.size(), kShownRows));
     return rows;
 }
 
@@ -72,12 +60,12 @@ std::string RowText(const Image& image, std::uint32_t row)
     return hex + "  |" + text + "|";
 }
 
-void PrintPlain(const std::vector<Difference>& differences, const Image& left, const Image& right)
+void PrintPlain(const std::vector<std::uint32_t>& addresses, const Image& left, const Image& right)
 {
-    for (const Difference& each : differences)
+    for (const Difference& each : Joined(addresses))
         std::printf("%s to %s: %u bytes differ\n", EightDigits(each.first).c_str(),
                     EightDigits(each.last).c_str(), static_cast<unsigned>(each.bytes));
-    for (const std::uint32_t row : RowsOf(differences, left, right))
+    for (const std::uint32_t row : RowsOf(addresses))
         std::printf("%s A%s\n         B%s\n", EightDigits(row).c_str(), RowText(left, row).c_str(),
                     RowText(right, row).c_str());
 }
@@ -99,19 +87,17 @@ Outcome CompareImages(const Invocation& invocation)
 {
     if (invocation.arguments.size() != 2)
         return WrongUsage("diff takes two files");
-    Image images[2];
-    for (std::size_t i = 0; i < std::size(images); ++i) {
-        ImageFile file;
-        if (Outcome loaded = LoadClean(invocation.arguments[i], file);
+    ImageFile files[2];
+    for (std::size_t i = 0; i < std::size(files); ++i) {
+        if (Outcome loaded = LoadClean(invocation.arguments[i], files[i]);
             loaded.status != Status::Success)
             return loaded;
-        images[i] = Image(file.hexText);
     }
-    const auto& [left, right] = images;
-    const std::vector<Difference> differences = Compare(left, right);
+    const auto& [left, right] = files;
+    const std::vector<std::uint32_t> addresses = DifferingAddresses(left.hexText, right.hexText);
     if (invocation.json)
-        PrintAsJson(differences);
+        PrintAsJson(Joined(addresses));
     else if (!invocation.quiet)
-        PrintPlain(differences, left, right);
-    return differences.empty() ? Status::Success : Status::Failed;
+        PrintPlain(addresses, Image(left.hexText), Image(right.hexText));
+    return addresses.empty() ? Status::Success : Status::Failed;
 }

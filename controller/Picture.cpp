@@ -1,16 +1,19 @@
 #include "Picture.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 
 #include "HexFormat.h"
 #include "Hexadecimal.h"
+#include "Image.h"
 
 namespace {
 
 constexpr std::uint32_t kRowSize = 0x10000;
-constexpr std::uint32_t kCellsPerRow = kRowSize / Image::kCellSize;
-constexpr std::int16_t kErased = 0xFF;
+constexpr std::uint32_t kCellSize = 0x400;
+constexpr std::uint32_t kCellsPerRow = kRowSize / kCellSize;
+constexpr unsigned char kErased = 0xFF;
 constexpr char kShades[] = ".:+#";
 
 // Of the SVG document, in its units.
@@ -19,15 +22,35 @@ constexpr int kCellHeight = 14;
 constexpr int kLeft = 90;
 constexpr int kTop = 40;
 
-char ShadeOf(const Image::Cell& cell)
+// A row's cells, by what is in them.
+struct Density {
+    std::array<std::uint32_t, kCellsPerRow> data = {};
+    std::array<std::uint32_t, kCellsPerRow> written = {};  // bytes that aren't erased ones
+};
+
+std::map<std::uint32_t, Density> DensityOf(std::string_view hexText)
 {
-    const auto written = std::count_if(cell.begin(), cell.end(), [](std::int16_t byte) {
-        return byte != Image::kNoData && byte != kErased;
+    std::map<std::uint32_t, Density> rows;
+    auto last = rows.end();  // most bytes are in the row of the last one
+    ForEachByte(hexText, [&](std::uint32_t address, unsigned char byte) {
+        const std::uint32_t start = address - address % kRowSize;
+        if (last == rows.end() || last->first != start)
+            last = rows.try_emplace(start).first;
+        const std::uint32_t cell = address % kRowSize / kCellSize;
+        ++last->second.data[cell];
+        last->second.written[cell] += byte == kErased ? 0 : 1;
     });
+    return rows;
+}
+
+char ShadeOf(std::uint32_t data, std::uint32_t written)
+{
+    if (data == 0)
+        return ' ';
     if (written == 0)
         return kShades[0];
-    constexpr long kThird = Image::kCellSize / 3 + 1;
-    return kShades[1 + written / kThird];
+    constexpr std::uint32_t kThird = kCellSize / 3 + 1;
+    return kShades[1 + std::min(written, kCellSize) / kThird];
 }
 
 const char* ColourOf(char cell)
@@ -72,16 +95,18 @@ std::string SvgCell(std::size_t column, int y, char cell)
 
 }  // namespace
 
-std::vector<PictureRow> Draw(const Image& image, const HexReport& report)
+std::vector<PictureRow> Draw(std::string_view hexText, const HexReport& report)
 {
     std::map<std::uint32_t, std::string> rows;
     const auto mark = [&](std::uint32_t address, char with) {
         std::string& row = rows[address - address % kRowSize];
         row.resize(kCellsPerRow, ' ');
-        row[address % kRowSize / Image::kCellSize] = with;
+        row[address % kRowSize / kCellSize] = with;
     };
-    for (const auto& [address, cell] : image.Cells())
-        mark(address, ShadeOf(cell));
+    for (const auto& [start, density] : DensityOf(hexText)) {
+        for (std::uint32_t i = 0; i < kCellsPerRow; ++i)
+            mark(start + i * kCellSize, ShadeOf(density.data[i], density.written[i]));
+    }
     if (!report.version.empty())
         mark(kVersionAddress, 'V');
     for (const Finding& finding : report.findings) {

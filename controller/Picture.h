@@ -2,10 +2,10 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "HexCheck.h"
-#include "Image.h"
 
 // An image's address space, for a look: one row per 64 KiB that has anything, one character per
 // KiB. A blank has no data, "." only erased bytes (FF), and ":", "+" and "#" are the denser the
@@ -15,7 +15,7 @@ struct PictureRow {
     std::string cells;
 };
 
-std::vector<PictureRow> Draw(const Image& image, const HexReport& report);
+std::vector<PictureRow> Draw(std::string_view hexText, const HexReport& report);
 
 // The rows as text, with the addresses before them.
 std::string PictureText(const std::vector<PictureRow>& rows);
