@@ -1,5 +1,6 @@
 #include "Compress.h"
 
+#include "HexFormat.h"
 #include "IntelBin.h"
 #include "Path.h"
 #include "RunLength.h"
@@ -27,4 +28,19 @@ bool Decompress(const char* compressedPath, const char* hexPath, AtPath old)
     const TSString binary = BinaryPath(hexPath);
     return RL_Decompress(compressedPath, binary.c_str(), old) &&
            Bin2Intel(binary.c_str(), hexPath, old);
+}
+
+std::optional<std::string> CompressImage(std::string_view hexText)
+{
+    const std::optional<std::string> binary = BinaryFromHex(hexText);
+    if (!binary)
+        return std::nullopt;
+    return RunLengthCode(*binary);
+}
+
+std::optional<std::string> ExpandImage(std::string_view compressed)
+{
+    const std::optional<std::string> binary =
+        RunLengthExpand(compressed, kBinaryHeadSize + kFlashSize);
+    return binary ? HexFromBinary(*binary) : std::nullopt;
 }

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <optional>
+#include <string>
+#include <string_view>
+
 #include "OutputFile.h"
 
 // An Intel HEX file and its compressed form for removable media: the binary form of IntelBin.h in
@@ -10,3 +14,7 @@ bool Compress(const char* hexPath, const char* compressedPath);
 
 // `old` is for both files that it creates.
 bool Decompress(const char* compressedPath, const char* hexPath, AtPath old = AtPath::Emptied);
+
+// The same in memory; no result where those fail, nor for an image that is larger than the flash.
+std::optional<std::string> CompressImage(std::string_view hexText);
+std::optional<std::string> ExpandImage(std::string_view compressed);

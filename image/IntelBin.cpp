@@ -1,11 +1,13 @@
 #include "IntelBin.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
+#include <utility>
 
 #include <unistd.h>
 
+#include "ByteSink.h"
 #include "FileBytes.h"
 #include "Hex.h"
 #include "HexFormat.h"
@@ -13,6 +15,7 @@
 #include "OutputFile.h"
 #include "TSString.h"
 #include "TSStringList.h"
+#include "TextFile.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -34,22 +37,22 @@ bool Has(std::string_view line, std::size_t position, std::string_view text)
 }
 
 // The field of `digits` hex digits that begins at `position`; 0 where the line has ended before, or
-// ends inside the field, with the NUL that follows it.
+// ends inside the field.
 // Digits of either case count, unlike in an image, so the reader of HexRecord.h won't do.
 unsigned Field(std::string_view line, std::size_t position, int digits)
 {
-    return position < line.size() ? HexToUInt(line.data() + position, digits) : 0;
+    return position + digits <= line.size() ? HexToUInt(line.data() + position, digits) : 0;
 }
 
-bool WriteBinaryHead(int output, std::string_view line)
+bool WriteBinaryHead(ByteSink& output, std::string_view line)
 {
     const unsigned upper = Field(line, HexRecord::kDataAt, 2 * kBinaryHeadSize);
     const unsigned char head[kBinaryHeadSize] = {LowByte(upper), LowByte(upper >> 8U)};
-    return WriteWhole(output, head, sizeof(head));
+    return output.Write(head, sizeof(head));
 }
 
 // Bytes that the line lacks by its count become 0.
-bool WriteBinaryData(int output, std::string_view line)
+bool WriteBinaryData(ByteSink& output, std::string_view line)
 {
     // Two digits make no count that is larger.
     unsigned char data[HexRecord::kLargestCount];
@@ -59,7 +62,19 @@ bool WriteBinaryData(int output, std::string_view line)
         data[i] = LowByte(Field(line, position, 2));
         position += 2;
     }
-    return WriteWhole(output, data, count);
+    return output.Write(data, count);
+}
+
+// The first line has the upper address. Later ones are left out: the way back makes them anew from
+// the count of bytes.
+bool WriteBinaryFirst(ByteSink& output, std::string_view line)
+{
+    return Has(line, 0, kUpperAddressHead) && WriteBinaryHead(output, line);
+}
+
+bool WriteBinaryNext(ByteSink& output, std::string_view line)
+{
+    return !Has(line, HexRecord::kTypeAt, kDataType) || WriteBinaryData(output, line);
 }
 
 // Builds the text of one record, with its checksum as it grows.
@@ -77,7 +92,7 @@ public:
         text[length++] = kCr;
         text[length++] = kLf;
     }
-    bool Write(int output) const { return WriteWhole(output, text, length); }
+    bool Write(ByteSink& output) const { return output.Write(text, length); }
 
 private:
     static constexpr unsigned kBytesAround = 5;                 // count, address, type and checksum
@@ -86,26 +101,49 @@ private:
     std::uint32_t sum = 0;  // of all bytes so far; the low 8 bits count
 };
 
-// `count` is at most 32.
-bool WriteRecord(int output, unsigned char type, std::uint32_t address, const unsigned char* data,
-                 unsigned count)
-{
-    RecordText record;
-    record.Add(count);
-    record.Add(address >> 8U);
-    record.Add(address);
-    record.Add(type);
-    for (unsigned i = 0; i < count; ++i)
-        record.Add(data[i]);
-    record.End();
-    return record.Write(output);
-}
+// Writes the records that a binary file becomes.
+class HexWriter {
+public:
+    // The low 16 bits of the address aren't kept, so the data begins on a 64 KiB boundary.
+    HexWriter(ByteSink& target, const unsigned char* head)
+        : output(target), address((head[1] * 0x100U + head[0]) << 16U)
+    {}
 
-bool WriteUpperAddress(int output, std::uint32_t address)
-{
-    const unsigned char data[] = {LowByte(address >> 24U), LowByte(address >> 16U)};
-    return WriteRecord(output, HexRecord::kUpperAddress, 0, data, sizeof(data));
-}
+    // Writes up to 32 bytes of data, which no boundary divides.
+    bool Add(const unsigned char* data, unsigned count)
+    {
+        if ((address & kPageMask) == 0 && !WriteUpperAddress())
+            return false;
+        const std::uint32_t place = address & kPageMask;
+        address += count;
+        return WriteRecord(HexRecord::kData, place, data, count);
+    }
+
+    bool End() { return WriteRecord(HexRecord::kEndOfFile, 0, nullptr, 0); }
+
+private:
+    bool WriteUpperAddress()
+    {
+        const unsigned char data[] = {LowByte(address >> 24U), LowByte(address >> 16U)};
+        return WriteRecord(HexRecord::kUpperAddress, 0, data, sizeof(data));
+    }
+    bool WriteRecord(unsigned char type, std::uint32_t place, const unsigned char* data,
+                     unsigned count)
+    {
+        RecordText record;
+        record.Add(count);
+        record.Add(place >> 8U);
+        record.Add(place);
+        record.Add(type);
+        for (unsigned i = 0; i < count; ++i)
+            record.Add(data[i]);
+        record.End();
+        return record.Write(output);
+    }
+
+    ByteSink& output;
+    std::uint32_t address;  // of the next byte
+};
 
 // Data of a binary file that goes into one record.
 struct Piece {
@@ -128,6 +166,19 @@ struct Piece {
     }
 };
 
+// Cuts off what a reader of the file form gets at once: a line with its end, or a full piece of a
+// longer one, up to its first NUL.
+std::string_view TakePiece(std::string_view& text)
+{
+    constexpr std::size_t kLongest = PieceReader::kPieceSize - 1;
+    std::string_view piece = text.substr(0, kLongest);
+    const std::size_t end = piece.find(kLf);
+    if (end != std::string_view::npos)
+        piece = piece.substr(0, end + 1);
+    text.remove_prefix(piece.size());
+    return piece.substr(0, piece.find('\0'));
+}
+
 }  // namespace
 
 bool Intel2Bin(const char* hexPath, const char* binaryPath)
@@ -139,16 +190,13 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
     if (!output)
         return false;
 
+    FileSink sink(output.Get());
     list.First();
-    const TSString* first = list.NextString();
-    if (first == nullptr || !Has(first->c_str(), 0, kUpperAddressHead))
+    const TSString* const first = list.NextString();
+    if (first == nullptr || !WriteBinaryFirst(sink, first->c_str()))
         return false;
-    if (!WriteBinaryHead(output.Get(), first->c_str()))
-        return false;
-    // Later upper addresses are left out: the way back makes them anew from the count of bytes.
     while (const TSString* next = list.NextString()) {
-        const std::string_view line(next->c_str());
-        if (Has(line, HexRecord::kTypeAt, kDataType) && !WriteBinaryData(output.Get(), line))
+        if (!WriteBinaryNext(sink, next->c_str()))
             return false;
     }
     return true;
@@ -164,18 +212,41 @@ bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old)
     if (!output)
         return false;
 
-    // The low 16 bits aren't kept, so the data begins on a 64 KiB boundary.
-    std::uint32_t address = (piece.data[1] * 0x100U + piece.data[0]) << 16U;
+    FileSink sink(output.Get());
+    HexWriter writer(sink, piece.data);
     while (piece.Read(input.Get(), kRecordSize)) {
         // Asked first: a file that ends on a boundary gets no upper address for the page after it.
         if (piece.count == 0)
-            return WriteRecord(output.Get(), HexRecord::kEndOfFile, 0, nullptr, 0);
-        if ((address & kPageMask) == 0 && !WriteUpperAddress(output.Get(), address))
+            return writer.End();
+        if (!writer.Add(piece.data, piece.count))
             return false;
-        if (!WriteRecord(output.Get(), HexRecord::kData, address & kPageMask, piece.data,
-                         piece.count))
-            return false;
-        address += piece.count;
     }
     return false;  // a read has failed, and the output has no end record
+}
+
+std::optional<std::string> BinaryFromHex(std::string_view hexText)
+{
+    StringSink binary;
+    if (!WriteBinaryFirst(binary, TakePiece(hexText)))
+        return std::nullopt;
+    while (!hexText.empty())
+        static_cast<void>(WriteBinaryNext(binary, TakePiece(hexText)));  // a string takes all
+    return std::move(binary.bytes);
+}
+
+std::optional<std::string> HexFromBinary(std::string_view binary)
+{
+    if (binary.size() < kBinaryHeadSize)
+        return std::nullopt;
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(binary.data());
+    StringSink hex;
+    HexWriter writer(hex, bytes);
+    bool isWritten = true;
+    for (std::size_t at = kBinaryHeadSize; isWritten && at < binary.size(); at += kRecordSize) {
+        const std::size_t count = std::min<std::size_t>(binary.size() - at, kRecordSize);
+        isWritten = writer.Add(bytes + at, static_cast<unsigned>(count));
+    }
+    if (!isWritten || !writer.End())
+        return std::nullopt;
+    return std::move(hex.bytes);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "OutputFile.h"
@@ -30,3 +32,7 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath);
 // so without any data the address is lost. False as above, and when a read fails. A file too short
 // for an upper address doesn't touch the output.
 bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old = AtPath::Emptied);
+
+// The same in memory; no result where those return false.
+std::optional<std::string> BinaryFromHex(std::string_view hexText);
+std::optional<std::string> HexFromBinary(std::string_view binary);

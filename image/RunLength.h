@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "OutputFile.h"
 
@@ -30,3 +33,8 @@ int WriteCount(int output, unsigned long value);
 // the input is cut off; what was written stays.
 bool RL_Compress(const char* inputPath, const char* outputPath);
 bool RL_Decompress(const char* inputPath, const char* outputPath, AtPath old = AtPath::Emptied);
+
+// The same in memory. No result when a run item is cut off, or when there would be more than `most`
+// bytes: 3 of a file on a medium can stand for 255.
+std::string RunLengthCode(std::string_view bytes);
+std::optional<std::string> RunLengthExpand(std::string_view coded, std::size_t most);

@@ -89,6 +89,8 @@ TEST(Intel2Bin, WritesUpperAddressAndData)
         {"cut upper address", ":02000004", "\0\0"s},
         {"data first", kData + kUpper, "", false},
         {"an empty file", "", "", false},
+        {"a NUL", kUpper + ":02000000\0004142"s, kHead + "\0\0"s},
+        {"a long line", kUpper + Times(1023, 'x') + kData, kHead + "ABC"},
     };
     const TempDir dir;
     for (const auto& c : cases) {
@@ -96,6 +98,8 @@ TEST(Intel2Bin, WritesUpperAddressAndData)
         EXPECT_EQ(Intel2Bin(hex.c_str(), dir.Write("image.bin", "old").c_str()), c.result)
             << c.name;
         EXPECT_EQ(dir.Read("image.bin"), c.binary) << c.name;
+        EXPECT_EQ(BinaryFromHex(c.hex), c.result ? std::optional(c.binary) : std::nullopt)
+            << c.name;
     }
 }
 
@@ -121,8 +125,10 @@ TEST(Bin2Intel, WritesFullRecordsDespiteShortReads)
             const std::string hex = dir.Read("image.hex");
             EXPECT_EQ(hex.substr(std::max(hex.size(), c.hex.size()) - c.hex.size()), c.hex)
                 << c.name;
+            EXPECT_EQ(HexFromBinary(c.binary), hex) << c.name;
         }
     }
+    EXPECT_EQ(HexFromBinary("x"), std::nullopt);
 }
 
 TEST(RunLength, EncodesAndDecodesRuns)
@@ -153,6 +159,11 @@ TEST(RunLength, EncodesAndDecodesRuns)
         EXPECT_EQ(dir.Read("coded"), c.coded);
         EXPECT_EQ(RL_Decompress(coded.c_str(), plain.c_str()), c.isWhole);
         EXPECT_EQ(dir.Read("plain"), c.plain);
+
+        EXPECT_TRUE(!c.isCoders || RunLengthCode(c.plain) == c.coded);
+        const auto result = c.isWhole ? std::optional(c.plain) : std::nullopt;
+        EXPECT_EQ(RunLengthExpand(c.coded, c.plain.size()), result);
+        EXPECT_TRUE(c.plain.empty() || !RunLengthExpand(c.coded, c.plain.size() - 1));
     }
 }
 
@@ -178,9 +189,21 @@ TEST(CompressedImage, ExpandsToSameHexFile)
         EXPECT_TRUE(Compress(from.c_str(), dir.Path("image.rlg").c_str()));
         EXPECT_TRUE(Decompress(dir.Path("image.rlg").c_str(), dir.Path("to.hex").c_str()));
         EXPECT_EQ(dir.Read("to.hex"), HexText(data, 32, "\r\n"));
+        EXPECT_EQ(CompressImage(dir.Read("from.hex")), dir.Read("image.rlg"));
+        EXPECT_EQ(ExpandImage(dir.Read("image.rlg")), dir.Read("to.hex"));
         EXPECT_EQ(dir.Read("from.bin"), kHead + data);
         EXPECT_EQ(dir.Read("to.bin"), kHead + data);
     }
+}
+
+TEST(CompressedImage, ExpandsToTheFlashAtMost)
+{
+    std::string coded = kHead + Times(1, 'x');
+    for (std::size_t i = 0; i < 0x1000000 / 255; ++i)
+        coded += "\xDD\x41\xFF";
+    EXPECT_TRUE(ExpandImage(coded)) << "exactly the flash";
+    EXPECT_FALSE(ExpandImage(coded + "x"));
+    EXPECT_FALSE(CompressImage(kEnd) || ExpandImage("x") || ExpandImage(kHead + "\xDD"));
 }
 
 TEST(CompressedImage, FailsWhenAnyStepFails)
