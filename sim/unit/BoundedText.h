@@ -2,6 +2,8 @@
 
 #include <climits>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 // A text of bounded length, built without heap, locale or stdio, since hooks run before the
 // program's runtime is set up. A longer text is cut, which IsCut() reports.
@@ -11,9 +13,16 @@ public:
     std::size_t Length() const { return length; }
     bool IsCut() const { return cut; }
 
-    BoundedText& Add(const char* text)
+    bool EndsWith(const char* end) const
     {
-        for (; *text != '\0'; ++text)
+        const std::size_t size = std::strlen(end);
+        return size <= length && std::strcmp(bytes + length - size, end) == 0;
+    }
+
+    // All of the text, or at most `most` bytes.
+    BoundedText& Add(const char* text, std::size_t most = SIZE_MAX)
+    {
+        for (; most > 0 && *text != '\0'; ++text, --most)
             AddByte(*text);
         return *this;
     }

@@ -38,15 +38,17 @@ void AwaitSocket(const char* call, int descriptor, short events, int flags = 0)
         AwaitDescriptor(call, descriptor, events);
 }
 
-// Sends all bytes, as a blocking call does, in pieces as large as the peer accepts.
+// Sends all bytes, as a blocking call does, in pieces as large as the peer accepts, or those that
+// it accepts until the timeout of the socket.
 template <typename Send>
 ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flags, Send send)
 {
+    const virtualtime::Moment deadline = SendDeadline(descriptor);
     std::size_t done = 0;
     do {
-        AwaitDescriptor("write", descriptor, POLLOUT);
+        const bool isReady = AwaitDescriptor("write", descriptor, POLLOUT, deadline);
         const ssize_t count = send(descriptor, bytes + done, size - done, flags | MSG_DONTWAIT);
-        if (count < 0 && errno != EAGAIN)
+        if (count < 0 && (errno != EAGAIN || !isReady))
             return done > 0 ? static_cast<ssize_t>(done) : count;
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
     } while (done < size);
@@ -78,7 +80,7 @@ extern "C" {
 
 ssize_t read(int descriptor, void* bytes, std::size_t size)
 {
-    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("read", descriptor, POLLIN);
         return realRead(descriptor, bytes, fits);
     });
@@ -88,7 +90,7 @@ ssize_t read(int descriptor, void* bytes, std::size_t size)
 ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t room)
 {
     static Real<ssize_t(int, void*, std::size_t, std::size_t)> real("__read_chk");
-    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("read", descriptor, POLLIN);
         return real(descriptor, bytes, fits, room);
     });
@@ -96,7 +98,7 @@ ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t ro
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
 {
-    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("recv", descriptor, POLLIN, flags);
         return realRecv(descriptor, bytes, fits, flags);
     });
@@ -105,7 +107,7 @@ ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
 ssize_t __recv_chk(int descriptor, void* bytes, std::size_t size, std::size_t room, int flags)
 {
     static Real<ssize_t(int, void*, std::size_t, std::size_t, int)> real("__recv_chk");
-    return TransferWithFaults(Call::Read, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("recv", descriptor, POLLIN, flags);
         return real(descriptor, bytes, fits, room, flags);
     });
@@ -115,7 +117,7 @@ ssize_t write(int descriptor, const void* bytes, std::size_t size)
 {
     static Real<ssize_t(int, const void*, std::size_t)> real("write");
     bool done = false;
-    const ssize_t count = TransferWithFaults(Call::Write, descriptor, size, [&](std::size_t fits) {
+    const ssize_t count = TransferWithFaults(calls::write, descriptor, size, [&](std::size_t fits) {
         done = true;
         if (SendsInTurn(descriptor, 0))
             return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, 0, realSend);
@@ -127,7 +129,7 @@ ssize_t write(int descriptor, const void* bytes, std::size_t size)
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags)
 {
     bool done = false;
-    const ssize_t count = TransferWithFaults(Call::Write, descriptor, size, [&](std::size_t fits) {
+    const ssize_t count = TransferWithFaults(calls::write, descriptor, size, [&](std::size_t fits) {
         done = true;
         if (SendsInTurn(descriptor, flags))
             return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, flags, realSend);

@@ -55,7 +55,7 @@ void StampFile(int descriptor)
 bool HasMediumFiles()
 {
     for (const Owner owner : owners)
-        if (owner == Owner::Medium)
+        if (owner == Owner::Medium || owner == Owner::Gone)
             return true;
     return false;
 }

@@ -39,7 +39,7 @@ void SendToPiano(unsigned long argument)
 // 0, or the errno.
 int Outcome(unsigned long request)
 {
-    if (FailsNow(Call::Ioctl, "/dev/PciDsp"))
+    if (FailsNow(calls::ioctl, "/dev/PciDsp"))
         return errno;
     if (const int error = ControlErrno("dsp-errno"))
         return error;

@@ -1,97 +1,115 @@
 #include "Faults.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
 #include "Journal.h"
+#include "Medium.h"
 #include "Settings.h"
 #include "Subject.h"
 #include "System.h"
 
 namespace {
 
-constexpr int kKinds = static_cast<int>(Call::Uncounted);
-constexpr const char* kNames[kKinds] = {"open",   "read",   "write",  "connect", "accept",
-                                        "select", "stat",   "statfs", "unlink",  "rename",
-                                        "mount",  "umount", "ioctl",  "socket",  "bind",
-                                        "listen", "utime",  "fread",  "fwrite"};
-
-unsigned long long counts[kKinds];
-
-// The fault that the environment requests.
-struct Planned {
-    int kind = -1;
-    unsigned long long number = 0;
+// The fault that the environment requests: CALL:NUMBER:WHAT or CALL@SUBJECT[#NUMBER]:WHAT.
+struct Plan {
+    BoundedText call;     // empty when there is none
+    BoundedText subject;  // the end of its name
     const char* what = "";
+    unsigned long long number = 1;
+    unsigned long long seen = 0;  // calls of that kind on such a subject
 
-    Planned()
+    Plan()
     {
         const char* text = std::getenv("SIMUNIT_FAULT");
-        const char* first = text == nullptr ? nullptr : std::strchr(text, ':');
-        const char* second = first == nullptr ? nullptr : std::strchr(first + 1, ':');
-        if (second == nullptr || !ParseNumber(first + 1, number))
+        const char* last = text == nullptr ? nullptr : std::strrchr(text, ':');
+        if (last == nullptr)
             return;
-        what = second + 1;
-        const auto length = static_cast<std::size_t>(first - text);
-        for (int i = 0; i < kKinds; ++i)
-            if (std::strlen(kNames[i]) == length && std::strncmp(kNames[i], text, length) == 0)
-                kind = i;
+        what = last + 1;
+        const std::size_t length = std::strcspn(text, "@:");
+        call.Add(text, length);
+        const char* rest = text + length;
+        if (*rest == '@') {
+            const std::size_t end = std::strcspn(rest, "#:");
+            subject.Add(rest + 1, end - 1);
+            rest += end;
+        }
+        if (rest != last)
+            ParseNumber(rest + 1, number);
+    }
+
+    bool IsFor(const Call& counted) const { return std::strcmp(call.Get(), counted.name) == 0; }
+
+    bool Fits(const Call& counted, const BoundedText& name)
+    {
+        return IsFor(counted) && name.EndsWith(subject.Get()) && ++seen == number;
     }
 };
 
-const Planned& Plan()
+Plan& ThePlan()
 {
-    static const Planned planned;
-    return planned;
+    static Plan plan;
+    return plan;
 }
 
-// Adds a call to the list that the environment requests.
-template <typename Subject>
-void NoteCall(int index, unsigned long long number, Subject subject)
+// The list of calls that the environment requests, or null.
+const char* CallList()
 {
     static const char* const path = std::getenv("SIMUNIT_CALLS");
-    if (path == nullptr)
+    return path;
+}
+
+void NoteCall(const Call& call, const BoundedText& subject)
+{
+    if (CallList() == nullptr)
         return;
-    const KeepErrno kept;
     BoundedText line;
-    line.Add(kNames[index]).Add(" ").AddNumber(number).Add(" ");
-    line.Add(SubjectName(subject).Get()).Add("\n");
-    const int file = direct::Open(path, O_WRONLY | O_CREAT | O_APPEND);
-    if (file < 0)
-        return;
-    direct::Write(file, line.Get(), line.Length());
-    direct::Close(file);
+    line.Add(call.name).Add(" ").AddNumber(call.count).Add(" ").Add(subject.Get()).Add("\n");
+    direct::Append(CallList(), line.Get(), line.Length());
+}
+
+Fault FaultOf(const Call& call, const BoundedText& subject)
+{
+    Plan& plan = ThePlan();
+    if (!plan.Fits(call, subject))
+        return Fault::None;
+    BoundedText line;
+    line.Add("fault ").Add(call.name).Add(" #").AddNumber(call.count).Add(" ").Add(plan.what);
+    Journal(line.Add(" on ").Add(subject.Get()));
+    if (std::strcmp(plan.what, "crash") == 0)
+        syscall(SYS_kill, getpid(), SIGKILL);
+    if (std::strcmp(plan.what, "pull") == 0)
+        PullMedium();
+    if (ErrnoOf(plan.what) > 0)
+        return Fault::Failed;
+    return std::strcmp(plan.what, "short") == 0 ? Fault::Short : Fault::None;
 }
 
 template <typename Subject>
-Fault Count(Call kind, Subject subject)
+Fault Count(Call& call, Subject named)
 {
-    if (kind == Call::Uncounted)
+    if (call.name == nullptr)
         return Fault::None;
-    const int index = static_cast<int>(kind);
-    const unsigned long long number = ++counts[index];
-    NoteCall(index, number, subject);
-    const Planned& plan = Plan();
-    if (plan.kind < 0 || index != plan.kind || number != plan.number)
+    ++call.count;
+    if (CallList() == nullptr && !ThePlan().IsFor(call))
         return Fault::None;
-
-    BoundedText line;
-    line.Add("fault ").Add(kNames[index]).Add(" #").AddNumber(number).Add(" ").Add(plan.what);
-    Journal(line.Add(" on ").Add(SubjectName(subject).Get()));
-    if (std::strcmp(plan.what, "short") == 0)
-        return Fault::Short;
-    errno = ErrnoOf(plan.what);
-    return Fault::Failed;
+    const int before = errno;
+    const BoundedText subject = SubjectName(named);
+    NoteCall(call, subject);
+    const Fault fault = FaultOf(call, subject);
+    errno = fault == Fault::Failed ? ErrnoOf(ThePlan().what) : before;
+    return fault;
 }
 
 }  // namespace
 
-Fault CountCall(Call kind, int descriptor)
+Fault CountCall(Call& call, int descriptor)
 {
-    return Count(kind, descriptor);
+    return Count(call, descriptor);
 }
 
-Fault CountCall(Call kind, const char* path)
+Fault CountCall(Call& call, const char* path)
 {
-    return Count(kind, path);
+    return Count(call, path);
 }

@@ -19,11 +19,7 @@ void Journal(const BoundedText& call)
     line.AddNumber(static_cast<unsigned long long>(now.tv_usec), kDecimal, kMicrosDigits);
     line.Add(" ").AddSigned(getpid()).Add(" ").Add(call.Get()).Add("\n");
 
-    const int file = direct::Open(InRoot("/sim/journal").Get(), O_WRONLY | O_CREAT | O_APPEND);
-    if (file < 0)
-        return;
-    direct::Write(file, line.Get(), line.Length());
-    direct::Close(file);
+    direct::Append(InRoot("/sim/journal").Get(), line.Get(), line.Length());
 }
 
 int JournalResult(BoundedText call, int result)

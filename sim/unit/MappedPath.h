@@ -7,14 +7,15 @@
 #include "Faults.h"
 #include "Journal.h"
 #include "System.h"
+#include "Turn.h"
 #include "UnitPath.h"
 
 enum class Intent { Look, Change };
 
 // Makes a call on a path of the program: `call` gets the mapped path. -1 with errno when the call
-// is to fail, or would change a medium that is mounted read-only.
+// is to fail, is for a medium that was pulled out, or would change one that is mounted read-only.
 template <typename RealCall>
-int CallAtPath(Call kind, Intent intent, const UnitPath& path, RealCall call)
+int CallAtPath(Call& kind, Intent intent, const UnitPath& path, RealCall call)
 {
     if (path.IsTooLong()) {
         errno = ENAMETOOLONG;
@@ -22,6 +23,10 @@ int CallAtPath(Call kind, Intent intent, const UnitPath& path, RealCall call)
     }
     if (path.IsUnits() && FailsNow(kind, path.Asked()))
         return -1;
+    if (path.IsPulled()) {
+        errno = EIO;
+        return -1;
+    }
     if (intent == Intent::Change && path.IsReadOnly()) {
         errno = EROFS;
         return -1;
@@ -46,6 +51,21 @@ inline void StampNewFile(int descriptor)
         StampFile(descriptor);
 }
 
+// In virtual time, nobody opens the other end of a pipe.
+inline void AwaitPipe(const UnitPath& path)
+{
+    if (!HasClock() || !path.IsUnits())
+        return;
+    const KeepErrno kept;
+    struct stat found = {};
+    const int file = direct::Open(path.Real(), O_PATH);
+    const bool isPipe = file >= 0 && fstat(file, &found) == 0 && S_ISFIFO(found.st_mode);
+    direct::Close(file);
+    BoundedText call;
+    if (isPipe)
+        AwaitTurn(call.Add("open ").Add(path.Asked()), virtualtime::kNever, [] { return false; });
+}
+
 // Opens a path of the program with `call`, which gets the mapped path, and records what the
 // descriptor belongs to. The machine itself isn't written to: an attempt is journalled as "stray".
 template <typename RealCall>
@@ -60,7 +80,9 @@ int OpenMapped(const char* asked, int flags, RealCall call)
         return -1;
     }
     const Owner owner = OwnerAt(path);
-    const int made = CallAtPath(Call::Open, changes ? Intent::Change : Intent::Look, path, call);
+    if ((flags & O_NONBLOCK) == 0)
+        AwaitPipe(path);
+    const int made = CallAtPath(calls::open, changes ? Intent::Change : Intent::Look, path, call);
     if (made >= 0)
         SetOwner(made, owner);
     if (made >= 0 && (owner == Owner::File || owner == Owner::Medium) &&

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include <sys/mount.h>
+
 #include "Descriptors.h"
 #include "Journal.h"
 #include "Paths.h"
@@ -12,82 +14,153 @@ namespace {
 
 constexpr char kFullAfter[] = "full-after";  // bytes that can still be written
 constexpr char kPullAfter[] = "pull-after";  // bytes that can still be moved; stays at 0
+constexpr char kDevice[] = "device";
+constexpr char kMountList[] = "mounts";
 
-constexpr const char* kMountPoints[] = {"usb", "cdrom", "floppy"};
-
-// The name of the mount point at or below which the path lies, or null.
-const char* MountPointOf(const char* path)
+// Empty when the medium was pulled out.
+BoundedText Device()
 {
-    const std::size_t parent = std::strlen(kMountParent);
-    if (std::strncmp(path, kMountParent, parent) != 0 || path[parent] != '/')
-        return nullptr;
-    path += parent + 1;
-    for (const char* name : kMountPoints) {
-        const std::size_t length = std::strlen(name);
-        if (std::strncmp(path, name, length) == 0 && (path[length] == '\0' || path[length] == '/'))
-            return name;
+    BoundedText device;
+    if (!direct::Exists(InRoot(kMedium).Get()))
+        return device;
+    return HasControl(kDevice) ? ControlWord(kDevice) : device.Add(kMediumDevice);
+}
+
+// A word of a line, which ends at a blank.
+struct Word {
+    const char* text;
+    std::size_t length;
+
+    explicit Word(const char* start) : text(start), length(std::strcspn(start, " \n")) {}
+    const char* Next() const { return text + length + (text[length] == ' ' ? 1 : 0); }
+    bool Is(const char* other, std::size_t size) const
+    {
+        return length == size && std::strncmp(text, other, size) == 0;
     }
-    return nullptr;
+    bool Is(const BoundedText& other) const { return Is(other.Get(), other.Length()); }
+};
+
+// A line of the list.
+struct Mount {
+    Word device;
+    Word point;
+    bool isReadOnly;
+
+    explicit Mount(const char* line)
+        : device(line),
+          point(device.Next()),
+          isReadOnly(std::strncmp(Word(point.Next()).Next(), "ro", 2) == 0)
+    {}
+    // True for the mount point and what lies below it.
+    bool Covers(const char* path) const
+    {
+        return point.length > 0 && std::strncmp(path, point.text, point.length) == 0 &&
+               (path[point.length] == '\0' || path[point.length] == '/');
+    }
+};
+
+// The start of the last line for which the condition is true, or null.
+template <typename Condition>
+const char* LastLine(const BoundedText& mounts, Condition isWanted)
+{
+    const char* found = nullptr;
+    for (const char* line = mounts.Get(); *line != '\0';) {
+        if (isWanted(Mount(line)))
+            found = line;
+        line += std::strcspn(line, "\n");
+        line += *line == '\n' ? 1 : 0;
+    }
+    return found;
 }
 
-BoundedText MountControl(const char* name)
+std::size_t LengthWithoutSlash(const char* path)
 {
-    BoundedText control;
-    return control.Add("mounted-").Add(name);
+    std::size_t length = std::strlen(path);
+    while (length > 1 && path[length - 1] == '/')
+        --length;
+    return length;
 }
 
-bool IsMounted(const char* name)
+const char* LineAt(const BoundedText& mounts, const char* target)
 {
-    return HasControl(MountControl(name).Get());
+    const std::size_t length = LengthWithoutSlash(target);
+    return LastLine(mounts, [&](const Mount& each) { return each.point.Is(target, length); });
 }
+
+bool HasWorkingDirectory()
+{
+    char current[PATH_MAX] = "";
+    const BoundedText medium = InRoot(kMedium);
+    return syscall(SYS_getcwd, current, sizeof(current)) > 0 &&
+           std::strncmp(current, medium.Get(), medium.Length()) == 0;
+}
+
+}  // namespace
 
 void PullMedium()
 {
-    for (const char* name : kMountPoints)
-        RemoveControl(MountControl(name).Get());
+    const KeepErrno kept;
+    WriteControl(kDevice, {});
     ForgetMediumFiles();
     BoundedText line;
     Journal(line.Add("medium pulled"));
 }
 
-}  // namespace
-
-const char* PathOnMedium(const char* path, unsigned long long& flags)
+void FindOnMedium(const char* path, OnMedium& found)
 {
     const KeepErrno kept;
-    const char* name = MountPointOf(path);
-    if (name == nullptr || !IsMounted(name))
-        return nullptr;
-    ReadControl(MountControl(name).Get(), flags);
-    return path + std::strlen(kMountParent) + 1 + std::strlen(name);
+    if (std::strncmp(path, kMountParent, std::strlen(kMountParent)) != 0)
+        return;
+    const BoundedText mounts = ReadControl(kMountList);
+    const char* line = LastLine(mounts, [&](const Mount& each) { return each.Covers(path); });
+    if (line == nullptr)
+        return;
+    const Mount mount(line);
+    found.file = InRoot(kMedium).Add(path + mount.point.length);
+    found.isReadOnly = mount.isReadOnly;
+    found.isPulled = !mount.device.Is(Device());
 }
 
-int MountMedium(const char* source, const char* target, unsigned long flags)
+// One device has one file system, so a second mount of it must agree whether it is read-only.
+int MountMedium(const char* source, const char* target, unsigned long flags, const char* options)
 {
     const KeepErrno kept;
-    const char* name = MountPointOf(target);
-    if (name == nullptr || std::strcmp(source, kMediumDevice) != 0)
+    const BoundedText device = Device();
+    if (device.Length() == 0 || std::strncmp(device.Get(), source, std::strlen(source)) != 0 ||
+        std::strncmp(target, kMountParent, std::strlen(kMountParent)) != 0 ||
+        !direct::Exists(InRoot(target).Get()))
         return ENOENT;
-    if (IsMounted(name))
+    if (!device.EndsWith(source))  // the disk of a partition
+        return EINVAL;
+    BoundedText mounts = ReadControl(kMountList);
+    const bool isReadOnly = (flags & MS_RDONLY) != 0;
+    const std::size_t length = LengthWithoutSlash(target);
+    const auto isInTheWay = [&](const Mount& each) {
+        return each.device.Is(device) &&
+               (each.point.Is(target, length) || each.isReadOnly != isReadOnly);
+    };
+    if (LastLine(mounts, isInTheWay) != nullptr)
         return EBUSY;
-    unsigned long long left = 1;
-    ReadControl(kPullAfter, left);
-    if (left == 0 || !direct::Exists(InRoot(kMedium).Get()))
-        return ENOMEDIUM;
-    BoundedText line;
-    WriteControl(MountControl(name).Get(), line.AddHex(flags).Add("\n"));
+    mounts.Add(source).Add(" ").Add(target, length).Add(isReadOnly ? " vfat ro" : " vfat rw");
+    mounts.Add((flags & MS_NOSUID) != 0 ? ",nosuid" : "");
+    mounts.Add((flags & MS_NOEXEC) != 0 ? ",noexec" : "").Add(",relatime,").Add(options);
+    WriteControl(kMountList, mounts.Add(" 0 0\n"));
     return 0;
 }
 
 int UnmountMedium(const char* target)
 {
     const KeepErrno kept;
-    const char* name = MountPointOf(target);
-    if (name == nullptr || !IsMounted(name))
+    const BoundedText mounts = ReadControl(kMountList);
+    const char* line = LineAt(mounts, target);
+    if (line == nullptr)
         return EINVAL;
-    if (HasMediumFiles())
+    if (HasMediumFiles() || HasWorkingDirectory())
         return EBUSY;
-    RemoveControl(MountControl(name).Get());
+    BoundedText left;
+    left.Add(mounts.Get(), static_cast<std::size_t>(line - mounts.Get()));
+    line += std::strcspn(line, "\n");
+    WriteControl(kMountList, left.Add(*line == '\n' ? line + 1 : line));
     return 0;
 }
 

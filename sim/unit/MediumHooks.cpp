@@ -14,6 +14,7 @@
 #include "Medium.h"
 #include "Real.h"
 #include "Settings.h"
+#include "Subject.h"
 
 #pragma GCC visibility push(default)
 
@@ -42,7 +43,7 @@ template <typename Found>
 int StatfsWith(Real<int(const char*, Found*)>& real, const char* asked, Found* found)
 {
     const UnitPath path(asked);
-    const int result = CallAtPath(Call::Statfs, Intent::Look, path,
+    const int result = CallAtPath(calls::statfs, Intent::Look, path,
                                   [&](const char* at) { return real(at, found); });
     if (!path.IsUnits())
         return result;
@@ -65,11 +66,27 @@ int JournalOutcome(const BoundedText& line, int error)
 
 int Unmount(const char* target)
 {
-    int error = FailsNow(Call::Umount, target) ? errno : ControlErrno("umount-errno");
+    int error = FailsNow(calls::umount, target) ? errno : ControlErrno("umount-errno");
     if (error == 0)
         error = UnmountMedium(target);
     BoundedText line;
     return JournalOutcome(line.Add("umount(").Add(target).Add(")"), error);
+}
+
+using Flush = int(int);
+
+// Late write errors appear here: those of a medium that is gone, and planned ones.
+int FlushWith(Real<Flush>& real, Call& call, int descriptor)
+{
+    const Owner owner = OwnerOf(descriptor);
+    if (owner != Owner::File && owner != Owner::Medium && owner != Owner::Gone)
+        return real(descriptor);
+    int error = FailsNow(call, descriptor) ? errno : 0;
+    if (OwnerOf(descriptor) == Owner::Gone)
+        error = EIO;
+    BoundedText line;
+    line.Add(call.name).Add("(").Add(SubjectName(descriptor).Get()).Add(")");
+    return JournalOutcome(line, error);
 }
 
 void JournalEnd(const char* how)
@@ -111,12 +128,13 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
         "mount");
     if (Root() == nullptr)
         return real(source, target, type, flags, data);
-    int error = FailsNow(Call::Mount, target) ? errno : ControlErrno("mount-errno");
+    const char* options = data == nullptr ? "" : static_cast<const char*>(data);
+    int error = FailsNow(calls::mount, target) ? errno : ControlErrno("mount-errno");
     if (error == 0)
-        error = MountMedium(source, target, flags);
+        error = MountMedium(source, target, flags, options);
     BoundedText line;
     line.Add("mount(").Add(source).Add(", ").Add(target).Add(", ").Add(type).Add(", ");
-    line.AddHex(flags).Add(", ").Add(data == nullptr ? "" : static_cast<const char*>(data));
+    line.AddHex(flags).Add(", ").Add(options);
     return JournalOutcome(line.Add(")"), error);
 }
 
@@ -132,6 +150,7 @@ int umount2(const char* target, int flags) noexcept
     return Root() == nullptr ? real(target, flags) : Unmount(target);
 }
 
+// The machine's own disk has no part in what the unit flushes.
 void sync() noexcept
 {
     static Real<void()> real("sync");
@@ -139,8 +158,27 @@ void sync() noexcept
         real();
         return;
     }
+    CountCall(calls::sync, kNoSubject);
     BoundedText line;
     Journal(line.Add("sync()"));
+}
+
+int fsync(int descriptor)
+{
+    static Real<Flush> real("fsync");
+    return FlushWith(real, calls::fsync, descriptor);
+}
+
+int fdatasync(int descriptor)
+{
+    static Real<Flush> real("fdatasync");
+    return FlushWith(real, calls::fsync, descriptor);
+}
+
+int syncfs(int descriptor) noexcept
+{
+    static Real<Flush> real("syncfs");
+    return FlushWith(real, calls::syncfs, descriptor);
 }
 
 int statfs(const char* path, struct statfs* found) noexcept

@@ -12,6 +12,7 @@
 
 #include "MappedPath.h"
 #include "Real.h"
+#include "Subject.h"
 #include "Turn.h"
 
 #pragma GCC visibility push(default)
@@ -129,64 +130,82 @@ int close(int descriptor)
 int unlink(const char* path) noexcept
 {
     static Real<int(const char*)> real("unlink");
-    return CallAtPath(Call::Unlink, Intent::Change, UnitPath(path), real);
+    return CallAtPath(calls::unlink, Intent::Change, UnitPath(path), real);
 }
 
 int unlinkat(int directory, const char* path, int flags) noexcept
 {
     static Real<int(int, const char*, int)> real("unlinkat");
-    return CallAtPath(Call::Unlink, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::unlink, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(directory, at, flags); });
 }
 
 int remove(const char* path) noexcept
 {
     static Real<int(const char*)> real("remove");
-    return CallAtPath(Call::Unlink, Intent::Change, UnitPath(path), real);
+    return CallAtPath(calls::unlink, Intent::Change, UnitPath(path), real);
 }
 
 int rename(const char* from, const char* to) noexcept
 {
     static Real<int(const char*, const char*)> real("rename");
-    return CallAtPath(Call::Rename, Intent::Change, UnitPath(from), [&](const char* source) {
-        return CallAtPath(Call::Uncounted, Intent::Change, UnitPath(to),
-                          [&](const char* target) { return real(source, target); });
+    const UnitPath source(from);
+    const UnitPath target(to);
+    BoundedText both;
+    both.Add(SubjectName(from).Get()).Add(">").Add(SubjectName(to).Get());
+    if (source.IsUnits() && FailsNow(calls::rename, both.Get()))
+        return -1;
+    if (source.IsOnMedium() != target.IsOnMedium()) {
+        errno = EXDEV;
+        return -1;
+    }
+    return CallAtPath(calls::uncounted, Intent::Change, source, [&](const char* sourceAt) {
+        return CallAtPath(calls::uncounted, Intent::Change, target,
+                          [&](const char* targetAt) { return real(sourceAt, targetAt); });
     });
+}
+
+int ftruncate64(int descriptor, off64_t size) noexcept
+{
+    static Real<int(int, off64_t)> real("ftruncate64");
+    if (IsUnits(OwnerOf(descriptor)) && FailsNow(calls::truncate, descriptor))
+        return -1;
+    return real(descriptor, size);
 }
 
 int access(const char* path, int mode) noexcept
 {
     static Real<int(const char*, int)> real("access");
     const Intent intent = (mode & W_OK) != 0 ? Intent::Change : Intent::Look;
-    return CallAtPath(Call::Uncounted, intent, UnitPath(path),
+    return CallAtPath(calls::uncounted, intent, UnitPath(path),
                       [&](const char* at) { return real(at, mode); });
 }
 
 int mkdir(const char* path, mode_t mode) noexcept
 {
     static Real<int(const char*, mode_t)> real("mkdir");
-    return CallAtPath(Call::Uncounted, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::uncounted, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(at, mode); });
 }
 
 int utime(const char* path, const utimbuf* times) noexcept
 {
     static Real<int(const char*, const utimbuf*)> real("utime");
-    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::utime, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(at, times); });
 }
 
 int utimes(const char* path, const timeval* times) noexcept
 {
     static Real<int(const char*, const timeval*)> real("utimes");
-    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::utime, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(at, times); });
 }
 
 int utimensat(int directory, const char* path, const timespec* times, int flags) noexcept
 {
     static Real<int(int, const char*, const timespec*, int)> real("utimensat");
-    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::utime, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(directory, at, times, flags); });
 }
 
@@ -195,21 +214,21 @@ int utimensat(int directory, const char* path, const timespec* times, int flags)
 int __utime64(const char* path, const void* times)
 {
     static Real<int(const char*, const void*)> real("__utime64");
-    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::utime, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(at, times); });
 }
 
 int __utimes64(const char* path, const void* times)
 {
     static Real<int(const char*, const void*)> real("__utimes64");
-    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::utime, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(at, times); });
 }
 
 int __utimensat64(int directory, const char* path, const void* times, int flags)
 {
     static Real<int(int, const char*, const void*, int)> real("__utimensat64");
-    return CallAtPath(Call::Utime, Intent::Change, UnitPath(path),
+    return CallAtPath(calls::utime, Intent::Change, UnitPath(path),
                       [&](const char* at) { return real(directory, at, times, flags); });
 }
 #endif

@@ -10,4 +10,5 @@ constexpr char kMountParent[] = "/mnt";
 
 constexpr char kSimulation[] = "/sim";  // logs, settings and sockets
 constexpr char kDspSocket[] = "/sim/dsp.sock";
+constexpr char kMounts[] = "/sim/mounts";
 constexpr char kMedium[] = "/medium";

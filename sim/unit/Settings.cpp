@@ -24,22 +24,6 @@ BoundedText ControlPath(const char* name)
     return InRoot(kSimulation).Add("/").Add(name);
 }
 
-// The control file's first line.
-struct ControlLine {
-    char text[64] = "";
-
-    explicit ControlLine(const char* name)
-    {
-        const int file = direct::Open(ControlPath(name).Get(), O_RDONLY);
-        if (file < 0)
-            return;
-        const long count = direct::Read(file, text, sizeof(text) - 1);
-        direct::Close(file);
-        text[count > 0 ? count : 0] = '\0';
-        text[std::strcspn(text, " \r\n")] = '\0';
-    }
-};
-
 }  // namespace
 
 const char* Root()
@@ -70,10 +54,29 @@ BoundedText InRoot(const char* path)
     return full;
 }
 
-bool ReadControl(const char* name, unsigned long long& number)
+BoundedText ReadControl(const char* name)
 {
     const KeepErrno kept;
-    return ParseNumber(ControlLine(name).text, number);
+    char text[PATH_MAX] = "";
+    BoundedText content;
+    const int file = direct::Open(ControlPath(name).Get(), O_RDONLY);
+    if (file < 0)
+        return content;
+    const long count = direct::Read(file, text, sizeof(text));
+    direct::Close(file);
+    return content.Add(text, static_cast<std::size_t>(count > 0 ? count : 0));
+}
+
+BoundedText ControlWord(const char* name)
+{
+    const BoundedText content = ReadControl(name);
+    BoundedText word;
+    return word.Add(content.Get(), std::strcspn(content.Get(), " \r\n"));
+}
+
+bool ReadControl(const char* name, unsigned long long& number)
+{
+    return ParseNumber(ControlWord(name).Get(), number);
 }
 
 bool HasControl(const char* name)
@@ -92,16 +95,9 @@ void WriteControl(const char* name, const BoundedText& text)
     direct::Close(file);
 }
 
-void RemoveControl(const char* name)
-{
-    const KeepErrno kept;
-    direct::Remove(ControlPath(name).Get());
-}
-
 int ControlErrno(const char* name)
 {
-    const KeepErrno kept;
-    return ErrnoOf(ControlLine(name).text);
+    return ErrnoOf(ControlWord(name).Get());
 }
 
 int ErrnoOf(const char* text)

@@ -13,11 +13,13 @@ unsigned Speed();
 // An absolute path below the root.
 BoundedText InRoot(const char* path);
 
-// The number in ROOT/sim/NAME. False when the file is absent or empty.
+// The content of ROOT/sim/NAME, its first word, or the number in it: false when the file is absent
+// or empty.
+BoundedText ReadControl(const char* name);
+BoundedText ControlWord(const char* name);
 bool ReadControl(const char* name, unsigned long long& number);
 bool HasControl(const char* name);
 void WriteControl(const char* name, const BoundedText& text);
-void RemoveControl(const char* name);
 
 // The errno, a number or a name, in ROOT/sim/NAME; 0 when the file is absent.
 int ControlErrno(const char* name);

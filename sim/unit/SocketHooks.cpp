@@ -71,25 +71,26 @@ int TrackAccepted(int descriptor, int listener)
     return Track(descriptor, OwnerOf(listener));
 }
 
-// A connect to a UNIX socket waits for room in the listener's queue, which no poll reports.
+// A connect to a UNIX socket waits for room in the listener's queue, which no poll reports: -1 with
+// EAGAIN when there is none until the timeout of the socket.
 int ConnectInTurn(Real<int(int, const sockaddr*, socklen_t)>& real, int descriptor,
                   const sockaddr* address, socklen_t length)
 {
-    constexpr virtualtime::Moment kAgain = virtualtime::kSecond / 1000;
     if (address->sa_family != AF_UNIX)
         return real(descriptor, address, length);
     const long flags = syscall(SYS_fcntl, descriptor, F_GETFL, 0);
-    int result = 0;
-    while (true) {
+    int error = EAGAIN;
+    const auto attempt = [&] {
         syscall(SYS_fcntl, descriptor, F_SETFL, flags | O_NONBLOCK);
-        result = real(descriptor, address, length);
-        const KeepErrno kept;
+        if (error == EAGAIN)
+            error = real(descriptor, address, length) == 0 ? 0 : errno;
         syscall(SYS_fcntl, descriptor, F_SETFL, flags);
-        if (result == 0 || errno != EAGAIN)
-            return result;
-        BoundedText call;
-        AwaitTurn(call.Add("connect"), ClockNow() + kAgain, [] { return false; });
-    }
+        return error == EAGAIN ? 0 : 1;
+    };
+    BoundedText call;
+    PollInTurn(call.Add("connect"), SendDeadline(descriptor), attempt);
+    errno = error == 0 ? errno : error;
+    return error == 0 ? 0 : -1;
 }
 
 // The target of a connection, as journals name it.
@@ -122,7 +123,7 @@ extern "C" {
 int socket(int family, int type, int protocol) noexcept
 {
     static Real<int(int, int, int)> real("socket");
-    if (FailsNow(Call::Socket, family == AF_UNIX ? "socket" : "tcp"))
+    if (FailsNow(calls::socket, family == AF_UNIX ? "socket" : "tcp"))
         return -1;
     return Track(real(family, type, protocol), family == AF_UNIX ? Owner::Socket : Owner::Tcp);
 }
@@ -130,7 +131,7 @@ int socket(int family, int type, int protocol) noexcept
 int connect(int descriptor, const sockaddr* address, socklen_t length)
 {
     static Real<int(int, const sockaddr*, socklen_t)> real("connect");
-    if (FailsNow(Call::Connect, AddressName(address, length).Get()))
+    if (FailsNow(calls::connect, AddressName(address, length).Get()))
         return -1;
     SendAtOnce(descriptor);
     if (OwnerOf(descriptor) == Owner::Tcp)
@@ -152,7 +153,7 @@ int shutdown(int descriptor, int how) noexcept
 int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
 {
     static Real<int(int, const sockaddr*, socklen_t)> real("bind");
-    if (FailsNow(Call::Bind, descriptor))
+    if (FailsNow(calls::bind, descriptor))
         return -1;
     return CallAtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
         return real(descriptor, at, size);
@@ -162,7 +163,7 @@ int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
 int listen(int descriptor, int backlog) noexcept
 {
     static Real<int(int, int)> real("listen");
-    const int result = FailsNow(Call::Listen, descriptor) ? -1 : real(descriptor, backlog);
+    const int result = FailsNow(calls::listen, descriptor) ? -1 : real(descriptor, backlog);
     const unsigned port = PortOf(descriptor);
     if (port == 0)
         return result;
@@ -174,7 +175,7 @@ int listen(int descriptor, int backlog) noexcept
 int accept(int descriptor, sockaddr* address, socklen_t* length)
 {
     static Real<int(int, sockaddr*, socklen_t*)> real("accept");
-    if (FailsNow(Call::Accept, descriptor))
+    if (FailsNow(calls::accept, descriptor))
         return -1;
     AwaitDescriptor("accept", descriptor, POLLIN);
     return TrackAccepted(real(descriptor, address, length), descriptor);
@@ -183,7 +184,7 @@ int accept(int descriptor, sockaddr* address, socklen_t* length)
 int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
 {
     static Real<int(int, sockaddr*, socklen_t*, int)> real("accept4");
-    if (FailsNow(Call::Accept, descriptor))
+    if (FailsNow(calls::accept, descriptor))
         return -1;
     AwaitDescriptor("accept", descriptor, POLLIN);
     return TrackAccepted(real(descriptor, address, length, flags), descriptor);

@@ -18,20 +18,20 @@ using OldStat = int(int, const char*, void*);
 template <typename Function, typename Result>
 int StatWith(Real<Function>& real, const char* path, Result* found)
 {
-    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+    return CallAtPath(calls::stat, Intent::Look, UnitPath(path),
                       [&](const char* at) { return real(at, found); });
 }
 
 template <typename Function, typename Result>
 int StatAtWith(Real<Function>& real, int directory, const char* path, Result* found, int flags)
 {
-    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+    return CallAtPath(calls::stat, Intent::Look, UnitPath(path),
                       [&](const char* at) { return real(directory, at, found, flags); });
 }
 
 int OldStatWith(Real<OldStat>& real, int version, const char* path, void* found)
 {
-    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+    return CallAtPath(calls::stat, Intent::Look, UnitPath(path),
                       [&](const char* at) { return real(version, at, found); });
 }
 
@@ -78,7 +78,7 @@ int fstatat64(int directory, const char* path, struct stat64* found, int flags) 
 int statx(int directory, const char* path, int flags, unsigned mask, struct statx* found) noexcept
 {
     static Real<int(int, const char*, int, unsigned, struct statx*)> real("statx");
-    return CallAtPath(Call::Stat, Intent::Look, UnitPath(path),
+    return CallAtPath(calls::stat, Intent::Look, UnitPath(path),
                       [&](const char* at) { return real(directory, at, flags, mask, found); });
 }
 

@@ -24,7 +24,7 @@ int DescriptorOf(void* cookie)
 ssize_t ReadStream(void* cookie, char* bytes, std::size_t size)
 {
     const int descriptor = DescriptorOf(cookie);
-    return TransferWithFaults(Call::StreamRead, descriptor, size, [&](std::size_t fits) {
+    return TransferWithFaults(calls::streamRead, descriptor, size, [&](std::size_t fits) {
         return direct::Read(descriptor, bytes, fits);
     });
 }
@@ -36,7 +36,7 @@ ssize_t WriteStream(void* cookie, const char* bytes, std::size_t size)
     std::size_t done = 0;
     while (done < size) {
         const ssize_t count =
-            TransferWithFaults(Call::StreamWrite, descriptor, size - done, [&](std::size_t fits) {
+            TransferWithFaults(calls::streamWrite, descriptor, size - done, [&](std::size_t fits) {
                 return direct::Write(descriptor, bytes + done, fits);
             });
         if (count < 0)

@@ -32,14 +32,19 @@ inline void Close(int descriptor)
     syscall(SYS_close, descriptor);
 }
 
+// Adds bytes to a file in one write, so that those of several programs don't mix.
+inline void Append(const char* path, const void* bytes, std::size_t size)
+{
+    const int file = Open(path, O_WRONLY | O_CREAT | O_APPEND);
+    if (file < 0)
+        return;
+    Write(file, bytes, size);
+    Close(file);
+}
+
 inline bool Exists(const char* path)
 {
     return syscall(SYS_faccessat, AT_FDCWD, path, F_OK) == 0;
-}
-
-inline bool Remove(const char* path)
-{
-    return syscall(SYS_unlinkat, AT_FDCWD, path, 0) == 0;
 }
 
 }  // namespace direct

@@ -22,7 +22,6 @@ namespace {
 
 constexpr std::int64_t kMicros = 1000000;
 constexpr std::int64_t kNanos = 1000000000;
-constexpr int kNoSubject = -1;
 
 std::int64_t Divided(std::int64_t duration)
 {
@@ -117,7 +116,7 @@ template <typename Time>
 int SelectWith(Real<Select<Time>>& real, int count, fd_set* readable, fd_set* writable,
                fd_set* special, Time* timeout)
 {
-    if (FailsNow(Call::Select, kNoSubject))
+    if (FailsNow(calls::select, kNoSubject))
         return -1;
     if (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_usec < 0))
         return real(count, readable, writable, special, timeout);
@@ -145,7 +144,7 @@ template <typename Time>
 int PselectWith(Real<Pselect<Time>>& real, int count, fd_set* readable, fd_set* writable,
                 fd_set* special, const Time* timeout, const sigset_t* signals)
 {
-    if (FailsNow(Call::Select, kNoSubject))
+    if (FailsNow(calls::select, kNoSubject))
         return -1;
     if (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_nsec < 0))
         return real(count, readable, writable, special, timeout, signals);
@@ -259,7 +258,7 @@ int pselect(int count, fd_set* readable, fd_set* writable, fd_set* special, cons
 
 int poll(pollfd* polled, nfds_t count, int timeout)
 {
-    if (FailsNow(Call::Select, kNoSubject))
+    if (FailsNow(calls::select, kNoSubject))
         return -1;
     if (HasClock())
         return PollInTurn(realPoll, polled, count, PollDeadline(timeout));
@@ -269,7 +268,7 @@ int poll(pollfd* polled, nfds_t count, int timeout)
 int __poll_chk(pollfd* polled, nfds_t count, int timeout, std::size_t size)
 {
     static Real<int(pollfd*, nfds_t, int, std::size_t)> real("__poll_chk");
-    if (FailsNow(Call::Select, kNoSubject))
+    if (FailsNow(calls::select, kNoSubject))
         return -1;
     if (HasClock())
         return PollInTurn(realPoll, polled, count, PollDeadline(timeout));

@@ -146,10 +146,10 @@ bool MayBlock(int descriptor)
     return flags >= 0 && (flags & O_NONBLOCK) == 0;
 }
 
-void AwaitDescriptor(const char* call, int descriptor, short events)
+bool AwaitDescriptor(const char* call, int descriptor, short events, Moment deadline)
 {
     if (!HasClock() || !MayBlock(descriptor))
-        return;
+        return true;
     const KeepErrno kept;
     const auto poll = [&] {
         pollfd watched = {descriptor, events, 0};
@@ -158,5 +158,16 @@ void AwaitDescriptor(const char* call, int descriptor, short events)
     };
     BoundedText text;
     text.Add(call).Add(" ").Add(SubjectName(descriptor).Get());
-    PollInTurn(text, virtualtime::kNever, poll);
+    return PollInTurn(text, deadline, poll) != 0;
+}
+
+Moment SendDeadline(int socket)
+{
+    constexpr Moment kMicro = 1000;
+    const KeepErrno kept;
+    timeval timeout = {};
+    socklen_t size = sizeof(timeout);
+    getsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &timeout, &size);
+    const Moment wait = timeout.tv_sec * virtualtime::kSecond + timeout.tv_usec * kMicro;
+    return wait > 0 ? ClockNow() + wait : virtualtime::kNever;
 }

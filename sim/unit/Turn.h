@@ -44,5 +44,9 @@ void NoteTcp();
 bool MayBlock(int descriptor);
 
 // Waits until a descriptor that may block is readable (POLLIN) or writable (POLLOUT). Returns at
-// once without a clock, and for what never blocks.
-void AwaitDescriptor(const char* call, int descriptor, short events);
+// once without a clock, and for what never blocks. False when it isn't ready at the deadline.
+bool AwaitDescriptor(const char* call, int descriptor, short events,
+                     virtualtime::Moment deadline = virtualtime::kNever);
+
+// When a call on the socket that begins now gives up: never without its SO_SNDTIMEO.
+virtualtime::Moment SendDeadline(int socket);

@@ -2,8 +2,6 @@
 
 #include <cstring>
 
-#include <sys/mount.h>
-
 #include "Medium.h"
 #include "Paths.h"
 #include "Settings.h"
@@ -22,7 +20,7 @@ constexpr Rule kUnitPaths[] = {
     {"/tmp/csp_prog.", Match::Start}, {"/usr/local", Match::Tree},
     {"/var/log", Match::Tree},        {"/etc/KVT-", Match::Start},
     {kMountParent, Match::Tree},      {kDspDevice, Match::Whole},
-    {kMediumDevice, Match::Whole},
+    {"/dev/sd", Match::Start},
 };
 
 bool Fits(const Rule& rule, const char* path)
@@ -62,19 +60,25 @@ UnitPath::UnitPath(const char* path) : asked(path)
 {
     if (Root() == nullptr || path == nullptr || path[0] == '\0')
         return;
-    const bool map = IsMapped(path);
-    const char* onMedium = map ? PathOnMedium(path, mountFlags) : nullptr;
-    isOnMedium = onMedium != nullptr;
+    OnMedium medium;
+    FindOnMedium(path, medium);
+    isOnMedium = medium.file.Length() > 0;
+    isReadOnly = medium.isReadOnly;
     if (isOnMedium)
-        mapped = InRoot(kMedium).Add(onMedium);
-    else if (map)
+        mapped = medium.file;
+    else if (std::strcmp(path, "/proc/mounts") == 0)
+        mapped = InRoot(kMounts);
+    else if (IsMapped(path))
         mapped = InRoot(path);
-    isUnits = map || path[0] != '/' || IsBelowRoot(path);
+    isUnits = mapped.Length() > 0 || path[0] != '/' || IsBelowRoot(path);
 }
 
-bool UnitPath::IsReadOnly() const
+bool UnitPath::IsPulled() const
 {
-    return (mountFlags & MS_RDONLY) != 0;
+    OnMedium medium;
+    if (isOnMedium)
+        FindOnMedium(asked, medium);
+    return medium.isPulled;
 }
 
 bool UnitPath::IsDspDevice() const

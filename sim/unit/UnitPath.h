@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BoundedText.h"
+#include "Medium.h"
 
 // A path that the program passed to libc, and the file that it means.
 //
@@ -15,9 +16,11 @@ public:
     bool IsUnits() const { return isUnits; }
     // True when the path below the root is longer than a path may be.
     bool IsTooLong() const { return mapped.IsCut() || mapped.Length() >= PATH_MAX; }
-    // True below a mount point at which the medium is mounted.
+    // True at or below a mount point at which a medium is mounted.
     bool IsOnMedium() const { return isOnMedium; }
-    bool IsReadOnly() const;
+    bool IsReadOnly() const { return isReadOnly; }
+    // True when that medium isn't there now.
+    bool IsPulled() const;
     bool IsDspDevice() const;
     // True for a path of the machine itself, except its devices and the kernel's own files.
     bool IsMachines() const;
@@ -31,6 +34,6 @@ private:
     const char* asked;
     bool isUnits = false;
     bool isOnMedium = false;
-    unsigned long long mountFlags = 0;
+    bool isReadOnly = false;
     BoundedText mapped;  // empty when the path stays as it is
 };

@@ -110,7 +110,8 @@ TEST(ServerStart, LogsPeersInOrderAndRequiresMidiPatcher)
          "Zaurus Socket Port Open Error\nDiag Server Initialize OK\n"},
         {"", true, kLogFolder.c_str(), "", 0, "", ""},
         {"--no-patcher", true, "none", "", 0, "MIDI Patcher is not active.\n", kNoPatcher},
-        {"", true, "none", "write:1:EPIPE", 0, "MIDI Patcher is not connected\n", kNoPatcher},
+        {"", true, "none", "write@i2c_server_sock:EPIPE", 0, "MIDI Patcher is not connected\n",
+         kNoPatcher},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.piano) + row.removed + row.fault);

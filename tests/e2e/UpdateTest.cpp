@@ -35,12 +35,13 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
         const char* name = "cwd/prog.hex";  // the file's last one
     } rows[] = {
         {plain, "--no-patcher", "", "Open i2c error\nError:-3\n", kNoPatcher},
-        {plain, "--late 3", "write:1:EPIPE", "Connect i2c error\nError:-3\n", kNoPatcher},
-        {plain, "", "write:1:EPIPE", "Connect i2c error2\nError:-3\n",
+        {plain, "--late 3", "write@i2c_server_sock:EPIPE", "Connect i2c error\nError:-3\n",
+         kNoPatcher},
+        {plain, "", "write@i2c_server_sock:EPIPE", "Connect i2c error2\nError:-3\n",
          "Open MIDI Patcher - NG1\nOpen PciDsp - OK\nUpdate Error No.-3\n"},
         {plain, "--late 3", "", finished,
          "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n" + updated},
-        {plain, "", "ioctl:1:EIO", finished,
+        {plain, "", "ioctl@PciDsp:EIO", finished,
          "Open MIDI Patcher - OK1\nOpen PciDsp - NG\n" + updated},
         {plain, "--frame-bytes 4 --keep-pairs --no-status", "", finished, done},
         {plain, "--join --garbage 40 --ng-at 90042000 --ng-at 90050FFF", "", finished, done},
@@ -48,14 +49,14 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
         {plain, "--fail 2", "", "CSP Update Failed\n", failed + "CSP Update Failed\n"},
         {plain, "--garbage-endless", "", "Error !\n", ready + "Piano Comunication Error !\n"},
         {plain, "--die-after 1", "", "connected 2\n", ready + "Piano is not connected 2\n"},
-        {plain, "--silent", "select:40:EINTR", "Send WriteCommand\nSend WriteCommand\n",
+        {plain, "--silent", "select@-#40:EINTR", "Send WriteCommand\nSend WriteCommand\n",
          ready + "Piano is not connected 2\n"},
         {plain, "--cut-link-after 3000", "", "no reply\n",
          ready + "Start CSP Update\nPiano is no reply\n"},
         {"-a prog.hex -c", "", "", renamed, done + "Update File Renamed\n", "cwd/xV102.hex"},
         {"-b -f ../mnt/usb/prog.hex", "", "", renamed, done + "Update File Renamed\n",
          "mnt/usb/xV102.hex"},
-        {"-b -f prog.hex", "", "rename:1:EACCES", kept, done + "Update File Rename Error\n"},
+        {"-b -f prog.hex", "", "rename@V102.hex:EACCES", kept, done + "Update File Rename Error\n"},
     };
     const std::string firmware = FirmwareOf("../x\\V 1.02", 0x11000);
     const std::string image = HexText(firmware, 32, "\r\n");

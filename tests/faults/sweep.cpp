@@ -48,6 +48,10 @@ const std::map<std::string, Words> kErrors = {
     {"socket", {"EMFILE", "EACCES"}},
     {"bind", {"EACCES", "EADDRINUSE"}},
     {"listen", {"EADDRINUSE"}},
+    {"ftruncate", {"EIO"}},
+    {"fsync", {"EIO", "ENOSPC"}},
+    {"syncfs", {"EIO"}},
+    {"sync", {}},
     {"utime", {"EIO", "EACCES"}},
 };
 

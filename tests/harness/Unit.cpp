@@ -138,6 +138,25 @@ void Unit::Control(const std::string& name, const std::string& text) const
     fs::rename(Write("sim/" + name + ".new", text + "\n"), Path("sim/" + name));
 }
 
+void Unit::Mount(const std::string& point) const
+{
+    const std::string device = Exists("sim/device") ? Read("sim/device") : "/dev/sda";
+    Write("sim/mounts", Read("sim/mounts") + device + " /mnt/" + point + " vfat rw,relatime 0 0\n");
+}
+
+bool Unit::IsMounted(const std::string& point) const
+{
+    return Read("sim/mounts").find(" /mnt/" + point + " ") != std::string::npos;
+}
+
+// A mount of a medium that was pulled out keeps the name of its device in use.
+void Unit::Insert() const
+{
+    const bool isInUse = Read("sim/mounts").find("/dev/sda ") != std::string::npos;
+    Write("sim/device", isInUse ? "/dev/sdb" : "/dev/sda");
+    Remove("sim/pull-after");
+}
+
 std::string Unit::Flash(std::uint32_t address, std::size_t size) const
 {
     const std::string flash = Read("flash.bin");

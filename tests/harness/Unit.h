@@ -35,7 +35,7 @@ public:
 
     void Remove(const std::string& name) const { std::filesystem::remove_all(Path(name)); }
 
-    // A setting for the programs started from now on, such as "SIMUNIT_FAULT=read:3:EIO". It
+    // A setting for the programs started from now on, such as "SIMUNIT_FAULT=read@.rlg:EIO". It
     // replaces an earlier one of that name.
     void Set(const std::string& variable) { environment.push_back(variable); }
 
@@ -70,9 +70,12 @@ public:
     // "pull-after"), the error of a simulated call by name ("dsp-errno", "mount-errno"), or orders
     // to the piano ("say").
     void Control(const std::string& name, const std::string& text) const;
-    // Inserts the medium at "usb", "cdrom" or "floppy".
-    void Mount(const std::string& point) const { Control("mounted-" + point, ""); }
-    bool IsMounted(const std::string& point) const { return Exists("sim/mounted-" + point); }
+    // Mounts the medium at "usb", "cdrom" or "floppy", as the unit does when one is inserted.
+    void Mount(const std::string& point) const;
+    bool IsMounted(const std::string& point) const;
+    // Pulls the medium out, or inserts it again; its mount stays.
+    void Pull() const { Write("sim/device", ""); }
+    void Insert() const;
 
     // The bytes at an address of the piano's flash, as it was last saved.
     std::string Flash(std::uint32_t address, std::size_t size) const;

@@ -1,6 +1,10 @@
 // The simulated unit, tested with a probe that makes calls like those of the product. The compiler
 // picks different entry points of libc in different builds, so each test runs with each probe.
 
+#include <filesystem>
+
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
 #include "Unit.h"
@@ -48,6 +52,36 @@ TEST_P(UnitTest, MapsUnitPathsBelowRootAndSimulatesDsp)
     EXPECT_EQ(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc01) = 0\nexit descriptors=6\n");
 }
 
+TEST_P(UnitTest, CreatesAndReplacesLikeLinux)
+{
+    std::filesystem::create_symlink("nothing", unit.Path("tmp/csp_prog.bin"));
+    mkfifo(unit.Path("cwd/pipe").c_str(), 0600);
+
+    ExpectCalls({"exclusive new = 0", "write = 100", "truncate 10 = 0", "stat new = 10",
+                 "exclusive new = -1 EEXIST", "exclusive /tmp/csp_prog.bin = -1 EEXIST",
+                 "lstat /tmp/csp_prog.bin = 1", "stat /tmp/csp_prog.bin = -1 ENOENT",
+                 "unlink /tmp/csp_prog.bin = 0", "exclusive /tmp/csp_prog.bin = 0",
+                 "lstat /tmp/csp_prog.bin = 0", "rename /tmp/csp_prog.bin = 0"});
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(unit.Start(GetParam(), {"open pipe"}).Wait(), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr().find(" waits in open pipe without") ==
+                  std::string::npos,
+              false);
+}
+
+TEST_P(UnitTest, LimitsWaitsForPeersInVirtualTime)
+{
+    Neighbour slow(unit.Path(kRCServerSocket));
+    Unit::Words calls(5, "connect-5 /tmp/rcseq_socket = 0");  // the queue and one more
+    calls.insert(calls.end(), {"connect-5 /tmp/rcseq_socket = -1 EAGAIN"});
+    ExpectCalls(calls);
+    EXPECT_EQ(UnitTime(), std::chrono::seconds(5));
+
+    ASSERT_TRUE(slow.Accept());
+    ExpectCalls({"connect-5 /tmp/rcseq_socket = 0", "flood 4 = 1", "flood 4 = -1 EAGAIN"});
+    EXPECT_EQ(UnitTime(), std::chrono::seconds(13));
+}
+
 TEST_P(UnitTest, MountsMediumAtOnePoint)
 {
     unit.Write("medium/file", "12345");
@@ -58,7 +92,10 @@ TEST_P(UnitTest, MountsMediumAtOnePoint)
                  "stat /mnt/usb/file = -1 ENOENT", "mount-ro /mnt/floppy = 0",
                  "open /mnt/floppy/file = 0", "read = 5", "create /mnt/floppy/new = -1 EROFS",
                  "fappend /mnt/floppy/file = -1 EROFS", "unlink /mnt/floppy/file = -1 EROFS",
-                 "rename /mnt/floppy/file = -1 EROFS"});
+                 "rename /mnt/floppy/file = -1 EXDEV", "fread /proc/mounts = 84"});
+    EXPECT_EQ(
+        unit.Read("sim/mounts"),
+        "/dev/sda /mnt/floppy vfat ro,nosuid,noexec,relatime,iocharset=sjis,codepage=932 0 0\n");
     unit.Control("mount-errno", "ENXIO");
     ExpectCalls({"umount /mnt/floppy = 0", "mount /mnt/floppy = -1 ENXIO"});
 
@@ -76,9 +113,35 @@ TEST_P(UnitTest, FillsMediumAndPullsItOutUnderOpenFile)
 
     unit.Control("pull-after", "250");
     ExpectCalls({"fread /mnt/usb/file = 150", "open /mnt/usb/file = 0", "read = 100",
-                 "read = -1 EIO", "stat /mnt/usb/file = -1 ENOENT", "umount /mnt/usb = -1 EINVAL",
-                 "mount /mnt/usb = -1 ENOMEDIUM"});
+                 "read = -1 EIO", "stat /mnt/usb/file = -1 EIO", "umount /mnt/usb = -1 EBUSY",
+                 "close = 0", "umount /mnt/usb = 0", "mount /mnt/usb = -1 ENOENT"});
     EXPECT_FALSE(unit.IsMounted("usb"));
+}
+
+TEST_P(UnitTest, ReportsLateWriteErrorsOfPulledMedium)
+{
+    unit.Mount("usb");
+    unit.Control("pull-after", "150");
+    ExpectCalls({"create /mnt/usb/file = 0", "write = 100", "fsync = 0", "write = 100",
+                 "fsync = -1 EIO", "fdatasync = -1 EIO", "syncfs = -1 EIO", "sync = 0",
+                 "close = 0"});
+    EXPECT_EQ(unit.Journal(),
+              "fsync(/medium/file) = 0\nmedium pulled\nfsync(/medium/file) = -1 EIO\n"
+              "fsync(/medium/file) = -1 EIO\nsyncfs(/medium/file) = -1 EIO\nsync()\nexit "
+              "descriptors=0\n");
+
+    unit.Insert();
+    unit.Set("SIMUNIT_FAULT=unlink:1:pull");
+    ExpectCalls({"mount /mnt/usb = -1 ENOENT", "mount-b /mnt/usb = 0", "stat /mnt/usb/file = 150",
+                 "umount /mnt/usb = 0", "stat /mnt/usb/file = -1 EIO", "umount /mnt/usb = 0",
+                 "mount-b /mnt/usb = 0", "unlink /mnt/usb/file = -1 EIO"});
+}
+
+TEST_P(UnitTest, MountsDeviceTwiceOnlyAlike)
+{
+    unit.Mount("cdrom");
+    ExpectCalls({"mount-ro /mnt/usb = -1 EBUSY", "mount /mnt/usb = 0", "umount /mnt/cdrom = 0",
+                 "umount /mnt/cdrom = -1 EINVAL", "umount /mnt/usb = 0", "mount-ro /mnt/usb = 0"});
 }
 
 TEST_P(UnitTest, WaitsInVirtualTime)
@@ -101,6 +164,10 @@ TEST_P(UnitTest, FailsNthCallOfKind)
         {"read:2:EIO", "/etc/KVT-release", {opened, "read = 100", "read = -1 EIO", "read = 100"}},
         {"read:1:short", "/etc/KVT-release", {opened, "read = 50", "read = 100"}},
         {"write:2:28", "/cwd/copy", {"create copy = 0", "write = 100", "write = -1 ENOSPC"}},
+        {"fsync:1:EIO", "/cwd/copy", {"create copy = 0", "fsync = -1 EIO", "fsync = 0"}},
+        {"open@-lang#2:EROFS",
+         "/etc/KVT-lang",
+         {"open /etc/KVT-lang = 0", opened, "open /etc/KVT-lang = -1 EROFS"}},
         {"open:1:EMFILE", "/etc/KVT-release", {"open /etc/KVT-release = -1 EMFILE", opened}},
         {"select:1:EINTR", "-", {"select 0 = -1 EINTR", "select 0 = 0"}},
         {"fread:1:EIO", "/etc/KVT-release", {"fread /etc/KVT-release = -1 EIO"}},

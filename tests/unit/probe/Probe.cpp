@@ -25,6 +25,7 @@ namespace {
 
 constexpr std::size_t kChunk = 100;
 constexpr int kCreate = O_WRONLY | O_CREAT | O_TRUNC;
+constexpr int kExclusive = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
 char buffer[4096];
 int opened = -1;  // by the last open, create or connect
 
@@ -58,12 +59,29 @@ long UseStream(const char* path, const char* mode)
     return hasFailed ? -1 : count;
 }
 
-long Connect(const char* path)
+// Gives up after the seconds.
+void LimitSending(int seconds)
+{
+    const timeval limit = {seconds, 0};
+    setsockopt(opened, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
+}
+
+// Sends more than a peer accepts that doesn't read; 1 after a part of it.
+long Flood(int seconds)
+{
+    LimitSending(seconds);
+    const std::string bytes(1U << 22U, 'x');
+    const long count = send(opened, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return std::min(count, 1L);
+}
+
+long Connect(const char* path, int seconds = 0)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path, sizeof(address.sun_path) - 1);
     opened = socket(AF_UNIX, SOCK_STREAM, 0);
+    LimitSending(seconds);
     return connect(opened, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
@@ -73,15 +91,22 @@ long Size(const char* path)
     return stat(path, &found) < 0 ? -1 : static_cast<long>(found.st_size);
 }
 
+// 1 for a link.
+long IsLink(const char* path)
+{
+    struct stat found = {};
+    return lstat(path, &found) < 0 ? -1 : S_ISLNK(found.st_mode);
+}
+
 long Select(int seconds)
 {
     timeval timeout = {seconds, 0};
     return select(0, nullptr, nullptr, nullptr, &timeout);
 }
 
-long Mount(const char* target, unsigned long flags)
+long Mount(const char* target, unsigned long flags, const char* device = "/dev/sda")
 {
-    return mount("/dev/sda", target, "vfat", flags, "iocharset=sjis,codepage=932");
+    return mount(device, target, "vfat", flags, "iocharset=sjis,codepage=932");
 }
 
 // A call with its argument, which is a path or a number.
@@ -93,6 +118,16 @@ const std::map<std::string, Act> kCalls = {
     {"read", [](auto, int) { return read(opened, buffer, Hidden(kChunk)); }},
     {"write", [](auto, int) { return write(opened, buffer, kChunk); }},
     {"send", [](auto, int) { return send(opened, buffer, kChunk, MSG_NOSIGNAL); }},
+    {"exclusive",
+     [](auto path, int) { return std::min(opened = open(path, kExclusive, 0666), 0); }},
+    {"truncate", [](auto, int size) { return ftruncate(opened, size); }},
+    {"fsync", [](auto, int) { return fsync(opened); }},
+    {"fdatasync", [](auto, int) { return fdatasync(opened); }},
+    {"syncfs", [](auto, int) { return syncfs(opened); }},
+    {"sync", [](auto, int) { return sync(), 0; }},
+    {"lstat", [](auto path, int) { return IsLink(path); }},
+    {"flood", [](auto, int seconds) { return Flood(seconds); }},
+    {"connect-5", [](auto path, int) { return Connect(path, 5); }},
     {"close", [](auto, int) { return close(opened); }},
     {"fread", [](auto path, int) { return UseStream(path, "r"); }},
     {"fappend", [](auto path, int) { return UseStream(path, "a+t"); }},
@@ -103,6 +138,7 @@ const std::map<std::string, Act> kCalls = {
     {"ioctl", [](auto, int request) { return ioctl(opened, 33, request); }},
     {"mount", [](auto path, int) { return Mount(path, 0xC0ED000A); }},
     {"mount-ro", [](auto path, int) { return Mount(path, 0xC0ED000B); }},
+    {"mount-b", [](auto path, int) { return Mount(path, 0xC0ED000A, "/dev/sdb"); }},
     {"umount", [](auto path, int) { return umount(path); }},
     {"sleep", [](auto, int time) { return sleep(static_cast<unsigned>(time)); }},
     {"select", [](auto, int time) { return Select(time); }},
