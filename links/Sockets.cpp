@@ -6,8 +6,10 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -21,6 +23,11 @@ constexpr int kNotAttached = -2;
 constexpr int kNotListening = -3;
 constexpr int kBacklog = 1;  // one controller at a time
 
+// The questions to a silent peer, in seconds.
+constexpr int kFirstQuestion = 60;
+constexpr int kNextQuestion = 10;
+constexpr int kQuestions = 3;
+
 // Fills a cleared address. False when the path doesn't fit with its NUL.
 bool MakeAddress(std::string_view path, sockaddr_un& address)
 {
@@ -32,14 +39,19 @@ bool MakeAddress(std::string_view path, sockaddr_un& address)
     return true;
 }
 
-// A port at every address of the machine: the controller may be at any.
-sockaddr_in PortAddress(int port)
+sockaddr_in PortAddress(int port, std::uint32_t address)
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    return address;
+    sockaddr_in made = {};
+    made.sin_family = AF_INET;
+    made.sin_addr.s_addr = htonl(address);
+    made.sin_port = htons(static_cast<std::uint16_t>(port));
+    return made;
+}
+
+template <typename Value>
+bool SetOption(int descriptor, int level, int option, const Value& value)
+{
+    return setsockopt(descriptor, level, option, &value, sizeof(value)) == 0;
 }
 
 // What the system's calls take for an address of any family.
@@ -76,26 +88,27 @@ int mkclisocUNIX(const char* path)
     sockaddr_un address;
     if (!MakeAddress(path, address))
         return kNotAttached;
+    LimitWait(made.Get(), kPeerLimit);
     if (connect(made.Get(), AnyAddress(address), sizeof(address)) < 0)
         return kNotAttached;
+    LimitWait(made.Get(), 0);
     return made.Release();
 }
 
-int mkboundsocINET(int port)
+int mkboundsocINET(int port, std::uint32_t address)
 {
     UniqueFd made(socket(AF_INET, SOCK_STREAM, 0));
     if (!made)
         return kNotMade;
     // A server that is started again finds the connections of the last one still in the kernel.
-    const int on = 1;
-    if (setsockopt(made.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) < 0)
+    if (!SetOption(made.Get(), SOL_SOCKET, SO_REUSEADDR, 1))
         return kNotMade;
-    return Bind(made, PortAddress(port)) ? made.Release() : kNotAttached;
+    return Bind(made, PortAddress(port, address)) ? made.Release() : kNotAttached;
 }
 
-int mkservsocINET(int port)
+int mkservsocINET(int port, std::uint32_t address)
 {
-    UniqueFd made(mkboundsocINET(port));
+    UniqueFd made(mkboundsocINET(port, address));
     return made ? Listen(made, "listen client error\n") : made.Get();
 }
 
@@ -124,6 +137,21 @@ int rmUNIXsoc(const char* path)
     if (unlink(path) < 0)
         return errno == ENOENT ? 0 : -1;
     return 0;
+}
+
+void LimitWait(int descriptor, int seconds)
+{
+    timeval limit = {};
+    limit.tv_sec = seconds;
+    SetOption(descriptor, SOL_SOCKET, SO_SNDTIMEO, limit);
+}
+
+void KeepAlive(int descriptor)
+{
+    SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
+    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, kFirstQuestion);
+    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, kNextQuestion);
+    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, kQuestions);
 }
 
 long WriteSocket(int descriptor, const void* bytes, std::size_t length)

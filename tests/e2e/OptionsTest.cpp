@@ -137,6 +137,22 @@ TEST(ServerStart, LogsPeersInOrderAndRequiresMidiPatcher)
     }
 }
 
+TEST(ServerStart, TakesPeersThatDoNotAcceptForAbsentOnes)
+{
+    Unit unit;
+    Neighbour patcher(unit.Path(kMidiPatcherSocket));
+    Neighbour rcServer(unit.Path(kRCServerSocket));
+    patcher.FillQueue();
+    rcServer.FillQueue();
+    const auto before = UnitTime();
+
+    ExpectCleanEnd(unit, unit.StartServer());
+
+    EXPECT_EQ(LogTexts(unit), "Diag Server Start Now.\nMIDI Patcher is not active.\n"
+                              "RC Server is not active.\n");
+    EXPECT_EQ(UnitTime() - before, std::chrono::seconds(5 + 2 + 5 + 5 + 5)) << "3 times, 2 waits";
+}
+
 TEST(UpdateStart, FailsWithoutLoadableFile)
 {
     for (const char* name : {"none.hex", "long.hex"}) {

@@ -80,18 +80,18 @@ void Connection::Attach(int connected)
     closed = connected < 0;
 }
 
-Controller::Controller(int port)
+Controller::Controller(int port, int address)
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in server = {};
+    server.sin_family = AF_INET;
+    server.sin_port = htons(static_cast<std::uint16_t>(port));
+    server.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + address);
     const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     Attach(made);
     // Bytes are sent at once, even if earlier ones aren't acknowledged yet.
     const int on = 1;
     setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    if (connect(made, General(address), sizeof(address)) < 0)
+    if (connect(made, General(server), sizeof(server)) < 0)
         Close();
     NoteTcp();
 }
@@ -134,6 +134,16 @@ bool Neighbour::Accept(std::chrono::nanoseconds limit)
               limit);
     Attach(made);
     return made >= 0;
+}
+
+void Neighbour::FillQueue()
+{
+    sockaddr_un address = {};
+    socklen_t size = sizeof(address);
+    getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size);
+    do
+        waiting.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    while (connect(waiting.back().Get(), General(address), size) == 0);
 }
 
 Port::Port(int wanted) : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "UniqueFd.h"
 #include "Wait.h"
@@ -39,7 +40,8 @@ private:
 // The controller: a TCP client of the server.
 class Controller : public Connection {
 public:
-    explicit Controller(int port);
+    // `address`: of the machine, the last byte; the server may listen at one of 127.0.0.1 to 255.
+    explicit Controller(int port, int address = 1);
 
     // Closes with a reset, like a controller that loses power.
     void Reset();
@@ -66,8 +68,12 @@ public:
     // Replaces the connection by the next one. False when none comes.
     bool Accept(std::chrono::nanoseconds limit = kLimit);
 
+    // Lets so many others connect that the next one has to wait until one is accepted.
+    void FillQueue();
+
 private:
     UniqueFd listener;
+    std::vector<UniqueFd> waiting;
 };
 
 // Occupies a TCP port of this machine: the one `wanted`, or a free one.

@@ -152,7 +152,7 @@ bool Unit::IsMounted(const std::string& point) const
 // A mount of a medium that was pulled out keeps the name of its device in use.
 void Unit::Insert() const
 {
-    const bool isInUse = Read("sim/mounts").find("/dev/sda ") != std::string::npos;
+    const bool isInUse = Read("sim/mounts").find("/dev/sda") != std::string::npos;
     Write("sim/device", isInUse ? "/dev/sdb" : "/dev/sda");
     Remove("sim/pull-after");
 }
