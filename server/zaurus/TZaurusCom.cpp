@@ -8,7 +8,7 @@
 
 int TZaurusCom::SetPortDescriptor()
 {
-    portDescriptor.Reset(mkservsocINET(portNo));
+    portDescriptor.Reset(mkservsocINET(portNo, address));
     return portDescriptor ? portDescriptor.Get() : -1;
 }
 
@@ -24,7 +24,13 @@ int TZaurusCom::AcceptZaurus()
     // The old connection ends even if there is no new one: its controller is taken for dead.
     zaurusId.Reset();
     zaurusId.Reset(accept(portDescriptor.Get(), nullptr, nullptr));
-    return zaurusId ? zaurusId.Get() : -1;
+    if (!zaurusId)
+        return -1;
+    if (isBounded) {
+        LimitWait(zaurusId.Get(), kPeerLimit);
+        KeepAlive(zaurusId.Get());
+    }
+    return zaurusId.Get();
 }
 
 int TZaurusCom::ReadMessage(char* buf)
@@ -42,8 +48,10 @@ int TZaurusCom::WriteMessage(const char* buf, int len)
 {
     if (!zaurusId || len < 0)
         return 0;
-    // A short write counts as sent: nothing is queued for a controller that is slow.
-    if (WriteSocket(zaurusId.Get(), buf, len) >= 0)
+    // A short write counts as sent: nothing is queued for a controller that is slow. With a bound
+    // it shows that the controller hasn't read for as long.
+    const long sent = WriteSocket(zaurusId.Get(), buf, len);
+    if (isBounded ? sent == len : sent >= 0)
         return 1;
     zaurusId.Reset();
     return 0;

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <cstdint>
+
+#include "Sockets.h"
 #include "UniqueFd.h"
 
 // The link to the controller: one listening TCP socket and at most one accepted connection. It
-// moves bytes and nothing else, so that everybody who reports can write without asking whether a
-// controller is there.
+// moves bytes and nothing else, so callers can write whether or not a controller is connected.
 //
 // Passive: the owner's loop watches both descriptors, accepts and reads. What comes is a run of
 // groups of four bytes, which the reader takes apart; what goes out is plain text.
@@ -19,6 +21,14 @@ public:
     TZaurusCom& operator=(const TZaurusCom&) = delete;
 
     void SetPortNo(int port) { portNo = port; }
+
+    // The machine's IPv4 address to listen at, a number whose first byte is the highest; by default
+    // all of them.
+    void SetAddress(std::uint32_t number) { address = number; }
+
+    // From the next connection on, a write that the controller doesn't take within kPeerLimit
+    // seconds fails, and the connection of a controller that has disappeared ends.
+    void BoundWaits() { isBounded = true; }
 
     // Listens at the port. Returns the descriptor, or -1.
     int SetPortDescriptor();
@@ -44,9 +54,11 @@ public:
     int WriteMessage(const char* buf, int len);
 
 private:
-    int portNo = 0;               // a TCP port; 0 until it is set
-    UniqueFd portDescriptor{-1};  // the listening socket; below 0 when there is none
-    UniqueFd zaurusId{-1};        // the connection; below 0 when there is none
+    int portNo = 0;                       // a TCP port; 0 until it is set
+    std::uint32_t address = kAnyAddress;  // to listen at
+    bool isBounded = false;               // no write waits for longer than kPeerLimit
+    UniqueFd portDescriptor{-1};          // the listening socket; below 0 when there is none
+    UniqueFd zaurusId{-1};                // the connection; below 0 when there is none
 };
 
 // Sends a NUL-terminated text at its exact length. A lost text is not a failure.
