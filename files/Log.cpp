@@ -1,14 +1,21 @@
 #include "Log.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <ctime>
+#include <string>
 
+#include <sys/stat.h>
 #include <sys/time.h>
+#include <unistd.h>
 
+#include "FileBytes.h"
 #include "FileTools.h"
 #include "TSString.h"
 #include "TSStringList.h"
 #include "TextFile.h"
+#include "UniqueFd.h"
+#include "WholeFile.h"
 
 namespace {
 
@@ -25,16 +32,41 @@ void PrintStamp(char (&stamp)[kStampSize])
     std::strftime(stamp, sizeof stamp, kStampFormat, &utc);
 }
 
+// The newest whole lines of the file, at most `most` bytes; nothing when it can't be read.
+std::string NewestLines(const char* path, std::int64_t most)
+{
+    const UniqueFd file(OpenToRead(path));
+    if (!file || lseek(file.Get(), -most, SEEK_END) < 0)
+        return {};
+    std::string text(most, '\0');
+    const ssize_t count = read(file.Get(), text.data(), text.size());
+    text.resize(std::max<ssize_t>(count, 0));
+    return text.substr(text.find('\n') + 1);
+}
+
+// True when `added` bytes more don't make the log larger than `most`, if need be after a cut. A new
+// file takes its place, so that the lines that stay survive a power cut.
+bool HasRoom(const char* path, std::int64_t added, std::int64_t most)
+{
+    struct stat state {};
+    if (stat(path, &state) != 0 || state.st_size + added <= most)
+        return true;
+    const std::string kept = NewestLines(path, most / 2);
+    WholeFile log(path, std::string(path) + ".new");
+    return !kept.empty() && log.Write(kept) && log.Commit();
+}
+
 }  // namespace
 
-bool AddLogFile(const char* path, const char* text)
+bool AddLogFile(const char* path, const char* text, std::int64_t most)
 {
-    const TextWriter log(path, TextWriter::Old::Kept);
-    if (!log)
-        return false;
     char stamp[kStampSize] = {};
     PrintStamp(stamp);
-    return log.Write((TSString(stamp) + (text == nullptr ? "" : text)).c_str());
+    const TSString entry = TSString(stamp) + (text == nullptr ? "" : text);
+    if (most != kNoLimit && !HasRoom(path, entry.Length(), most))
+        return false;
+    const TextWriter log(path, TextWriter::Old::Kept);
+    return log && log.Write(entry.c_str());
 }
 
 bool ResetLogFile(const char* path, int linesToKeep)

@@ -1,12 +1,19 @@
 #pragma once
 
+#include <cstdint>
+
+inline constexpr std::int64_t kNoLimit = INT64_MAX;
+
 // Appends one entry to the log: the time in UTC, " - " and the text, byte for byte. The text brings
 // its own line end; null counts as empty.
 //
 //    06/03/14/09:05:07 - Diag Server Start Now.
 //
 // False when the log can't be opened, or the entry can't be handed to the stream.
-bool AddLogFile(const char* path, const char* text);
+//
+// The log never has more than `most` bytes: one that would is first cut down to its newest lines,
+// about half of `most`. One that can't be cut stays as it is, and the entry is lost.
+bool AddLogFile(const char* path, const char* text, std::int64_t most = kNoLimit);
 
 // Cuts the log down to its newest `linesToKeep` lines; each piece of PieceReader counts as a
 // line. False, and no change, when the log can't be read. Reads all of the log into memory; it is
