@@ -1,5 +1,7 @@
 #include "PciDsp.h"
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -27,9 +29,10 @@ int PciDsp_setPiano(int on)
     return set_qmparam(kPianoPower, on != 0 ? 1 : 0);
 }
 
-void RestartPiano()
+int RestartPiano()
 {
-    PciDsp_setPiano(0);
+    const int offError = PciDsp_setPiano(0) < 0 ? errno : 0;
     sleep(kOffTime);
-    PciDsp_setPiano(1);
+    const int onError = PciDsp_setPiano(1) < 0 ? errno : 0;
+    return offError != 0 ? offError : onError;
 }

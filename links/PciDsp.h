@@ -1,7 +1,7 @@
 #pragma once
 
 // The character device through which the piano side is switched off and on, which restarts the CSP.
-// It is opened and closed for every call. Nothing here waits for the CSP or knows its state.
+// It is opened and closed for every call. Nothing here knows the CSP's state.
 //
 // The driver has one request, and takes a number in the place of the usual pointer:
 //    parameter << 8 | value      0C01 switches the piano side on, 0C00 off
@@ -17,6 +17,6 @@ int PciDsp_setPiano(int on);
 // The line for a log before a restart.
 inline constexpr char kRestartNote[] = "Rebooting CSP...5sec\n";
 
-// Restarts the CSP: off, 5 seconds, on. Blocks for that time. The results don't matter, since on a
-// unit without the device everything else goes on.
-void RestartPiano();
+// Restarts the CSP: off, 5 seconds, on. Blocks for that time. 0, or the errno of the first call that
+// failed; the others are made all the same.
+int RestartPiano();
