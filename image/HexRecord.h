@@ -46,6 +46,9 @@ public:
     // True when it has the data that its count promises and its checksum, too.
     bool IsComplete() const { return HasAddress() && text.size() >= DataAt(Count() + 1U); }
 
+    // True when a complete record has nothing after its checksum.
+    bool IsExact() const { return text.size() == DataAt(Count() + 1U); }
+
     // How many bytes of its data are there, at most as many as its count promises.
     std::size_t CountPresent() const
     {

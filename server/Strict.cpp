@@ -194,7 +194,7 @@ bool Strict::FindPort(int port) const
 
 bool Strict::Verify(int connecttype) const
 {
-    const std::string text = ReadFlash(connecttype);
+    const std::string text = ReadFlash(connecttype).text;
     if (!IsCompleteReadBack(CheckHex(text)))
         return Report("the flash is not readable");
     for (const AddressRange& range : firmware.report.ranges) {

@@ -37,7 +37,7 @@ void TakeLines(TCspReader& reader, TMidiCom& midi, TZaurusCom& controller)
 
 }  // namespace
 
-std::string ReadFlash(int connecttype)
+FlashReading ReadFlash(int connecttype)
 {
     TMidiCom midi;
     TZaurusCom nobody;  // not connected: the texts for the controller are lost
@@ -47,6 +47,7 @@ std::string ReadFlash(int connecttype)
         return {};
     // The received text is enough, so the file that the reader saves is dropped.
     reader.SetReaderParameter(0, 0, kNowhere);
+    reader.RequireProgress();
     Step step = Step::Failed;
     for (int attempt = 0; attempt < kAttempts && step != Step::Done; ++attempt) {
         reader.SetReaderStatus(Status::Connect);
@@ -55,6 +56,6 @@ std::string ReadFlash(int connecttype)
                std::chrono::steady_clock::now() < end)
             TakeLines(reader, midi, nobody);
     }
-    RestartPiano();
-    return step == Step::Done ? reader.ReceivedText() : std::string();
+    const int error = RestartPiano();
+    return {step == Step::Done ? reader.ReceivedText() : std::string(), error};
 }

@@ -1,11 +1,13 @@
 #include "TCspReader.h"
 
 #include <string_view>
+#include <utility>
 
 #include <unistd.h>
 
 #include "Hex.h"
 #include "HexFormat.h"
+#include "HexRecord.h"
 #include "TSString.h"
 #include "Trace.h"
 
@@ -31,6 +33,7 @@ void TCspReader::SetReaderStatus(int status)
     readerStatus = status;
     ResetCounters();
     hexFile->Reset();
+    wantsData = false;
 }
 
 int TCspReader::GetReaderStatus() const
@@ -224,11 +227,41 @@ void TCspReader::OnRequestAnswer(const ConsoleLine& line)
 
 void TCspReader::OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line)
 {
+    if (mustProgress && !MakesProgress(HexRecord(FirstLine(line.Text()))))
+        return OnRefused(midi, line);
     switch (hexFile->CheckIntelHex(line.Text())) {
     case THexFile::Accepted: return OnAccepted(midi, zaurus, hexFile->GetNextAddress());
     case THexFile::LastAccepted: readerStatus = Status::Finished; return;
     default: return OnRefused(midi, line);
     }
+}
+
+// True also for what THexFile refuses by itself.
+bool TCspReader::MakesProgress(const HexRecord& record)
+{
+    if (!record.IsComplete())
+        return true;
+    const bool follows = std::exchange(wantsData, record.Type() == HexRecord::kUpperAddress);
+    switch (record.Type()) {
+    case HexRecord::kData: return IsNextData(record);
+    case HexRecord::kUpperAddress: return !follows && IsNextUpperAddress(record);
+    default: return record.IsExact();
+    }
+}
+
+// That the record begins where the last one ended is THexFile's to check.
+bool TCspReader::IsNextData(const HexRecord& record) const
+{
+    const std::uint32_t left = kParameterEnd - hexFile->GetNextAddress();
+    const bool isInside = hexFile->GetNextAddress() >= kParameterStart && record.Count() <= left;
+    return record.IsExact() && record.Count() > 0 && isInside;
+}
+
+bool TCspReader::IsNextUpperAddress(const HexRecord& record) const
+{
+    const std::uint32_t next = hexFile->GetNextAddress();
+    return record.IsExact() && record.Count() == HexRecord::kUpperAddressCount &&
+           record.UpperAddress() == (next == 0 ? kParameterStart : next);
 }
 
 // Nearly every record ends inside a block, and nothing follows from it.

@@ -10,6 +10,8 @@
 #include "TZaurusCom.h"
 #include "UnitPaths.h"
 
+class HexRecord;
+
 // The read-back: reads the CSP's parameter flash over the console and saves it as an Intel HEX
 // file. It has no thread and no timer of its own. The loop of the server calls a step once per pass
 // and hands it the lines of the CSP, which move the status:
@@ -23,6 +25,7 @@ public:
     // The parameter flash, all of which every read covers, whatever SetReaderParameter was passed.
     static constexpr std::uint32_t kParameterStart = 0x90040000;
     static constexpr std::uint32_t kParameterEnd = 0x900A0000;  // follows its last byte
+    static constexpr std::uint32_t kParameterSize = kParameterEnd - kParameterStart;  // bytes
 
     TCspReader() = default;
     ~TCspReader() = default;
@@ -34,6 +37,14 @@ public:
     // its last byte, never reaches the CSP: the request sets it to all of the parameter flash. It
     // counts only when the CSP starts to send before it got the request.
     void SetReaderParameter(unsigned long start, unsigned long end, const char* file);
+
+    // From the next read on, the parameter flash is the only range, and every record brings the
+    // read nearer to its end: one without data, outside the range or back in it is refused, and so
+    // are two upper addresses in a row, and characters after a checksum.
+    void RequireProgress() { mustProgress = true; }
+
+    // Where the next data record of the read must begin.
+    std::uint32_t GetNextAddress() const { return hexFile->GetNextAddress(); }
 
     // Starts a read with status 0 and an empty image.
     void SetReaderStatus(int status);
@@ -77,6 +88,9 @@ private:
     void OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line);
     void OnRequestAnswer(const ConsoleLine& line);
     void OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
+    bool MakesProgress(const HexRecord& record);
+    bool IsNextData(const HexRecord& record) const;
+    bool IsNextUpperAddress(const HexRecord& record) const;
     void OnAccepted(TMidiCom* midi, TZaurusCom* zaurus, std::uint32_t address);
     void OnRefused(TMidiCom* midi, const ConsoleLine& line);
     void AskForMore(TMidiCom* midi, std::uint32_t address);
@@ -92,4 +106,6 @@ private:
     int flashModeCounter = 0;         // in Connect the steps since flash mode went out; in
                                       // Transfer the records that ended on the present block
     unsigned long lastAddress = 0;    // the latest that standard output shows
+    bool mustProgress = false;        // no record may leave the read where it is
+    bool wantsData = false;           // the last record was an upper address
 };

@@ -26,6 +26,16 @@ constexpr UpdateSource kUpdateSources[] = {
     {kCdCompressedFirmware, true}, {kFloppyCompressedFirmware, true},
 };
 
+// Null when none exists. A bad file isn't skipped for a good one on the next medium, so that it
+// gets noticed.
+const UpdateSource* FirstSource()
+{
+    const auto* const first =
+        std::find_if(std::begin(kUpdateSources), std::end(kUpdateSources),
+                     [](const auto& source) { return FileExists(source.path); });
+    return first == std::end(kUpdateSources) ? nullptr : first;
+}
+
 // Leaves the stamp alone when the file can't be looked at.
 void PrintStamp(const char* path, char* stamp)
 {
@@ -66,16 +76,19 @@ void TUpdater::IncUpdateCounter()
     TraceLine("Update Counter Inc 10+ ", TSString(updateCounter).c_str());
 }
 
-// A bad file isn't skipped for a good one on the next medium, so that it gets noticed.
+const char* TUpdater::FindUpdateSource()
+{
+    const UpdateSource* const source = FirstSource();
+    return source == nullptr ? nullptr : source->path;
+}
+
 int TUpdater::SearchUpdateHex(char* version)
 {
-    for (const UpdateSource& source : kUpdateSources) {
-        if (!FileExists(source.path))
-            continue;
-        return source.compressed ? ExpandAndLoad(source.path, version)
-                                 : LoadIntelHex(source.path, version);
-    }
-    return -1;
+    const UpdateSource* const source = FirstSource();
+    if (source == nullptr)
+        return -1;
+    return source->compressed ? ExpandAndLoad(source->path, version)
+                              : LoadIntelHex(source->path, version);
 }
 
 // The stamp is there even if the file can't be loaded then.

@@ -75,12 +75,22 @@ public:
     // The path of the image that was loaded last, empty before the first.
     const char* GetFileName() const { return hexFileName; }
 
+    // The image that is loaded, null when there is none. It belongs to this object.
+    const THexFile* GetImage() const { return hexFile.get(); }
+
+    // Update mode: the errno of the power device at the restart after Run, 0 when that went well.
+    int GetRestartError() const { return restartError; }
+
     // The line that shows a file's version.
     static TSString VersionLine(const char* version);
 
     // The name that a finished update gives its file: the version, in the file's directory. `file`
     // isn't empty.
     static TSString VersionedName(const char* file, const char* version);
+
+    // The path of the firmware file on the media that a search takes, the first that exists; null
+    // when there is none.
+    static const char* FindUpdateSource();
 
     // Looks for a firmware file on the media, and loads the first that exists. `version` gets its
     // version text and has room for THexFile::kVersionSize bytes. 0, or -1 when there is none or it
@@ -181,6 +191,7 @@ private:
     int retryCount = 0;                  // restarts after "Failed", of which there is one
     unsigned long sendedAddress = 0;     // follows the last row that was sent or passed
     unsigned long ngAddress = 0;         // of the latest "NG"; 0 when none is pending
+    int restartError = 0;                // errno of the restart after Run; in update mode
     int updateStatus = Status::Idle;     // a Status
     int updateCounter = 0;               // seconds of silence; a wait ends above 30
     int errorCounter = 0;                // unwanted answers; an update ends above 1,024

@@ -60,7 +60,7 @@ int TUpdater::Run()
             continue;
         }
         Log(kRestartNote);
-        RestartPiano();
+        restartError = RestartPiano();
         return result;
     }
 }
