@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // The path of everything of the unit that the program opens, each written here and nowhere else.
 // A name that is derived from one of these is in the source that derives it.
@@ -10,6 +11,9 @@ inline constexpr const char* kLogDirectory = "/usr/local/lib/diag";
 
 // What the server has done.
 inline constexpr const char* kServerLog = "/usr/local/lib/diag/diagserver.log";
+
+// The most bytes of a log with --strict.
+inline constexpr std::int64_t kMostOfLog = 0x200000;
 
 // What the stand-alone updates have done.
 inline constexpr const char* kUpdateLog = "/usr/local/lib/diag/cspupdate.log";
@@ -50,6 +54,9 @@ inline constexpr const char* kReleaseFile = "/etc/KVT-release";
 // The block device of a medium for parameters.
 inline constexpr const char* kMediumDevice = "/dev/sda";
 
+// The kernel's list of what is mounted where.
+inline constexpr const char* kMounts = "/proc/mounts";
+
 // Where that medium is mounted, if it is a floppy disk.
 inline constexpr const char* kFloppy = "/mnt/floppy";
 
@@ -58,6 +65,11 @@ inline constexpr const char* kUsb = "/mnt/usb";
 
 // The parameters' name on a medium.
 inline constexpr const char* kMediumParameterFile = "csp_param.rlg";
+
+// The names of the work files from which --strict makes that file and its checksum, such as every
+// FAT can store without a long name.
+inline constexpr const char* kMediumParameterWork = "CSP_PARA.NEW";
+inline constexpr const char* kMediumSumWork = "CSP_SUM.NEW";
 
 // Firmware on a USB stick, plain.
 inline constexpr const char* kUsbFirmware = "/mnt/usb/csp_prog.hex";

@@ -1,23 +1,44 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "FileBytes.h"
 #include "HexCheck.h"
 
-// An Intel HEX file, read to its end and checked.
+class THexFile;
+
+// The text of an Intel HEX file, checked.
 struct CheckedFile {
+    static constexpr std::int64_t kLargest = 0x1000000;  // bytes of a file
+
     CheckedFile() = default;
-    explicit CheckedFile(const std::string& path);
 
-    std::string_view Text() const;
+    // Reads the file to its end. `outsideFlash`: what data outside the flash of the CSP are.
+    explicit CheckedFile(const std::string& path, Severity outsideFlash = Severity::Error);
 
-    FileBytes bytes;   // empty when the file can't be read
-    HexReport report;  // of the bytes
-    // A sentence for each error, with the path; empty for a good file. A file of another kind has
-    // an error in each line, and no one cuts the server's log: only the first 20, then the number
-    // of the rest.
+    // The text of a file that isn't on the disk, or not in this form. `itsName` is its file in
+    // errors.
+    CheckedFile(const std::string& itsName, std::string itsText,
+                Severity outsideFlash = Severity::Error);
+
+    // Why the text is no complete read-back of the parameter flash, a sentence with the file; empty
+    // for one.
+    std::string ReadBackProblem() const;
+
+    // True when the rows of the image are the lines of this text, which has no errors.
+    bool IsIn(const THexFile& image) const;
+
+    std::string name;        // of the file
+    std::string text;        // empty when the file can't be read
+    bool isRead = false;     // it could be read
+    bool isMissing = false;  // it couldn't, because there is none
+    HexReport report;        // of the text
+
+    // A sentence for each, with the file; none for a good one. A file of another kind has an error
+    // in each line, so at most 20 are listed, then their number.
     std::vector<std::string> errors;
+
+    // The same for data outside the flash where they are no error, up to HexReport's limit.
+    std::vector<std::string> warnings;
 };

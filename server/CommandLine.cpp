@@ -4,7 +4,10 @@
 #include <cstdio>
 #include <string_view>
 
+#include <arpa/inet.h>
 #include <getopt.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include "Number.h"
 #include "Text.h"
@@ -19,7 +22,8 @@ constexpr char kHelp[] =
     "diag_server [-P PORT]                    serve a controller\n"
     "diag_server [-b | -c] -f FILE | -a FILE  write FILE into the flash of the CSP board\n"
     "diag_server -v -f FILE                   print the version of FILE\n"
-    "diag_server --strict [--verify] ...      the same, with checks before and after\n"
+    "diag_server --strict [--verify | --listen ADDRESS] ...\n"
+    "                                         the same, with checks before and after\n"
     "\n"
     "  -P PORT     TCP port of the controller, 4917 if left out\n"
     "  -f FILE     an Intel HEX file; the peer is 225\n"
@@ -29,10 +33,13 @@ constexpr char kHelp[] =
     "  -h          print the usage line, and end\n"
     "As the first word only:\n"
     "  --strict    refuse mistakes on the command line and damaged files, keep a second instance\n"
-    "              from starting, save a read-back only if it is complete; the exit\n"
-    "              status is 0 after a success, 1 after a failure, 2 after a mistake\n"
+    "              from starting, replace a parameter file and its copy on a medium only with a\n"
+    "              complete read-back, whole or not at all; the exit status is 0 after a success,\n"
+    "              1 after a failure, 2 after a mistake\n"
     "  --strict --verify\n"
     "              also read the flash back after an update, and compare\n"
+    "  --strict --listen ADDRESS\n"
+    "              serve a controller at this IPv4 address only\n"
     "  --help      print this, and end\n"
     "  --version   print the program's version, and end\n";
 
@@ -56,23 +63,57 @@ bool IsPort(std::string_view text)
 bool TakeFileName(Options& options, const char* name)
 {
     if (*name == '\0')
-        options.mistake = "the file name is empty";
+        options.SetMistake("the file name is empty");
     if (StoreFileName(options, name))
         return true;
     PrintError("file name is too long");
-    options.mistake = "";
+    options.mistake = Options::Mistake::Printed;
     return false;
 }
 
-// What is wrong with options that are good by themselves.
-std::optional<std::string> FindContradiction(const Options& options)
+void CheckContradictions(Options& options)
 {
     const bool needsFile = options.versionOnly || options.renameFile || options.verify;
     if (needsFile && !options.HasFile())
-        return "-v, -b, -c and --verify need a file";
-    if (options.verify && options.versionOnly)
-        return "--verify can't be used with -v, which makes no update";
-    return std::nullopt;
+        options.SetMistake("-v, -b, -c and --verify need a file");
+    else if (options.verify && options.versionOnly)
+        options.SetMistake("--verify can't be used with -v, which makes no update");
+    else if (!options.addressText.empty() && options.HasFile())
+        options.SetMistake("--listen can't be used with a file, for which nothing listens");
+}
+
+// inet_aton would take a number of fewer parts, too.
+bool TakeAddress(Options& options, const char* text)
+{
+    in_addr address = {};
+    if (inet_pton(AF_INET, text, &address) != 1)
+        return false;
+    options.address = ntohl(address.s_addr);
+    options.addressText = text;
+    return true;
+}
+
+// Takes the words that getopt doesn't know, and leaves the program's name in front of the rest.
+void TakeStrictWords(int& argc, char**& argv, Options& options)
+{
+    const auto skip = [&] {
+        argv[1] = argv[0];
+        --argc;
+        ++argv;
+    };
+    for (;;) {
+        const std::string_view word = argc > 1 ? argv[1] : "";
+        if (word != kVerifyWord && word != kListenWord)
+            return;
+        skip();
+        options.verify = options.verify || word == kVerifyWord;
+        if (word == kVerifyWord)
+            continue;
+        if (!TakeAddress(options, argc > 1 ? argv[1] : ""))
+            options.SetMistake("--listen needs an IPv4 address");
+        if (argc > 1)
+            skip();
+    }
 }
 
 }  // namespace
@@ -117,9 +158,9 @@ bool ParseOptions(int argc, char** argv, Options& options)
             // Taken whatever it is: the socket has the low 16 bits of any number.
             options.port = StrToInt(optarg);
             if (!IsPort(optarg))
-                options.mistake = "the port is not a number from 1 to 65535";
+                options.SetMistake("the port is not a number from 1 to 65535");
             break;
-        default: options.mistake = ""; break;  // getopt has printed what is wrong
+        default: options.mistake = Options::Mistake::Printed; break;  // by getopt
         }
     }
     return true;
@@ -127,22 +168,17 @@ bool ParseOptions(int argc, char** argv, Options& options)
 
 bool ParseStrictOptions(int argc, char** argv, Options& options)
 {
-    if (argc > 1 && std::string_view(argv[1]) == kVerifyWord) {
-        options.verify = true;
-        argv[1] = argv[0];
-        --argc;
-        ++argv;
-    }
+    TakeStrictWords(argc, argv, options);
     const bool runs = ParseOptions(argc, argv, options);
     // getopt has moved the words that are no options to the end.
     if (optind < argc && runs)
-        options.mistake = std::string("not an option: ") + argv[optind];
-    else if (!options.mistake && runs)
-        options.mistake = FindContradiction(options);
-    if (!options.mistake)
+        options.SetMistake(std::string("not an option: ") + argv[optind]);
+    else if (options.mistake == Options::Mistake::None && runs)
+        CheckContradictions(options);
+    if (options.mistake == Options::Mistake::None)
         return runs;
-    if (!options.mistake->empty())
-        PrintError(*options.mistake);
+    if (options.mistake == Options::Mistake::Unprinted)
+        PrintError(options.mistakeText);
     if (!options.usageIsPrinted)
         usage();
     return false;

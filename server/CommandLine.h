@@ -1,20 +1,22 @@
 #pragma once
 
-#include <optional>
+#include <cstdint>
 #include <string>
 
+#include "Sockets.h"
 #include "TMidiCom.h"
 #include "UnitPaths.h"
 
 // The line that names the program. A file mode begins with it.
 inline constexpr char kProgramVersion[] = "Diag Server Ver.0.26\n";
 
-// The words that count as the first one only, and written in full. `--verify` may follow
-// `--strict`. Everything else goes through getopt.
+// The words that count as the first one only, and written in full. Everything else goes through
+// getopt, but for the two words that may follow `--strict`.
 inline constexpr char kHelpWord[] = "--help";
 inline constexpr char kVersionWord[] = "--version";
 inline constexpr char kStrictWord[] = "--strict";
 inline constexpr char kVerifyWord[] = "--verify";
+inline constexpr char kListenWord[] = "--listen";
 
 // What the command line asks for, by default the server.
 struct Options {
@@ -30,8 +32,21 @@ struct Options {
     bool usageIsPrinted = false;         // it was requested
     char filename[kPathSize] = {};       // empty: run the server
 
-    // The latest mistake, which counts with --strict only; empty when it has been printed already.
-    std::optional<std::string> mistake;
+    // The IPv4 address to listen at, the first byte the highest, and its text; with --strict only.
+    std::uint32_t address = kAnyAddress;
+    std::string addressText;  // empty: all addresses
+
+    // The latest mistake, which counts with --strict only, and its text when it is yet to be
+    // printed.
+    enum class Mistake { None, Printed, Unprinted };
+    Mistake mistake = Mistake::None;
+    std::string mistakeText;
+
+    void SetMistake(const std::string& text)
+    {
+        mistake = Mistake::Unprinted;
+        mistakeText = text;
+    }
 };
 
 // Prints the usage line on standard error.

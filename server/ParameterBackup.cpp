@@ -1,8 +1,5 @@
 #include "ParameterBackup.h"
 
-#include <initializer_list>
-
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include "Compress.h"
@@ -16,14 +13,12 @@ namespace {
 
 constexpr char kFileSystem[] = "vfat";
 constexpr char kMountOptions[] = "iocharset=sjis,codepage=932";
-constexpr unsigned long kWriteFlags = MS_MGC_VAL | MS_NOSUID | MS_NOEXEC;
-constexpr unsigned long kReadFlags = kWriteFlags | MS_RDONLY;
 
-// Unmounts the medium and returns where it was, null when there is none. Nothing else shows where
-// a medium is but that it can be unmounted there.
+// Unmounts the medium and returns where it was, null when there is none. The only way to find the
+// medium is to try to unmount it.
 const char* Unmount()
 {
-    for (const char* point : {kFloppy, kUsb}) {
+    for (const char* point : kPlaces) {
         if (umount(point) == 0)
             return point;
     }
@@ -38,12 +33,17 @@ Result Remount(unsigned long flags, TSString& directory)
     if (mountPoint == nullptr)
         return NoMedium;
     directory = TSString(mountPoint) + "/";
-    if (mount(kMediumDevice, directory.c_str(), kFileSystem, flags, kMountOptions) < 0)
+    if (Mount(kMediumDevice, directory.c_str(), flags) < 0)
         return NotCopied;
     return Copied;
 }
 
 }  // namespace
+
+int Mount(const char* device, const char* place, unsigned long flags)
+{
+    return mount(device, place, kFileSystem, flags, kMountOptions);
+}
 
 // A failed mount hides a missing file, and a missing file a failed compression: the controller
 // knows the results in this order.

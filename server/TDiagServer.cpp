@@ -4,9 +4,11 @@
 
 #include <unistd.h>
 
+#include "Hex.h"
 #include "Language.h"
 #include "Log.h"
 #include "PciDsp.h"
+#include "Reason.h"
 #include "Strict.h"
 #include "TXmlMan.h"
 #include "Text.h"
@@ -20,6 +22,8 @@ constexpr unsigned kPatcherWait = 2;  // seconds that the MIDI Patcher gets once
 // The buffer of the loop serves both links in turn, and a text in it may need its NUL.
 constexpr int kBufferSize = TZaurusCom::kMaxMessage + 1;
 static_assert(kBufferSize > TMidiCom::kMaxMessage, "a message of the piano fits, too");
+
+constexpr std::size_t kMostReasons = 3;  // lines to the controller about one failure
 
 // A command typed at a terminal.
 struct Key {
@@ -37,7 +41,7 @@ constexpr Key kKeys[] = {
     {'s', nullptr, "RESTART:"},
 };
 
-// A message for the controller as it is, which no one here looks into: its first byte is 6n.
+// A message for the controller, forwarded unparsed: its first byte is 0x60 to 0x6F.
 bool IsForController(char firstByte)
 {
     const unsigned char byte = firstByte;
@@ -46,12 +50,28 @@ bool IsForController(char firstByte)
 
 }  // namespace
 
+// The process ends with the server, and hands back what they have.
+TDiagServer::~TDiagServer()
+{
+    static_cast<void>(updater.release());
+    static_cast<void>(reader.release());
+}
+
+void TDiagServer::SetStrict(Strict* checks, std::uint32_t itsAddress)
+{
+    strict = checks;
+    address = itsAddress;
+}
+
 int TDiagServer::Initialize(int port, int connecttype)
 {
     zaurus = std::make_unique<TZaurusCom>();
     midi = std::make_unique<TMidiCom>();
     rcserver = std::make_unique<TRCServerCom>();
     zaurus->SetPortNo(port);
+    zaurus->SetAddress(address);
+    if (strict != nullptr)
+        zaurus->BoundWaits();
     Log("Diag Server Start Now.\n");
 
     // Nothing stops early: a log that reports every link is worth more than a quick end.
@@ -87,7 +107,7 @@ int TDiagServer::Run()
 
         // The set was built before these steps, so a descriptor that one of them lost makes the
         // wait fail once.
-        if (!StepReader())
+        if (FinishesReading())
             return 0;
         StepUpdater();
 
@@ -143,25 +163,39 @@ void TDiagServer::OpenPort()
         Log("Zaurus Socket Port Open Error\n");
 }
 
-// Released at once: the machines live until the process ends.
 void TDiagServer::MakeMachines()
 {
-    updater = std::make_unique<TUpdater>().release();
-    reader = std::make_unique<TCspReader>().release();
+    updater = std::make_unique<TUpdater>();
+    reader = std::make_unique<TCspReader>();
+    if (strict != nullptr)
+        reader->RequireProgress();
 }
 
-// Steps the read-back. False when it has succeeded, which ends the server.
-bool TDiagServer::StepReader()
+// Steps the read-back. True when it has succeeded, which ends the server.
+bool TDiagServer::FinishesReading()
 {
     const Step result{reader->UpdateStatus(midi.get(), zaurus.get())};
     if (result == Step::GoesOn)
-        return true;
-    SendAndLog(result == Step::Done ? "CSP Read Success.\n" : "CSP Read Failed.\n");
-    if (result == Step::Done && strict != nullptr)
-        strict->EndReadBack(reader->ReceivedText());
+        return false;
+    const std::string problem = strict == nullptr ? "" : SaveReadBack(result);
+    const bool isDone = result == Step::Done && problem.empty();
+    SendAndLog(isDone ? "CSP Read Success.\n" : "CSP Read Failed.\n");
+    if (!problem.empty())
+        Explain({problem});
     reader->ClearReaderStatus();
     RebootCsp();
-    return result != Step::Done;
+    return isDone;
+}
+
+// With --strict the reader leaves the saving to its checks. Why there is no new file, or nothing.
+std::string TDiagServer::SaveReadBack(Step result)
+{
+    if (result == Step::Done)
+        return strict->SaveReadBack(readTarget, reader->ReceivedText());
+    const TSString next = UIntToSHex(reader->GetNextAddress(), kAddressDigits);
+    return reader->GetReaderStatus() == Status::Failed
+               ? std::string("what the CSP sent was not the next record, that of ") + next.c_str()
+               : "the CSP didn't answer as it should";
 }
 
 // Clearing the status lets the controller's groups through again.
@@ -182,11 +216,15 @@ void TDiagServer::RebootCsp()
 {
     Send("Rebooting CSP...\n");
     Log(kRestartNote);
-    RestartPiano();
+    const int error = RestartPiano();
+    if (strict != nullptr && error != 0) {
+        strict->TakeRestart(error);
+        Send((ReasonFor(kPianoPowerDevice, error) + "\n").c_str());
+    }
 }
 
-// Of two active machines only the update ages: it has the console, so the read-back can't go on
-// and isn't to fail for that.
+// If both are active, only the update's timer advances: it owns the console, so the read-back must
+// not time out.
 void TDiagServer::OnTimeout()
 {
     if (midi->GetMidiDescriptor() < 0)
@@ -271,9 +309,9 @@ void TDiagServer::ProcessKeyboard(char* buffer)
     Send(buffer);
 }
 
-void TDiagServer::Log(const char* text)
+void TDiagServer::Log(const char* text) const
 {
-    AddLogFile(kServerLog, text);
+    AddLogFile(kServerLog, text, strict == nullptr ? kNoLimit : kMostOfLog);
 }
 
 void TDiagServer::Send(const char* text)
@@ -285,4 +323,16 @@ void TDiagServer::SendAndLog(const char* text)
 {
     Send(text);
     Log(text);
+}
+
+// With --strict: why something has failed. The log lists all reasons, the controller gets three
+// lines.
+void TDiagServer::Explain(const std::vector<std::string>& reasons)
+{
+    strict->report.Add(reasons);
+    const std::size_t sent = reasons.size() > kMostReasons ? kMostReasons - 1 : reasons.size();
+    for (std::size_t i = 0; i < sent; ++i)
+        Send((reasons[i] + "\n").c_str());
+    if (sent < reasons.size())
+        Send(("and more in the log: " + std::to_string(reasons.size() - sent) + "\n").c_str());
 }

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "Console.h"
 #include "ReadSet.h"
+#include "Sockets.h"
 #include "TCspReader.h"
 #include "TMidiCom.h"
 #include "TRCServerCom.h"
@@ -24,12 +28,15 @@ class Strict;
 class TDiagServer {
 public:
     TDiagServer() = default;
-    ~TDiagServer() = default;
+
+    // The state machines live until the process ends.
+    ~TDiagServer();
     TDiagServer(const TDiagServer&) = delete;
     TDiagServer& operator=(const TDiagServer&) = delete;
 
-    // Lets the checks of --strict in, before Initialize. They outlive the server.
-    void SetStrict(Strict* checks) { strict = checks; }
+    // Enables the --strict checks, and listens only at the IPv4 address, whose first byte is the
+    // highest; call before Initialize. `checks` must outlive the server.
+    void SetStrict(Strict* checks, std::uint32_t address);
 
     // Opens the links and listens at the controller's port. 0, or -3 when the MIDI Patcher can't be
     // reached: Run isn't to be called then. Any other failure is a line of the log, except that
@@ -66,13 +73,31 @@ private:
     struct Command;
     static const Command kCommands[];
 
+    void ShowUpdateFile();
+    void ShowParameterFile();
+    void StartCspUpdate();
+    void StartParameterUpdate();
+    void StartReading();
+    void BackUpParameters();
+    void RestoreParameters();
+    void ReplyVersion();
+    void ReplyWithReleaseLine();
+    void ReplyWithServiceText();
+
+    bool FindUpdateFile(char* version);
+    bool FindParameterFile(char* stamp);
+    void ExplainSearch();
+    void StartUpdate(const char* started, const char* refused);
+    void CopyParameters(const char* started, bool toMedia);
+
     bool OpenMidi(int connecttype);
     const char* ConnectMidi(int connecttype);
     void OpenRCServer();
     void OpenPort();
     void MakeMachines();
 
-    bool StepReader();
+    bool FinishesReading();
+    std::string SaveReadBack(Step result);
     void StepUpdater();
     void RebootCsp();
     void OnTimeout();
@@ -85,12 +110,14 @@ private:
     bool IsReading() const { return HasMachines() && reader->GetReaderStatus() >= 0; }
 
     void TakeConsoleLine(const char* line);
-    bool DoCommand(const MidiGroup& group);
+    static const Command* FindCommand(const MidiGroup& group);
+    bool CarryOut(const Command& command);
     void SetReadTarget(const char* file);
 
-    static void Log(const char* text);
+    void Log(const char* text) const;
     void Send(const char* text);
     void SendAndLog(const char* text);
+    void Explain(const std::vector<std::string>& reasons);
 
     int language = 0;           // 1 when the unit's language file names Japanese, else 0
     bool versionReply = false;  // a version request is answered with the release line; outlives
@@ -101,10 +128,13 @@ private:
     std::unique_ptr<TMidiCom> midi;          // to the piano, through the MIDI Patcher
     std::unique_ptr<TRCServerCom> rcserver;  // to the RC Server
 
-    // The state machines, null before Run. The server never frees them: they live until the process
-    // ends.
-    TUpdater* updater = nullptr;   // the update
-    TCspReader* reader = nullptr;  // the read-back
+    // The state machines, null before Run.
+    std::unique_ptr<TUpdater> updater;   // the update
+    std::unique_ptr<TCspReader> reader;  // the read-back
 
-    Strict* strict = nullptr;  // null without --strict
+    // With --strict, which it is null without: its checks, the address to listen at, and the file
+    // of the present read-back.
+    Strict* strict = nullptr;
+    std::uint32_t address = kAnyAddress;
+    std::string readTarget;
 };

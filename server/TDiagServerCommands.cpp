@@ -19,119 +19,153 @@ constexpr unsigned char kAlternateGroup = 'l';
 
 }  // namespace
 
-// A row of the table. What the commands do is in here, so that a new one touches no other source.
 struct TDiagServer::Command {
-    MidiGroup group = {};                             // what the controller sends
-    bool needsMachine = false;                        // without effect before Run
-    void (*carryOut)(TDiagServer& server) = nullptr;  // sends and logs the result
-
-    // A search loads what it finds, so that a later start needs no medium any more.
-    static void ShowUpdateFile(TDiagServer& server)
-    {
-        char version[THexFile::kVersionSize] = {};
-        if (server.updater->SearchUpdateHex(version) != 0) {
-            server.SendAndLog("Update File is not exsit.\n");
-            return;
-        }
-        NoteLoadedFile(server);
-        server.Send(" \n");
-        server.Send("[ System version: Update File ]\n");
-        server.SendAndLog((TSString(version) + "\n").c_str());
-    }
-
-    static void ShowParameterFile(TDiagServer& server)
-    {
-        char stamp[TUpdater::kStampSize] = {};
-        if (server.updater->SearchParameterHex(stamp) != 0) {
-            server.SendAndLog("Parameter File is not exsit.\n");
-            return;
-        }
-        NoteLoadedFile(server);
-        server.Send("[ Parameter Back Up File ]\n");
-        server.SendAndLog((TSString("CSP Parameter : ") + stamp + "\n").c_str());
-    }
-
-    static void NoteLoadedFile(TDiagServer& server)
-    {
-        if (server.strict != nullptr)
-            server.strict->TakeLoadedFile(server.updater->GetFileName());
-    }
-
-    static void StartCspUpdate(TDiagServer& server)
-    {
-        StartUpdate(server, "Start CSP Update.\n", "Cannot Execute CSP Update.\n");
-    }
-
-    static void StartParameterUpdate(TDiagServer& server)
-    {
-        StartUpdate(server, "Start CSP Parameter Update.\n", "Cannot execute Parameter Update.\n");
-    }
-
-    // The two starts differ only in their texts: either writes the file that the last search
-    // loaded.
-    static void StartUpdate(TDiagServer& server, const char* started, const char* refused)
-    {
-        const bool isAllowed = server.strict == nullptr || server.strict->AllowsUpdate();
-        if (isAllowed && server.updater->SetUpdateStatus(Status::Connect))
-            Log(started);
-        else
-            server.SendAndLog(refused);
-    }
-
-    // A success ends the server, as that of the first read-back does.
-    static void StartReading(TDiagServer& server)
-    {
-        server.SetReadTarget(kParameterFile);
-        server.reader->SetReaderStatus(Status::Connect);
-        Log("Start Reading CSP Parameters\n");
-    }
-
-    static void BackUpParameters(TDiagServer& server)
-    {
-        CopyParameters(server, "Copying CSP Parameters...HD -> FD\n", true);
-    }
-
-    static void RestoreParameters(TDiagServer& server)
-    {
-        CopyParameters(server, "Copying CSP Parameters...FD -> HD\n", false);
-    }
-
-    // The first text goes out before the copy, during which nothing is served.
-    static void CopyParameters(TDiagServer& server, const char* started, bool toMedia)
-    {
-        server.SendAndLog(started);
-        server.SendAndLog(ParameterBackup::Text(server.CopyParameterFile(toMedia)));
-    }
-
-    // A reply goes out before it is logged; only the release line, in SendIOVersion, is logged
-    // first.
-    static void ReplyVersion(TDiagServer& server)
-    {
-        if (server.versionReply) {
-            server.SendIOVersion(kReleaseFile);
-            return;
-        }
-        server.Send("KVT : Update the Service Center.\n");
-        Log("Update the Service Center.\n");
-    }
-
-    static void ReplyWithReleaseLine(TDiagServer& server) { server.versionReply = true; }
-
-    static void ReplyWithServiceText(TDiagServer& server) { server.versionReply = false; }
+    MidiGroup group = {};                       // what the controller sends
+    bool needsMachine = false;                  // without effect before Run
+    bool usesMedium = false;                    // may take minutes
+    void (TDiagServer::*carryOut)() = nullptr;  // sends and logs the result
 };
 
 const TDiagServer::Command TDiagServer::kCommands[] = {
-    {{0xDF, 0xDF, 0x00, 0xAA}, true, &Command::ShowUpdateFile},
-    {{0xDF, 0xDF, 0x00, 0xBB}, true, &Command::StartCspUpdate},
-    {{0xDF, 0xDF, 0x00, 0xC0}, true, &Command::StartReading},
-    {{0xDF, 0xDF, 0x00, 0xC1}, true, &Command::ShowParameterFile},
-    {{0xDF, 0xDF, 0x00, 0xC2}, true, &Command::StartParameterUpdate},
-    {{0xDF, 0xDF, 0x00, 0xC3}, false, &Command::BackUpParameters},
-    {{0xDF, 0xDF, 0x00, 0xC4}, false, &Command::RestoreParameters},
-    {{0xDF, 0xDF, 0xDF, 0xDF}, false, &Command::ReplyVersion},
-    {{0xDF, 0xDF, 0xDF, 0xE0}, false, &Command::ReplyWithReleaseLine},
-    {{0xDF, 0xDF, 0xDF, 0xE1}, false, &Command::ReplyWithServiceText},
+    {{0xDF, 0xDF, 0x00, 0xAA}, true, true, &TDiagServer::ShowUpdateFile},
+    {{0xDF, 0xDF, 0x00, 0xBB}, true, false, &TDiagServer::StartCspUpdate},
+    {{0xDF, 0xDF, 0x00, 0xC0}, true, false, &TDiagServer::StartReading},
+    {{0xDF, 0xDF, 0x00, 0xC1}, true, false, &TDiagServer::ShowParameterFile},
+    {{0xDF, 0xDF, 0x00, 0xC2}, true, false, &TDiagServer::StartParameterUpdate},
+    {{0xDF, 0xDF, 0x00, 0xC3}, false, true, &TDiagServer::BackUpParameters},
+    {{0xDF, 0xDF, 0x00, 0xC4}, false, true, &TDiagServer::RestoreParameters},
+    {{0xDF, 0xDF, 0xDF, 0xDF}, false, false, &TDiagServer::ReplyVersion},
+    {{0xDF, 0xDF, 0xDF, 0xE0}, false, false, &TDiagServer::ReplyWithReleaseLine},
+    {{0xDF, 0xDF, 0xDF, 0xE1}, false, false, &TDiagServer::ReplyWithServiceText},
 };
+
+// A search loads what it finds, so that a later start needs no medium any more.
+void TDiagServer::ShowUpdateFile()
+{
+    char version[THexFile::kVersionSize] = {};
+    const bool isFound = FindUpdateFile(version);
+    if (isFound) {
+        Send(" \n");
+        Send("[ System version: Update File ]\n");
+        SendAndLog((TSString(version) + "\n").c_str());
+    } else {
+        SendAndLog("Update File is not exsit.\n");
+    }
+    ExplainSearch();
+}
+
+void TDiagServer::ShowParameterFile()
+{
+    char stamp[TUpdater::kStampSize] = {};
+    if (FindParameterFile(stamp)) {
+        Send("[ Parameter Back Up File ]\n");
+        SendAndLog((TSString("CSP Parameter : ") + stamp + "\n").c_str());
+    } else {
+        SendAndLog("Parameter File is not exsit.\n");
+    }
+    ExplainSearch();
+}
+
+// With --strict a file with errors isn't loaded: only its version is shown.
+bool TDiagServer::FindUpdateFile(char* version)
+{
+    if (strict == nullptr)
+        return updater->SearchUpdateHex(version) == 0;
+    UpdateGate& gate = strict->gate;
+    if (!gate.Examine(TUpdater::FindUpdateSource()))
+        return false;
+    gate.Version().copy(version, THexFile::kVersionSize - 1);
+    if (gate.Problems().empty())
+        gate.TakeLoaded(updater->SearchUpdateHex(version) == 0 ? updater->GetImage() : nullptr);
+    return true;
+}
+
+bool TDiagServer::FindParameterFile(char* stamp)
+{
+    if (strict != nullptr && !strict->gate.Examine(kParameterFile))
+        return false;
+    const bool isLoaded = updater->SearchParameterHex(stamp) == 0;
+    if (strict != nullptr)
+        strict->gate.TakeLoaded(isLoaded ? updater->GetImage() : nullptr);
+    return isLoaded;
+}
+
+void TDiagServer::ExplainSearch()
+{
+    if (strict == nullptr)
+        return;
+    Explain(strict->gate.Notes());
+    Explain(strict->gate.Problems());
+}
+
+void TDiagServer::StartCspUpdate()
+{
+    StartUpdate("Start CSP Update.\n", "Cannot Execute CSP Update.\n");
+}
+
+void TDiagServer::StartParameterUpdate()
+{
+    StartUpdate("Start CSP Parameter Update.\n", "Cannot execute Parameter Update.\n");
+}
+
+// The two starts differ only in their texts: either writes the file that the last search loaded.
+void TDiagServer::StartUpdate(const char* started, const char* refused)
+{
+    const bool isAllowed = strict == nullptr || strict->gate.Problems().empty();
+    if (isAllowed && updater->SetUpdateStatus(Status::Connect))
+        return Log(started);
+    SendAndLog(refused);
+    if (strict != nullptr)
+        Explain(strict->gate.Problems());
+}
+
+// A success ends the server, as that of the first read-back does.
+void TDiagServer::StartReading()
+{
+    SetReadTarget(kParameterFile);
+    reader->SetReaderStatus(Status::Connect);
+    Log("Start Reading CSP Parameters\n");
+}
+
+void TDiagServer::BackUpParameters()
+{
+    CopyParameters("Copying CSP Parameters...HD -> FD\n", true);
+}
+
+void TDiagServer::RestoreParameters()
+{
+    CopyParameters("Copying CSP Parameters...FD -> HD\n", false);
+}
+
+// The first text goes out before the copy, during which nothing is served.
+void TDiagServer::CopyParameters(const char* started, bool toMedia)
+{
+    SendAndLog(started);
+    SendAndLog(ParameterBackup::Text(CopyParameterFile(toMedia)));
+    if (strict != nullptr)
+        Explain(strict->copy.Reasons());
+}
+
+// A reply goes out before it is logged; only the release line, in SendIOVersion, is logged first.
+void TDiagServer::ReplyVersion()
+{
+    if (versionReply) {
+        SendIOVersion(kReleaseFile);
+        return;
+    }
+    Send("KVT : Update the Service Center.\n");
+    Log("Update the Service Center.\n");
+}
+
+void TDiagServer::ReplyWithReleaseLine()
+{
+    versionReply = true;
+}
+
+void TDiagServer::ReplyWithServiceText()
+{
+    versionReply = false;
+}
 
 // Nothing is kept from one read to the next. A group that was split over two reads can't be put
 // together again, for nothing in the stream marks where a group begins.
@@ -146,22 +180,30 @@ void TDiagServer::ProcessZaurus(char* buffer)
         std::copy_n(buffer + at, kGroupSize, group.begin());
         if (group[0] == kAlternateGroup)
             midi->WriteMidi(1, group.data());
-        else if (!DoCommand(group))
+        else if (const Command* command = FindCommand(group); command == nullptr)
             midi->WriteMidi(0, group.data());
+        else if (CarryOut(*command))
+            return;
     }
 }
 
-// False when the group is no command and belongs to the piano.
-bool TDiagServer::DoCommand(const MidiGroup& group)
+// Null when the group is no command and belongs to the piano.
+const TDiagServer::Command* TDiagServer::FindCommand(const MidiGroup& group)
 {
     for (const Command& command : kCommands) {
-        if (command.group != group)
-            continue;
-        if (HasMachines() || !command.needsMachine)
-            command.carryOut(*this);
-        return true;
+        if (command.group == group)
+            return &command;
     }
-    return false;
+    return nullptr;
+}
+
+// True when the rest of the read is to be dropped: with --strict, a command that may take minutes
+// isn't followed by another one before the controller has seen its result.
+bool TDiagServer::CarryOut(const Command& command)
+{
+    if (HasMachines() || !command.needsMachine)
+        (this->*command.carryOut)();
+    return strict != nullptr && command.usesMedium;
 }
 
 // Without a release line there is no reply at all, not even the service text.
@@ -181,11 +223,13 @@ bool TDiagServer::SendIOVersion(const char* path)
 
 void TDiagServer::SetReadTarget(const char* file)
 {
-    reader->SetReaderParameter(kReadStart, kReadEnd,
-                               strict == nullptr ? file : strict->BeginReadBack(file));
+    readTarget = file;
+    reader->SetReaderParameter(kReadStart, kReadEnd, strict == nullptr ? file : kNowhere);
 }
 
 int TDiagServer::CopyParameterFile(bool toMedia)
 {
+    if (strict != nullptr)
+        return toMedia ? strict->copy.ToMedium() : strict->copy.FromMedium();
     return toMedia ? ParameterBackup::CopyToMedium() : ParameterBackup::CopyFromMedium();
 }

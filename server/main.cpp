@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "CommandLine.h"
+#include "Console.h"
 #include "Strict.h"
 #include "TDiagServer.h"
 #include "THexFile.h"
@@ -48,11 +49,12 @@ void PrintVersion(const char* filename)
 
 // Each run returns 0 when it has done its work.
 
-int RunServer(int port, Strict* strict)
+int RunServer(const Options& options, Strict* strict)
 {
     diag = new TDiagServer;
-    diag->SetStrict(strict);
-    int result = diag->Initialize(port, TMidiCom::kPiano);
+    if (strict != nullptr)
+        diag->SetStrict(strict, options.address);
+    int result = diag->Initialize(options.port, TMidiCom::kPiano);
     if (result == 0)
         result = diag->Run();
     delete diag;
@@ -60,26 +62,30 @@ int RunServer(int port, Strict* strict)
     return result;
 }
 
-int RunUpdate(const Options& options)
+int RunUpdate(const Options& options, Strict* strict)
 {
     updater = new TUpdater;
     int result = updater->Initialize(options.renameFile, options.port, options.filename,
                                      options.connecttype);
+    if (result == 0 && strict != nullptr && !strict->TakeLoaded(options, updater->GetImage()))
+        result = kNoFile;
     if (result == 0)
         result = updater->Run();
+    if (strict != nullptr)
+        strict->TakeRestart(updater->GetRestartError());
     delete updater;
     updater = nullptr;
     return result;
 }
 
-// Without --strict `strict` is null. A -v without a file name counts for nothing.
+// Without --strict `strict` is null. -v is ignored without a file name.
 int RunMode(const Options& options, Strict* strict)
 {
     if (!options.HasFile())
-        return RunServer(options.port, strict);
+        return RunServer(options, strict);
     Trace(kProgramVersion);
     if (!options.versionOnly)
-        return RunUpdate(options);
+        return RunUpdate(options, strict);
     PrintVersion(options.filename);
     return 0;
 }
@@ -88,8 +94,8 @@ int RunStrictly(int argc, char** argv)
 {
     Options options;
     if (!ParseStrictOptions(argc, argv, options))
-        return options.mistake ? Usage : Success;
-    Strict strict;
+        return options.mistake == Options::Mistake::None ? Success : Usage;
+    Strict strict(options);
     if (!strict.Prepare(options))
         return Failure;
     const int result = RunMode(options, &strict);

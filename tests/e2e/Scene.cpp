@@ -4,6 +4,8 @@
 #include <iterator>
 #include <sstream>
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "HexText.h"
@@ -70,6 +72,11 @@ std::size_t Count(const std::string& text, const std::string& part)
     return count;
 }
 
+std::string OwnPort()
+{
+    return std::to_string(10000 + getpid() % 20000);
+}
+
 Unit::Words Split(const std::string& line)
 {
     std::istringstream words(line);
@@ -110,12 +117,13 @@ std::string ServerWithPiano::Ask(const std::string& groups, const std::string& u
     return controller.Received().substr(before);
 }
 
-ServerWithPeers::ServerWithPeers(const std::function<void(Unit&)>& arrange)
+ServerWithPeers::ServerWithPeers(const std::function<void(Unit&)>& arrange,
+                                 const Unit::Words& words)
     : patcher(unit.Path(kMidiPatcherSocket)), rcServer(unit.Path(kRCServerSocket))
 {
     if (arrange)
         arrange(unit);
-    server = &unit.StartServer();
+    server = &unit.Start("diag_server", words);
     EXPECT_TRUE(patcher.Accept() && patcher.WaitForLine("STATUS")) << server->Error();
     rcServer.Accept(std::chrono::milliseconds(0));
     Connect();

@@ -42,6 +42,9 @@ std::string EndOf(const std::string& text, const std::string& expected);
 
 std::size_t Count(const std::string& text, const std::string& part);
 
+// A port that differs for each test program, and is below those that the system chooses.
+std::string OwnPort();
+
 // The words of a command line; '' is an empty one.
 Unit::Words Split(const std::string& line);
 
@@ -69,8 +72,9 @@ public:
 // moment. It begins where the first read-back of the server asks for the CSP's state.
 class ServerWithPeers {
 public:
-    // `arrange` changes the unit before the server starts in it.
-    explicit ServerWithPeers(const std::function<void(Unit&)>& arrange = nullptr);
+    // `arrange` changes the unit before the server starts in it, with these words.
+    explicit ServerWithPeers(const std::function<void(Unit&)>& arrange = nullptr,
+                             const Unit::Words& words = {"-P", "0"});
 
     // Lets the first read-back fail, so that the server takes commands.
     void Open();

@@ -1,9 +1,6 @@
 // The strict mode: what it refuses before a link is opened, and what it compares at the end.
 
 #include <filesystem>
-#include <functional>
-
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -13,128 +10,220 @@
 namespace {
 
 constexpr char kUsageLine[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
+constexpr char kFirstLine[] = ":20040000";  // begins the second line of the image
+constexpr char kEnd[] = ":00000001FF\r\n";
 
-// Different for each test program, and below those that the system chooses.
-std::string OwnPort()
+const std::string kImage = FirmwareOf("V1", 0x3000);
+
+// The firmware file with the line that begins so replaced.
+std::string FileWith(const std::string& line, const std::string& replacement)
 {
-    return std::to_string(10000 + getpid() % 20000);
+    std::string text = HexText(kImage, 32, "\r\n");
+    const std::size_t at = text.find(line);
+    return text.replace(at, text.find('\n', at) + 1 - at, replacement);
 }
+const std::string kGood = FileWith(kEnd, kEnd);
+
+struct Row {
+    std::string words;
+    std::string error;         // the end of standard error
+    std::string file = kGood;  // prog.hex
+    const char* fault = "";    // of one call
+    const char* piano = "";    // its options
+};
+
+// A unit with prog.hex in which the program has ended.
+struct StrictRun {
+    explicit StrictRun(const Row& row) : piano(unit.StartPiano(Split(row.piano)))
+    {
+        unit.Write("cwd/prog.hex", row.file);
+        if (*row.fault != '\0')
+            unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
+        Process& program = unit.Run(Split("--strict " + row.words));
+        status = program.Wait();
+        EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
+    }
+
+    bool HasOpenedLinks() const { return Count(unit.Journal(), "ioctl") > 0; }
+    std::string Logs() const { return unit.Log() + unit.Log(kUpdateLog); }
+    bool HasWritten()
+    {
+        piano.Kill(SIGTERM);
+        return unit.Flash(kImageStart, kImage.size()) == kImage;
+    }
+
+    Unit unit;
+    Process& piano;
+    int status = -1;
+};
 
 }  // namespace
 
-TEST(Strict, ReportsResultWithStatusAndChangesNothingIfItFails)
+TEST(StrictCommandLine, RefusesMistakes)
 {
-    const std::string image = FirmwareOf("V1", 0x3000);
-    const std::string good = HexText(image, 32, "\r\n");
-    const auto replace = [&](const std::string& from, const std::string& to) {
-        std::string text = good;
-        const std::size_t at = text.find(from);
-        text.replace(at, text.find('\n', at) + 1 - at, to);
-        return [text](Unit& unit) { unit.Write("cwd/prog.hex", text); };
+    const std::string noFile = "need a file\n";
+    const std::string noPort = "the port is not a number from 1 to 65535\n";
+    const std::string noAddress = "--listen needs an IPv4 address\n";
+    const Row rows[] = {
+        {"-x -f prog.hex", "option -- 'x'\n"},
+        {"-x -h", "option -- 'x'\n"},
+        {"prog.hex", "not an option: prog.hex\n"},
+        {"-f", "requires an argument -- 'f'\n"},
+        {"-f ''", "the file name is empty\n"},
+        {"-f " + std::string(256, 'x'), "file name is too long\n"},
+        {"-P 1 -P 65535 -v", noFile},
+        {"--verify", noFile},
+        {"--verify -x", "diag_server: invalid option -- 'x'\n"},
+        {"-P 0", noPort},
+        {"-P 65536", noPort},
+        {"-P 80x", noPort},
+        {"-P 000080", noPort},
+        {"--listen", noAddress},
+        {"--verify --listen 127.1 -P 80", noAddress},
+        {"--listen 127.0.0.1 -f prog.hex",
+         "can't be used with a file, for which nothing listens\n"},
     };
-    constexpr auto kPrivate = std::filesystem::perms::owner_read;
-    const auto fail = [](const char* call) {
-        return [call](Unit& unit) { unit.Set(std::string("SIMUNIT_FAULT=") + call); };
-    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.words);
+        StrictRun run({row.words, row.error + kUsageLine});
+        EXPECT_EQ(run.status, 2);
+        EXPECT_TRUE(run.Logs().empty() && !run.HasOpenedLinks());
+    }
+}
+
+TEST(StrictStart, RefusesWhatWouldFailLater)
+{
     const Port taken;
     const std::string port = std::to_string(taken.Number());
     const std::string update = "-f prog.hex";
-    const std::string read = "-P " + OwnPort();
-    const std::string noFile = "need a file\n";
-    const std::string noPort = "the port is not a number from 1 to 65535\n";
-    const std::string socket = "/home/i2c_server_sock: ";
-    const std::string keeps = "prog.hex: keeps its name, since ";
-    const std::string unsaved = "csp_param.hex: the read-back is not saved: ";
-    const char* const part = "--read-stop 90041000";
-    const std::string cutShort = "so the unit does not load it; the file may be cut off\n";
-    const struct {
-        std::string words;
-        int status;
-        std::string error = {};   // its end, in front of the usage line
-        const char* effect = "";  // the most: "links" opened, "flash" or parameter "file" changed
-        const char* piano = "";
-        std::function<void(Unit&)> arrange = [](Unit&) {};
-    } rows[] = {
-        {"-x " + update, 2, "option -- 'x'\n"},
-        {"-x -h", 2, "option -- 'x'\n"},
-        {"prog.hex", 2, "not an option: prog.hex\n"},
-        {"-f", 2, "requires an argument -- 'f'\n"},
-        {"-f ''", 2, "the file name is empty\n"},
-        {"-f " + std::string(256, 'x'), 2, "file name is too long\n"},
-        {"-P 1 -P 65535 -v", 2, noFile},
-        {"--verify", 2, noFile},
-        {"--verify -x", 2, "diag_server: invalid option -- 'x'\n"},
-        {"-P 0", 2, noPort},
-        {"-P 65536", 2, noPort},
-        {"-P 80x", 2, noPort},
-        {"-P 000080", 2, noPort},
-        {"-f none", 1, "none: No such file or directory\n"},
-        {"-f .", 1, ".: can't be used\n"},
-        {update, 1, ": no end record (type 1): the board waits for more\n", "", "",
-         replace(":00000001FF", "")},
-        {"-v " + update, 1, cutShort, "", "", replace(":00000001FF", ":00000001FF")},
-        {update, 1, "prog.hex:34: wrong checksum\n", "", "",
-         replace(":20040000", ":20040000" + std::string(66, '0') + "\r\n")},
-        {update, 1, "introduces: a line may be lost\n", "", "", replace(":20040000", "")},
-        {update, 1, "prog.hex: errors not listed: 1\n", "", "",
-         [](Unit& unit) { unit.Write("cwd/prog.hex", std::string(19, '\n')); }},
-        {update, 1, kLogFolder + ": No such file or directory\n", "", "",
-         [](Unit& unit) { unit.Remove(kLogFolder); }},
-        {update, 1, kLogFolder + "/cspupdate.log: Read-only file system\n", "", "",
-         fail("open@cspupdate.log:EROFS")},
-        {update, 1, kLogFolder + "/diag_server.lock: Read-only file system\n", "", "",
-         fail("open@diag_server.lock:EROFS")},
-        {update, 1, kLogFolder + "/diag_server.lock: No space left on device\n", "", "",
-         fail("write@diag_server.lock:ENOSPC")},
-        {update, 1, socket + "No such file or directory\n", "", "--no-patcher"},
-        {"", 1, socket + "No such file or directory\n", "", "--no-patcher"},
-        {"-P " + port, 1, "port " + port + ": Address already in use\n"},
-        {update, 1, "the MIDI Patcher could not be reached before, but can be now\n", "links", "",
-         fail("write@i2c_server_sock:EPIPE")},
-        {update, 1, "the update has failed\n", "links", "--silent"},
-        {update, 0, "", "flash"},
-        {"-v -b " + update, 0},
-        {"-b " + update, 0, keeps + "V1.hex exists\n", "flash", "",
-         [](Unit& unit) { unit.Write("cwd/V1.hex", ""); }},
-        {"-b " + update, 0, keeps + "it has no version text\n", "flash", "",
-         replace(":20040000", Record(0, 0x400, ". ." + std::string(29, '\0')) + "\r\n")},
-        {"-b " + update, 0, keeps + "the rename has failed\n", "flash", "",
-         fail("rename@V1.hex:EROFS")},
-        {read, 0, "", "file"},
-        {read, 1, unsaved + "its data aren't exactly the parameter flash\n", "links", part},
-        {read, 1, cutShort, "links", part, fail("fwrite@csp_param.hex.new#2:ENOSPC")},
-        {read, 1, unsaved + "Read-only file system\n", "links", part,
-         fail("open@csp_param.hex.new#2:EROFS")},
-        {read, 1, unsaved + "Permission denied\n", "links", "",
-         fail("rename@csp_param.hex:EACCES")},
+    const std::string lock = kLogFolder + "/diag_server.lock: ";
+    const std::string noSocket = "/home/i2c_server_sock: No such file or directory\n";
+    const std::string outside =
+        Record(4, 0, "\x27\x91") + "\r\n" + Record(0, 0, "data") + "\r\n" + kGood;
+    const Row rows[] = {
+        {"-f none", "none: No such file or directory\n"},
+        {"-f .", ".: can't be used\n"},
+        {update, ": no end record (type 1): the board waits for more\n", FileWith(kEnd, "")},
+        {"-v " + update, "so the unit does not load it; the file may be cut off\n",
+         FileWith(kEnd, ":00000001FF")},
+        {update, "prog.hex:34: wrong checksum\n",
+         FileWith(kFirstLine, kFirstLine + std::string(66, '0') + "\r\n")},
+        {update, "introduces: a line may be lost\n", FileWith(kFirstLine, "")},
+        {update, "prog.hex: errors not listed: 1\n", std::string(19, '\n')},
+        {update, "data at 27910000, outside the flash (90000000 to 90FFFFFF)\n", outside},
+        {update, "prog.hex: File too large\n", std::string(0x1000001, '\n')},
+        {update, kLogFolder + "/cspupdate.log: Read-only file system\n", kGood,
+         "open@cspupdate.log:EROFS"},
+        {update, lock + "Read-only file system\n", kGood, "open@diag_server.lock:EROFS"},
+        {update, lock + "No space left on device\n", kGood, "write@diag_server.lock:ENOSPC"},
+        {update, noSocket, kGood, "", "--no-patcher"},
+        {"", noSocket, kGood, "", "--no-patcher"},
+        {"-P " + port, "port " + port + ": Address already in use\n"},
+        {"--listen 203.0.113.1", "port 4917 at 203.0.113.1: Cannot assign requested address\n"},
     };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.error);
+        StrictRun run(row);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_FALSE(run.HasOpenedLinks());
+        EXPECT_NE(run.Logs().find(row.error), std::string::npos);
+    }
+    // Nobody has described the flash of the other peer, and -v writes nothing.
+    StrictRun warned({"-v -a prog.hex",
+                      "prog.hex:2: data at 27910000, outside the flash "
+                      "(90000000 to 90FFFFFF)\n",
+                      outside});
+    EXPECT_EQ(warned.status, 0);
+}
+
+TEST(StrictUpdate, EndsWithStatusAndReason)
+{
+    const std::string update = "-f prog.hex";
+    const std::string keeps = "prog.hex: keeps its name, since ";
+    const std::string noVersion =
+        FileWith(kFirstLine, Record(0, 0x400, ". ." + std::string(29, '\0')) + "\r\n");
+    const struct {
+        Row row;
+        int status;
+        bool isWritten;
+    } rows[] = {
+        {{update, ""}, 0, true},
+        {{"-b " + update, keeps + "it has no version text\n", noVersion}, 0, false},
+        {{"-b " + update, keeps + "the rename has failed\n", kGood, "rename@V1.hex:EROFS"},
+         0,
+         true},
+        {{update, "the MIDI Patcher could not be reached before, but can be now\n", kGood,
+          "write@i2c_server_sock:EPIPE"},
+         1,
+         false},
+        {{update, "the update has failed\n", kGood, "", "--silent"}, 1, false},
+        {{update, "/dev/PciDsp: Input/output error\n", kGood, "ioctl@PciDsp#2:EIO"}, 1, true},
+        {{"--verify " + update, "/dev/PciDsp: Input/output error\n", kGood, "ioctl@PciDsp#4:EIO",
+          "--size A1000"},
+         1,
+         true},
+    };
+    for (const auto& [row, status, isWritten] : rows) {
+        SCOPED_TRACE(row.error);
+        StrictRun run(row);
+        EXPECT_EQ(run.status, status);
+        EXPECT_EQ(run.HasWritten(), isWritten);
+        EXPECT_TRUE(run.unit.Exists("cwd/prog.hex"));
+        EXPECT_NE(run.Logs().find(row.error), std::string::npos);
+    }
+}
+
+TEST(StrictUpdate, KeepsFileAtNewName)
+{
+    Unit unit;
+    unit.Write("cwd/prog.hex", kGood);
+    std::filesystem::create_symlink("nowhere", unit.Path("cwd/V1.hex"));
+    unit.StartPiano();
+    Process& program = unit.Run(Split("--strict -b -f prog.hex"));
+    EXPECT_EQ(program.Wait(), 0);
+    EXPECT_EQ(program.Error(), "diag_server: prog.hex: keeps its name, since V1.hex exists\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(unit.Path("cwd/V1.hex")));
+}
+
+// A read-back that isn't saved has failed: the server goes on and takes commands.
+TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
+{
+    const std::string file = "csp_param.hex: ";
+    const struct {
+        std::string reason;  // empty: it succeeds
+        const char* fault;
+        const char* piano;
+    } rows[] = {
+        {"", "", ""},
+        {"csp_param.hex: it doesn't cover exactly the parameter flash", "", "--read-stop 90041000"},
+        {"what the CSP sent was not the next record, that of 90042000", "",
+         "--bad-checksum-at 90042000"},
+        {"csp_param.hex: No space left on device", "write@csp_param.hex.new:ENOSPC", ""},
+        {"csp_param.hex: Input/output error", "fsync@csp_param.hex.new:EIO", ""},
+        {"csp_param.hex: Read-only file system", "open@csp_param.hex.new:EROFS", ""},
+        {"csp_param.hex: Permission denied", "rename@csp_param.hex:EACCES", ""},
+    };
+    constexpr auto kPrivate = std::filesystem::perms::owner_read;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.words + ": " + row.error);
+        SCOPED_TRACE(row.reason);
+        const bool isSaved = row.reason.empty();
         Unit unit;
-        unit.Write("cwd/prog.hex", good);
-        const std::string parameters = unit.Path("cwd/csp_param.hex");
-        unit.Write("cwd/csp_param.hex", "old");
-        std::filesystem::permissions(parameters, kPrivate);
-        row.arrange(unit);
-        Process& piano = unit.StartPiano(Split(row.piano));
+        std::filesystem::permissions(unit.Write("cwd/csp_param.hex", "old"), kPrivate);
+        unit.StartPiano(Split(row.piano));
+        if (*row.fault != '\0')
+            unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
+        Process& server = unit.Start("diag_server", {"--strict", "-P", OwnPort()});
 
-        Process& program = unit.Run(Split("--strict " + row.words));
+        EXPECT_TRUE(unit.WaitForLog("Rebooting CSP...5sec\n"));
+        EXPECT_TRUE(!isSaved || server.Wait() == 0);
 
-        EXPECT_EQ(program.Wait(), row.status);
-        const std::string error = row.error + (row.status == 2 ? kUsageLine : "");
-        const std::string shown = program.Error();
-        EXPECT_EQ(error.empty() ? shown : EndOf(shown, error), error);
-        EXPECT_EQ(Count(unit.Journal(), "ioctl") > 0, *row.effect != '\0');
-        piano.Kill(SIGTERM);
-        const std::string flash = unit.Flash(kImageStart, image.size());
-        EXPECT_EQ(flash != std::string(flash.size(), '\xFF'), row.effect == std::string("flash"));
-        EXPECT_EQ(unit.Read("cwd/csp_param.hex") != "old", row.effect == std::string("file"));
-        EXPECT_EQ(std::filesystem::status(parameters).permissions(), kPrivate);
-        EXPECT_TRUE(unit.Exists("cwd/prog.hex") && !unit.Exists("cwd/csp_param.hex.new"));
-        const std::string log = unit.Log() + unit.Log(kUpdateLog);
-        const bool isLogged = unit.Exists(kLogFolder) && (row.status == 1 || *row.effect != '\0');
-        EXPECT_EQ(log.empty(), !isLogged);
-        EXPECT_TRUE(!isLogged || log.find(row.error) != std::string::npos);
+        const std::string result = LogTexts(unit);
+        EXPECT_EQ(Count(result, "CSP Read Success.\n"), isSaved ? 1U : 0U);
+        EXPECT_EQ(Count(result, "CSP Read Failed.\n" + row.reason + "\n"), isSaved ? 0U : 1U);
+        EXPECT_EQ(server.IsRunning(), !isSaved);
+        EXPECT_EQ(unit.Read("cwd/csp_param.hex") == "old", !isSaved);
+        EXPECT_EQ(std::filesystem::status(unit.Path("cwd/csp_param.hex")).permissions(), kPrivate);
+        EXPECT_FALSE(unit.Exists("cwd/csp_param.hex.new"));
     }
 }
 
@@ -149,36 +238,6 @@ TEST(Strict, ExitsWhenPortIsTakenDuringStart)
 
     EXPECT_EQ(server.Wait(), 1);
     EXPECT_EQ(server.Error(), "diag_server: port " + port + ": Address already in use\n");
-}
-
-TEST(Strict, StartsOnceAndRefusesDamagedFiles)
-{
-    const std::string image = HexText(FirmwareOf("V1", 0x3000), 32, "\r\n");
-    const std::string damaged = image.substr(0, image.size() - 13);
-    ServerWithPiano scene({"--strict", "-P", OwnPort()});
-    scene.unit.Mount("usb");
-    scene.unit.Write("medium/csp_prog.hex", damaged);
-    scene.unit.Write(kParameterFile, damaged);
-
-    Process& second = scene.unit.Run({"--strict", "-P", OwnPort()});
-    scene.Ask(kFindParameters, "CSP Parameter : ");
-    scene.Ask(kUpdateParameters, "Cannot execute Parameter Update.\n");
-    scene.Ask(kFindUpdate, "V1\n");
-    scene.Ask(kUpdate, "Cannot Execute CSP Update.\n");
-    scene.unit.Write("medium/csp_prog.hex", image);
-    scene.Ask(kFindUpdate, "V1\n");
-    scene.Ask(kUpdate, "CSP Update Success.\n");
-
-    EXPECT_EQ(second.Wait(), 1);
-    EXPECT_EQ(second.Error(), "diag_server: " + kLogFolder + "/diag_server.lock: process " +
-                                  std::to_string(scene.server.Id()) + " is running already\n");
-    const std::string found = ":385: no end record (type 1): the board waits for more\n";
-    const std::string parameters = std::string(kParameterFile) + found;
-    const std::string firmware = "/mnt/usb/csp_prog.hex" + found;
-    EXPECT_EQ(scene.server.Error(), "diag_server: " + parameters + "diag_server: " + firmware);
-    const std::string log = LogTexts(scene.unit);
-    EXPECT_NE(log.find(parameters + "Cannot execute Parameter Update.\n"), std::string::npos);
-    EXPECT_NE(log.find(firmware + "Cannot Execute CSP Update.\n"), std::string::npos);
 }
 
 TEST(Strict, ComparesFlashWithFileAfterUpdate)

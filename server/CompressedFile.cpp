@@ -1,0 +1,60 @@
+#include "CompressedFile.h"
+
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+#include "CheckedFile.h"
+#include "Compress.h"
+#include "FileBytes.h"
+#include "Reason.h"
+#include "SumFile.h"
+
+static constexpr std::string_view kExtension = ".rlg";
+static constexpr std::int64_t kLargestSum = 4096;  // bytes; a line has some 30
+
+CompressedFile::CompressedFile(const std::string& path)
+{
+    FileBytes packed;
+    if (!ReadWholeFile(path.c_str(), packed, CheckedFile::kLargest)) {
+        isMissing = errno == ENOENT;
+        problem = ReasonFor(path);
+    } else if (IsVerified(path, packed.Text())) {
+        Expand(path, packed.Text());
+    }
+}
+
+// True also without a checksum to compare with.
+bool CompressedFile::IsVerified(const std::string& path, std::string_view packed)
+{
+    const std::string sumPath = SumPath(path);
+    FileBytes sum;
+    if (ReadWholeFile(sumPath.c_str(), sum, kLargestSum)) {
+        if (!SumMatches(sum.Text(), packed))
+            problem = path + ": damaged, since " + sumPath + " doesn't match";
+    } else if (errno == ENOENT) {
+        notes = {path + ": not verified, since there is no " + sumPath};
+    } else {
+        problem = ReasonFor(sumPath);
+    }
+    return problem.empty();
+}
+
+void CompressedFile::Expand(const std::string& path, std::string_view packed)
+{
+    if (std::optional<std::string> expanded = ExpandImage(packed))
+        hexText = std::move(*expanded);
+    else
+        problem = path + ": cut off, or larger than the flash when expanded";
+}
+
+bool CompressedFile::HasItsName(const std::string& path)
+{
+    return path.size() >= kExtension.size() &&
+           path.compare(path.size() - kExtension.size(), kExtension.size(), kExtension) == 0;
+}
+
+std::string CompressedFile::SumPath(const std::string& path)
+{
+    return path.substr(0, path.size() - kExtension.size()) + ".sum";
+}

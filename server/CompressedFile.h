@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// A compressed image on a medium, read, compared with the checksum next to it, and expanded in
+// memory.
+struct CompressedFile {
+    explicit CompressedFile(const std::string& path);
+
+    // True for the name of a compressed image.
+    static bool HasItsName(const std::string& path);
+
+    // The path of the checksum of the image at `path`.
+    static std::string SumPath(const std::string& path);
+
+    std::string hexText;             // the expanded image; empty with a problem
+    std::string problem;             // a sentence; empty for a file that can be used
+    std::vector<std::string> notes;  // that there is no checksum to compare it with
+    bool isMissing = false;          // there is no file
+
+private:
+    bool IsVerified(const std::string& path, std::string_view packed);
+    void Expand(const std::string& path, std::string_view packed);
+};

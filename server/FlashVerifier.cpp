@@ -1,0 +1,74 @@
+#include "FlashVerifier.h"
+
+#include <algorithm>
+
+#include "FlashReader.h"
+#include "Hex.h"
+#include "HexFormat.h"
+#include "Image.h"
+#include "Reason.h"
+#include "TCspReader.h"
+#include "UnitPaths.h"
+
+namespace {
+
+constexpr std::uint32_t kStart = TCspReader::kParameterStart;
+constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
+
+std::string Hex(std::uint32_t value, int digits)
+{
+    return UIntToSHex(value, digits).c_str();
+}
+
+}  // namespace
+
+bool FlashVerifier::Verify(int connecttype, const CheckedFile& file) const
+{
+    const FlashReading flash = ReadFlash(connecttype);
+    const bool isEqual = CompareText(file, flash.text);
+    if (flash.restartError != 0)
+        report.Add(ReasonFor(kPianoPowerDevice, flash.restartError));
+    return isEqual && flash.restartError == 0;
+}
+
+bool FlashVerifier::CompareText(const CheckedFile& file, const std::string& flash) const
+{
+    if (!CheckedFile("flash", flash).ReadBackProblem().empty()) {
+        report.Add("the flash is not readable");
+        return false;
+    }
+    for (const AddressRange& range : file.report.ranges)
+        ReportRest(range);
+    return Compare(Image(file.text), Image(flash));
+}
+
+// Only where the file has data: what the flash has around them is not the file's concern.
+bool FlashVerifier::Compare(const Image& file, const Image& flash) const
+{
+    std::uint32_t first = 0;
+    int count = 0;
+    for (std::uint32_t at = kStart; at < kEnd; ++at) {
+        if (file.At(at) != Image::kNoData && file.At(at) != flash.At(at) && count++ == 0)
+            first = at;
+    }
+    if (count > 0)
+        report.Add("the flash differs from the file, bytes: " + std::to_string(count) +
+                   ", first at " + Hex(first, kAddressDigits) + ": " + Hex(flash.At(first), 2) +
+                   " in the flash, " + Hex(file.At(first), 2) + " in the file");
+    return count == 0;
+}
+
+// What of the file lies outside a read-back.
+void FlashVerifier::ReportRest(const AddressRange& range) const
+{
+    const std::uint32_t last = range.start + range.size - 1;
+    ReportSkipped(range.start, std::min(last, kStart - 1));
+    ReportSkipped(std::max(range.start, kEnd), last);
+}
+
+void FlashVerifier::ReportSkipped(std::uint32_t first, std::uint32_t last) const
+{
+    if (first <= last)
+        report.Add("not verified: " + Hex(first, kAddressDigits) + " to " +
+                   Hex(last, kAddressDigits));
+}

@@ -1,0 +1,116 @@
+#include "StrictCopy.h"
+
+#include <cerrno>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include "CheckedFile.h"
+#include "Compress.h"
+#include "CompressedFile.h"
+#include "MountTable.h"
+#include "Reason.h"
+#include "SumFile.h"
+#include "UniqueFd.h"
+#include "UnitPaths.h"
+#include "WholeFile.h"
+
+using ParameterBackup::Copied;
+
+// The order of the checks is that of the default copy, so that a controller knows the results.
+ParameterBackup::Result StrictCopy::ToMedium()
+{
+    if (const Result failure = Remount(ParameterBackup::kWriteFlags); failure != Copied)
+        return failure;
+    const CheckedFile source(kParameterFile);
+    if (source.isMissing)
+        return Fail(ParameterBackup::NoParameterFile, source.errors.front());
+    if (const std::string problem = source.ReadBackProblem(); !problem.empty())
+        return Fail(ParameterBackup::NotCompressed, problem);
+    const std::optional<std::string> packed = CompressImage(source.text);
+    return packed ? ReplaceOnMedium(*packed)
+                  : Fail(ParameterBackup::NotCompressed, ReasonFor(kParameterFile, 0));
+}
+
+ParameterBackup::Result StrictCopy::FromMedium()
+{
+    if (const Result failure = Remount(ParameterBackup::kReadFlags); failure != Copied)
+        return failure;
+    const CompressedFile source(Path(kMediumParameterFile));
+    if (source.isMissing)
+        return Fail(ParameterBackup::NoParameterFile, source.problem);
+    if (!source.problem.empty())
+        return Fail(ParameterBackup::NotCopied, source.problem);
+    const CheckedFile image(Path(kMediumParameterFile) + ", expanded", source.hexText);
+    if (const std::string problem = image.ReadBackProblem(); !problem.empty())
+        return Fail(ParameterBackup::NotCopied, problem);
+    reasons = source.notes;
+    WholeFile target(kParameterFile, std::string(kParameterFile) + ".new");
+    const bool isReplaced = target.Write(image.text) && target.Commit();
+    return isReplaced ? Copied : Fail(ParameterBackup::NotCopied, ReasonFor(kParameterFile));
+}
+
+ParameterBackup::Result StrictCopy::Remount(unsigned long flags)
+{
+    reasons.clear();
+    const MountTable table;
+    std::string failures;
+    for (const char* place : ParameterBackup::kPlaces) {
+        directory = std::string(place) + "/";
+        if (umount(place) == 0)
+            return Mount(table.DeviceAt(place), flags);
+        failures += failures.empty() ? "" : "; ";
+        failures += errno == EINVAL ? std::string(place) + ": not mounted" : ReasonFor(place);
+    }
+    return Fail(ParameterBackup::NoMedium, failures);
+}
+
+// Only a device that isn't known is taken for the usual one: another one may be another medium.
+ParameterBackup::Result StrictCopy::Mount(const std::string& device, unsigned long flags)
+{
+    const std::string source = device.empty() ? kMediumDevice : device;
+    if (ParameterBackup::Mount(source.c_str(), directory.c_str(), flags) == 0)
+        return Copied;
+    const std::string reason = ReasonFor(source);
+    const std::string other = errno == EBUSY ? MountTable().PointOf(source) : "";
+    return Fail(ParameterBackup::NotCopied,
+                other.empty() ? reason : reason + ", since it is mounted at " + other + ", too");
+}
+
+// The second flush is for the room of the files that were replaced.
+ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
+{
+    const std::string path = Path(kMediumParameterFile);
+    const std::string sum = SumLine(packed, kMediumParameterFile);
+    if (WriteFiles(packed, sum) && FlushMedium() && IsOnDisk(path, packed) &&
+        IsOnDisk(CompressedFile::SumPath(path), sum))
+        return Copied;
+    return Fail(errno == ENOSPC ? ParameterBackup::NoRoom : ParameterBackup::NotCopied,
+                ReasonFor(path));
+}
+
+// The old checksum goes before the new image comes: next to it, it would make it look damaged.
+bool StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
+{
+    const std::string path = Path(kMediumParameterFile);
+    const std::string sumPath = CompressedFile::SumPath(path);
+    WholeFile newImage(path, Path(kMediumParameterWork));
+    WholeFile newSum(sumPath, Path(kMediumSumWork));
+    return newImage.Write(image) && newSum.Write(sum) &&
+           (unlink(sumPath.c_str()) == 0 || errno == ENOENT) && FlushDirectoryOf(path) &&
+           newImage.Commit() && newSum.Commit() && FlushMedium();
+}
+
+bool StrictCopy::FlushMedium() const
+{
+    const UniqueFd medium(open(directory.c_str(), O_RDONLY | O_DIRECTORY | kOpenFlags));
+    return medium && syncfs(medium.Get()) == 0;
+}
+
+ParameterBackup::Result StrictCopy::Fail(Result result, const std::string& reason)
+{
+    reasons = {reason};
+    return result;
+}
