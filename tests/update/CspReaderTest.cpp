@@ -22,12 +22,14 @@ const Lines kCancel = {"CANCEL :"};
 const Lines kCancelAndConnect = {kConnect[0], kConnect[1], kCancel[0], kConnect[2]};
 const Lines kGivenUp = {kRequest[0], kCancel[0]};
 
-// A read-back to param.hex.
+// A read-back to param.hex. The name is relative: the unit's library keeps the program from
+// changing other files of the machine.
 class ReadBack : public Peers {
 public:
     ReadBack()
     {
-        reader.SetReaderParameter(0, 0, dir.Path("param.hex").c_str());
+        std::filesystem::current_path(dir.Path());
+        reader.SetReaderParameter(0, 0, "param.hex");
         reader.SetReaderStatus(Connect);
     }
 
@@ -136,9 +138,6 @@ TEST(CspReader, SavesToDefaultFileForEmptyOrLongName)
     std::string dots;
     while (dots.size() < 254)
         dots += "./";
-    const TempDir dir;
-    const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(dir.Path());
     ReadBack read;
     for (const auto& [name, saved] : {std::pair(std::string(), "csp_param.hex"),
                                       {dots + "x", "x"},
@@ -148,5 +147,4 @@ TEST(CspReader, SavesToDefaultFileForEmptyOrLongName)
         read.Converse({{kEndOfFile, {}, 0}});
         EXPECT_TRUE(std::filesystem::remove(saved)) << name;
     }
-    std::filesystem::current_path(before);
 }
