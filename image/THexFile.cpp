@@ -8,60 +8,51 @@
 #include "HexFormat.h"
 #include "HexRecord.h"
 
-namespace {
+// What a text has before any row is made from it. Bytes after the last LF make no line.
+struct THexFile::LineTable {
+    explicit LineTable(std::string_view text);
 
-struct LineTable {
+    // The first row of what is left of the text. Where a CR precedes each LF, it is the only one to
+    // look for.
+    std::string_view FirstRow(std::string_view left) const
+    {
+        return areAllCrLf ? left.substr(0, left.find(kCr)) : FirstLine(left);
+    }
+
     std::int32_t count = 0;   // lines
     std::size_t longest = 0;  // bytes, the line end included
     std::size_t size = 0;     // bytes of all lines
     bool areAllCrLf = true;   // each LF has a CR before it
 };
 
-// Bytes after the last LF make no line.
-LineTable CountLines(std::string_view text)
+THexFile::LineTable::LineTable(std::string_view text)
 {
-    LineTable table;
-    for (;;) {
-        const std::size_t lf = text.find(kLf, table.size);
-        if (lf == std::string_view::npos)
-            return table;
-        ++table.count;
-        table.longest = std::max(table.longest, lf + 1 - table.size);
-        table.areAllCrLf = table.areAllCrLf && lf > table.size && text[lf - 1] == kCr;
-        table.size = lf + 1;
+    for (std::size_t lf = 0; (lf = text.find(kLf, size)) != std::string_view::npos; size = lf + 1) {
+        ++count;
+        longest = std::max(longest, lf + 1 - size);
+        areAllCrLf = areAllCrLf && lf > size && text[lf - 1] == kCr;
     }
 }
 
-// Where a CR precedes each LF, it is the only one to look for.
-std::string_view FirstRow(std::string_view text, bool areAllCrLf)
-{
-    return areAllCrLf ? text.substr(0, text.find(kCr)) : FirstLine(text);
-}
-
 // Such a first character makes a row no record.
-bool IsControl(unsigned char character)
+static bool IsControl(unsigned char character)
 {
     return character <= kCr;
 }
 
-}  // namespace
-
 bool THexFile::LoadFromFile(const char* path)
 {
-    DropRows();
-    endAddress = 0;
-    versionText[0] = '\0';
+    DropImage();
 
     FileBytes bytes;
     if (!ReadWholeFile(path, bytes))
         return false;
 
     // Two passes over the text: the rows can't be made before the longest line is known.
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data.get()), bytes.size);
-    const LineTable table = CountLines(text);
+    const LineTable table(bytes.Text());
     if (table.longest > kLongestLine || !MakeRows(table.count, table.longest))
         return false;
-    FillRows(text.substr(0, table.size), table.areAllCrLf);
+    FillRows(bytes.Text().substr(0, table.size), table);
     return true;
 }
 
@@ -120,18 +111,20 @@ std::uint32_t THexFile::GetNextAddress() const
     return nextAddress;
 }
 
-void THexFile::DropRows()
+void THexFile::DropImage()
 {
     memory = nullptr;
     lines = nullptr;
     maxLineLength = 0;
     lineCount = 0;
     startAddress = 0;
+    endAddress = 0;
+    versionText[0] = '\0';
 }
 
 // The table and all rows are in one block, zeroed, so that rows left over at the end are empty.
-// calloc refuses a size that overflows, and untouched rows cost no memory, as in a file of nothing
-// but line ends.
+// calloc refuses a size that overflows. Untouched rows cost no memory, only their pointers do, as
+// in a file of nothing but line ends.
 bool THexFile::MakeRows(std::int32_t count, std::size_t longest)
 {
     if (count == 0)
@@ -152,11 +145,11 @@ bool THexFile::MakeRows(std::int32_t count, std::size_t longest)
 // A row ends at a CR or an LF, and an LF right after either goes with it. So a lone CR makes one
 // row more, and the last rows of the file then find no place. `text` ends in an LF. Each row is
 // scanned while its length is known: to find it again would cost as much as the scan.
-void THexFile::FillRows(std::string_view text, bool areAllCrLf)
+void THexFile::FillRows(std::string_view text, const LineTable& table)
 {
     std::uint32_t upper = 0;
     for (std::int32_t i = 0; i < lineCount && !text.empty(); ++i) {
-        const std::string_view row = FirstRow(text, areAllCrLf);
+        const std::string_view row = table.FirstRow(text);
         row.copy(lines[i], row.size());
         ScanRow(row, upper);
         text.remove_prefix(row.size() + 1);

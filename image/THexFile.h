@@ -84,9 +84,11 @@ private:
         void operator()(void* block) const { std::free(block); }
     };
 
-    void DropRows();
+    struct LineTable;
+
+    void DropImage();
     bool MakeRows(std::int32_t count, std::size_t longest);
-    void FillRows(std::string_view text, bool areAllCrLf);
+    void FillRows(std::string_view text, const LineTable& table);
     void ScanRow(std::string_view row, std::uint32_t& upper);
     void ScanData(const HexRecord& record, std::uint32_t upper);
     void TakeVersion(const HexRecord& record);

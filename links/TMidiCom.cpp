@@ -126,7 +126,7 @@ int TMidiCom::GetMidiDescriptor() const
 
 int TMidiCom::SetMidiDescriptor(const char* path)
 {
-    midiDescriptor.Release();  // whoever has closed it may have given its number away
+    midiDescriptor.Release();  // not closed: callers call this only while the link is down
     midiDescriptor.Reset(mkclisocUNIX(path));
     if (!midiDescriptor)
         return -1;
