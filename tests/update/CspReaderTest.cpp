@@ -9,6 +9,8 @@
 #include "Peers.h"
 #include "TCspReader.h"
 
+using namespace Status;
+
 namespace {
 
 constexpr char kConnecting[] = "Connecting to CSP\n";

@@ -21,7 +21,6 @@
 #include "TempDir.h"
 #include "UnitPaths.h"
 
-using namespace Status;
 using Lines = std::vector<std::string>;
 
 // One pass of a conversation: an event, the step after it, and the effects of both.

@@ -10,6 +10,8 @@
 #include "Peers.h"
 #include "TUpdater.h"
 
+using namespace Status;
+
 namespace {
 
 enum Mode { Alone, InServer };
