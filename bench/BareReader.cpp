@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "Console.h"
+#include "Machine.h"
 #include "ReadSet.h"
 #include "TMidiCom.h"
 #include "UnitPaths.h"

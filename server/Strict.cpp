@@ -1,9 +1,9 @@
 #include "Strict.h"
 
-#include "Console.h"
 #include "FileTools.h"
 #include "FlashVerifier.h"
 #include "Reason.h"
+#include "TDiagServer.h"
 #include "TMidiCom.h"
 #include "TUpdater.h"
 #include "UnitPaths.h"

@@ -17,6 +17,9 @@
 
 class Strict;
 
+// A result of TDiagServer::Initialize, besides kNoPatcher.
+inline constexpr int kNoPort = -4;
+
 // The diagnostic server: one thread, one loop, no locks.
 //
 //    controller <--TCP--> TZaurusCom --+                +-- TMidiCom <--> MIDI Patcher, piano, CSP

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include "CommandLine.h"
-#include "Console.h"
 #include "Strict.h"
 #include "TDiagServer.h"
 #include "THexFile.h"

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the two state machines share of the conversation with the CSP, which talks in short lines of
-// text: a line goes out without a line end and comes back with CR LF.
+// The conversation with the CSP, which talks in short lines of text: a line goes out without a line
+// end and comes back with CR LF.
 
 #include <array>
 #include <cstddef>
@@ -11,55 +11,7 @@
 #include "HexFormat.h"
 #include "TMidiCom.h"
 
-// The statuses that the update and the read-back have in common. 0 or more means that the machine
-// is active: it owns the console, and the controller's commands are dropped.
-namespace Status {
-enum Value {
-    Idle = -1,
-    Connect = 0,
-    Request = 1,
-    StartData = 2,
-    Transfer = 3,
-    Finished = 4,
-    Failed = 5,
-};
-}  // namespace Status
-
-// The outcome of a step of a machine. The loops get it as a number.
-enum class Step {
-    Failed = -1,
-    Done = 0,
-    GoesOn = 1,
-};
-
-constexpr int ToInt(Step step)
-{
-    return static_cast<int>(step);
-}
-
-inline constexpr int kSilenceLimit = 30;            // seconds; a wait ends above it, not at it
-inline constexpr int kErrorLimit = 1024;            // unwanted answers; likewise
-inline constexpr int kServerTimeout = 10;           // seconds of one timeout of the server's loop
-inline constexpr int kFlashModeEvery = 100000;      // steps between two sends of flash mode
-inline constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
-
-// Seconds from a failed attempt at a link, or at the controller's port, to the second one. An
-// update that gets no link waits as long once more before it ends.
-inline constexpr unsigned kRetryWait = 5;
-
-// Results of Initialize.
-inline constexpr int kNoFile = -1;     // an update has nothing to write
-inline constexpr int kNoPatcher = -3;  // the MIDI Patcher can't be reached
-inline constexpr int kNoPort = -4;     // with --strict: the controller's port can't be opened
-
 inline constexpr std::uint32_t kReadBlock = 0x1000;  // bytes of flash for each request
-
-// Wraps to 0 every kFlashModeEvery steps or requests; the caller sends at 0. Nothing bounds the
-// passes of a loop that is kept awake.
-inline void CountFlashMode(int& count)
-{
-    count = (count + 1) % kFlashModeEvery;
-}
 
 // A MIDI message, or a group of the controller.
 inline constexpr int kGroupSize = 4;  // bytes

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "Console.h"
+#include "Machine.h"
 #include "PciDsp.h"
 #include "ReadSet.h"
 #include "TCspReader.h"

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "Console.h"
+#include "Machine.h"
 #include "THexFile.h"
 #include "TMidiCom.h"
 #include "TZaurusCom.h"

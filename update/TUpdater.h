@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Console.h"
+#include "Machine.h"
 #include "THexFile.h"
 #include "TMidiCom.h"
 #include "TSString.h"
@@ -11,6 +12,10 @@
 #include "UnitPaths.h"
 
 class ReadSet;
+
+// Results of Initialize, the second also of the server's.
+inline constexpr int kNoFile = -1;     // the file can't be loaded
+inline constexpr int kNoPatcher = -3;  // the MIDI Patcher can't be reached
 
 // The firmware update: writes an Intel HEX image into the CSP's flash, row by row as the file has
 // it. It has no thread and no timer of its own. The loop of the mode calls a step once per pass and

@@ -12,8 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "Connection.h"
-#include "Console.h"
 #include "HexText.h"
+#include "Machine.h"
 #include "MidiPeer.h"
 #include "OwnUnit.h"
 #include "TMidiCom.h"

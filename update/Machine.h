@@ -1,0 +1,47 @@
+#pragma once
+
+// What the update and the read-back have in common as state machines: a loop steps them, the
+// answers of the CSP move them, and silence or too many unwanted answers end them.
+
+// The statuses. 0 or more means that the machine is active: it owns the console, and the
+// controller's commands are dropped.
+namespace Status {
+enum Value {
+    Idle = -1,
+    Connect = 0,
+    Request = 1,
+    StartData = 2,
+    Transfer = 3,
+    Finished = 4,
+    Failed = 5,
+};
+}  // namespace Status
+
+// The outcome of a step. The loops get it as a number.
+enum class Step {
+    Failed = -1,
+    Done = 0,
+    GoesOn = 1,
+};
+
+constexpr int ToInt(Step step)
+{
+    return static_cast<int>(step);
+}
+
+inline constexpr int kSilenceLimit = 30;            // seconds; a wait ends above it, not at it
+inline constexpr int kErrorLimit = 1024;            // unwanted answers; likewise
+inline constexpr int kServerTimeout = 10;           // seconds of one timeout of the server's loop
+inline constexpr int kFlashModeEvery = 100000;      // steps between two sends of flash mode
+inline constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
+
+// Seconds from a failed attempt at a link, or at the controller's port, to the second one. An
+// update that gets no link waits as long once more before it ends.
+inline constexpr unsigned kRetryWait = 5;
+
+// Wraps to 0 every kFlashModeEvery steps or requests; the caller sends at 0. Nothing bounds the
+// passes of a loop that is kept awake.
+inline void CountFlashMode(int& count)
+{
+    count = (count + 1) % kFlashModeEvery;
+}
