@@ -62,9 +62,7 @@ int main()
         return EXIT_FAILURE;
     const int descriptor = midi.GetMidiDescriptor();
 
-    SendFlashMode(&midi, kReadFlashMode);
-    usleep(kFlashModeWait);
-    SendLine(&midi, kAskStatus);
+    AskForStatus(&midi, kReadFlashMode);
     Pass(descriptor);
     SendLine(&midi, "READ   :90040000:900A0000:0C");
     Pass(descriptor);

@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include <unistd.h>
+
 #include "Hex.h"
 #include "Text.h"
 
@@ -29,8 +31,11 @@ void SendLine(TMidiCom* midi, const char* line)
     midi->WriteConsole(kChannel, line, TextLength(line));
 }
 
-void SendFlashMode(TMidiCom* midi, const MidiGroup& firstGroup)
+void AskForStatus(TMidiCom* midi, const MidiGroup& firstGroup, unsigned wait)
 {
     midi->WriteMidi(0, firstGroup.data());
     midi->WriteMidi(0, kEnterFlashMode.data());
+    if (wait != 0)
+        usleep(wait);
+    SendLine(midi, kAskStatus);
 }

@@ -11,6 +11,7 @@
 #include "HexFormat.h"
 #include "TMidiCom.h"
 
+inline constexpr unsigned kFlashModeWait = 500000;   // microseconds from flash mode to the console
 inline constexpr std::uint32_t kReadBlock = 0x1000;  // bytes of flash for each request
 
 // A MIDI message, or a group of the controller.
@@ -56,5 +57,5 @@ private:
 // Sends one line, a NUL-terminated text, on channel 0. A lost link shows up as silence.
 void SendLine(TMidiCom* midi, const char* line);
 
-// Sends the two groups that bring the CSP into flash mode.
-void SendFlashMode(TMidiCom* midi, const MidiGroup& firstGroup);
+// Brings the CSP into flash mode and after `wait` microseconds, if any, asks for its status.
+void AskForStatus(TMidiCom* midi, const MidiGroup& firstGroup, unsigned wait = kFlashModeWait);

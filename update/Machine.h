@@ -29,11 +29,10 @@ constexpr int ToInt(Step step)
     return static_cast<int>(step);
 }
 
-inline constexpr int kSilenceLimit = 30;            // seconds; a wait ends above it, not at it
-inline constexpr int kErrorLimit = 1024;            // unwanted answers; likewise
-inline constexpr int kServerTimeout = 10;           // seconds of one timeout of the server's loop
-inline constexpr int kFlashModeEvery = 100000;      // steps between two sends of flash mode
-inline constexpr unsigned kFlashModeWait = 500000;  // microseconds from flash mode to the console
+inline constexpr int kSilenceLimit = 30;        // seconds; a wait ends above it, not at it
+inline constexpr int kErrorLimit = 1024;        // unwanted answers; likewise
+inline constexpr int kServerTimeout = 10;       // seconds of one timeout of the server's loop
+inline constexpr int kFlashModeEvery = 100000;  // steps between two sends of flash mode
 
 // Seconds from a failed attempt at a link, or at the controller's port, to the second one. An
 // update that gets no link waits as long once more before it ends.

@@ -3,8 +3,6 @@
 #include <string_view>
 #include <utility>
 
-#include <unistd.h>
-
 #include "Hex.h"
 #include "HexFormat.h"
 #include "HexRecord.h"
@@ -101,7 +99,9 @@ Step TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
     if (IsSilent())
         EnterStatus(Status::Request);
     if (IsFlashModeDue()) {
-        AskForStatus(midi, zaurus);
+        Trace("Send Flash Mode TCspReader Update\n");
+        AskForStatus(midi, kReadFlashMode);
+        SendToController(zaurus, kConnectingText);
         if (errorCounter > kErrorLimit)
             EnterStatus(Status::Request);
     }
@@ -191,15 +191,6 @@ bool TCspReader::IsFlashModeDue() const
 bool TCspReader::IsBlockUnasked() const
 {
     return flashModeCounter == 0;
-}
-
-void TCspReader::AskForStatus(TMidiCom* midi, TZaurusCom* zaurus)
-{
-    Trace("Send Flash Mode TCspReader Update\n");
-    SendFlashMode(midi, kReadFlashMode);
-    usleep(kFlashModeWait);
-    SendLine(midi, kAskStatus);
-    SendToController(zaurus, kConnectingText);
 }
 
 void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)

@@ -84,7 +84,6 @@ private:
     bool IsSilent() const;
     bool IsFlashModeDue() const;
     bool IsBlockUnasked() const;
-    void AskForStatus(TMidiCom* midi, TZaurusCom* zaurus);
 
     void OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line);
     void OnRequestAnswer(const ConsoleLine& line);

@@ -3,8 +3,6 @@
 
 #include "TUpdater.h"
 
-#include <unistd.h>
-
 #include "HexFormat.h"
 #include "Trace.h"
 
@@ -51,9 +49,7 @@ Step TUpdater::StepConnect()
     if (IsSilent())
         EnterStatus(Status::Request);
     if (flashModeCounter == 0) {
-        SendFlashMode(midi.get(), kWriteFlashMode);
-        usleep(kFlashModeWait);
-        SendLine(midi.get(), kAskStatus);
+        AskForStatus(midi.get(), kWriteFlashMode);
         Trace("Send Flash Mode TUpdater Update\n");
     }
     CountFlashMode(flashModeCounter);
@@ -63,8 +59,7 @@ Step TUpdater::StepConnect()
 // Sends with every step and doesn't wait, for the loop serves others, too.
 Step TUpdater::StepConnectDiag(const Setting& setting)
 {
-    SendFlashMode(setting.midi, kWriteFlashMode);
-    SendLine(setting.midi, kAskStatus);
+    AskForStatus(setting.midi, kWriteFlashMode, 0);
     SendToController(setting.zaurus, kConnectingText);
     if (IsSilent())
         EnterStatus(Status::Request);
