@@ -82,6 +82,12 @@ const char* TUpdater::FindUpdateSource()
     return source == nullptr ? nullptr : source->path;
 }
 
+void TUpdater::SendIntelHex(TMidiCom* link, unsigned long address, int blockSize)
+{
+    if (hexFile != nullptr)
+        rows.SendBlock(link, *hexFile, address, blockSize);
+}
+
 int TUpdater::SearchUpdateHex(char* version)
 {
     const UpdateSource* const source = FirstSource();

@@ -5,6 +5,7 @@
 
 #include "Console.h"
 #include "Machine.h"
+#include "RowSender.h"
 #include "THexFile.h"
 #include "TMidiCom.h"
 #include "TSString.h"
@@ -29,9 +30,9 @@ inline constexpr int kNoPatcher = -3;  // the MIDI Patcher can't be reached
 // reports to the controller; an image comes in through a search. Names with "Diag" are the
 // server's.
 //
-// The sources: TUpdater.cpp searches and loads, TUpdaterRows.cpp sends the image, TUpdaterSteps.cpp
-// has the steps, TUpdaterAnswers.cpp what the answers do, TUpdaterRun.cpp the update that runs
-// alone.
+// The sources: TUpdater.cpp searches and loads, TUpdaterSteps.cpp has the steps,
+// TUpdaterAnswers.cpp what the answers do, TUpdaterRun.cpp the update that runs alone. RowSender
+// sends the rows.
 class TUpdater {
 public:
     // Room for the time stamp of a file of any year, its NUL included.
@@ -128,13 +129,6 @@ private:
     bool StoreFileName(const char* path);
     int ExpandAndLoad(const char* source, char* version);
 
-    // The sender of rows.
-    bool TrackRow();
-    void GoToFirstRow();
-    void Seek(unsigned long address);
-    bool SendRow(TMidiCom* link);
-    void SendRowWithItsBase(TMidiCom* link);
-
     // The steps.
     Step TakeStep();
     Step TakeStepDiag(const Setting& setting);
@@ -190,11 +184,8 @@ private:
     std::unique_ptr<THexFile> hexFile;   // null when no image is loaded
     bool renameFile = false;             // after a finished update; in update mode
     char hexFileName[kPathSize] = {};    // of the image; empty when its path didn't fit
-    unsigned long upperAddress = 0;      // upper 16 bits of the rows' addresses, the others 0
-    int lineIndex = 0;                   // of the next row
-    bool sending = false;                // rows are left to be sent
+    RowSender rows;                      // of the image
     int retryCount = 0;                  // restarts after "Failed", of which there is one
-    unsigned long sendedAddress = 0;     // follows the last row that was sent or passed
     unsigned long ngAddress = 0;         // of the latest "NG"; 0 when none is pending
     int restartError = 0;                // errno of the restart after Run; in update mode
     int updateStatus = Status::Idle;     // a Status

@@ -72,7 +72,7 @@ void TUpdater::OnReady(const Setting& /*setting*/, const ConsoleLine& /*line*/)
 void TUpdater::OnOk(const Setting& setting, const ConsoleLine& line)
 {
     OnAlive(setting, line);
-    SendIntelHex(setting.midi, sendedAddress, kWriteBlock);
+    SendIntelHex(setting.midi, rows.Address(), kWriteBlock);
 }
 
 // Only the answer to the last block asks for the next one; an older one is late.
@@ -81,9 +81,9 @@ void TUpdater::OnOkDiag(const Setting& setting, const ConsoleLine& line)
     errorCounter = 0;
     updateCounter = 0;
     const std::uint32_t address = line.Address();
-    if (!sending || address != sendedAddress)
+    if (!rows.IsSending() || address != rows.Address())
         return;
-    SendIntelHex(setting.midi, sendedAddress, kWriteBlock);
+    SendIntelHex(setting.midi, rows.Address(), kWriteBlock);
     ReportProgress(setting.zaurus, address);
 }
 
@@ -110,13 +110,13 @@ void TUpdater::OnAlive(const Setting& /*setting*/, const ConsoleLine& line)
 // No rows are wanted any more, though some may be left. The CSP still has to report how it ended.
 void TUpdater::OnEnd(const Setting& /*setting*/, const ConsoleLine& /*line*/)
 {
-    sending = false;
+    rows.End();
     updateCounter = 0;
 }
 
 void TUpdater::OnEndDiag(const Setting& /*setting*/, const ConsoleLine& /*line*/)
 {
-    sending = false;
+    rows.End();
     Trace("End Recive\n");
 }
 

@@ -172,17 +172,14 @@ bool TUpdater::IsSilent() const
 
 void TUpdater::AskForWrite(TMidiCom* link)
 {
-    lineIndex = 0;
-    sending = false;
+    rows.Rewind();
     SendLine(link, "WRITE  :");
 }
 
 // An image without rows sends nothing, and silence ends its update.
 void TUpdater::BeginData(TMidiCom* link)
 {
-    GoToFirstRow();
-    sending = true;
-    if (hexFile->lineCount != 0)
-        SendIntelHex(link, 0, kWriteBlock);
+    rows.Begin();
+    SendIntelHex(link, 0, kWriteBlock);
     EnterStatus(Status::Transfer);
 }
