@@ -29,18 +29,20 @@ constexpr int ToInt(Step step)
     return static_cast<int>(step);
 }
 
-inline constexpr int kSilenceLimit = 30;        // seconds; a wait ends above it, not at it
-inline constexpr int kErrorLimit = 1024;        // unwanted answers; likewise
-inline constexpr int kServerTimeout = 10;       // seconds of one timeout of the server's loop
-inline constexpr int kFlashModeEvery = 100000;  // steps between two sends of flash mode
+inline constexpr int kSilenceLimit = 30;   // seconds; a wait ends above it, not at it
+inline constexpr int kErrorLimit = 1024;   // unwanted answers; likewise
+inline constexpr int kServerTimeout = 10;  // seconds of one timeout of the server's loop
 
 // Seconds from a failed attempt at a link, or at the controller's port, to the second one. An
 // update that gets no link waits as long once more before it ends.
 inline constexpr unsigned kRetryWait = 5;
 
-// Wraps to 0 every kFlashModeEvery steps or requests; the caller sends at 0. Nothing bounds the
-// passes of a loop that is kept awake.
-inline void CountFlashMode(int& count)
+// Counts an occasion to send something. True for the first and every 100,000th after it, the
+// occasions on which it is sent: nothing bounds the passes of a loop that is kept awake.
+inline bool CountToSend(int& count)
 {
-    count = (count + 1) % kFlashModeEvery;
+    constexpr int kSendEvery = 100000;
+    const bool isTime = count == 0;
+    count = (count + 1) % kSendEvery;
+    return isTime;
 }

@@ -98,14 +98,13 @@ Step TCspReader::StepConnect(TMidiCom* midi, TZaurusCom* zaurus)
 {
     if (IsSilent())
         EnterStatus(Status::Request);
-    if (IsFlashModeDue()) {
+    if (CountToSend(flashModeCounter)) {
         Trace("Send Flash Mode TCspReader Update\n");
         AskForStatus(midi, kReadFlashMode);
         SendToController(zaurus, kConnectingText);
         if (errorCounter > kErrorLimit)
             EnterStatus(Status::Request);
     }
-    CountFlashMode(flashModeCounter);
     return EndOfStep(midi);
 }
 
@@ -127,7 +126,7 @@ Step TCspReader::StepRequest(TMidiCom* midi, TZaurusCom* zaurus)
 
 Step TCspReader::StepStartData(TMidiCom* midi)
 {
-    flashModeCounter = 0;
+    blockCounter = 0;
     SendLine(midi, kAskNext);
     readerStatus = Status::Transfer;
     readerCounter = 0;
@@ -174,23 +173,12 @@ void TCspReader::ResetCounters()
     readerCounter = 0;
     errorCounter = 0;
     flashModeCounter = 0;
+    blockCounter = 0;
 }
 
 bool TCspReader::IsSilent() const
 {
     return readerCounter > kSilenceLimit;
-}
-
-// In Connect.
-bool TCspReader::IsFlashModeDue() const
-{
-    return flashModeCounter == 0;
-}
-
-// In Transfer, on the last record of a block.
-bool TCspReader::IsBlockUnasked() const
-{
-    return flashModeCounter == 0;
 }
 
 void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
@@ -259,7 +247,7 @@ bool TCspReader::IsNextUpperAddress(const HexRecord& record) const
 void TCspReader::OnAccepted(TMidiCom* midi, TZaurusCom* zaurus, std::uint32_t address)
 {
     if (address % kReadBlock != 0) {
-        flashModeCounter = 0;
+        blockCounter = 0;
         return;
     }
     AskForMore(midi, address);
@@ -284,9 +272,8 @@ void TCspReader::AskForMore(TMidiCom* midi, std::uint32_t address)
 {
     if (address >= readEnd || address == readStart)
         return;
-    if (IsBlockUnasked())
+    if (CountToSend(blockCounter))
         SendLine(midi, kAskNext);
-    CountFlashMode(flashModeCounter);
 }
 
 void TCspReader::ReportProgress(TZaurusCom* zaurus, std::uint32_t address) const

@@ -82,8 +82,6 @@ private:
     void EnterStatus(int status);
     void ResetCounters();
     bool IsSilent() const;
-    bool IsFlashModeDue() const;
-    bool IsBlockUnasked() const;
 
     void OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line);
     void OnRequestAnswer(const ConsoleLine& line);
@@ -103,8 +101,8 @@ private:
     int readerStatus = Status::Idle;  // a Status
     int readerCounter = 0;            // seconds of silence; a wait ends above 30
     int errorCounter = 0;             // unwanted answers; a read ends above 1,024
-    int flashModeCounter = 0;         // in Connect the steps since flash mode went out; in
-                                      // Transfer the records that ended on the present block
+    int flashModeCounter = 0;         // steps of Connect; flash mode is due at 0
+    int blockCounter = 0;             // records that ended on this block; the next is due at 0
     unsigned long lastAddress = 0;    // the latest that standard output shows
     bool mustProgress = false;        // no record may leave the read where it is
     bool wantsData = false;           // the last record was an upper address

@@ -48,11 +48,10 @@ Step TUpdater::StepConnect()
 {
     if (IsSilent())
         EnterStatus(Status::Request);
-    if (flashModeCounter == 0) {
+    if (CountToSend(flashModeCounter)) {
         AskForStatus(midi.get(), kWriteFlashMode);
         Trace("Send Flash Mode TUpdater Update\n");
     }
-    CountFlashMode(flashModeCounter);
     return EndOfStep();
 }
 
