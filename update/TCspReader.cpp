@@ -3,6 +3,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Console.h"
 #include "Hex.h"
 #include "HexFormat.h"
 #include "HexRecord.h"
@@ -13,6 +14,13 @@ namespace {
 
 constexpr std::uint32_t kProgressStep = 0x2000;  // bytes between two progress texts
 constexpr std::uint32_t kSilentStep = 0x10000;   // no text here but 100%: a base record arrives too
+
+// Breaks off what the CSP is doing.
+Step GiveUp(TMidiCom* midi)
+{
+    SendLine(midi, kAskToCancel);
+    return Step::Failed;
+}
 
 }  // namespace
 
@@ -65,15 +73,28 @@ int TCspReader::UpdateStatus(TMidiCom* midi, TZaurusCom* zaurus)
     return ToInt(TakeStep(midi, zaurus));
 }
 
+struct TCspReader::Answer {
+    int status = Status::Idle;  // in which it is understood
+    const char* prefix = "";    // the text that the line begins with
+    void (TCspReader::*act)(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line) = nullptr;
+};
+
+// A status without rows waits for nothing, so nothing is unwanted in it.
+constexpr TCspReader::Answer TCspReader::kAnswers[] = {
+    {Status::Connect, kFlashIdle, &TCspReader::OnIdle},
+    {Status::Connect, "", &TCspReader::OnNotIdle},
+    {Status::Request, "Start READ", &TCspReader::OnStart},
+    {Status::Request, "", &TCspReader::OnUnwanted},
+    {Status::Transfer, "", &TCspReader::OnRecord},
+};
+
 void TCspReader::GetCSPMessage(TMidiCom* midi, TZaurusCom* zaurus, const char* message,
                                int /*length*/)
 {
     const ConsoleLine line(message);
-    switch (readerStatus) {
-    case Status::Connect: return OnConnectAnswer(midi, line);
-    case Status::Request: return OnRequestAnswer(line);
-    case Status::Transfer: return OnRecord(midi, zaurus, line);
-    default: return;  // nothing is waited for, so nothing is unwanted
+    for (const Answer& answer : kAnswers) {
+        if (answer.status == readerStatus && line.BeginsWith(answer.prefix))
+            return (this->*answer.act)(midi, zaurus, line);
     }
 }
 
@@ -152,13 +173,6 @@ Step TCspReader::EndOfStep(TMidiCom* midi) const
     return errorCounter > kErrorLimit ? GiveUp(midi) : Step::GoesOn;
 }
 
-// Breaks off what the CSP is doing.
-Step TCspReader::GiveUp(TMidiCom* midi)
-{
-    SendLine(midi, kAskToCancel);
-    return Step::Failed;
-}
-
 // Goes on to a status with the counters of silence and of unwanted answers at 0.
 void TCspReader::EnterStatus(int status)
 {
@@ -181,27 +195,30 @@ bool TCspReader::IsSilent() const
     return readerCounter > kSilenceLimit;
 }
 
-void TCspReader::OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line)
+void TCspReader::OnIdle(TMidiCom* /*midi*/, TZaurusCom* /*zaurus*/, const ConsoleLine& /*line*/)
 {
-    if (line.BeginsWith(kFlashIdle)) {
-        readerStatus = Status::Request;
-        ResetCounters();
-        TraceLine(kFlashIdle, "");
-        return;
-    }
-    // The CSP is in the middle of something: break it off, and ask again with the next step.
+    readerStatus = Status::Request;
+    ResetCounters();
+    TraceLine(kFlashIdle, "");
+}
+
+// The CSP is in the middle of something: break it off, and ask again with the next step.
+void TCspReader::OnNotIdle(TMidiCom* midi, TZaurusCom* /*zaurus*/, const ConsoleLine& /*line*/)
+{
     ++errorCounter;
     SendLine(midi, kAskToCancel);
     flashModeCounter = 0;
     Trace("Canceled\n");
 }
 
-void TCspReader::OnRequestAnswer(const ConsoleLine& line)
+void TCspReader::OnStart(TMidiCom* /*midi*/, TZaurusCom* /*zaurus*/, const ConsoleLine& /*line*/)
 {
-    if (line.BeginsWith("Start READ"))
-        EnterStatus(Status::StartData);
-    else
-        ++errorCounter;
+    EnterStatus(Status::StartData);
+}
+
+void TCspReader::OnUnwanted(TMidiCom* /*midi*/, TZaurusCom* /*zaurus*/, const ConsoleLine& /*line*/)
+{
+    ++errorCounter;
 }
 
 void TCspReader::OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line)

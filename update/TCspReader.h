@@ -4,13 +4,13 @@
 #include <memory>
 #include <string>
 
-#include "Console.h"
 #include "Machine.h"
 #include "THexFile.h"
 #include "TMidiCom.h"
 #include "TZaurusCom.h"
 #include "UnitPaths.h"
 
+class ConsoleLine;
 class HexRecord;
 
 // The read-back: reads the CSP's parameter flash over the console and saves it as an Intel HEX
@@ -70,6 +70,10 @@ public:
     void GetCSPMessage(TMidiCom* midi, TZaurusCom* zaurus, const char* message, int length);
 
 private:
+    // A row of what a line does.
+    struct Answer;
+    static const Answer kAnswers[];  // the first that fits decides
+
     Step TakeStep(TMidiCom* midi, TZaurusCom* zaurus);
     Step StepConnect(TMidiCom* midi, TZaurusCom* zaurus);
     Step StepRequest(TMidiCom* midi, TZaurusCom* zaurus);
@@ -77,14 +81,15 @@ private:
     Step StepTransfer(TMidiCom* midi);
     Step StepFinished();
     Step EndOfStep(TMidiCom* midi) const;
-    static Step GiveUp(TMidiCom* midi);
 
     void EnterStatus(int status);
     void ResetCounters();
     bool IsSilent() const;
 
-    void OnConnectAnswer(TMidiCom* midi, const ConsoleLine& line);
-    void OnRequestAnswer(const ConsoleLine& line);
+    void OnIdle(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
+    void OnNotIdle(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
+    void OnStart(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
+    void OnUnwanted(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
     void OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
     bool MakesProgress(const HexRecord& record);
     bool IsNextData(const HexRecord& record) const;
