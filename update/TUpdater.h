@@ -1,9 +1,7 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 
-#include "Console.h"
 #include "Machine.h"
 #include "RowSender.h"
 #include "THexFile.h"
@@ -12,7 +10,9 @@
 #include "TZaurusCom.h"
 #include "UnitPaths.h"
 
+class ConsoleLine;
 class ReadSet;
+struct UpdateMode;
 
 // Results of Initialize, the second also of the server's.
 inline constexpr int kNoFile = -1;     // the file can't be loaded
@@ -28,11 +28,7 @@ inline constexpr int kNoPatcher = -3;  // the MIDI Patcher can't be reached
 // In update mode (Initialize, Run) the object owns its links, reports on standard output and in the
 // update log, and restarts once after "Failed". In the server it gets the links with each call and
 // reports to the controller; an image comes in through a search. Names with "Diag" are the
-// server's.
-//
-// The sources: TUpdater.cpp searches and loads, TUpdaterSteps.cpp has the steps,
-// TUpdaterAnswers.cpp what the answers do, TUpdaterRun.cpp the update that runs alone. RowSender
-// sends the rows.
+// server's. UpdateMode has what sets the two apart, and RowSender sends the rows.
 class TUpdater {
 public:
     // Room for the time stamp of a file of any year, its NUL included.
@@ -113,71 +109,39 @@ public:
     int LoadIntelHex(const char* path, char* version);
 
 private:
-    // The mode that an answer came in, and its links.
-    struct Setting {
-        bool inServer = false;         // false in update mode
-        TMidiCom* midi = nullptr;      // to the CSP; of this object in update mode
-        TZaurusCom* zaurus = nullptr;  // to the controller; null in update mode
-    };
-    using Action = void (TUpdater::*)(const Setting& setting, const ConsoleLine& line);
-
     // A row of the answers that an update understands.
     struct Answer;
     static const Answer kAnswers[];  // the first that fits decides
 
-    // Search and load.
+    // TUpdater.cpp: search and load.
     bool StoreFileName(const char* path);
     int ExpandAndLoad(const char* source, char* version);
 
-    // The steps.
-    Step TakeStep();
-    Step TakeStepDiag(const Setting& setting);
-    Step StepConnect();
-    Step StepConnectDiag(const Setting& setting);
-    Step StepRequest();
-    Step StepRequestDiag(const Setting& setting);
-    Step StepStartData();
-    Step StepStartDataDiag(const Setting& setting);
-    Step StepTransfer();
-    Step StepTransferDiag();
-    Step StepFinished();
-    Step StepFailed();
-    Step EndOfStep();
-    Step EndOfStepDiag();
-    Step GiveUp(const char* text);
-
+    // TUpdaterSteps.cpp: a step of each status.
+    Step TakeStep(const UpdateMode& mode);
+    Step StepConnect(const UpdateMode& mode);
+    Step StepRequest(const UpdateMode& mode);
+    Step StepStartData(const UpdateMode& mode);
+    Step StepTransfer(const UpdateMode& mode);
+    Step StepFinished(const UpdateMode& mode);
+    Step StepFailed(const UpdateMode& mode);
+    Step EndOfStep(const UpdateMode& mode) const;
     void EnterStatus(int status);
     bool IsSilent() const;
-    void AskForWrite(TMidiCom* link);
-    void BeginData(TMidiCom* link);
 
-    // What the answers do.
-    void TakeAnswer(const Setting& setting, const char* message, int length);
-    void OnIdle(const Setting& setting, const ConsoleLine& line);
-    void OnReady(const Setting& setting, const ConsoleLine& line);
-    void OnOk(const Setting& setting, const ConsoleLine& line);
-    void OnOkDiag(const Setting& setting, const ConsoleLine& line);
-    void OnNg(const Setting& setting, const ConsoleLine& line);
-    void OnNgDiag(const Setting& setting, const ConsoleLine& line);
-    void OnAlive(const Setting& setting, const ConsoleLine& line);
-    void OnEnd(const Setting& setting, const ConsoleLine& line);
-    void OnEndDiag(const Setting& setting, const ConsoleLine& line);
-    void OnFinished(const Setting& setting, const ConsoleLine& line);
-    void OnFinishedDiag(const Setting& setting, const ConsoleLine& line);
-    void OnFailed(const Setting& setting, const ConsoleLine& line);
-    void OnFailedDiag(const Setting& setting, const ConsoleLine& line);
-    void SendRefused(TMidiCom* link, unsigned long address);
-    void ReportProgress(TZaurusCom* controller, std::uint32_t address) const;
+    // TUpdaterAnswers.cpp: what the answers do.
+    void TakeAnswer(const UpdateMode& mode, const char* message, int length);
+    void Apply(const Answer& answer, const UpdateMode& mode, const ConsoleLine& line);
+    void OnIdle(const UpdateMode& mode, const ConsoleLine& line);
+    void OnOk(const UpdateMode& mode, const ConsoleLine& line);
+    void OnNg(const UpdateMode& mode, const ConsoleLine& line);
+    void OnEnd(const UpdateMode& mode, const ConsoleLine& line);
 
-    // The update that runs alone.
+    // TUpdaterRun.cpp: the update that runs alone.
     bool LoadFile(const char* fileName);
     bool OpenMidi();
-    bool ConnectPatcher(const char* connected, const char* refused, const char* trace);
     void WaitForAnswers(ReadSet& set);
-    void RenameImage();
-    static bool ReportFailure(const char* logged, const char* trace);
-    static void Log(const char* text);
-    static void PrintAndLog(const char* text);
+    void RenameImage() const;
 
     std::unique_ptr<TZaurusCom> zaurus;  // in update mode; opens nothing
     std::unique_ptr<TMidiCom> midi;      // in update mode
@@ -185,7 +149,7 @@ private:
     bool renameFile = false;             // after a finished update; in update mode
     char hexFileName[kPathSize] = {};    // of the image; empty when its path didn't fit
     RowSender rows;                      // of the image
-    int retryCount = 0;                  // restarts after "Failed", of which there is one
+    int retryCount = 0;                  // restarts after "Failed"
     unsigned long ngAddress = 0;         // of the latest "NG"; 0 when none is pending
     int restartError = 0;                // errno of the restart after Run; in update mode
     int updateStatus = Status::Idle;     // a Status

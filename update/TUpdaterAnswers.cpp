@@ -1,165 +1,140 @@
-// What the answers of the CSP do to an update. Where the two modes differ, the rule of the server
-// follows that of update mode.
+// What the answers of the CSP do to an update.
 
 #include "TUpdater.h"
 
+#include <cstdint>
+
+#include "Console.h"
 #include "HexFormat.h"
 #include "Trace.h"
+#include "UpdateMode.h"
 
-struct TUpdater::Answer {
-    std::string_view prefix;    // the text that the line begins with
-    int shortest = 0;           // characters of the line, its CR LF included
-    int status = Status::Idle;  // in which it is understood
-    Action alone = nullptr;     // in update mode
-    Action inServer = nullptr;  // null where the server doesn't understand it
+namespace {
+
+// What an answer shows.
+enum class Sign {
+    Progress,  // it ends the silence and the count of unwanted answers
+    Busy,      // the same, and alone its line is printed; in the server it is unwanted
+    Life,      // alone it ends the silence
+    Unwanted,  // it is counted and has no other effect
 };
 
-// An "OK" without room for an address is ignored.
+// Only even percentages are worth a text. An image without data has none.
+void ReportProgress(const UpdateMode& mode, const THexFile& image, std::uint32_t address)
+{
+    const std::uint32_t size = image.endAddress - image.startAddress;
+    if (size == 0)
+        return;
+    const std::uint32_t percent = 100U * (address - image.startAddress) / size;
+    if (percent % 2 == 0)
+        mode.SendInServer((TSString("Sending Data ") + TSString(percent) + "%\n").c_str());
+}
+
+}  // namespace
+
+struct TUpdater::Answer {
+    int status = Status::Idle;  // in which it is understood
+    Sign sign = Sign::Unwanted;
+    const char* prefix = "";  // the text that the line begins with
+    int shortest = 0;         // characters of the line, its CR LF included
+    int next = Status::Idle;  // the status that it leads to, unless it is unwanted
+    // What else it does, and the text that the server prints for it. Null: nothing.
+    void (TUpdater::*act)(const UpdateMode& mode, const ConsoleLine& line) = nullptr;
+    const char* trace = nullptr;
+};
+
+// An "OK" must have room for its address. A status without rows waits for nothing, so nothing is
+// unwanted in it.
 constexpr TUpdater::Answer TUpdater::kAnswers[] = {
-    {kFlashIdle, 0, Status::Connect, &TUpdater::OnIdle, &TUpdater::OnIdle},
-    {"Start WRITE ?", 0, Status::Request, &TUpdater::OnReady, &TUpdater::OnReady},
-    {"OK", 11, Status::Transfer, &TUpdater::OnOk, &TUpdater::OnOkDiag},
-    {"NG", 0, Status::Transfer, &TUpdater::OnNg, &TUpdater::OnNgDiag},
-    {"Erasing", 0, Status::Transfer, &TUpdater::OnAlive, nullptr},
-    {"WR:", 0, Status::Transfer, &TUpdater::OnAlive, nullptr},
-    {"END", 0, Status::Transfer, &TUpdater::OnEnd, &TUpdater::OnEndDiag},
-    {"Finished", 0, Status::Transfer, &TUpdater::OnFinished, &TUpdater::OnFinishedDiag},
-    {"Failed", 0, Status::Transfer, &TUpdater::OnFailed, &TUpdater::OnFailedDiag},
+    {Status::Connect, Sign::Progress, kFlashIdle, 0, Status::Request, &TUpdater::OnIdle},
+    {Status::Connect, Sign::Unwanted},
+    {Status::Request, Sign::Progress, "Start WRITE ?", 0, Status::StartData},
+    {Status::Request, Sign::Unwanted},
+    {Status::Transfer, Sign::Progress, "OK", 11, Status::Transfer, &TUpdater::OnOk},
+    {Status::Transfer, Sign::Life, "NG", 0, Status::Transfer, &TUpdater::OnNg},
+    {Status::Transfer, Sign::Busy, "Erasing", 0, Status::Transfer},
+    {Status::Transfer, Sign::Busy, "WR:", 0, Status::Transfer},
+    {Status::Transfer, Sign::Life, "END", 0, Status::Transfer, &TUpdater::OnEnd, "End Recive\n"},
+    {Status::Transfer, Sign::Life, "Finished", 0, Status::Finished, nullptr, "Finish Recive\n"},
+    {Status::Transfer, Sign::Life, "Failed", 0, Status::Failed, nullptr, "Fail Recive\n"},
+    {Status::Transfer, Sign::Unwanted},
 };
 
 void TUpdater::GetCSPMessage(const char* message, int length)
 {
-    TakeAnswer({false, midi.get(), nullptr}, message, length);
+    TakeAnswer(UpdateMode::Alone(midi.get()), message, length);
 }
 
 void TUpdater::GetCSPMessageDiag(TMidiCom* link, TZaurusCom* controller, const char* message,
                                  int length)
 {
-    TakeAnswer({true, link, controller}, message, length);
+    TakeAnswer(UpdateMode::InServer(link, controller), message, length);
 }
 
-// A line counts as unwanted where an answer is waited for, and nowhere else.
-void TUpdater::TakeAnswer(const Setting& setting, const char* message, int length)
+void TUpdater::TakeAnswer(const UpdateMode& mode, const char* message, int length)
 {
     const ConsoleLine line(message);
-    bool isWaiting = false;
     for (const Answer& answer : kAnswers) {
-        if (answer.status != updateStatus)
-            continue;
-        isWaiting = true;
-        const Action act = setting.inServer ? answer.inServer : answer.alone;
-        if (act != nullptr && length >= answer.shortest && line.BeginsWith(answer.prefix))
-            return (this->*act)(setting, line);
+        const bool isKnown = answer.sign != Sign::Busy || mode.takesBusy;
+        if (answer.status == updateStatus && isKnown && length >= answer.shortest &&
+            line.BeginsWith(answer.prefix))
+            return Apply(answer, mode, line);
     }
-    if (isWaiting)
-        ++errorCounter;
 }
 
-void TUpdater::OnIdle(const Setting& /*setting*/, const ConsoleLine& /*line*/)
+void TUpdater::Apply(const Answer& answer, const UpdateMode& mode, const ConsoleLine& line)
 {
-    EnterStatus(Status::Request);
-    errorCounter = 0;
+    switch (answer.sign) {
+    case Sign::Unwanted: ++errorCounter; return;
+    case Sign::Life:
+        if (mode.anyAnswerEndsSilence)
+            updateCounter = 0;
+        break;
+    case Sign::Busy: mode.PrintAlone(line.Text()); [[fallthrough]];
+    case Sign::Progress:
+        errorCounter = 0;
+        updateCounter = 0;
+        break;
+    }
+    updateStatus = answer.next;
+    if (answer.trace != nullptr)
+        mode.PrintInServer(answer.trace);
+    if (answer.act != nullptr)
+        (this->*answer.act)(mode, line);
+}
+
+void TUpdater::OnIdle(const UpdateMode& /*mode*/, const ConsoleLine& /*line*/)
+{
     flashModeCounter = 0;
 }
 
-void TUpdater::OnReady(const Setting& /*setting*/, const ConsoleLine& /*line*/)
+// Alone the update goes on where the last block ended, whatever the address. In the server only the
+// answer to the last block asks for the next one; an older one is late.
+void TUpdater::OnOk(const UpdateMode& mode, const ConsoleLine& line)
 {
-    EnterStatus(Status::StartData);
-    errorCounter = 0;
-}
-
-// Goes on where the last block ended, whatever the address.
-void TUpdater::OnOk(const Setting& setting, const ConsoleLine& line)
-{
-    OnAlive(setting, line);
-    SendIntelHex(setting.midi, rows.Address(), kWriteBlock);
-}
-
-// Only the answer to the last block asks for the next one; an older one is late.
-void TUpdater::OnOkDiag(const Setting& setting, const ConsoleLine& line)
-{
-    errorCounter = 0;
-    updateCounter = 0;
+    mode.PrintAlone(line.Text());
     const std::uint32_t address = line.Address();
-    if (!rows.IsSending() || address != rows.Address())
+    if (!mode.takesAnyOk && (!rows.IsSending() || address != rows.Address()))
         return;
-    SendIntelHex(setting.midi, rows.Address(), kWriteBlock);
-    ReportProgress(setting.zaurus, address);
-}
-
-void TUpdater::OnNg(const Setting& setting, const ConsoleLine& line)
-{
-    updateCounter = 0;
-    SendRefused(setting.midi, line.Address());
-}
-
-void TUpdater::OnNgDiag(const Setting& setting, const ConsoleLine& line)
-{
-    TraceLine("NG Recive ", line.Text());
-    SendRefused(setting.midi, line.Address());
-}
-
-// The CSP is busy; its line is printed as received.
-void TUpdater::OnAlive(const Setting& /*setting*/, const ConsoleLine& line)
-{
-    errorCounter = 0;
-    updateCounter = 0;
-    Trace(line.Text());
-}
-
-// No rows are wanted any more, though some may be left. The CSP still has to report how it ended.
-void TUpdater::OnEnd(const Setting& /*setting*/, const ConsoleLine& /*line*/)
-{
-    rows.End();
-    updateCounter = 0;
-}
-
-void TUpdater::OnEndDiag(const Setting& /*setting*/, const ConsoleLine& /*line*/)
-{
-    rows.End();
-    Trace("End Recive\n");
-}
-
-void TUpdater::OnFinished(const Setting& /*setting*/, const ConsoleLine& /*line*/)
-{
-    EnterStatus(Status::Finished);
-}
-
-void TUpdater::OnFinishedDiag(const Setting& /*setting*/, const ConsoleLine& /*line*/)
-{
-    updateStatus = Status::Finished;
-    Trace("Finish Recive\n");
-}
-
-void TUpdater::OnFailed(const Setting& /*setting*/, const ConsoleLine& /*line*/)
-{
-    EnterStatus(Status::Failed);
-}
-
-void TUpdater::OnFailedDiag(const Setting& /*setting*/, const ConsoleLine& /*line*/)
-{
-    updateStatus = Status::Failed;
-    Trace("Fail Recive\n");
+    SendIntelHex(mode.midi, rows.Address(), kWriteBlock);
+    ReportProgress(mode, *hexFile, address);
 }
 
 // A refusal counts as unwanted. The block is on its way already when the CSP refuses the same place
 // again.
-void TUpdater::SendRefused(TMidiCom* link, unsigned long address)
+void TUpdater::OnNg(const UpdateMode& mode, const ConsoleLine& line)
 {
+    if (mode.inServer)
+        TraceLine("NG Recive ", line.Text());
     ++errorCounter;
+    const unsigned long address = line.Address();
     if (address != ngAddress)
-        SendIntelHex(link, address, kWriteBlock);
+        SendIntelHex(mode.midi, address, kWriteBlock);
     ngAddress = address;
 }
 
-// Only even percentages are worth a text. An image without data has none.
-void TUpdater::ReportProgress(TZaurusCom* controller, std::uint32_t address) const
+// No rows are wanted any more, though some may be left. The CSP still has to report how it ended.
+void TUpdater::OnEnd(const UpdateMode& /*mode*/, const ConsoleLine& /*line*/)
 {
-    const std::uint32_t size = hexFile->endAddress - hexFile->startAddress;
-    if (size == 0)
-        return;
-    const std::uint32_t percent = 100U * (address - hexFile->startAddress) / size;
-    if (percent % 2 != 0)
-        return;
-    SendToController(controller, (TSString("Sending Data ") + TSString(percent) + "%\n").c_str());
+    rows.End();
 }

@@ -19,6 +19,26 @@ namespace {
 constexpr int kLogLinesKept = 50;
 constexpr int kPassWait = 1;  // seconds of one wait
 
+void Log(const char* text)
+{
+    AddLogFile(kUpdateLog, text);
+}
+
+bool ReportFailure(const char* logged, const char* trace)
+{
+    Log(logged);
+    Trace(trace);
+    return false;
+}
+
+bool Connect(TMidiCom& midi, const char* connected, const char* refused, const char* trace)
+{
+    if (!midi.Connect_i2cserver())
+        return ReportFailure(refused, trace);
+    Log(connected);
+    return true;
+}
+
 }  // namespace
 
 // An update that can't load its file leaves the piano alone: nothing is opened before that.
@@ -85,22 +105,14 @@ bool TUpdater::LoadFile(const char* fileName)
 bool TUpdater::OpenMidi()
 {
     if (midi->SetMidiDescriptor(kMidiPatcherSocket) >= 0)
-        return ConnectPatcher("Open MIDI Patcher - OK1\n", "Open MIDI Patcher - NG1\n",
-                              "Connect i2c error2\n");
+        return Connect(*midi, "Open MIDI Patcher - OK1\n", "Open MIDI Patcher - NG1\n",
+                       "Connect i2c error2\n");
     Log("Open MIDI Patcher - NG1\n");
     sleep(kRetryWait);
-    if (midi->SetMidiDescriptor(kMidiPatcherSocket) < 0)
-        return ReportFailure("Open MIDI Patcher - NG2\n", "Open i2c error\n");
-    return ConnectPatcher("Open MIDI Patcher - OK2\n", "Open MIDI Patcher - NG2\n",
-                          "Connect i2c error\n");
-}
-
-bool TUpdater::ConnectPatcher(const char* connected, const char* refused, const char* trace)
-{
-    if (!midi->Connect_i2cserver())
-        return ReportFailure(refused, trace);
-    Log(connected);
-    return true;
+    if (midi->SetMidiDescriptor(kMidiPatcherSocket) >= 0)
+        return Connect(*midi, "Open MIDI Patcher - OK2\n", "Open MIDI Patcher - NG2\n",
+                       "Connect i2c error\n");
+    return ReportFailure("Open MIDI Patcher - NG2\n", "Open i2c error\n");
 }
 
 // Only a second without anything from the link counts as silence.
@@ -121,7 +133,7 @@ void TUpdater::WaitForAnswers(ReadSet& set)
 }
 
 // A file that has the new name already is replaced. The update has succeeded in any case.
-void TUpdater::RenameImage()
+void TUpdater::RenameImage() const
 {
     const bool isRenamed =
         rename(hexFileName, VersionedName(hexFileName, hexFile->versionText).c_str()) == 0;
@@ -145,22 +157,4 @@ TSString TUpdater::VersionedName(const char* file, const char* version)
     const bool endsInColon = std::string_view(file).back() == ':';
     const bool isBare = directory == file && !endsInColon;
     return directory == "" || isBare ? name : directory + "/" + name;
-}
-
-bool TUpdater::ReportFailure(const char* logged, const char* trace)
-{
-    Log(logged);
-    Trace(trace);
-    return false;
-}
-
-void TUpdater::Log(const char* text)
-{
-    AddLogFile(kUpdateLog, text);
-}
-
-void TUpdater::PrintAndLog(const char* text)
-{
-    Trace(text);
-    Log(text);
 }

@@ -1,161 +1,127 @@
-// The update's state machine: a step of each status. Where the two modes differ, the rule of the
-// server follows that of update mode.
+// The update's state machine: a step of each status.
 
 #include "TUpdater.h"
 
+#include "Console.h"
 #include "HexFormat.h"
 #include "Trace.h"
+#include "UpdateMode.h"
+
+namespace {
+
+Step GiveUp(const UpdateMode& mode, const char* text)
+{
+    mode.PrintAlone(text);
+    mode.LogAlone(text);
+    return Step::Failed;
+}
+
+}  // namespace
 
 int TUpdater::UpdateStatus()
 {
-    return ToInt(TakeStep());
+    return ToInt(TakeStep(UpdateMode::Alone(midi.get())));
 }
 
 int TUpdater::UpdateStatusDiag(TMidiCom* link, TZaurusCom* controller)
 {
     Trace("Update Status APE\n");
-    return ToInt(TakeStepDiag({true, link, controller}));
+    return ToInt(TakeStep(UpdateMode::InServer(link, controller)));
 }
 
-Step TUpdater::TakeStep()
+Step TUpdater::TakeStep(const UpdateMode& mode)
 {
     switch (updateStatus) {
-    case Status::Connect: return StepConnect();
-    case Status::Request: return StepRequest();
-    case Status::StartData: return StepStartData();
-    case Status::Transfer: return StepTransfer();
-    case Status::Finished: return StepFinished();
-    case Status::Failed: return StepFailed();
-    default: return EndOfStep();
-    }
-}
-
-Step TUpdater::TakeStepDiag(const Setting& setting)
-{
-    switch (updateStatus) {
-    case Status::Connect: return StepConnectDiag(setting);
-    case Status::Request: return StepRequestDiag(setting);
-    case Status::StartData: return StepStartDataDiag(setting);
-    case Status::Transfer: return StepTransferDiag();
-    case Status::Finished: return Step::Done;
-    case Status::Failed: return Step::Failed;
-    default: return EndOfStepDiag();
+    case Status::Connect: return StepConnect(mode);
+    case Status::Request: return StepRequest(mode);
+    case Status::StartData: return StepStartData(mode);
+    case Status::Transfer: return StepTransfer(mode);
+    case Status::Finished: return StepFinished(mode);
+    case Status::Failed: return StepFailed(mode);
+    default: return EndOfStep(mode);
     }
 }
 
 // An update goes on even if the CSP never reported that it is idle.
-Step TUpdater::StepConnect()
+Step TUpdater::StepConnect(const UpdateMode& mode)
 {
-    if (IsSilent())
-        EnterStatus(Status::Request);
-    if (CountToSend(flashModeCounter)) {
-        AskForStatus(midi.get(), kWriteFlashMode);
-        Trace("Send Flash Mode TUpdater Update\n");
+    if (!mode.spacesFlashMode || CountToSend(flashModeCounter)) {
+        AskForStatus(mode.midi, kWriteFlashMode, mode.flashModeWait);
+        mode.PrintAlone("Send Flash Mode TUpdater Update\n");
+        mode.SendInServer(kConnectingText);
     }
-    return EndOfStep();
-}
-
-// Sends with every step and doesn't wait, for the loop serves others, too.
-Step TUpdater::StepConnectDiag(const Setting& setting)
-{
-    AskForStatus(setting.midi, kWriteFlashMode, 0);
-    SendToController(setting.zaurus, kConnectingText);
     if (IsSilent())
         EnterStatus(Status::Request);
-    return EndOfStepDiag();
+    return EndOfStep(mode);
 }
 
-// The request goes out with every step, so at least once a second until the CSP answers.
-Step TUpdater::StepRequest()
+// The request goes out with every step until the CSP answers: alone at least once a second.
+Step TUpdater::StepRequest(const UpdateMode& mode)
 {
-    AskForWrite(midi.get());
-    Trace("Send WriteCommand\n");
-    return IsSilent() ? GiveUp("Piano is not connected 2\n") : EndOfStep();
-}
-
-Step TUpdater::StepRequestDiag(const Setting& setting)
-{
-    AskForWrite(setting.midi);
+    rows.Rewind();
+    SendLine(mode.midi, "WRITE  :");
+    mode.PrintAlone("Send WriteCommand\n");
     if (!IsSilent())
-        return EndOfStepDiag();
-    SendToController(setting.zaurus, kNotConnectedText);
-    return Step::Failed;
+        return EndOfStep(mode);
+    mode.SendInServer(kNotConnectedText);
+    return GiveUp(mode, "Piano is not connected 2\n");
 }
 
-Step TUpdater::StepStartData()
+// An image without rows sends nothing, and silence ends its update. The texts here and below call
+// the piano side APE or CSP, whichever of the two is connected.
+Step TUpdater::StepStartData(const UpdateMode& mode)
 {
-    Log("Start CSP Update\n");
-    BeginData(midi.get());
-    Trace("Start APE Update\n");
-    return EndOfStep();
-}
-
-Step TUpdater::StepStartDataDiag(const Setting& setting)
-{
-    BeginData(setting.midi);
-    return EndOfStepDiag();
+    mode.LogAlone("Start CSP Update\n");
+    rows.Begin();
+    SendIntelHex(mode.midi, 0, kWriteBlock);
+    EnterStatus(Status::Transfer);
+    mode.PrintAlone("Start APE Update\n");
+    return EndOfStep(mode);
 }
 
 // Silence after a refused block sends that block once more, since it may have been lost on its way.
 // Any other silence ends the update.
-Step TUpdater::StepTransfer()
+Step TUpdater::StepTransfer(const UpdateMode& mode)
 {
     if (!IsSilent())
-        return EndOfStep();
-    if (ngAddress == 0) {
+        return EndOfStep(mode);
+    if (ngAddress == 0 || !mode.resendsRefused) {
         constexpr char kNoReply[] = "Piano is no reply\n";
-        Log(kNoReply);  // before it is printed, unlike in GiveUp
-        Trace(kNoReply);
+        mode.LogAlone(kNoReply);  // before it is printed, unlike in GiveUp
+        mode.PrintAlone(kNoReply);
         return Step::Failed;
     }
-    SendIntelHex(midi.get(), ngAddress, kWriteBlock);
+    SendIntelHex(mode.midi, ngAddress, kWriteBlock);
     ngAddress = 0;
     updateCounter = 0;
-    return EndOfStep();
+    return EndOfStep(mode);
 }
 
-// In the server silence always ends the update: the controller can search the file again and start
-// anew.
-Step TUpdater::StepTransferDiag()
+Step TUpdater::StepFinished(const UpdateMode& mode)
 {
-    return IsSilent() ? Step::Failed : EndOfStepDiag();
-}
-
-// The texts call the piano side APE or CSP, whichever of the two is connected.
-Step TUpdater::StepFinished()
-{
-    Trace("APE Update Finished\n");
-    Log("CSP Update Finished\n");
-    if (renameFile)
+    mode.PrintAlone("APE Update Finished\n");
+    mode.LogAlone("CSP Update Finished\n");
+    if (renameFile && !mode.inServer)
         RenameImage();
     return Step::Done;
 }
 
-// The one restart begins at the request: the CSP is in flash mode already.
-Step TUpdater::StepFailed()
+// A restart begins at the request: the CSP is in flash mode already.
+Step TUpdater::StepFailed(const UpdateMode& mode)
 {
-    if (retryCount != 0)
-        return GiveUp("CSP Update Failed\n");
-    PrintAndLog("CSP Update Failed\n");
+    const Step failed = GiveUp(mode, "CSP Update Failed\n");
+    if (retryCount >= mode.restarts)
+        return failed;
     ++retryCount;
     EnterStatus(Status::Request);
     return Step::GoesOn;
 }
 
-Step TUpdater::EndOfStep()
+Step TUpdater::EndOfStep(const UpdateMode& mode) const
 {
-    return errorCounter > kErrorLimit ? GiveUp("Piano Comunication Error !\n") : Step::GoesOn;
-}
-
-Step TUpdater::EndOfStepDiag()
-{
-    return errorCounter > kErrorLimit ? Step::Failed : Step::GoesOn;
-}
-
-Step TUpdater::GiveUp(const char* text)
-{
-    PrintAndLog(text);
-    return Step::Failed;
+    if (errorCounter <= kErrorLimit)
+        return Step::GoesOn;
+    return GiveUp(mode, "Piano Comunication Error !\n");
 }
 
 void TUpdater::EnterStatus(int status)
@@ -167,18 +133,4 @@ void TUpdater::EnterStatus(int status)
 bool TUpdater::IsSilent() const
 {
     return updateCounter > kSilenceLimit;
-}
-
-void TUpdater::AskForWrite(TMidiCom* link)
-{
-    rows.Rewind();
-    SendLine(link, "WRITE  :");
-}
-
-// An image without rows sends nothing, and silence ends its update.
-void TUpdater::BeginData(TMidiCom* link)
-{
-    rows.Begin();
-    SendIntelHex(link, 0, kWriteBlock);
-    EnterStatus(Status::Transfer);
 }
