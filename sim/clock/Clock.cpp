@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -110,6 +112,18 @@ bool Clock::RunUntil(const std::function<bool()>& isMet, Moment limit, Moment st
     if (NextDeadline() != kNever)
         SetTime(end);
     return false;
+}
+
+// The steps are short, so that what a person starts or writes meanwhile finds its participant soon.
+void Clock::RunPaced(unsigned speed)
+{
+    constexpr std::chrono::milliseconds kStep{5};
+    while (true) {
+        while (LetOneWork()) {
+        }
+        std::this_thread::sleep_for(kStep);
+        SetTime(std::min(NextDeadline(), now + speed * std::chrono::nanoseconds(kStep).count()));
+    }
 }
 
 // Asks each participant, from `next` on, whether it can go on, and lets the first one work that

@@ -32,6 +32,9 @@ public:
     bool RunUntil(const std::function<bool()>& isMet, virtualtime::Moment limit,
                   virtualtime::Moment step = 0);
 
+    // Lets time pass by itself, `speed` times as fast as for people, to the end of the process.
+    [[noreturn]] void RunPaced(unsigned speed);
+
     // Who waited for what when the last RunUntil failed, one line each.
     const std::string& Report() const { return report; }
 

@@ -1,7 +1,8 @@
 // The clock of a unit that a script drives: `simunit` starts it and sends it requests. Time stands
 // still at first, and passes only while a script waits with `until`.
 //
-//   simclock serve PATH                    the clock of the participants at PATH
+//   simclock serve PATH [SPEED]            the clock of the participants at PATH; with SPEED time
+//                                          passes by itself, so many times as fast as real time
 //   simclock expect PATH PID               the process PID was started and will be a participant
 //   simclock until PATH exit PID           lets time pass until the process has ended
 //   simclock until PATH run COMMAND...     ... until the command succeeds
@@ -69,17 +70,17 @@ std::string ReceiveText(int socket)
 }
 
 // 0 if the text is no number.
-pid_t ProcessId(const std::string& text)
+int Number(const std::string& text)
 {
     constexpr int kDecimal = 10;
-    return static_cast<pid_t>(std::strtol(text.c_str(), nullptr, kDecimal));
+    return static_cast<int>(std::strtol(text.c_str(), nullptr, kDecimal));
 }
 
 // The answer to a request: "ok", or the report.
 std::string Answer(Clock& clock, int asker, const std::string& asked)
 {
     if (asked != "until") {
-        clock.Expect(ProcessId(asked));
+        clock.Expect(Number(asked));
         return "ok";
     }
     const auto isMet = [&] {
@@ -89,7 +90,7 @@ std::string Answer(Clock& clock, int asker, const std::string& asked)
     return clock.RunUntil(isMet, kDay, kLookStep) ? "ok" : clock.Report();
 }
 
-int Serve(const std::string& path)
+int Serve(const std::string& path, const std::string& speed)
 {
     constexpr int kBacklog = 8;
     Clock clock(path);
@@ -97,6 +98,8 @@ int Serve(const std::string& path)
     listen(listener, kBacklog);
     std::puts("ready");
     std::fflush(stdout);
+    if (!speed.empty())
+        clock.RunPaced(static_cast<unsigned>(Number(speed)));
     while (true) {
         const int asker = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (asker < 0)
@@ -135,8 +138,7 @@ int Ask(const Words& words)
     const int clock = ControlSocket(words[1], connect);
     const bool waits = words[0] == "until";
     const bool forExit = waits && words[2] == "exit";
-    const int pidfd =
-        forExit ? static_cast<int>(syscall(SYS_pidfd_open, ProcessId(words[3]), 0)) : -1;
+    const int pidfd = forExit ? static_cast<int>(syscall(SYS_pidfd_open, Number(words[3]), 0)) : -1;
     SendText(clock, waits ? "until" : words[2]);
     std::string text;
     while ((text = ReceiveText(clock)) == "look") {
@@ -155,8 +157,8 @@ int main(int argc, char** argv)
 {
     const Words words(argv + 1, argv + argc);
     try {
-        if (words.size() == 2 && words[0] == "serve")
-            return Serve(words[1]);
+        if ((words.size() == 2 || words.size() == 3) && words[0] == "serve")
+            return Serve(words[1], words.size() == 3 ? words[2] : "");
         if ((words.size() == 3 && words[0] == "expect") ||
             (words.size() > 3 && words[0] == "until"))
             return Ask(words);
@@ -164,7 +166,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "simclock: %s\n", failure.what());
         return 2;
     }
-    std::fputs("simclock serve PATH | expect PATH PID | until PATH exit PID|run COMMAND...\n",
-               stderr);
+    std::fputs(
+        "simclock serve PATH [SPEED] | expect PATH PID | until PATH exit PID|run COMMAND...\n",
+        stderr);
     return 2;
 }

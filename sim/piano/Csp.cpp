@@ -36,10 +36,8 @@ void Csp::SetPower(bool on)
 void Csp::Forget()
 {
     selected = false;
-    muted = false;
     state = State::Playing;
     sending = false;
-    recordCount = 0;
     answers.clear();
 }
 
@@ -92,7 +90,7 @@ void Csp::OnStatus(const std::string&)
 // NEXT would end the read, so an answer is repeated only if it was lost with the link.
 void Csp::OnWrite(const std::string&)
 {
-    if (state == State::WriteReady && answered && !faults.answerEach)
+    if (state == State::WriteReady && answered)
         return;
     state = State::WriteReady;
     upperAddress = 0;
@@ -114,7 +112,7 @@ void Csp::OnRead(const std::string& line)
         transcript.Bad("command " + line);
         return;
     }
-    if (state == State::ReadReady && answered && !faults.answerEach)
+    if (state == State::ReadReady && answered)
         return;
     state = State::ReadReady;
     readAddress = *start;
@@ -194,12 +192,10 @@ void Csp::TakeData(const PianoRecord& record)
 
     Store(address, record.data);
     expected = end;
-    CountRecord();
     if (end % kBlockSize != 0)
         return;
-    for (int i = faults.chatter; i > 0; --i)
-        Answer("WR:" + EightDigits(end - kBlockSize / static_cast<uint32_t>(faults.chatter + 1) *
-                                             static_cast<uint32_t>(i)));
+    Answer("WR:" + EightDigits(end - 2 * (kBlockSize / 3)));
+    Answer("WR:" + EightDigits(end - kBlockSize / 3));
     Answer("OK " + EightDigits(end));
 }
 
@@ -210,8 +206,7 @@ bool Csp::IsRefusedByFault(uint32_t address, uint32_t end)
     if (hit == faults.ngAt.end())
         return false;
     const uint32_t at = *hit;
-    if (!faults.ngEvery)
-        faults.ngAt.erase(hit);
+    faults.ngAt.erase(hit);
     Refuse(at);
     return true;
 }
@@ -235,14 +230,6 @@ void Csp::Store(uint32_t address, const std::vector<unsigned char>& data)
     }
 }
 
-void Csp::CountRecord()
-{
-    ++recordCount;
-    muted = muted || (faults.silentAt && recordCount >= *faults.silentAt);
-    if (muted)
-        answers.clear();
-}
-
 void Csp::TakeEndOfFile()
 {
     if (wanted)
@@ -254,13 +241,12 @@ void Csp::TakeEndOfFile()
         --faults.failures;
     if (!failed && !saveFile.empty() && !flash.Save(saveFile))
         transcript.Note("flash not saved");
-    if (!faults.noFinish)
-        Answer(failed ? "Failed" : "Finished");
+    Answer(failed ? "Failed" : "Finished");
 }
 
 void Csp::Answer(const std::string& line)
 {
-    if (faults.silent || muted || faults.garbageEndless)
+    if (faults.silent || faults.garbageEndless)
         return;
     answers.insert(answers.end(), static_cast<size_t>(std::max(faults.garbage, 0)), kGarbage);
     answers.push_back(line);
@@ -268,7 +254,7 @@ void Csp::Answer(const std::string& line)
 
 std::optional<std::string> Csp::TakeNextLine()
 {
-    if (!powered || state == State::Playing || faults.silent || muted)
+    if (!powered || state == State::Playing || faults.silent)
         return std::nullopt;
     if (faults.garbageEndless)
         return kGarbage;
@@ -303,16 +289,13 @@ std::string Csp::TakeNextRecord()
     const uint32_t toCut = faults.readCut - readAddress % faults.readCut;
     const uint32_t count = std::min({readStep, toCut, readEnd - readAddress});
     const uint32_t address = readAddress;
-    const auto has = [&](const std::optional<uint32_t>& at) { return at && *at - address < count; };
     record = DataRecordAt(address, count);
     readAddress += count;
     sending = readAddress % kStretchSize != 0 || readAddress >= readEnd;
-    CountRecord();
 
-    if (has(faults.badAddressAt))
-        ++record.address;
     std::string text = record.ToText();
-    if (has(faults.badChecksumAt))
+    const auto& bad = faults.badChecksumAt;
+    if (bad && *bad - address < count)
         text.back() = text.back() == '0' ? '1' : '0';
     return text;
 }

@@ -15,21 +15,15 @@ class Transcript;
 // How the CSP misbehaves, and where CSPs differ from unit to unit. All off: a good CSP.
 struct CspFaults {
     bool silent = false;                    // never sends anything
-    std::optional<int> silentAt;            // falls silent when so many data records have passed
     std::vector<uint32_t> ngAt;             // refuses the record with the address, once each
-    bool ngEvery = false;                   // ... every time
     int failures = 0;                       // so many writes end in "Failed"
     int garbage = 0;                        // unwanted lines before each answer
     bool garbageEndless = false;            // nothing but unwanted lines
     std::optional<uint32_t> badChecksumAt;  // read: the record with the address
-    std::optional<uint32_t> badAddressAt;
-    std::optional<uint32_t> readStop;  // read: ends there, whatever range was requested
-    uint32_t readCut = 0x1000;         // read: no record crosses a multiple of it
-    int chatter = 2;                   // "WR:" lines before each "OK"
-    bool noStatus = false;             // no "Status:Flash Idle"
-    bool noFinish = false;             // neither "Finished" nor "Failed"
-    bool answerEach = false;           // each repeated WRITE or READ is answered
-    bool allowGaps = false;            // a write may leave a gap between two records
+    std::optional<uint32_t> readStop;       // read: ends there, whatever range was requested
+    uint32_t readCut = 0x1000;              // read: no record crosses a multiple of it
+    bool noStatus = false;                  // no "Status:Flash Idle"
+    bool allowGaps = false;                 // a write may leave a gap between two records
 };
 
 // The piano's CSP board, as its text console shows it, and its flash.
@@ -92,7 +86,6 @@ private:
     bool IsRefusedByFault(uint32_t address, uint32_t end);
     void Refuse(uint32_t address);
     void Store(uint32_t address, const std::vector<unsigned char>& data);
-    void CountRecord();
 
     std::string TakeNextRecord();
     PianoRecord DataRecordAt(uint32_t address, uint32_t count) const;
@@ -107,11 +100,9 @@ private:
 
     bool powered = true;
     bool selected = false;  // the first of the two groups that enter flash mode has come
-    bool muted = false;
     State state = State::Playing;
     std::deque<std::string> answers;
     bool answered = false;  // the latest WRITE or READ, on the present link
-    int recordCount = 0;
 
     // A write.
     uint32_t upperAddress = 0;

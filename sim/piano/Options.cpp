@@ -54,7 +54,6 @@ std::vector<Options::Option> Options::Table()
 {
     return {
         {"--root", "DIR", "the unit's directory", &root},
-        {"--speed", "N", "divides the seconds of the options below by N", &speed},
         {"--help", "", "print this", &help},
 
         {"--size", "BYTES", "its size, from 90000000 on (400000)", &size,
@@ -68,22 +67,15 @@ std::vector<Options::Option> Options::Table()
         {"--rc-late", "SECONDS", "the same for the RC Server", &rcServerLate},
 
         {"--silent", "", "never sends anything", &csp.silent, "The CSP"},
-        {"--silent-after", "N", "falls silent after N data records in either direction",
-         &csp.silentAt},
         {"--no-status", "", "no answer to STATUS", &csp.noStatus},
-        {"--answer-each", "", "answers a WRITE or READ that only repeats the last one, too",
-         &csp.answerEach},
         {"--garbage", "N", "N unwanted lines before each answer, not before records", &csp.garbage},
         {"--garbage-endless", "", "unwanted lines and nothing else", &csp.garbageEndless},
 
         {"--ng-at", "ADDR", "refuses the record with ADDR, once; may be repeated", &csp.ngAt,
          "The CSP, writing its flash"},
-        {"--ng-every", "", "--ng-at refuses every time", &csp.ngEvery},
         {"--allow-gaps", "", "accepts data that leaves a gap after the last record",
          &csp.allowGaps},
-        {"--chatter", "N", "N \"WR:\" lines before each OK (2)", &csp.chatter},
         {"--fail", "N", "the first N writes end in \"Failed\"", &csp.failures},
-        {"--no-finish", "", "neither \"Finished\" nor \"Failed\" after END", &csp.noFinish},
 
         {"--read-stop", "ADDR", "the end-of-file record comes there, whatever was requested",
          &csp.readStop, "The CSP, sending its flash"},
@@ -91,8 +83,6 @@ std::vector<Options::Option> Options::Table()
          &csp.readCut},
         {"--bad-checksum-at", "ADDR", "a wrong checksum in the record with ADDR",
          &csp.badChecksumAt},
-        {"--bad-address-at", "ADDR", "a wrong address in the record with ADDR",
-         &csp.badAddressAt},
 
         {"--frame-bytes", "B", "cuts each frame into writes of B bytes, each when the last is read",
          &link.frameBytes, "The link (a message is a line's frames and goes out in one write)"},
@@ -131,8 +121,6 @@ std::string Options::Parse(const std::vector<std::string>& arguments)
 
 std::string Options::FindMisfit() const
 {
-    if (speed == 0)
-        return "--speed 0: not a valid N";
     if (size > kLargestFlash)
         return "--size over 10000000";
     if (csp.readCut == 0 || kPage % csp.readCut != 0)

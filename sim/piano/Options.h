@@ -11,7 +11,6 @@
 // The command line of simpiano.
 struct Options {
     std::string root;
-    int speed = 1;
     bool help = false;
 
     uint32_t size = 0x400000;

@@ -64,9 +64,9 @@ bool SimPiano::Open()
 
     const auto now = Clock::now();
     if (!options.noPatcher)
-        patcherOpens = now + Delay(options.patcherLate);
+        patcherOpens = now + std::chrono::seconds(options.patcherLate);
     if (!options.noRcServer)
-        rcServerOpens = now + Delay(options.rcServerLate);
+        rcServerOpens = now + std::chrono::seconds(options.rcServerLate);
     dsp = BindDatagramAt(Path(kDspSocket));
     if (!dsp || !OpenWhenDue())
         return false;
@@ -74,11 +74,6 @@ bool SimPiano::Open()
     folderWatch = Descriptor(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     inotify_add_watch(folderWatch.Get(), Path(kSimulation).c_str(), IN_CLOSE_WRITE | IN_MOVED_TO);
     return true;
-}
-
-SimPiano::Clock::duration SimPiano::Delay(int seconds) const
-{
-    return Clock::duration(std::chrono::seconds(seconds)) / options.speed;
 }
 
 bool SimPiano::LoadFlash()

@@ -27,7 +27,6 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::string Path(const char* below) const { return options.root + below; }
-    Clock::duration Delay(int seconds) const;
     bool LoadFlash();
     void Wait(bool sendingSoon);
     bool OpenWhenDue();

@@ -40,14 +40,14 @@ void AwaitSocket(const char* call, int descriptor, short events, int flags = 0)
 
 // Sends all bytes, as a blocking call does, in pieces as large as the peer accepts, or those that
 // it accepts until the timeout of the socket.
-template <typename Send>
-ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flags, Send send)
+ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flags)
 {
     const virtualtime::Moment deadline = SendDeadline(descriptor);
     std::size_t done = 0;
     do {
         const bool isReady = AwaitDescriptor("write", descriptor, POLLOUT, deadline);
-        const ssize_t count = send(descriptor, bytes + done, size - done, flags | MSG_DONTWAIT);
+        const ssize_t count = syscall(SYS_sendto, descriptor, bytes + done, size - done,
+                                      flags | MSG_DONTWAIT, nullptr, 0);
         if (count < 0 && (errno != EAGAIN || !isReady))
             return done > 0 ? static_cast<ssize_t>(done) : count;
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
@@ -61,66 +61,36 @@ bool SendsInTurn(int descriptor, int flags)
            MayBlock(descriptor);
 }
 
-Real<ssize_t(int, void*, std::size_t)> realRead("read");
-Real<ssize_t(int, const void*, std::size_t, int)> realSend("send");
-Real<ssize_t(int, void*, std::size_t, int)> realRecv("recv");
-
-using Ioctl = int(int, unsigned long, ...);
-
-int IoctlWith(Real<Ioctl>& real, int descriptor, unsigned long request, unsigned long argument)
-{
-    if (OwnerOf(descriptor) == Owner::DspDevice)
-        return DspIoctl(request, argument);
-    return real(descriptor, request, argument);
-}
-
 }  // namespace
 
 extern "C" {
 
 ssize_t read(int descriptor, void* bytes, std::size_t size)
 {
+    static Real real(read);
     return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("read", descriptor, POLLIN);
-        return realRead(descriptor, bytes, fits);
-    });
-}
-
-// The checked forms know the size of the buffer; libc's own check runs in the real ones.
-ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t room)
-{
-    static Real<ssize_t(int, void*, std::size_t, std::size_t)> real("__read_chk");
-    return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
-        AwaitSocket("read", descriptor, POLLIN);
-        return real(descriptor, bytes, fits, room);
+        return real(descriptor, bytes, fits);
     });
 }
 
 ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
 {
+    static Real real(recv);
     return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
         AwaitSocket("recv", descriptor, POLLIN, flags);
-        return realRecv(descriptor, bytes, fits, flags);
-    });
-}
-
-ssize_t __recv_chk(int descriptor, void* bytes, std::size_t size, std::size_t room, int flags)
-{
-    static Real<ssize_t(int, void*, std::size_t, std::size_t, int)> real("__recv_chk");
-    return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
-        AwaitSocket("recv", descriptor, POLLIN, flags);
-        return real(descriptor, bytes, fits, room, flags);
+        return real(descriptor, bytes, fits, flags);
     });
 }
 
 ssize_t write(int descriptor, const void* bytes, std::size_t size)
 {
-    static Real<ssize_t(int, const void*, std::size_t)> real("write");
+    static Real real(write);
     bool done = false;
     const ssize_t count = TransferWithFaults(calls::write, descriptor, size, [&](std::size_t fits) {
         done = true;
         if (SendsInTurn(descriptor, 0))
-            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, 0, realSend);
+            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, 0);
         return real(descriptor, bytes, fits);
     });
     return RaiseBrokenPipe(count, descriptor, done);
@@ -128,36 +98,27 @@ ssize_t write(int descriptor, const void* bytes, std::size_t size)
 
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags)
 {
+    static Real real(send);
     bool done = false;
     const ssize_t count = TransferWithFaults(calls::write, descriptor, size, [&](std::size_t fits) {
         done = true;
         if (SendsInTurn(descriptor, flags))
-            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, flags, realSend);
-        return realSend(descriptor, bytes, fits, flags);
+            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, flags);
+        return real(descriptor, bytes, fits, flags);
     });
     return RaiseBrokenPipe(count, descriptor, done || (flags & MSG_NOSIGNAL) != 0);
 }
 
 int ioctl(int descriptor, unsigned long request, ...) noexcept
 {
-    static Real<Ioctl> real("ioctl");
+    static Real real(ioctl);
     std::va_list arguments;
     va_start(arguments, request);
     const auto argument = va_arg(arguments, unsigned long);
     va_end(arguments);
-    return IoctlWith(real, descriptor, request, argument);
+    if (OwnerOf(descriptor) == Owner::DspDevice)
+        return DspIoctl(request, argument);
+    return real(descriptor, request, argument);
 }
-
-#if __TIMESIZE == 32
-int __ioctl_time64(int descriptor, unsigned long request, ...)
-{
-    static Real<Ioctl> real("__ioctl_time64");
-    std::va_list arguments;
-    va_start(arguments, request);
-    const auto argument = va_arg(arguments, unsigned long);
-    va_end(arguments);
-    return IoctlWith(real, descriptor, request, argument);
-}
-#endif
 
 }  // extern "C"

@@ -2,7 +2,6 @@
 
 #include <climits>
 #include <csignal>
-#include <limits>
 
 #include <sys/mount.h>
 #include <sys/vfs.h>
@@ -22,39 +21,16 @@ namespace {
 
 constexpr unsigned long long kPlenty = 1ULL << 30;  // bytes
 
-// Puts the configured room into the result of statfs. The blocks are single bytes, or larger where
-// the count would not fit.
-template <typename Found>
-void SetFree(Found& found)
+// Puts the configured room into the result of statfs, in blocks of single bytes.
+void SetFree(struct statfs& found)
 {
     unsigned long long left = kPlenty;
     ReadControl("free", left);
-    using Blocks = decltype(found.f_bavail);
     found.f_bsize = 1;
-    for (; left > std::numeric_limits<Blocks>::max(); left /= 2)
-        found.f_bsize *= 2;
     found.f_frsize = found.f_bsize;
-    found.f_bavail = static_cast<Blocks>(left);
+    found.f_bavail = left;
     found.f_bfree = found.f_bavail;
     found.f_blocks = found.f_bavail;
-}
-
-template <typename Found>
-int StatfsWith(Real<int(const char*, Found*)>& real, const char* asked, Found* found)
-{
-    const UnitPath path(asked);
-    const int result = CallAtPath(calls::statfs, Intent::Look, path,
-                                  [&](const char* at) { return real(at, found); });
-    if (!path.IsUnits())
-        return result;
-    if (result == 0 && path.IsOnMedium())
-        SetFree(*found);
-    BoundedText line;
-    line.Add("statfs(").Add(asked).Add(")");
-    if (result < 0)
-        return JournalResult(line, result);
-    Journal(line);
-    return result;
 }
 
 // The result of a simulated call with an outcome of 0 or an errno.
@@ -73,10 +49,9 @@ int Unmount(const char* target)
     return JournalOutcome(line.Add("umount(").Add(target).Add(")"), error);
 }
 
-using Flush = int(int);
-
 // Late write errors appear here: those of a medium that is gone, and planned ones.
-int FlushWith(Real<Flush>& real, Call& call, int descriptor)
+template <typename Flush>
+int FlushWith(Flush& real, Call& call, int descriptor)
 {
     const Owner owner = OwnerOf(descriptor);
     if (owner != Owner::File && owner != Owner::Medium && owner != Owner::Gone)
@@ -124,8 +99,7 @@ extern "C" {
 int mount(const char* source, const char* target, const char* type, unsigned long flags,
           const void* data) noexcept
 {
-    static Real<int(const char*, const char*, const char*, unsigned long, const void*)> real(
-        "mount");
+    static Real real(mount);
     if (Root() == nullptr)
         return real(source, target, type, flags, data);
     const char* options = data == nullptr ? "" : static_cast<const char*>(data);
@@ -140,20 +114,14 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
 
 int umount(const char* target) noexcept
 {
-    static Real<int(const char*)> real("umount");
+    static Real real(umount);
     return Root() == nullptr ? real(target) : Unmount(target);
-}
-
-int umount2(const char* target, int flags) noexcept
-{
-    static Real<int(const char*, int)> real("umount2");
-    return Root() == nullptr ? real(target, flags) : Unmount(target);
 }
 
 // The machine's own disk has no part in what the unit flushes.
 void sync() noexcept
 {
-    static Real<void()> real("sync");
+    static Real real(sync);
     if (Root() == nullptr) {
         real();
         return;
@@ -165,32 +133,38 @@ void sync() noexcept
 
 int fsync(int descriptor)
 {
-    static Real<Flush> real("fsync");
+    static Real real(fsync);
     return FlushWith(real, calls::fsync, descriptor);
 }
 
 int fdatasync(int descriptor)
 {
-    static Real<Flush> real("fdatasync");
+    static Real real(fdatasync);
     return FlushWith(real, calls::fsync, descriptor);
 }
 
 int syncfs(int descriptor) noexcept
 {
-    static Real<Flush> real("syncfs");
+    static Real real(syncfs);
     return FlushWith(real, calls::syncfs, descriptor);
 }
 
-int statfs(const char* path, struct statfs* found) noexcept
+int statfs(const char* asked, struct statfs* found) noexcept
 {
-    static Real<int(const char*, struct statfs*)> real("statfs");
-    return StatfsWith(real, path, found);
-}
-
-int statfs64(const char* path, struct statfs64* found) noexcept
-{
-    static Real<int(const char*, struct statfs64*)> real("statfs64");
-    return StatfsWith(real, path, found);
+    static Real real(static_cast<int (*)(const char*, struct statfs*) noexcept>(statfs));
+    const UnitPath path(asked);
+    const int result = CallAtPath(calls::statfs, Intent::Look, path,
+                                  [&](const char* at) { return real(at, found); });
+    if (!path.IsUnits())
+        return result;
+    if (result == 0 && path.IsOnMedium())
+        SetFree(*found);
+    BoundedText line;
+    line.Add("statfs(").Add(asked).Add(")");
+    if (result < 0)
+        return JournalResult(line, result);
+    Journal(line);
+    return result;
 }
 
 }  // extern "C"

@@ -34,19 +34,6 @@ const char* Root()
     return root;
 }
 
-unsigned Speed()
-{
-    static unsigned speed = 0;
-    if (speed == 0) {
-        const char* text = std::getenv("SIMUNIT_SPEED");
-        unsigned long long number = 1;
-        if (text == nullptr || !ParseNumber(text, number) || number == 0)
-            number = 1;
-        speed = static_cast<unsigned>(number);
-    }
-    return speed;
-}
-
 BoundedText InRoot(const char* path)
 {
     BoundedText full;

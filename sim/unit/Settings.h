@@ -7,9 +7,6 @@
 // SIMUNIT_ROOT, or null: then the library changes nothing.
 const char* Root();
 
-// SIMUNIT_SPEED, 1 or more: the divisor of times.
-unsigned Speed();
-
 // An absolute path below the root.
 BoundedText InRoot(const char* path);
 

@@ -73,8 +73,8 @@ int TrackAccepted(int descriptor, int listener)
 
 // A connect to a UNIX socket waits for room in the listener's queue, which no poll reports: -1 with
 // EAGAIN when there is none until the timeout of the socket.
-int ConnectInTurn(Real<int(int, const sockaddr*, socklen_t)>& real, int descriptor,
-                  const sockaddr* address, socklen_t length)
+template <typename Connect>
+int ConnectInTurn(Connect& real, int descriptor, const sockaddr* address, socklen_t length)
 {
     if (address->sa_family != AF_UNIX)
         return real(descriptor, address, length);
@@ -122,7 +122,7 @@ extern "C" {
 
 int socket(int family, int type, int protocol) noexcept
 {
-    static Real<int(int, int, int)> real("socket");
+    static Real real(socket);
     if (FailsNow(calls::socket, family == AF_UNIX ? "socket" : "tcp"))
         return -1;
     return Track(real(family, type, protocol), family == AF_UNIX ? Owner::Socket : Owner::Tcp);
@@ -130,7 +130,7 @@ int socket(int family, int type, int protocol) noexcept
 
 int connect(int descriptor, const sockaddr* address, socklen_t length)
 {
-    static Real<int(int, const sockaddr*, socklen_t)> real("connect");
+    static Real real(connect);
     if (FailsNow(calls::connect, AddressName(address, length).Get()))
         return -1;
     SendAtOnce(descriptor);
@@ -143,16 +143,9 @@ int connect(int descriptor, const sockaddr* address, socklen_t length)
     });
 }
 
-int shutdown(int descriptor, int how) noexcept
-{
-    static Real<int(int, int)> real("shutdown");
-    NoteTcp();
-    return real(descriptor, how);
-}
-
 int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
 {
-    static Real<int(int, const sockaddr*, socklen_t)> real("bind");
+    static Real real(bind);
     if (FailsNow(calls::bind, descriptor))
         return -1;
     return CallAtAddress(address, length, [&](const sockaddr* at, socklen_t size) {
@@ -162,7 +155,7 @@ int bind(int descriptor, const sockaddr* address, socklen_t length) noexcept
 
 int listen(int descriptor, int backlog) noexcept
 {
-    static Real<int(int, int)> real("listen");
+    static Real real(listen);
     const int result = FailsNow(calls::listen, descriptor) ? -1 : real(descriptor, backlog);
     const unsigned port = PortOf(descriptor);
     if (port == 0)
@@ -174,7 +167,7 @@ int listen(int descriptor, int backlog) noexcept
 
 int accept(int descriptor, sockaddr* address, socklen_t* length)
 {
-    static Real<int(int, sockaddr*, socklen_t*)> real("accept");
+    static Real real(accept);
     if (FailsNow(calls::accept, descriptor))
         return -1;
     AwaitDescriptor("accept", descriptor, POLLIN);
@@ -183,7 +176,7 @@ int accept(int descriptor, sockaddr* address, socklen_t* length)
 
 int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
 {
-    static Real<int(int, sockaddr*, socklen_t*, int)> real("accept4");
+    static Real real(accept4);
     if (FailsNow(calls::accept, descriptor))
         return -1;
     AwaitDescriptor("accept", descriptor, POLLIN);

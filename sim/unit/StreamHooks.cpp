@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr int kPermissions = 0666;
-
 int DescriptorOf(void* cookie)
 {
     return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
@@ -80,28 +78,10 @@ int FlagsOf(const char* mode)
 
 std::FILE* StreamOf(int descriptor, const char* mode)
 {
-    static Real<std::FILE*(void*, const char*, cookie_io_functions_t)> make("fopencookie");
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a cookie is a pointer, here a number
     void* cookie = reinterpret_cast<void*>(static_cast<std::intptr_t>(descriptor));
-    return make(cookie, mode,
-                cookie_io_functions_t{ReadStream, WriteStream, SeekStream, CloseStream});
-}
-
-using Fopen = std::FILE*(const char*, const char*);
-
-std::FILE* OpenStream(Real<Fopen>& real, const char* path, const char* mode)
-{
-    static Real<int(const char*, int, ...)> open("open64");
-    const int flags = FlagsOf(mode);
-    if (!UnitPath(path).IsUnits() || flags < 0) {
-        std::FILE* stranger = real(path, mode);
-        if (stranger != nullptr)
-            SetOwner(fileno(stranger), Owner::Stranger);
-        return stranger;
-    }
-    const int made =
-        OpenMapped(path, flags, [&](const char* at) { return open(at, flags, kPermissions); });
-    return made < 0 ? nullptr : StreamOf(made, mode);
+    return fopencookie(cookie, mode,
+                       cookie_io_functions_t{ReadStream, WriteStream, SeekStream, CloseStream});
 }
 
 }  // namespace
@@ -110,26 +90,29 @@ extern "C" {
 
 std::FILE* fopen(const char* path, const char* mode)
 {
-    static Real<Fopen> real("fopen");
-    return OpenStream(real, path, mode);
-}
-
-std::FILE* fopen64(const char* path, const char* mode)
-{
-    static Real<Fopen> real("fopen64");
-    return OpenStream(real, path, mode);
+    static Real real(fopen);
+    const int flags = FlagsOf(mode);
+    if (!UnitPath(path).IsUnits() || flags < 0) {
+        std::FILE* stranger = real(path, mode);
+        if (stranger != nullptr)
+            SetOwner(fileno(stranger), Owner::Stranger);
+        return stranger;
+    }
+    const int made =
+        OpenMapped(path, flags, [&](const char* at) { return direct::Open(at, flags); });
+    return made < 0 ? nullptr : StreamOf(made, mode);
 }
 
 // A stream on a descriptor that one of the open calls has returned.
 std::FILE* fdopen(int descriptor, const char* mode) noexcept
 {
-    static Real<std::FILE*(int, const char*)> real("fdopen");
+    static Real real(fdopen);
     return IsUnits(OwnerOf(descriptor)) ? StreamOf(descriptor, mode) : real(descriptor, mode);
 }
 
 int fclose(std::FILE* file)
 {
-    static Real<int(std::FILE*)> real("fclose");
+    static Real real(fclose);
     SetOwner(fileno(file), Owner::None);  // a stream of the unit has no descriptor
     return real(file);
 }

@@ -5,7 +5,7 @@
 
 // This process as a participant of the clock; see VirtualTime.h.
 
-// False without SIMUNIT_CLOCK: then times are real ones, or divided.
+// False without SIMUNIT_CLOCK: then times are real ones.
 bool HasClock();
 
 // The virtual time.

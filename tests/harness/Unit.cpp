@@ -16,11 +16,6 @@ constexpr std::uint32_t kFlashBase = 0x90000000;
 // The command that runs a program for another processor; empty when it is for this one.
 const Unit::Words kEmulator = {DIAG_EMULATOR};
 
-std::string Program(const std::string& name)
-{
-    return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
-}
-
 // An emulator is a program of this machine, so only the program in it gets the library.
 std::string Preload()
 {
@@ -35,6 +30,11 @@ Unit::Words Join(Unit::Words words, const Unit::Words& more)
 }
 
 }  // namespace
+
+std::string Program(const std::string& name)
+{
+    return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
+}
 
 void CopyNewUnit(const std::string& root)
 {

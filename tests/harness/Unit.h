@@ -20,6 +20,9 @@
 // Where the logs and the lock file are.
 inline const std::string kLogFolder = kLogDirectory;
 
+// The path of a program or a library of the build.
+std::string Program(const std::string& name);
+
 // Makes a unit in the empty directory, as `simunit new` does.
 void CopyNewUnit(const std::string& root);
 

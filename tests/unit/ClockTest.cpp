@@ -27,8 +27,8 @@ TEST(Clock, EndsWaitAtLimitOrDeadlock)
 TEST(Clock, ContinuesWithoutKilledProcess)
 {
     Unit unit;
-    Process& killed = unit.Start("probe_plain", {"sleep 1000"});
-    Process& other = unit.Start("probe_plain", {"sleep 10"});
+    Process& killed = unit.Start("probe", {"sleep 1000"});
+    Process& other = unit.Start("probe", {"sleep 10"});
     EXPECT_TRUE(unit.WaitForJournal("sleep(10)"));
 
     EXPECT_EQ(killed.Kill(), 128 + SIGKILL);
@@ -55,7 +55,7 @@ TEST(UnitDeathTest, FailsTestWhoseProgramWritesOutsideUnit)
     EXPECT_DEATH(
         {
             Unit unit;
-            unit.Start("probe_plain", {"create /var/tmp/stray"}).Wait();
+            unit.Start("probe", {"create /var/tmp/stray"}).Wait();
         },
         "writes outside the unit: stray open\\(/var/tmp/stray\\)");
     EXPECT_FALSE(std::filesystem::exists("/var/tmp/stray"));

@@ -1,0 +1,59 @@
+// The preload library sees every call that the unit's programs make to libc and that matters here.
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <regex>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "Unit.h"
+
+namespace {
+
+// The functions of libc that a program imports, or those that the library defines.
+std::set<std::string> Functions(const std::string& file, const char* which)
+{
+    const std::string command = "readelf --dyn-syms -W '" + Program(file) +
+                                "' | awk '$4 == \"FUNC\" && " + which +
+                                " { sub(/@.*/, \"\", $8); print $8 }'";
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> lines(popen(command.c_str(), "r"),
+                                                                pclose);
+    std::set<std::string> names;
+    for (std::array<char, 256> line; std::fgets(line.data(), line.size(), lines.get()) != nullptr;)
+        names.insert(std::string(line.data(), std::strcspn(line.data(), "\n")));
+    return names;
+}
+
+}  // namespace
+
+TEST(Imports, AreHookedOrHarmless)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer's runtime imports much more";
+#endif
+    const std::regex harmless(
+        // neither files nor time
+        "mem.*|str.*|is[a-z]+|to(lower|upper)|hton[ls]|.*alloc|free|abort|get(opt|text|pid).*|"
+        "gmtime_r|__gmtime64_r|localeconv|pthread_mutex_.*|gai_strerror|"
+        "__(errno_location|cxa_.*|libc_.*|tls_get_addr|assert_fail|aeabi_.*)|"
+        // text for a stream, whose bytes are counted
+        "v?[fs]?n?printf|f?put(s|c|char)|fgets|fwrite|fflush|ferror|setvbuf|perror|"
+        // an open descriptor, which is the machine's own
+        "(__)?(fstat|fcntl|lseek|setsockopt)(64)?(_time64)?|fchmod|flock|isatty|inotify_.*|"
+        // the process
+        "signal|sig.*|umask|"
+        // diagctl's names of hosts, and its files, which aren't the unit's
+        "(get|free)addrinfo|mkdtemp|chmod");
+    const std::set<std::string> hooks = Functions("libsimunit.so", "$7 != \"UND\"");
+    ASSERT_GT(hooks.size(), 30U);
+    for (const char* program : {"diag_server", "simpiano", "diagctl"}) {
+        const std::set<std::string> imports = Functions(program, "/@GLIBC_/ && $7 == \"UND\"");
+        ASSERT_GT(imports.size(), 30U) << program;
+        for (const std::string& name : imports)
+            EXPECT_TRUE(hooks.count(name) > 0 || std::regex_match(name, harmless))
+                << program << " calls " << name << ", which the preload library doesn't see";
+    }
+}
