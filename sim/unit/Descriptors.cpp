@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "FatName.h"
 #include "System.h"
 #include "Turn.h"
 
@@ -44,7 +45,9 @@ void StampFile(int descriptor)
     if (!HasClock())
         return;
     const KeepErrno kept;
-    const virtualtime::Moment now = ClockNow();
+    virtualtime::Moment now = ClockNow();
+    if (OwnerOf(descriptor) == Owner::Medium)
+        now = FatTime(now / virtualtime::kSecond) * virtualtime::kSecond;
     timespec time = {};
     time.tv_sec = static_cast<decltype(time.tv_sec)>(now / virtualtime::kSecond);
     time.tv_nsec = static_cast<decltype(time.tv_nsec)>(now % virtualtime::kSecond);

@@ -80,6 +80,10 @@ int OpenMapped(const char* asked, int flags, RealCall call)
         return -1;
     }
     const Owner owner = OwnerAt(path);
+    if ((flags & O_CREAT) != 0 && path.IsRefused()) {
+        errno = EINVAL;
+        return -1;
+    }
     if ((flags & O_NONBLOCK) == 0)
         AwaitPipe(path);
     const int made = CallAtPath(calls::open, changes ? Intent::Change : Intent::Look, path, call);

@@ -5,6 +5,7 @@
 #include <sys/mount.h>
 
 #include "Descriptors.h"
+#include "FatName.h"
 #include "Journal.h"
 #include "Paths.h"
 #include "Settings.h"
@@ -116,7 +117,7 @@ void FindOnMedium(const char* path, OnMedium& found)
     if (line == nullptr)
         return;
     const Mount mount(line);
-    found.file = InRoot(kMedium).Add(path + mount.point.length);
+    found.file = FindFatNames(InRoot(kMedium), path + mount.point.length);
     found.isReadOnly = mount.isReadOnly;
     found.isPulled = !mount.device.Is(Device());
 }

@@ -59,6 +59,10 @@ int rename(const char* from, const char* to) noexcept
         errno = EXDEV;
         return -1;
     }
+    if (target.IsRefused()) {
+        errno = EINVAL;
+        return -1;
+    }
     return CallAtPath(calls::uncounted, Intent::Change, source, [&](const char* sourceAt) {
         return CallAtPath(calls::uncounted, Intent::Change, target,
                           [&](const char* targetAt) { return real(sourceAt, targetAt); });
@@ -84,8 +88,13 @@ int access(const char* path, int mode) noexcept
 int utime(const char* path, const utimbuf* times) noexcept
 {
     static Real real(utime);
-    return CallAtPath(calls::utime, Intent::Change, UnitPath(path),
-                      [&](const char* at) { return real(at, times); });
+    const UnitPath changed(path);
+    return CallAtPath(calls::utime, Intent::Change, changed, [&](const char* at) {
+        if (!changed.IsOnMedium() || times == nullptr)
+            return real(at, times);
+        const utimbuf rounded = {FatTime(times->actime), FatTime(times->modtime)};
+        return real(at, &rounded);
+    });
 }
 
 int stat(const char* path, struct stat* found) noexcept

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BoundedText.h"
+#include "FatName.h"
 #include "Medium.h"
 
 // A path that the program passed to libc, and the file that it means.
@@ -21,6 +22,8 @@ public:
     bool IsReadOnly() const { return isReadOnly; }
     // True when that medium isn't there now.
     bool IsPulled() const;
+    // True when the medium refuses to make a file of this name.
+    bool IsRefused() const { return isOnMedium && HasBadFatName(asked); }
     bool IsDspDevice() const;
     // True for a path of the machine itself, except its devices and the kernel's own files.
     bool IsMachines() const;

@@ -143,6 +143,21 @@ TEST_F(UnitTest, MountsDeviceTwiceOnlyAlike)
                  "umount /mnt/cdrom = -1 EINVAL", "umount /mnt/usb = 0", "mount-ro /mnt/usb = 0"});
 }
 
+TEST_F(UnitTest, NamesAndStampsFilesOfMediumAsFat)
+{
+    unit.Mount("usb");
+    ExpectCalls({"exclusive /mnt/usb/New.Txt = 0", "write = 100", "stat /mnt/usb/new.txt = 100",
+                 "exclusive /mnt/usb/NEW.TXT = -1 EEXIST", "create /mnt/usb/a:b = -1 EINVAL",
+                 "rename-refused /mnt/usb/new.txt = -1 EINVAL", "open /mnt/usb/a:b = -1 ENOENT",
+                 "create a:b = 0", "utime a:b = 0", "mtime a:b = 1000000001", "sleep 3 = 0",
+                 "create /mnt/usb/file = 0", "mtime /mnt/usb/file = 1700000002",
+                 "utime /mnt/usb/FILE = 0", "mtime /mnt/usb/file = 1000000000",
+                 "utime-1979 /mnt/usb/file = 0", "mtime /mnt/usb/file = 315532800"});
+    EXPECT_TRUE(unit.Exists("medium/New.Txt"));
+
+    ExpectCalls({"chdir " + unit.Path("medium") + " = 0", "umount /mnt/usb = -1 EBUSY"});
+}
+
 TEST_F(UnitTest, WaitsInVirtualTime)
 {
     ExpectCalls({"sleep 10 = 0", "select 10 = 0"});

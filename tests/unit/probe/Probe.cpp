@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <utime.h>
 
 namespace {
 
@@ -82,6 +83,18 @@ long Size(const char* path)
     return stat(path, &found) < 0 ? -1 : static_cast<long>(found.st_size);
 }
 
+long ModificationTime(const char* path)
+{
+    struct stat found = {};
+    return stat(path, &found) < 0 ? -1 : static_cast<long>(found.st_mtime);
+}
+
+long SetTime(const char* path, time_t seconds)
+{
+    const utimbuf times = {seconds, seconds};
+    return utime(path, &times);
+}
+
 // 1 for a link.
 long IsLink(const char* path)
 {
@@ -124,8 +137,13 @@ const std::map<std::string, Act> kCalls = {
     {"fappend", [](auto path, int) { return UseStream(path, "a+t"); }},
     {"connect", [](auto path, int) { return Connect(path); }},
     {"stat", [](auto path, int) { return Size(path); }},
+    {"mtime", [](auto path, int) { return ModificationTime(path); }},
+    {"utime", [](auto path, int) { return SetTime(path, 1'000'000'001); }},
+    {"utime-1979", [](auto path, int) { return SetTime(path, 300'000'000); }},
+    {"chdir", [](auto path, int) { return chdir(path); }},
     {"unlink", [](auto path, int) { return unlink(path); }},
     {"rename", [](auto path, int) { return rename(path, "renamed"); }},
+    {"rename-refused", [](auto path, int) { return rename(path, "/mnt/usb/a:b"); }},
     {"ioctl", [](auto, int request) { return ioctl(opened, 33, request); }},
     {"mount", [](auto path, int) { return Mount(path, 0xC0ED000A); }},
     {"mount-ro", [](auto path, int) { return Mount(path, 0xC0ED000B); }},
