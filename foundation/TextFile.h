@@ -43,7 +43,11 @@ private:
     {
         constexpr mode_t kForEverybody = 0666;
         const int flags = old == Old::Kept ? O_RDWR | O_APPEND : O_WRONLY | O_TRUNC;
-        return UniqueFd(open(path, flags | O_CREAT | kOpenFlags, kForEverybody));
+        UniqueFd file(open(path, flags | O_CREAT | kOpenFlags, kForEverybody));
+        // Only the opening mustn't wait: who reads a pipe slowly gets all of the text.
+        if (file && fcntl(file.Get(), F_SETFL, flags & O_APPEND) != 0)
+            file.Reset();
+        return file;
     }
 
     static const char* ModeOf(Old old) { return old == Old::Kept ? "a+" : "w"; }
