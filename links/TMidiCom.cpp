@@ -254,9 +254,9 @@ int TMidiCom::Change_i2c2bin(const char* in, char* out, int length) const
     std::string_view rest(in, std::max(length, 0));
     char* end = out;
     while (!rest.empty()) {
-        const std::size_t plain = std::min(rest.find(kEscape), rest.size());
-        end = std::copy_n(rest.data(), plain, end);
-        rest.remove_prefix(plain);
+        const char* const escape = std::find(rest.begin(), rest.end(), kEscape);
+        end = std::copy(rest.begin(), escape, end);
+        rest.remove_prefix(escape - rest.begin());
         if (rest.size() > 1 && rest[1] == kBlockEnd)
             rest.remove_prefix(2);
         if (rest.empty())
