@@ -71,8 +71,8 @@ std::string Expand(const std::string& path, ImageForm form, std::string& hexText
     if (!scratch)
         return ReasonOf(place);
     const std::string hexPath = scratch.Path("image.hex");
-    const auto convert = form == ImageForm::Rlg ? Decompress : Bin2Intel;
-    const bool isDone = convert(path.c_str(), hexPath.c_str(), AtPath::Removed) &&
+    const bool isDone = (form == ImageForm::Rlg ? Decompress(path.c_str(), hexPath.c_str())
+                                                : Bin2Intel(path.c_str(), hexPath.c_str())) &&
                         ReadBytes(hexPath, hexText);
     return isDone ? "" : ReasonOf(path + ": can't be expanded in " + place.string());
 }

@@ -23,6 +23,11 @@ bool Compress(const char* hexPath, const char* compressedPath)
     return Intel2Bin(hexPath, binary.c_str()) && RL_Compress(binary.c_str(), compressedPath);
 }
 
+bool Decompress(const char* compressedPath, const char* hexPath)
+{
+    return Decompress(compressedPath, hexPath, AtPath::Emptied);
+}
+
 bool Decompress(const char* compressedPath, const char* hexPath, AtPath old)
 {
     const TSString binary = BinaryPath(hexPath);

@@ -11,9 +11,10 @@
 // ".bin", and stays there. A failure of the first step leaves the target as it was.
 
 bool Compress(const char* hexPath, const char* compressedPath);
+bool Decompress(const char* compressedPath, const char* hexPath);
 
-// `old` is for both files that it creates.
-bool Decompress(const char* compressedPath, const char* hexPath, AtPath old = AtPath::Emptied);
+// `old` is for both files that it creates; without it they are emptied.
+bool Decompress(const char* compressedPath, const char* hexPath, AtPath old);
 
 // The same in memory; no result where those fail, nor for an image that is larger than the flash.
 std::optional<std::string> CompressImage(std::string_view hexText);

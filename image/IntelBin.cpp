@@ -202,6 +202,11 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath)
     return true;
 }
 
+bool Bin2Intel(const char* binaryPath, const char* hexPath)
+{
+    return Bin2Intel(binaryPath, hexPath, AtPath::Emptied);
+}
+
 bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old)
 {
     const UniqueFd input(OpenToRead(binaryPath));
@@ -240,6 +245,7 @@ std::optional<std::string> HexFromBinary(std::string_view binary)
         return std::nullopt;
     const auto* const bytes = reinterpret_cast<const unsigned char*>(binary.data());
     StringSink hex;
+    hex.bytes.reserve(binary.size() * 5 / 2);  // a record of 77 characters has 32 bytes
     HexWriter writer(hex, bytes);
     bool isWritten = true;
     for (std::size_t at = kBinaryHeadSize; isWritten && at < binary.size(); at += kRecordSize) {

@@ -31,7 +31,8 @@ bool Intel2Bin(const char* hexPath, const char* binaryPath);
 // Writes records of 32 data bytes with CR LF line ends, each 64 KiB after an upper address record,
 // so without any data the address is lost. False as above, and when a read fails. A file too short
 // for an upper address doesn't touch the output.
-bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old = AtPath::Emptied);
+bool Bin2Intel(const char* binaryPath, const char* hexPath);
+bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old);
 
 // The same in memory; no result where those return false.
 std::optional<std::string> BinaryFromHex(std::string_view hexText);

@@ -123,6 +123,11 @@ bool RL_Compress(const char* inputPath, const char* outputPath)
     return Convert(inputPath, outputPath, Code);
 }
 
+bool RL_Decompress(const char* inputPath, const char* outputPath)
+{
+    return RL_Decompress(inputPath, outputPath, AtPath::Emptied);
+}
+
 bool RL_Decompress(const char* inputPath, const char* outputPath, AtPath old)
 {
     return Convert(inputPath, outputPath, Expand, old);

@@ -32,7 +32,8 @@ int WriteCount(int output, unsigned long value);
 // input can't all be read (no output is touched then), when a write fails, and when a run item of
 // the input is cut off; what was written stays.
 bool RL_Compress(const char* inputPath, const char* outputPath);
-bool RL_Decompress(const char* inputPath, const char* outputPath, AtPath old = AtPath::Emptied);
+bool RL_Decompress(const char* inputPath, const char* outputPath);
+bool RL_Decompress(const char* inputPath, const char* outputPath, AtPath old);
 
 // The same in memory. No result when a run item is cut off, or when there would be more than `most`
 // bytes: 3 of a file on a medium can stand for 255.

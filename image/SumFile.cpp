@@ -45,8 +45,13 @@ std::string SumLine(std::string_view bytes, std::string_view name)
 
 bool SumMatches(std::string_view sumText, std::string_view bytes)
 {
-    const std::string_view line = FirstLine(sumText);
     const std::string numbers = Numbers(bytes);
-    const std::string_view rest = line.substr(std::min(line.size(), numbers.size()));
-    return line.substr(0, numbers.size()) == numbers && (rest.empty() || rest[0] == ' ');
+    while (!sumText.empty()) {
+        const std::string_view line = FirstLine(sumText);
+        const std::string_view rest = line.substr(std::min(line.size(), numbers.size()));
+        if (line.substr(0, numbers.size()) == numbers && (rest.empty() || rest[0] == ' '))
+            return true;
+        sumText.remove_prefix(std::min(sumText.find(kLf), sumText.size() - 1) + 1);
+    }
+    return false;
 }

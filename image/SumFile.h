@@ -12,6 +12,6 @@
 // With its line end.
 std::string SumLine(std::string_view bytes, std::string_view name);
 
-// True when the first line of `sumText` has the CRC and the size of the bytes. A name may follow
-// them, any or none, and CR LF, LF or nothing may end the line.
+// True when a line of `sumText` has the CRC and the size of the bytes. A name may follow them, any
+// or none, and CR LF, LF or nothing may end the line.
 bool SumMatches(std::string_view sumText, std::string_view bytes);

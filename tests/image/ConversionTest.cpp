@@ -29,13 +29,6 @@ const std::string kEnd = ":00000001FF\r\n";
 
 using Convert = bool (*)(const char*, const char*);
 
-// In place of what the file has.
-template <bool (*convert)(const char*, const char*, AtPath)>
-bool Over(const char* from, const char* to)
-{
-    return convert(from, to, AtPath::Emptied);
-}
-
 std::string Times(std::size_t count, char value)
 {
     return std::string(count, value);
@@ -213,17 +206,17 @@ TEST(CompressedImage, FailsWhenAnyStepFails)
     const std::string rlg = dir.Write("image.rlg", kHead + Times(35, 'A') + "\xDD\x43\x09");
     const std::string to = dir.Path("to");
     EXPECT_EQ(CountFailures(Intel2Bin, hex, to), 3);
-    EXPECT_EQ(CountFailures(Over<Bin2Intel>, rlg, to), 9);
+    EXPECT_EQ(CountFailures(Bin2Intel, rlg, to), 9);
     EXPECT_EQ(CountFailures(RL_Compress, dir.Write("runs", "AAAABBCC" + Times(255, 'D')), to), 11);
-    EXPECT_EQ(CountFailures(Over<RL_Decompress>, rlg, to), 47);
+    EXPECT_EQ(CountFailures(RL_Decompress, rlg, to), 47);
     EXPECT_EQ(CountFailures(Compress, dir.Write("3.hex", kUpper + kData), to), 8);
 
     const std::string old = dir.Write("old", "old");
     const std::string pipe = dir.Path("pipe");
     EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const auto descriptors = ListDescriptors();
-    for (Convert convert : {Intel2Bin, Over<Bin2Intel>, RL_Compress, Over<RL_Decompress>, Compress,
-                            Over<Decompress>}) {
+    for (const Convert convert : std::initializer_list<Convert>{
+             Intel2Bin, Bin2Intel, RL_Compress, RL_Decompress, Compress, Decompress}) {
         EXPECT_FALSE(convert(dir.Path("missing").c_str(), old.c_str()));
         EXPECT_FALSE(convert(pipe.c_str(), old.c_str())) << "it has no writer";
         EXPECT_FALSE(convert(hex.c_str(), dir.Path("no/out").c_str()));

@@ -29,7 +29,7 @@ TEST(SumFile, IsTheLineOfCksum)
         {"930766865 9", true},     {"930766865 9 any name\r\nmore", true},
         {"930766865 9\r\n", true}, {"930766865 9 \n", true},
         {"930766865 99", false},   {"930766865  9", false},
-        {" 930766865 9", false},   {"\n930766865 9", false},
+        {" 930766865 9", false},   {"1 2 other\n930766865 9", true},
         {"0930766865 9", false},   {"930766865", false},
         {"930766864 9", false},    {"930766865 9\tx", false},
         {"930766865 8", false},    {"", false},
