@@ -60,13 +60,15 @@ bool HasRoom(const char* path, std::int64_t added, std::int64_t most)
 
 bool AddLogFile(const char* path, const char* text, std::int64_t most)
 {
-    char stamp[kStampSize] = {};
-    PrintStamp(stamp);
-    const TSString entry = TSString(stamp) + (text == nullptr ? "" : text);
-    if (most != kNoLimit && !HasRoom(path, entry.Length(), most))
+    const TSString words(text == nullptr ? "" : text);
+    if (most != kNoLimit && !HasRoom(path, kStampSize + words.Length(), most))
         return false;
     const TextWriter log(path, TextWriter::Old::Kept);
-    return log && log.Write(entry.c_str());
+    if (!log)
+        return false;
+    char stamp[kStampSize] = {};
+    PrintStamp(stamp);
+    return log.Write((TSString(stamp) + words).c_str());
 }
 
 bool ResetLogFile(const char* path, int linesToKeep)

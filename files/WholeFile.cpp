@@ -33,10 +33,13 @@ WholeFile::WholeFile(std::string path, std::string workPath)
       old(open(target.c_str(), O_RDONLY | kOpenFlags))
 {}
 
+// A failure is reported after this, so its reason stays.
 WholeFile::~WholeFile()
 {
+    const int reason = errno;
     if (file && !isCommitted)
         unlink(work.c_str());
+    errno = reason;
 }
 
 bool WholeFile::Write(std::string_view bytes)
@@ -60,8 +63,9 @@ bool WholeFile::Commit()
     if (rename(work.c_str(), target.c_str()) != 0)
         return false;
     isCommitted = true;
-    // On a medium the length is kept with the name, so it must be flushed again.
-    return fsync(file.Get()) == 0 && FlushDirectoryOf(target);
+    // In this order: FAT keeps the place and the size of a file next to its name, and writes them
+    // with the file. Written first, they would be found under both names after a power cut.
+    return FlushDirectoryOf(target) && fsync(file.Get()) == 0;
 }
 
 bool FlushDirectoryOf(const std::string& path)

@@ -8,11 +8,12 @@
 // A file that takes the place of an older one whole or not at all, also after a power cut:
 //
 //    Write    a work file next to the target, flushed, read from the disk again and compared
-//    Commit   the work file gets the target's name, and the directory is flushed
+//    Commit   the work file gets the target's name, and the directory and the file are flushed
 //
 // Before Commit the target is what it was, and a work file that isn't committed is removed at the
 // end of the scope. A Commit that returns false at its last flush leaves the new file in place: a
-// power cut may bring back the old one, whole.
+// power cut may bring back the old one, whole. On a FAT without an older file it may leave an empty
+// one.
 class WholeFile {
 public:
     // Both paths are in one directory. Whatever is at `workPath` is removed.
@@ -28,7 +29,6 @@ public:
 
 private:
     bool Create();
-    bool Flush(std::string_view bytes) const;
 
     std::string target;
     std::string work;

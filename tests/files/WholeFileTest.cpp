@@ -43,9 +43,14 @@ TEST_F(WholeFileTest, CreatesMissingFileAndReportsFailure)
     EXPECT_TRUE(dir.Exists("new"));
 
     std::filesystem::create_directory(dir.Path("directory"));
-    WholeFile blocked(dir.Path("directory"), work);
-    EXPECT_TRUE(blocked.Write("new"));
-    EXPECT_FALSE(blocked.Commit());
+    {
+        WholeFile blocked(dir.Path("directory"), work);
+        EXPECT_TRUE(blocked.Write("new"));
+        std::filesystem::remove(work);
+        EXPECT_FALSE(blocked.Commit());
+        errno = ENOSPC;
+    }
+    EXPECT_EQ(errno, ENOSPC) << "the reason for a report, whatever becomes of the work file";
     EXPECT_FALSE(WholeFile(target, dir.Path("none/work")).Write("new"));
     EXPECT_FALSE(WholeFile(target, dir.Path("directory")).Write("new")) << "it can't be removed";
 
