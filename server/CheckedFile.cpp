@@ -28,7 +28,7 @@ CheckedFile::CheckedFile(const std::string& path, Severity outsideFlash)
         *this = CheckedFile(path, std::string(bytes.Text()), outsideFlash);
         return;
     }
-    isMissing = errno == ENOENT;
+    isMissing = errno == ENOENT || errno == EACCES;
     name = path;
     errors = {ReasonFor(path)};
 }

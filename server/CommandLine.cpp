@@ -93,27 +93,32 @@ bool TakeAddress(Options& options, const char* text)
     return true;
 }
 
-// Takes the words that getopt doesn't know, and leaves the program's name in front of the rest.
-void TakeStrictWords(int& argc, char**& argv, Options& options)
+// Returns false: nothing is to run.
+bool ReportMistake(const Options& options)
 {
-    const auto skip = [&] {
-        argv[1] = argv[0];
-        --argc;
-        ++argv;
-    };
-    for (;;) {
-        const std::string_view word = argc > 1 ? argv[1] : "";
-        if (word != kVerifyWord && word != kListenWord)
-            return;
-        skip();
-        options.verify = options.verify || word == kVerifyWord;
+    if (options.mistake == Options::Mistake::Unprinted)
+        PrintError(options.mistakeText);
+    if (!options.usageIsPrinted)
+        usage();
+    return false;
+}
+
+// Takes the words that getopt doesn't know from the front, and returns how many.
+int TakeStrictWords(int argc, char** argv, Options& options)
+{
+    int at = 1;
+    for (; at < argc; ++at) {
+        const std::string_view word = argv[at];
         if (word == kVerifyWord)
-            continue;
-        if (!TakeAddress(options, argc > 1 ? argv[1] : ""))
+            options.verify = true;
+        else if (word != kListenWord)
+            break;
+        else if (at + 1 < argc && TakeAddress(options, argv[at + 1]))
+            ++at;
+        else
             options.SetMistake("--listen needs an IPv4 address");
-        if (argc > 1)
-            skip();
     }
+    return at - 1;
 }
 
 }  // namespace
@@ -168,18 +173,17 @@ bool ParseOptions(int argc, char** argv, Options& options)
 
 bool ParseStrictOptions(int argc, char** argv, Options& options)
 {
-    TakeStrictWords(argc, argv, options);
+    const int taken = TakeStrictWords(argc, argv, options);
+    if (options.mistake != Options::Mistake::None)
+        return ReportMistake(options);
+    argv[taken] = argv[0];
+    argc -= taken;
+    argv += taken;
     const bool runs = ParseOptions(argc, argv, options);
     // getopt has moved the words that are no options to the end.
     if (optind < argc && runs)
         options.SetMistake(std::string("not an option: ") + argv[optind]);
     else if (options.mistake == Options::Mistake::None && runs)
         CheckContradictions(options);
-    if (options.mistake == Options::Mistake::None)
-        return runs;
-    if (options.mistake == Options::Mistake::Unprinted)
-        PrintError(options.mistakeText);
-    if (!options.usageIsPrinted)
-        usage();
-    return false;
+    return options.mistake == Options::Mistake::None ? runs : ReportMistake(options);
 }

@@ -11,13 +11,12 @@
 #include "SumFile.h"
 
 static constexpr std::string_view kExtension = ".rlg";
-static constexpr std::int64_t kLargestSum = 4096;  // bytes; a line has some 30
 
 CompressedFile::CompressedFile(const std::string& path)
 {
     FileBytes packed;
     if (!ReadWholeFile(path.c_str(), packed, CheckedFile::kLargest)) {
-        isMissing = errno == ENOENT;
+        isMissing = errno == ENOENT || errno == EACCES;
         problem = ReasonFor(path);
     } else if (IsVerified(path, packed.Text())) {
         Expand(path, packed.Text());
@@ -29,14 +28,14 @@ bool CompressedFile::IsVerified(const std::string& path, std::string_view packed
 {
     const std::string sumPath = SumPath(path);
     FileBytes sum;
-    if (ReadWholeFile(sumPath.c_str(), sum, kLargestSum)) {
-        if (!SumMatches(sum.Text(), packed))
-            problem = path + ": damaged, since " + sumPath + " doesn't match";
-    } else if (errno == ENOENT) {
+    // An empty one is what a power cut may leave of the first.
+    const bool isRead = ReadWholeFile(sumPath.c_str(), sum, kLargestSum);
+    if (isRead ? sum.size == 0 : errno == ENOENT)
         notes = {path + ": not verified, since there is no " + sumPath};
-    } else {
+    else if (!isRead)
         problem = ReasonFor(sumPath);
-    }
+    else if (!SumMatches(sum.Text(), packed))
+        problem = path + ": damaged, since " + sumPath + " doesn't match";
     return problem.empty();
 }
 

@@ -24,7 +24,11 @@ bool Strict::Prepare(Options& options)
         return firmware.errors.empty();
     if (options.renameFile)
         options.renameFile = checks.RequireRename(options.filename, NewName(options));
-    return checks.RequireUnit(options);
+    // Only the run with the lock may cut the log: the entries of another one would be lost.
+    const bool isReady = checks.RequireUnit(options);
+    if (isReady)
+        report.BoundLog();
+    return isReady;
 }
 
 bool Strict::TakeLoaded(const Options& options, const THexFile* image)
@@ -34,16 +38,15 @@ bool Strict::TakeLoaded(const Options& options, const THexFile* image)
         report.Add(firmware.name + ": it has changed since it was checked");
     // Only a comparison with the flash needs the text again.
     if (!options.verify)
-        firmware.text = {};
+        firmware.DropText();
     return isSame;
 }
 
 void Strict::TakeRestart(int error)
 {
-    if (error == 0)
-        return;
-    report.Add(ReasonFor(kPianoPowerDevice, error));
-    hasPower = false;
+    hasPower = error == 0;
+    if (!hasPower)
+        report.Add(ReasonFor(kPianoPowerDevice, error));
 }
 
 bool Strict::Finish(const Options& options, int result) const

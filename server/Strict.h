@@ -47,5 +47,5 @@ private:
 
     StartChecks checks{report};
     CheckedFile firmware;  // of the command line
-    bool hasPower = true;  // no restart has failed
+    bool hasPower = true;  // the latest restart has not failed
 };

@@ -10,6 +10,7 @@
 #include "CheckedFile.h"
 #include "Compress.h"
 #include "CompressedFile.h"
+#include "FileBytes.h"
 #include "MountTable.h"
 #include "Reason.h"
 #include "SumFile.h"
@@ -83,7 +84,7 @@ ParameterBackup::Result StrictCopy::Mount(const std::string& device, unsigned lo
 ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
 {
     const std::string path = Path(kMediumParameterFile);
-    const std::string sum = SumLine(packed, kMediumParameterFile);
+    const std::string sum = SumLine(packed, kMediumParameterFile) + SumOfOldImage();
     if (WriteFiles(packed, sum) && FlushMedium() && IsOnDisk(path, packed) &&
         IsOnDisk(CompressedFile::SumPath(path), sum))
         return Copied;
@@ -91,22 +92,35 @@ ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
                 ReasonFor(path));
 }
 
-// The old checksum goes before the new image comes: next to it, it would make it look damaged.
+// The checksum comes before the image. Its second line is that of the old image, so that there is
+// one for whichever image a failure leaves. One that its own checksum shows to be damaged has none.
+std::string StrictCopy::SumOfOldImage() const
+{
+    const std::string path = Path(kMediumParameterFile);
+    FileBytes image;
+    FileBytes sum;
+    if (!ReadWholeFile(path.c_str(), image, CheckedFile::kLargest))
+        return {};
+    const bool hasSum =
+        ReadWholeFile(CompressedFile::SumPath(path).c_str(), sum, CompressedFile::kLargestSum);
+    const bool isDamaged = hasSum && !SumMatches(sum.Text(), image.Text());
+    return isDamaged ? "" : SumLine(image.Text(), kMediumParameterFile);
+}
+
 bool StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
 {
     const std::string path = Path(kMediumParameterFile);
-    const std::string sumPath = CompressedFile::SumPath(path);
     WholeFile newImage(path, Path(kMediumParameterWork));
-    WholeFile newSum(sumPath, Path(kMediumSumWork));
-    return newImage.Write(image) && newSum.Write(sum) &&
-           (unlink(sumPath.c_str()) == 0 || errno == ENOENT) && FlushDirectoryOf(path) &&
-           newImage.Commit() && newSum.Commit() && FlushMedium();
+    WholeFile newSum(CompressedFile::SumPath(path), Path(kMediumSumWork));
+    return newImage.Write(image) && newSum.Write(sum) && newSum.Commit() && FlushMedium() &&
+           newImage.Commit() && FlushMedium();
 }
 
 bool StrictCopy::FlushMedium() const
 {
     const UniqueFd medium(open(directory.c_str(), O_RDONLY | O_DIRECTORY | kOpenFlags));
-    return medium && syncfs(medium.Get()) == 0;
+    // The first reports what couldn't be written, the second empties the medium's own cache.
+    return medium && syncfs(medium.Get()) == 0 && fsync(medium.Get()) == 0;
 }
 
 ParameterBackup::Result StrictCopy::Fail(Result result, const std::string& reason)

@@ -29,6 +29,7 @@ private:
     Result Remount(unsigned long flags);
     Result Mount(const std::string& device, unsigned long flags);
     Result ReplaceOnMedium(const std::string& packed);
+    std::string SumOfOldImage() const;
     bool WriteFiles(const std::string& image, const std::string& sum) const;
     bool FlushMedium() const;
     Result Fail(Result result, const std::string& reason);

@@ -1,14 +1,12 @@
 #include "StrictReport.h"
 
 #include "CommandLine.h"
-#include "Log.h"
 #include "Reason.h"
-#include "UnitPaths.h"
 
 void StrictReport::Add(const std::string& text) const
 {
     PrintError(text);
-    AddLogFile(log, (text + "\n").c_str(), kMostOfLog);
+    AddLogFile(log, (text + "\n").c_str(), most);
 }
 
 void StrictReport::Add(const std::vector<std::string>& texts) const

@@ -1,13 +1,20 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "Log.h"
+#include "UnitPaths.h"
 
 // Where --strict reports a failure: a sentence on standard error and in the log of the mode.
 class StrictReport {
 public:
     // `path` outlives this object.
     explicit StrictReport(const char* path) : log(path) {}
+
+    // From now on the log never has more than kMostOfLog bytes.
+    void BoundLog() { most = kMostOfLog; }
 
     void Add(const std::string& text) const;
     void Add(const std::vector<std::string>& texts) const;
@@ -17,4 +24,5 @@ public:
 
 private:
     const char* log;
+    std::int64_t most = kNoLimit;  // bytes of the log
 };

@@ -208,6 +208,8 @@ void TDiagServer::StepUpdater()
         return;
     SendAndLog(result == Step::Done ? "CSP Update Success.\n" : "CSP Update Failed.\n");
     updater->ClearUpdateStatus();
+    if (strict != nullptr)
+        strict->gate.TakeUsed();
     RebootCsp();
 }
 
@@ -217,10 +219,11 @@ void TDiagServer::RebootCsp()
     Send("Rebooting CSP...\n");
     Log(kRestartNote);
     const int error = RestartPiano();
-    if (strict != nullptr && error != 0) {
-        strict->TakeRestart(error);
+    if (strict == nullptr)
+        return;
+    strict->TakeRestart(error);
+    if (error != 0)
         Send((ReasonFor(kPianoPowerDevice, error) + "\n").c_str());
-    }
 }
 
 // If both are active, only the update's timer advances: it owns the console, so the read-back must

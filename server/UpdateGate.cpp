@@ -8,14 +8,14 @@ bool UpdateGate::Examine(const char* path)
 {
     problems.clear();
     notes.clear();
-    file = {};
+    file = CheckedFile();
     if (path == nullptr)
         return Fail("the last search has found no file");
     source = path;
     if (CompressedFile::HasItsName(source))
         return Expand(source);
     file = CheckedFile(source);
-    problems = file.errors;
+    TakeErrors();
     return file.isRead;
 }
 
@@ -26,8 +26,16 @@ bool UpdateGate::Expand(const std::string& path)
     if (!packed.problem.empty())
         return Fail(packed.problem);
     file = CheckedFile(path + ", expanded", std::move(packed.hexText));
-    problems = file.errors;
+    TakeErrors();
     return true;
+}
+
+// A text with errors isn't loaded, and so not compared.
+void UpdateGate::TakeErrors()
+{
+    problems = file.errors;
+    if (!problems.empty())
+        file.DropText();
 }
 
 bool UpdateGate::Fail(const std::string& problem)
@@ -40,5 +48,5 @@ void UpdateGate::TakeLoaded(const THexFile* image)
 {
     if (problems.empty() && (image == nullptr || !file.IsIn(*image)))
         problems = {source + ": it couldn't be loaded as it was checked"};
-    file.text = {};
+    file.DropText();
 }

@@ -19,6 +19,12 @@ public:
     // return other bytes the second time. Null when nothing could be loaded.
     void TakeLoaded(const THexFile* image);
 
+    // An update has used the image that was loaded.
+    void TakeUsed()
+    {
+        problems = {"the file that the last search has found was used; search again"};
+    }
+
     // Why no update is to start, a sentence each; none when one may.
     const std::vector<std::string>& Problems() const { return problems; }
 
@@ -30,10 +36,11 @@ public:
 
 private:
     bool Expand(const std::string& path);
+    void TakeErrors();
     bool Fail(const std::string& problem);
 
     std::string source;  // the path of the file that was examined
-    CheckedFile file;    // its text is dropped with TakeLoaded
+    CheckedFile file;    // its text is dropped once it has been compared
     std::vector<std::string> problems = {"no search has found a file"};
     std::vector<std::string> notes;
 };

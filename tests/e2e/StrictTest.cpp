@@ -80,6 +80,7 @@ TEST(StrictCommandLine, RefusesMistakes)
         {"-P 000080", noPort},
         {"--listen", noAddress},
         {"--verify --listen 127.1 -P 80", noAddress},
+        {"--listen -P 4917", noAddress},
         {"--listen 127.0.0.1 -f prog.hex",
          "can't be used with a file, for which nothing listens\n"},
     };
