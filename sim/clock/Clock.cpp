@@ -205,11 +205,17 @@ bool Clock::AcceptOne()
     return true;
 }
 
+// False when the participant has ended. Its socket is closed first, and the others after that.
 bool Clock::Send(const Participant& to, Word word) const
 {
     Message message;
     message.word = word;
-    return send(to.socket, &message, sizeof(message), MSG_NOSIGNAL) == sizeof(message);
+    if (send(to.socket, &message, sizeof(message), MSG_NOSIGNAL) == sizeof(message))
+        return true;
+    pollfd watched = {to.pidfd, POLLIN, 0};
+    if (poll(&watched, 1, kRealLimit) <= 0)
+        throw std::runtime_error(NameOf(to.process) + " has left the clock");
+    return false;
 }
 
 // The next message of a working participant. False when it has ended instead.
