@@ -86,8 +86,9 @@ public:
     void Run(const Scenario& scenario);
 
     Process& StartFaultyPiano(Words options);
-    // Waits for the end of a program and checks its exit status, errors and descriptors.
-    void CheckEnd(Process& program) const;
+    // Waits for the end of a program and checks its exit status, errors and descriptors. With
+    // --strict it may fail, with a reason: then the result is false.
+    bool CheckEnd(Process& program, bool isStrict = false);
 
     bool IsServing() { return server->IsRunning(); }
     void StopPiano() { piano->Kill(SIGTERM); }

@@ -33,15 +33,16 @@ struct UpdateImage {
     std::string hex;
     std::string flash = std::string(0x20000, '\xFF');
 
-    UpdateImage()
+    // A strict run wants an address record before each gap.
+    explicit UpdateImage(bool isStrict = false)
     {
         constexpr std::size_t kRows[] = {0,      0x400,   0x1FF0,  0x3FF0,
                                          0xFFF0, 0x10000, 0x11FF0, 0x12000};
         const std::string image = Firmware(0x12010).replace(0x400, 4, "1.2\0", 4);
         for (const std::size_t at : kRows) {
             const std::string row = image.substr(at, 16);
-            if (at % 0x10000 == 0)
-                hex += at == 0 ? ":02000004900466\r\n" : ":02000004900565\r\n";
+            if (isStrict || at % 0x10000 == 0)
+                hex += at < 0x10000 ? ":02000004900466\r\n" : ":02000004900565\r\n";
             hex += Record(0, at % 0x10000, row) + "\r\n";
             flash.replace(at, row.size(), row);
         }
@@ -91,6 +92,19 @@ void UpdateAlone(FaultyUnit& unit)
     unit.Expect(reply.logged.rfind(LogEntries(10), 0) == 0 &&
                     Contains(reply.logged, "CSP Updater Start Now.\n"),
                 "the last 50 entries are kept", {kLogs});
+}
+
+void UpdateStrictly(FaultyUnit& unit)
+{
+    const std::string hex = UpdateImage(true).hex;
+    unit.Write("cwd/fw.hex", hex);
+    Process& piano = unit.StartFaultyPiano({"--allow-gaps"});
+    Process& program = unit.Start("diag_server", {"--strict", "-b", "-f", "fw.hex"});
+    const bool hasSucceeded = unit.CheckEnd(program, true);
+    piano.Kill(SIGTERM);
+    Check((unit.Read("cwd/12.hex") == hex) != (unit.Read("cwd/fw.hex") == hex), "the file is lost");
+    if (hasSucceeded)
+        CheckFlash(unit);
 }
 
 void UpdateFromMedium(FaultyUnit& unit)
@@ -224,6 +238,7 @@ const std::vector<Scenario> kScenarios = {
     // The last frames are those around the 64 KiB boundary and of the last block.
     {"read-back over 64 KiB", 60, 0x10010, ReadBack},
     {"stand-alone update", kAllFrames, kNoServer, UpdateAlone},
+    {"strict update", kAllFrames, kNoServer, UpdateStrictly},
     {"server update", kAllFrames, kFailingRead, UpdateFromMedium},
     {"bridge", 0, kFailingRead, Bridge},
     {"search", 0, kFailingRead, Search},

@@ -2,15 +2,18 @@
 // read-backs and updates cuts the piano's link or ends the piano after every frame. Prints a table
 // of the outcomes, which docs/testing.md explains.
 //
+// Cuts the power in the strict runs after each call that changes a file.
+//
 //   sweep [EVERY [SCENARIO [FAULT]]]
 //
-// tries every N-th fault, by default every one, of all scenarios or of one. Or it tries a single
-// fault, such as "write:3:EIO" or "--die-after 12", and keeps its unit.
+// tries every N-th fault, by default every one, of all rows of the table or of one. Or it tries a
+// single fault, such as "write:3:EIO" or "--die-after 12", and keeps its unit.
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <numeric>
@@ -22,6 +25,7 @@
 #include <unistd.h>
 
 #include "FaultyUnit.h"
+#include "StrictRun.h"
 
 namespace {
 
@@ -101,6 +105,12 @@ void AddFrames(Faults& faults, const std::string& passed, int most)
     }
 }
 
+Outcome Report(const std::string& name, const std::string& fault, const std::exception& violation)
+{
+    std::cerr << name + ", " + fault + ": " + violation.what() + "\n";
+    return Outcome::Violation;
+}
+
 // Runs the scenario with a fault. Collects all faults if `faults` isn't null.
 Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults = nullptr)
 {
@@ -116,22 +126,23 @@ Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults =
         Check(unit.HasFault() == !fault.empty(), "the fault hasn't occurred");
         return unit.GetOutcome();
     } catch (const std::exception& violation) {
-        std::cerr << scenario.name + ", " + fault + ": " + violation.what() + "\n";
-        return Outcome::Violation;
+        return Report(scenario.name, fault, violation);
     }
 }
 
 using Counts = std::atomic<std::size_t>[static_cast<int>(Outcome::Violation) + 1];
 
+using Attempt = std::function<Outcome(const std::string& fault)>;
+
 // Tries every N-th fault. Each job is a process, since a unit starts others.
-void TryAll(const Scenario& scenario, const Words& faults, std::size_t every, Counts& counts)
+void TryAll(const Words& faults, std::size_t every, const Attempt& attempt, Counts& counts)
 {
     const std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
     for (std::size_t job = 0; job < jobs; ++job) {
         if (fork() != 0)
             continue;
         for (std::size_t i = job * every; i < faults.size(); i += jobs * every)
-            ++counts[static_cast<int>(Try(scenario, faults[i]))];
+            ++counts[static_cast<int>(attempt(faults[i]))];
         _exit(0);
     }
     while (wait(nullptr) > 0) {
@@ -139,22 +150,71 @@ void TryAll(const Scenario& scenario, const Words& faults, std::size_t every, Co
 }
 
 // Prints a row of the table. False when a promise is broken or a fault wasn't tried.
-bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
+bool PrintRow(const std::string& name, const Faults& faults, std::size_t every,
+              const Attempt& attempt)
 {
-    Faults faults{{only}};
-    if (only.empty() && Try(scenario, "", &(faults = {})) != Outcome::Kept)
-        return false;
     auto& counts = *static_cast<Counts*>(
         mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    TryAll(scenario, faults.all, every, counts);
+    TryAll(faults.all, every, attempt, counts);
     const std::size_t tried = std::accumulate(std::begin(counts), std::end(counts), std::size_t{});
-    std::cout << "| " << scenario.name << " | " << faults.calls << " | " << faults.frames << " | "
-              << tried;
+    std::cout << "| " << name << " | " << faults.calls << " | " << faults.frames << " | " << tried;
     for (const auto& count : counts)
         std::cout << " | " << count;
     std::cout << " |" << std::endl;
     return tried == (faults.all.size() + every - 1) / every &&
            counts[static_cast<int>(Outcome::Violation)] == 0;
+}
+
+bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
+{
+    Faults faults{{only}};
+    if (only.empty() && Try(scenario, "", &(faults = {})) != Outcome::Kept)
+        return false;
+    return PrintRow(scenario.name, faults, every,
+                    [&](const std::string& fault) { return Try(scenario, fault); });
+}
+
+// The faults of a strict run: its last calls, and a medium that is pulled out before one.
+Faults FaultsOf(const StrictRun& run, bool usesMedium)
+{
+    constexpr std::size_t kMostCalls = 60;
+    const Words& calls = run.Calls();
+    Faults faults;
+    for (std::size_t i = calls.size() - std::min(calls.size(), kMostCalls); i < calls.size(); ++i) {
+        AddCalls(faults, calls[i]);
+        std::istringstream words(calls[i]);
+        std::string kind;
+        std::string number;
+        words >> kind >> number;
+        if (usesMedium)
+            faults.all.push_back(kind.append(":").append(number).append(":pull"));
+    }
+    return faults;
+}
+
+constexpr char kPowerCut[] = ", power cut";
+
+// The faults, or the power cuts.
+bool Sweep(const StrictRun::Scenario& scenario, const std::string& row, std::size_t every,
+           const std::string& only)
+{
+    try {
+        const StrictRun run(scenario);
+        Faults faults{{only}};
+        if (only.empty() && row == scenario.name)
+            faults = FaultsOf(run, !scenario.group.empty());
+        else if (only.empty())
+            faults = {run.Cuts(), run.Calls().size()};
+        return PrintRow(row, faults, every, [&](const std::string& fault) {
+            try {
+                return run.Try(fault);
+            } catch (const std::exception& violation) {
+                return Report(row, fault, violation);
+            }
+        });
+    } catch (const std::exception& violation) {
+        return Report(row, "no fault", violation) == Outcome::Kept;
+    }
 }
 
 }  // namespace
@@ -174,8 +234,16 @@ int main(int argc, char** argv)
               << std::endl;
     int good = 0;
     int failed = 0;
+    const std::string only = words.size() == 3 ? words[2] : "";
+    const auto isWanted = [&](const std::string& row) {
+        return words.size() < 2 || words[1] == row;
+    };
     for (const Scenario& scenario : kScenarios)
-        if (words.size() < 2 || words[1] == scenario.name)
-            ++(Sweep(scenario, every, words.size() == 3 ? words[2] : "") ? good : failed);
+        if (isWanted(scenario.name))
+            ++(Sweep(scenario, every, only) ? good : failed);
+    for (const StrictRun::Scenario& scenario : StrictRun::kScenarios)
+        for (const std::string& row : {scenario.name, scenario.name + kPowerCut})
+            if (isWanted(row))
+                ++(Sweep(scenario, row, every, only) ? good : failed);
     return good > 0 && failed == 0 ? 0 : 1;
 }

@@ -1,0 +1,149 @@
+#include "Disk.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <sstream>
+
+#include "FaultyUnit.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool IsOnMedium(const std::string& path)
+{
+    return path.rfind(Disk::kMedium, 0) == 0;
+}
+
+// The full path of a call's subject, the same for each way to name a file.
+std::string PathOf(std::string subject)
+{
+    constexpr char kMounted[] = "/mnt/usb/";
+    if (subject.rfind(kMounted, 0) == 0)
+        subject.replace(0, sizeof(kMounted) - 1, Disk::kMedium);
+    if (IsOnMedium(subject))
+        std::transform(subject.begin(), subject.end(), subject.begin(), tolower);
+    return subject[0] == '/' ? subject : "/cwd/" + subject;
+}
+
+}  // namespace
+
+Disk::Disk(const Files& before)
+{
+    for (const auto& [path, content] : before)
+        contents[Identity(path)] = content;
+    flushed = names;
+    changes.clear();
+}
+
+void Disk::Take(const std::string& call)
+{
+    std::istringstream words(call);
+    std::string kind;
+    std::string subject;
+    words >> kind >> subject >> subject;
+    const std::size_t arrow = subject.find('>');
+    const std::string path = PathOf(subject.substr(0, arrow));
+    if (kind == "rename")
+        Move(path, PathOf(subject.substr(arrow + 1)));
+    else if (kind == "unlink")
+        Move(path, "");
+    else if (kind == "write" || kind == "fwrite" || kind == "ftruncate")
+        unflushed.insert(Identity(path));
+    else if (kind == "fsync" && fs::path(path).has_extension())
+        unflushed.erase(Identity(path));
+    else if (kind == "fsync")
+        FlushDirectory(path);
+    else if (kind == "syncfs")
+        FlushAll(IsOnMedium(path + "/"));
+    else if (kind == "sync")
+        for (const bool ofMedium : {false, true})
+            FlushAll(ofMedium);
+}
+
+std::vector<Files> Disk::Outcomes(const Files& present)
+{
+    constexpr std::size_t kMostChanges = 12;
+    for (const auto& [path, content] : present) {
+        const int file = Identity(path);
+        const auto before = contents.find(file);
+        if (before != contents.end() && before->second != content)  // opened with O_TRUNC
+            unflushed.insert(file);
+        contents[file] = content;
+    }
+    Check(changes.size() <= kMostChanges, "too many changes of names without a flush");
+    std::vector<Files> outcomes;
+    for (unsigned choice = 0; choice < 1U << changes.size(); ++choice)
+        for (const bool isLost : {false, true})
+            outcomes.push_back(Outcome(choice, isLost));
+    return outcomes;
+}
+
+void Disk::Change::Apply(Names& names) const
+{
+    const auto found = names.find(from);
+    if (found != names.end() && found->second == file)
+        names.erase(found);
+    if (!to.empty())
+        names[to] = file;
+}
+
+// The file at the path, which is new if there is none.
+int Disk::Identity(const std::string& path)
+{
+    const auto [place, isNew] = names.emplace(path, lastFile + 1);
+    if (isNew)
+        changes.push_back({"", path, ++lastFile});
+    return place->second;
+}
+
+void Disk::Move(const std::string& from, const std::string& to)
+{
+    const auto found = names.find(from);
+    if (found == names.end())
+        return;
+    const Change change{from, to, found->second};
+    if (IsOnMedium(to) && names.count(to) == 0)
+        unflushed.insert(change.file);
+    changes.push_back(change);
+    change.Apply(names);
+}
+
+void Disk::FlushDirectory(const std::string& path)
+{
+    std::vector<Change> left;
+    for (const Change& change : changes) {
+        const std::string& name = change.to.empty() ? change.from : change.to;
+        if (fs::path(name).parent_path() == path)
+            change.Apply(flushed);
+        else
+            left.push_back(change);
+    }
+    changes = left;
+}
+
+void Disk::FlushAll(bool ofMedium)
+{
+    std::set<std::string> directories;
+    for (const Change& change : changes)
+        directories.insert(fs::path(change.to.empty() ? change.from : change.to).parent_path());
+    for (const std::string& directory : directories)
+        if (IsOnMedium(directory + "/") == ofMedium)
+            FlushDirectory(directory);
+    for (const auto& [path, file] : names)
+        if (IsOnMedium(path) == ofMedium)
+            unflushed.erase(file);
+}
+
+Files Disk::Outcome(unsigned choice, bool isLost)
+{
+    Names left = flushed;
+    for (std::size_t i = 0; i < changes.size(); ++i)
+        if ((choice >> i & 1U) != 0)
+            changes[i].Apply(left);
+    Files files;
+    for (const auto& [path, file] : left)
+        files[path] = isLost && unflushed.count(file) > 0 ? "" : contents[file];
+    return files;
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+using Files = std::map<std::string, std::string>;  // full paths in the unit, and contents
+
+// What the unit's disk and its medium have after a power cut: what is flushed, and as much of the
+// changes since as a file system may have written.
+//
+// The bytes of a file since its last fsync are all there or all lost. A new, changed or removed
+// name is kept or not, each on its own, until its directory is flushed. On the medium, a FAT file
+// system, the length of a file is kept with its name, so a new name needs a flush of the file, too.
+// A name that replaces another one does so in one step.
+class Disk {
+public:
+    static constexpr char kMedium[] = "/medium/";
+
+    // All of `before` is flushed.
+    explicit Disk(const Files& before);
+
+    // A line of the list of calls: "write 3 /cwd/csp_param.hex".
+    void Take(const std::string& call);
+
+    // The files after a cut now, for each choice. `present` are those that the programs have seen.
+    std::vector<Files> Outcomes(const Files& present);
+
+private:
+    using Names = std::map<std::string, int>;  // of files, each a number
+
+    // Without `from` a file is new, without `to` it is removed.
+    struct Change {
+        std::string from;
+        std::string to;
+        int file;
+
+        void Apply(Names& names) const;
+    };
+
+    int Identity(const std::string& path);
+    void Move(const std::string& from, const std::string& to);
+    void FlushDirectory(const std::string& path);
+    void FlushAll(bool ofMedium);
+    Files Outcome(unsigned choice, bool isLost);
+
+    int lastFile = 0;
+    Names names;                  // as the programs see them
+    Names flushed;                // as the disk has them
+    std::vector<Change> changes;  // of names since
+    std::set<int> unflushed;      // files
+    std::map<int, std::string> contents;
+};
