@@ -24,7 +24,8 @@ int CallAtPath(Call& kind, Intent intent, const UnitPath& path, RealCall call)
     if (path.IsUnits() && FailsNow(kind, path.Asked()))
         return -1;
     if (path.IsPulled()) {
-        errno = EIO;
+        const bool makesFile = &kind == &calls::open && intent == Intent::Change;
+        errno = &kind == &calls::statfs ? EIO : makesFile ? ENOSPC : ENOENT;
         return -1;
     }
     if (intent == Intent::Change && path.IsReadOnly()) {

@@ -119,6 +119,8 @@ void FindOnMedium(const char* path, OnMedium& found)
     const Mount mount(line);
     found.file = FindFatNames(InRoot(kMedium), path + mount.point.length);
     found.isReadOnly = mount.isReadOnly;
+    found.isRoot =
+        std::strspn(path + mount.point.length, "/.") == std::strlen(path + mount.point.length);
     found.isPulled = !mount.device.Is(Device());
 }
 

@@ -19,6 +19,7 @@ struct OnMedium {
     BoundedText file;  // below the root; empty when the path isn't on a medium
     bool isReadOnly = false;
     bool isPulled = false;
+    bool isRoot = false;  // its top directory, which the kernel still has after that
 };
 void FindOnMedium(const char* path, OnMedium& found);
 

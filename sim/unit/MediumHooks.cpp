@@ -49,7 +49,8 @@ int Unmount(const char* target)
     return JournalOutcome(line.Add("umount(").Add(target).Add(")"), error);
 }
 
-// Late write errors appear here: those of a medium that is gone, and planned ones.
+// Late write errors appear here: planned ones, and those of a medium that is gone, which syncfs
+// doesn't report.
 template <typename Flush>
 int FlushWith(Flush& real, Call& call, int descriptor)
 {
@@ -57,7 +58,7 @@ int FlushWith(Flush& real, Call& call, int descriptor)
     if (owner != Owner::File && owner != Owner::Medium && owner != Owner::Gone)
         return real(descriptor);
     int error = FailsNow(call, descriptor) ? errno : 0;
-    if (OwnerOf(descriptor) == Owner::Gone)
+    if (OwnerOf(descriptor) == Owner::Gone && &call == &calls::fsync)
         error = EIO;
     BoundedText line;
     line.Add(call.name).Add("(").Add(SubjectName(descriptor).Get()).Add(")");

@@ -78,7 +78,7 @@ bool UnitPath::IsPulled() const
     OnMedium medium;
     if (isOnMedium)
         FindOnMedium(asked, medium);
-    return medium.isPulled;
+    return medium.isPulled && !medium.isRoot;
 }
 
 bool UnitPath::IsDspDevice() const

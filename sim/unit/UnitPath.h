@@ -20,7 +20,7 @@ public:
     // True at or below a mount point at which a medium is mounted.
     bool IsOnMedium() const { return isOnMedium; }
     bool IsReadOnly() const { return isReadOnly; }
-    // True when that medium isn't there now.
+    // True for a file of a medium that isn't there now.
     bool IsPulled() const;
     // True when the medium refuses to make a file of this name.
     bool IsRefused() const { return isOnMedium && HasBadFatName(asked); }

@@ -112,7 +112,7 @@ TEST_F(UnitTest, FillsMediumAndPullsItOutUnderOpenFile)
 
     unit.Control("pull-after", "250");
     ExpectCalls({"fread /mnt/usb/file = 150", "open /mnt/usb/file = 0", "read = 100",
-                 "read = -1 EIO", "stat /mnt/usb/file = -1 EIO", "umount /mnt/usb = -1 EBUSY",
+                 "read = -1 EIO", "stat /mnt/usb/file = -1 ENOENT", "umount /mnt/usb = -1 EBUSY",
                  "close = 0", "umount /mnt/usb = 0", "mount /mnt/usb = -1 ENOENT"});
     EXPECT_FALSE(unit.IsMounted("usb"));
 }
@@ -122,18 +122,19 @@ TEST_F(UnitTest, ReportsLateWriteErrorsOfPulledMedium)
     unit.Mount("usb");
     unit.Control("pull-after", "150");
     ExpectCalls({"create /mnt/usb/file = 0", "write = 100", "fsync = 0", "write = 100",
-                 "fsync = -1 EIO", "fdatasync = -1 EIO", "syncfs = -1 EIO", "sync = 0",
-                 "close = 0"});
+                 "fsync = -1 EIO", "fdatasync = -1 EIO", "syncfs = 0", "sync = 0", "close = 0",
+                 "stat /mnt/usb/file = -1 ENOENT", "create /mnt/usb/new = -1 ENOSPC",
+                 "open /mnt/usb/. = 0"});
     EXPECT_EQ(unit.Journal(),
               "fsync(/medium/file) = 0\nmedium pulled\nfsync(/medium/file) = -1 EIO\n"
-              "fsync(/medium/file) = -1 EIO\nsyncfs(/medium/file) = -1 EIO\nsync()\nexit "
-              "descriptors=0\n");
+              "fsync(/medium/file) = -1 EIO\nsyncfs(/medium/file) = 0\nsync()\nexit "
+              "descriptors=1\n");
 
     unit.Insert();
     unit.Set("SIMUNIT_FAULT=unlink:1:pull");
     ExpectCalls({"mount /mnt/usb = -1 ENOENT", "mount-b /mnt/usb = 0", "stat /mnt/usb/file = 150",
-                 "umount /mnt/usb = 0", "stat /mnt/usb/file = -1 EIO", "umount /mnt/usb = 0",
-                 "mount-b /mnt/usb = 0", "unlink /mnt/usb/file = -1 EIO"});
+                 "umount /mnt/usb = 0", "stat /mnt/usb/file = -1 ENOENT", "umount /mnt/usb = 0",
+                 "mount-b /mnt/usb = 0", "unlink /mnt/usb/file = -1 ENOENT"});
 }
 
 TEST_F(UnitTest, MountsDeviceTwiceOnlyAlike)
