@@ -4,6 +4,7 @@
 #include <cctype>
 #include <filesystem>
 #include <sstream>
+#include <utility>
 
 #include "FaultyUnit.h"
 
@@ -52,14 +53,20 @@ void Disk::Take(const std::string& call)
     else if (kind == "write" || kind == "fwrite" || kind == "ftruncate")
         unflushed.insert(Identity(path));
     else if (kind == "fsync" && fs::path(path).has_extension())
-        unflushed.erase(Identity(path));
+        FlushFile(Identity(path));
     else if (kind == "fsync")
         FlushDirectory(path);
-    else if (kind == "syncfs")
-        FlushAll(IsOnMedium(path + "/"));
-    else if (kind == "sync")
-        for (const bool ofMedium : {false, true})
-            FlushAll(ofMedium);
+    TakeFlushOfAll(kind, IsOnMedium(path + "/"));
+}
+
+void Disk::TakeFlushOfAll(const std::string& kind, bool isOnMedium)
+{
+    if (kind == "sync" || (kind == "syncfs" && isOnMedium))
+        isMediumWritten = true;
+    if (kind == "sync" || (kind == "syncfs" && !isOnMedium))
+        FlushAll(false);
+    if (kind == "fsync" && isOnMedium && std::exchange(isMediumWritten, false))
+        FlushAll(true);
 }
 
 std::vector<Files> Disk::Outcomes(const Files& present)
@@ -104,10 +111,23 @@ void Disk::Move(const std::string& from, const std::string& to)
     if (found == names.end())
         return;
     const Change change{from, to, found->second};
-    if (IsOnMedium(to) && names.count(to) == 0)
+    const bool isReplacing = IsOnMedium(to) && names.count(to) > 0;
+    if (isReplacing)
+        replacing[change.file] = to;
+    else if (IsOnMedium(to))
         unflushed.insert(change.file);
-    changes.push_back(change);
+    changes.push_back(isReplacing ? Change{from, "", change.file} : change);
     change.Apply(names);
+}
+
+void Disk::FlushFile(int file)
+{
+    unflushed.erase(file);
+    const auto found = replacing.find(file);
+    if (found == replacing.end())
+        return;
+    flushed[found->second] = file;
+    replacing.erase(found);
 }
 
 void Disk::FlushDirectory(const std::string& path)
@@ -133,7 +153,7 @@ void Disk::FlushAll(bool ofMedium)
             FlushDirectory(directory);
     for (const auto& [path, file] : names)
         if (IsOnMedium(path) == ofMedium)
-            unflushed.erase(file);
+            FlushFile(file);
 }
 
 Files Disk::Outcome(unsigned choice, bool isLost)
@@ -142,8 +162,13 @@ Files Disk::Outcome(unsigned choice, bool isLost)
     for (std::size_t i = 0; i < changes.size(); ++i)
         if ((choice >> i & 1U) != 0)
             changes[i].Apply(left);
-    Files files;
+    std::map<int, int> nameCounts;
     for (const auto& [path, file] : left)
-        files[path] = isLost && unflushed.count(file) > 0 ? "" : contents[file];
+        ++nameCounts[file];
+    Files files;
+    for (const auto& [path, file] : left) {
+        const bool isEmptied = nameCounts[file] > 1 || (isLost && unflushed.count(file) > 0);
+        files[path] = isEmptied ? "" : contents[file];
+    }
     return files;
 }

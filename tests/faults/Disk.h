@@ -11,9 +11,12 @@ using Files = std::map<std::string, std::string>;  // full paths in the unit, an
 // changes since as a file system may have written.
 //
 // The bytes of a file since its last fsync are all there or all lost. A new, changed or removed
-// name is kept or not, each on its own, until its directory is flushed. On the medium, a FAT file
-// system, the length of a file is kept with its name, so a new name needs a flush of the file, too.
-// A name that replaces another one does so in one step.
+// name is kept or not, each on its own, until its directory is flushed.
+//
+// The medium's FAT file system has the length and the place of a file with its name. So a new name
+// has no bytes before the file is flushed, and a name that replaces another one still is that of
+// the older file; of two names for one place the repair after a cut empties one. Its syncfs writes
+// everything, but only the next fsync makes the medium keep it.
 class Disk {
 public:
     static constexpr char kMedium[] = "/medium/";
@@ -41,14 +44,18 @@ private:
 
     int Identity(const std::string& path);
     void Move(const std::string& from, const std::string& to);
+    void FlushFile(int file);
     void FlushDirectory(const std::string& path);
     void FlushAll(bool ofMedium);
+    void TakeFlushOfAll(const std::string& kind, bool isOnMedium);
     Files Outcome(unsigned choice, bool isLost);
 
     int lastFile = 0;
-    Names names;                  // as the programs see them
-    Names flushed;                // as the disk has them
-    std::vector<Change> changes;  // of names since
-    std::set<int> unflushed;      // files
+    Names names;                           // as the programs see them
+    Names flushed;                         // as the disk has them
+    std::vector<Change> changes;           // of names since
+    std::set<int> unflushed;               // files
+    std::map<int, std::string> replacing;  // files of the medium, and the names that they get
+    bool isMediumWritten = false;          // but not flushed
     std::map<int, std::string> contents;
 };
