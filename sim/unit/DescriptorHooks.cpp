@@ -44,13 +44,16 @@ ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flag
 {
     const virtualtime::Moment deadline = SendDeadline(descriptor);
     std::size_t done = 0;
+    bool hasTime = true;
     do {
-        const bool isReady = AwaitDescriptor("write", descriptor, POLLOUT, deadline);
         const ssize_t count = syscall(SYS_sendto, descriptor, bytes + done, size - done,
                                       flags | MSG_DONTWAIT, nullptr, 0);
-        if (count < 0 && (errno != EAGAIN || !isReady))
+        if (count < 0 && (errno != EAGAIN || !hasTime))
             return done > 0 ? static_cast<ssize_t>(done) : count;
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
+        // Only a full socket is waited for: one that poll doesn't call writable may have room.
+        if (count < 0)
+            hasTime = AwaitDescriptor("write", descriptor, POLLOUT, deadline);
     } while (done < size);
     return static_cast<ssize_t>(done);
 }
