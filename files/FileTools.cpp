@@ -17,7 +17,6 @@
 namespace {
 
 constexpr std::size_t kCopyBlock = 512;  // bytes of one read and write
-constexpr mode_t kForEverybody = 0666;   // permission bits
 
 enum class AtWriteError { Stop, GoOn };
 

@@ -32,7 +32,8 @@ void PrintStamp(char (&stamp)[kStampSize])
     std::strftime(stamp, sizeof stamp, kStampFormat, &utc);
 }
 
-// The newest whole lines of the file, at most `most` bytes; nothing when it can't be read.
+// The newest whole lines of the file, at most `most` bytes; of a single line that is longer, its
+// end. Nothing when the file can't be read.
 std::string NewestLines(const char* path, std::int64_t most)
 {
     const UniqueFd file(OpenToRead(path));
@@ -41,18 +42,19 @@ std::string NewestLines(const char* path, std::int64_t most)
     std::string text(most, '\0');
     const ssize_t count = read(file.Get(), text.data(), text.size());
     text.resize(std::max<ssize_t>(count, 0));
-    return text.substr(text.find('\n') + 1);
+    const std::size_t start = text.find('\n') + 1;
+    return start == text.size() ? text : text.substr(start);
 }
 
-// True when `added` bytes more don't make the log larger than `most`, if need be after a cut. A new
-// file takes its place, so that the lines that stay survive a power cut.
-bool HasRoom(const char* path, std::int64_t added, std::int64_t most)
+// Cuts the log if `added` bytes would make it larger than `most`. A new file takes its place, so
+// that the lines that stay survive a power cut. False when it can't be cut.
+bool MakeRoom(const char* path, std::int64_t added, std::int64_t most)
 {
     struct stat state {};
     if (stat(path, &state) != 0 || state.st_size + added <= most)
         return true;
     const std::string kept = NewestLines(path, most / 2);
-    WholeFile log(path, std::string(path) + ".new");
+    WholeFile log(path);
     return !kept.empty() && log.Write(kept) && log.Commit();
 }
 
@@ -61,7 +63,7 @@ bool HasRoom(const char* path, std::int64_t added, std::int64_t most)
 bool AddLogFile(const char* path, const char* text, std::int64_t most)
 {
     const TSString words(text == nullptr ? "" : text);
-    if (most != kNoLimit && !HasRoom(path, kStampSize + words.Length(), most))
+    if (most != kNoLimit && !MakeRoom(path, kStampSize + words.Length(), most))
         return false;
     const TextWriter log(path, TextWriter::Old::Kept);
     if (!log)

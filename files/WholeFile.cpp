@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr mode_t kForEverybody = 0666;  // permission bits, less those of the umask
-
 bool WriteAll(int file, std::string_view bytes)
 {
     while (!bytes.empty()) {

@@ -16,7 +16,9 @@
 // one.
 class WholeFile {
 public:
-    // Both paths are in one directory. Whatever is at `workPath` is removed.
+    // Both paths are in one directory. Whatever is at that of the work file is removed. Its usual
+    // name is that of the target with ".new" appended.
+    explicit WholeFile(const std::string& path) : WholeFile(path, path + ".new") {}
     WholeFile(std::string path, std::string workPath);
     ~WholeFile();
     WholeFile(const WholeFile&) = delete;

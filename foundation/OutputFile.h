@@ -12,7 +12,9 @@
 // names, a link at the path would lead to another file, which must not be emptied.
 enum class AtPath { Emptied, Removed };
 
+// Permission bits, less those of the umask.
 constexpr mode_t kOwnersOnly = S_IRUSR | S_IWUSR;
+constexpr mode_t kForEverybody = 0666;
 
 // Creates the file at `path`, or empties it: what an older one had past the new end must not stay.
 // The descriptor, which the caller owns, or -1.

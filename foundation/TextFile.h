@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "FileBytes.h"
+#include "OutputFile.h"
 #include "UniqueFd.h"
 
 struct FileCloser {
@@ -41,7 +42,6 @@ public:
 private:
     static UniqueFd Open(const char* path, Old old)
     {
-        constexpr mode_t kForEverybody = 0666;
         const int flags = old == Old::Kept ? O_RDWR | O_APPEND : O_WRONLY | O_TRUNC;
         UniqueFd file(open(path, flags | O_CREAT | kOpenFlags, kForEverybody));
         // Only the opening mustn't wait: who reads a pipe slowly gets all of the text.

@@ -42,17 +42,23 @@ static bool IsControl(unsigned char character)
 
 bool THexFile::LoadFromFile(const char* path)
 {
-    DropImage();
+    DropImage();  // even if the file can't be read
 
     FileBytes bytes;
     if (!ReadWholeFile(path, bytes))
         return false;
 
+    return LoadFromText(bytes.Text());
+}
+
+bool THexFile::LoadFromText(std::string_view text)
+{
+    DropImage();
     // Two passes over the text: the rows can't be made before the longest line is known.
-    const LineTable table(bytes.Text());
+    const LineTable table(text);
     if (table.longest > kLongestLine || !MakeRows(table.count, table.longest))
         return false;
-    FillRows(bytes.Text().substr(0, table.size), table);
+    FillRows(text.substr(0, table.size), table);
     return true;
 }
 

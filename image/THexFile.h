@@ -40,6 +40,9 @@ public:
     // row: the rows after it move up, and what is left over at the end is empty.
     bool LoadFromFile(const char* path);
 
+    // The same for the text of a file that is in memory already.
+    bool LoadFromText(std::string_view text);
+
     // Scans the rows for startAddress, endAddress and versionText, each up to its first NUL.
     // Loading does so with all bytes of a row; after it, this is for the unit's other programs.
     void GetStartEndAddress();

@@ -17,6 +17,6 @@ int PciDsp_setPiano(int on);
 // The line for a log before a restart.
 inline constexpr char kRestartNote[] = "Rebooting CSP...5sec\n";
 
-// Restarts the CSP: off, 5 seconds, on. Blocks for that time. 0, or the errno of the first call that
-// failed; the others are made all the same.
+// Restarts the CSP: off, 5 seconds, on. Blocks for that time. 0, or the errno of the first call
+// that failed; the others are made all the same.
 int RestartPiano();

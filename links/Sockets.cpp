@@ -27,6 +27,7 @@ constexpr int kBacklog = 1;  // one controller at a time
 constexpr int kFirstQuestion = 60;
 constexpr int kNextQuestion = 10;
 constexpr int kQuestions = 3;
+constexpr unsigned kUnansweredLimit = 90000;  // milliseconds of sent bytes without an answer
 
 // Fills a cleared address. False when the path doesn't fit with its NUL.
 bool MakeAddress(std::string_view path, sockaddr_un& address)
@@ -143,15 +144,16 @@ void LimitWait(int descriptor, int seconds)
 {
     timeval limit = {};
     limit.tv_sec = seconds;
-    SetOption(descriptor, SOL_SOCKET, SO_SNDTIMEO, limit);
+    static_cast<void>(SetOption(descriptor, SOL_SOCKET, SO_SNDTIMEO, limit));
 }
 
 void KeepAlive(int descriptor)
 {
-    SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
-    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, kFirstQuestion);
-    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, kNextQuestion);
-    SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, kQuestions);
+    static_cast<void>(SetOption(descriptor, SOL_SOCKET, SO_KEEPALIVE, 1) &&
+                      SetOption(descriptor, IPPROTO_TCP, TCP_KEEPIDLE, kFirstQuestion) &&
+                      SetOption(descriptor, IPPROTO_TCP, TCP_KEEPINTVL, kNextQuestion) &&
+                      SetOption(descriptor, IPPROTO_TCP, TCP_KEEPCNT, kQuestions) &&
+                      SetOption(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnansweredLimit));
 }
 
 long WriteSocket(int descriptor, const void* bytes, std::size_t length)

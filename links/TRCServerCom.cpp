@@ -13,6 +13,12 @@ int TRCServerCom::SetRCSDescriptor(const char* path)
     return rcsDescriptor ? rcsDescriptor.Get() : -1;
 }
 
+void TRCServerCom::BoundWaits()
+{
+    if (rcsDescriptor)
+        LimitWait(rcsDescriptor.Get(), kPeerLimit);
+}
+
 bool TRCServerCom::WriteMessage(const char* text, int length)
 {
     if (!rcsDescriptor || length < 0)

@@ -19,6 +19,9 @@ public:
     // Connects to the UNIX socket at `path`. Returns the descriptor, or -1.
     int SetRCSDescriptor(const char* path);
 
+    // A write that the RC Server doesn't take within kPeerLimit seconds fails from now on.
+    void BoundWaits();
+
     // Sends the text as it is, in one write; the caller has put a line end on it. False when the
     // link is down or the write failed, which closes the link.
     bool WriteMessage(const char* text, int length);

@@ -223,7 +223,7 @@ void TCspReader::OnUnwanted(TMidiCom* /*midi*/, TZaurusCom* /*zaurus*/, const Co
 
 void TCspReader::OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line)
 {
-    if (mustProgress && !MakesProgress(HexRecord(FirstLine(line.Text()))))
+    if (mustProgress && !TakeProgress(HexRecord(FirstLine(line.Text()))))
         return OnRefused(midi, line);
     switch (hexFile->CheckIntelHex(line.Text())) {
     case THexFile::Accepted: return OnAccepted(midi, zaurus, hexFile->GetNextAddress());
@@ -232,8 +232,9 @@ void TCspReader::OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine&
     }
 }
 
-// True also for what THexFile refuses by itself.
-bool TCspReader::MakesProgress(const HexRecord& record)
+// Notes what the record brings. False when it leaves the read where it is; what THexFile refuses by
+// itself counts as progress.
+bool TCspReader::TakeProgress(const HexRecord& record)
 {
     if (!record.IsComplete())
         return true;

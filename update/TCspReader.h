@@ -91,7 +91,7 @@ private:
     void OnStart(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
     void OnUnwanted(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
     void OnRecord(TMidiCom* midi, TZaurusCom* zaurus, const ConsoleLine& line);
-    bool MakesProgress(const HexRecord& record);
+    bool TakeProgress(const HexRecord& record);
     bool IsNextData(const HexRecord& record) const;
     bool IsNextUpperAddress(const HexRecord& record) const;
     void OnAccepted(TMidiCom* midi, TZaurusCom* zaurus, std::uint32_t address);

@@ -36,17 +36,6 @@ const UpdateSource* FirstSource()
     return first == std::end(kUpdateSources) ? nullptr : first;
 }
 
-// Leaves the stamp alone when the file can't be looked at.
-void PrintStamp(const char* path, char* stamp)
-{
-    struct stat file = {};
-    tm time = {};
-    if (stat(path, &file) != 0 || gmtime_r(&file.st_mtime, &time) == nullptr)
-        return;
-    std::snprintf(stamp, TUpdater::kStampSize, "(%d/%d/%d/%02d:%02d)", time.tm_year + kYearBase,
-                  time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min);
-}
-
 }  // namespace
 
 // The counts of unwanted answers and the refused address stay: nothing but an answer or silence
@@ -102,22 +91,52 @@ int TUpdater::SearchParameterHex(char* stamp)
 {
     if (!FileExists(kParameterFile))
         return -1;
-    PrintStamp(kParameterFile, stamp);
+    PrintParameterStamp(stamp);
     return LoadIntelHex(kParameterFile, nullptr);
+}
+
+void TUpdater::PrintParameterStamp(char* stamp)
+{
+    struct stat file = {};
+    tm time = {};
+    if (stat(kParameterFile, &file) != 0 || gmtime_r(&file.st_mtime, &time) == nullptr)
+        return;
+    std::snprintf(stamp, kStampSize, "(%d/%d/%d/%02d:%02d)", time.tm_year + kYearBase,
+                  time.tm_mon + 1, time.tm_mday, time.tm_hour, time.tm_min);
 }
 
 int TUpdater::LoadIntelHex(const char* path, char* version)
 {
-    hexFile = nullptr;  // first, so that only one image is in memory
-    updateStatus = Status::Idle;
-    auto loaded = std::make_unique<THexFile>();
+    std::unique_ptr<THexFile> loaded = BeginLoad();
     if (!StoreFileName(path) || !loaded->LoadFromFile(hexFileName))
         return -1;
+    TakeImage(std::move(loaded), version);
+    return 0;
+}
+
+int TUpdater::LoadText(const char* path, std::string_view text, char* version)
+{
+    std::unique_ptr<THexFile> loaded = BeginLoad();
+    if (!StoreFileName(path) || !loaded->LoadFromText(text))
+        return -1;
+    TakeImage(std::move(loaded), version);
+    return 0;
+}
+
+// Drops the present image first, so that only one is in memory.
+std::unique_ptr<THexFile> TUpdater::BeginLoad()
+{
+    hexFile = nullptr;
+    updateStatus = Status::Idle;
+    return std::make_unique<THexFile>();
+}
+
+void TUpdater::TakeImage(std::unique_ptr<THexFile> loaded, char* version)
+{
     hexFile = std::move(loaded);
     if (version != nullptr)
         std::copy(std::begin(hexFile->versionText), std::end(hexFile->versionText), version);
     updateCounter = 0;
-    return 0;
 }
 
 // A path that doesn't fit isn't cut, since a cut path names another file: the name is then empty.

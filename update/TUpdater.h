@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 
 #include "Machine.h"
 #include "RowSender.h"
@@ -108,6 +109,13 @@ public:
     // 0 or -1.
     int LoadIntelHex(const char* path, char* version);
 
+    // The same for a text that is in memory already; `path` is where it comes from.
+    int LoadText(const char* path, std::string_view text, char* version);
+
+    // The time stamp of the parameter file, as SearchParameterHex sets it. Unchanged when the file
+    // can't be looked at.
+    static void PrintParameterStamp(char* stamp);
+
 private:
     // A row of the answers that an update understands.
     struct Answer;
@@ -115,6 +123,8 @@ private:
 
     // TUpdater.cpp: search and load.
     bool StoreFileName(const char* path);
+    std::unique_ptr<THexFile> BeginLoad();
+    void TakeImage(std::unique_ptr<THexFile> loaded, char* version);
     int ExpandAndLoad(const char* source, char* version);
 
     // TUpdaterSteps.cpp: a step of each status.
