@@ -29,10 +29,10 @@ struct CheckedFile {
     // True when the rows of the image are the lines of this text, which has no errors.
     bool IsIn(const THexFile& image) const;
 
-    std::string name;  // of the file
     // Hands back the memory of the text.
     void DropText() { std::string().swap(text); }
 
+    std::string name;        // of the file
     std::string text;        // empty when the file can't be read
     bool isRead = false;     // it could be read
     bool isMissing = false;  // it couldn't, because there is none that may be opened

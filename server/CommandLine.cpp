@@ -93,14 +93,12 @@ bool TakeAddress(Options& options, const char* text)
     return true;
 }
 
-// Returns false: nothing is to run.
-bool ReportMistake(const Options& options)
+void ReportMistake(const Options& options)
 {
     if (options.mistake == Options::Mistake::Unprinted)
         PrintError(options.mistakeText);
     if (!options.usageIsPrinted)
         usage();
-    return false;
 }
 
 // Takes the words that getopt doesn't know from the front, and returns how many.
@@ -119,6 +117,20 @@ int TakeStrictWords(int argc, char** argv, Options& options)
             options.SetMistake("--listen needs an IPv4 address");
     }
     return at - 1;
+}
+
+// The options after the words of --strict. False when nothing is to run.
+bool ParseRest(int argc, char** argv, char* program, Options& options)
+{
+    argv[0] = program;
+    if (!ParseOptions(argc, argv, options))
+        return false;
+    // getopt has moved the words that are no options to the end.
+    if (optind < argc)
+        options.SetMistake(std::string("not an option: ") + argv[optind]);
+    else if (options.mistake == Options::Mistake::None)
+        CheckContradictions(options);
+    return true;
 }
 
 }  // namespace
@@ -174,16 +186,9 @@ bool ParseOptions(int argc, char** argv, Options& options)
 bool ParseStrictOptions(int argc, char** argv, Options& options)
 {
     const int taken = TakeStrictWords(argc, argv, options);
+    const bool runs = options.mistake == Options::Mistake::None &&
+                      ParseRest(argc - taken, argv + taken, argv[0], options);
     if (options.mistake != Options::Mistake::None)
-        return ReportMistake(options);
-    argv[taken] = argv[0];
-    argc -= taken;
-    argv += taken;
-    const bool runs = ParseOptions(argc, argv, options);
-    // getopt has moved the words that are no options to the end.
-    if (optind < argc && runs)
-        options.SetMistake(std::string("not an option: ") + argv[optind]);
-    else if (options.mistake == Options::Mistake::None && runs)
-        CheckContradictions(options);
-    return options.mistake == Options::Mistake::None ? runs : ReportMistake(options);
+        ReportMistake(options);
+    return runs && options.mistake == Options::Mistake::None;
 }

@@ -18,13 +18,14 @@ CompressedFile::CompressedFile(const std::string& path)
     if (!ReadWholeFile(path.c_str(), packed, CheckedFile::kLargest)) {
         isMissing = errno == ENOENT || errno == EACCES;
         problem = ReasonFor(path);
-    } else if (IsVerified(path, packed.Text())) {
-        Expand(path, packed.Text());
+    } else {
+        CompareWithSum(path, packed.Text());
+        if (problem.empty())
+            Expand(path, packed.Text());
     }
 }
 
-// True also without a checksum to compare with.
-bool CompressedFile::IsVerified(const std::string& path, std::string_view packed)
+void CompressedFile::CompareWithSum(const std::string& path, std::string_view packed)
 {
     const std::string sumPath = SumPath(path);
     FileBytes sum;
@@ -36,7 +37,6 @@ bool CompressedFile::IsVerified(const std::string& path, std::string_view packed
         problem = ReasonFor(sumPath);
     else if (!SumMatches(sum.Text(), packed))
         problem = path + ": damaged, since " + sumPath + " doesn't match";
-    return problem.empty();
 }
 
 void CompressedFile::Expand(const std::string& path, std::string_view packed)

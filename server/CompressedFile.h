@@ -24,6 +24,6 @@ struct CompressedFile {
     bool isMissing = false;          // there is no file that may be opened
 
 private:
-    bool IsVerified(const std::string& path, std::string_view packed);
+    void CompareWithSum(const std::string& path, std::string_view packed);
     void Expand(const std::string& path, std::string_view packed);
 };

@@ -31,7 +31,7 @@ bool Strict::Prepare(Options& options)
     return isReady;
 }
 
-bool Strict::TakeLoaded(const Options& options, const THexFile* image)
+bool Strict::RequireSame(const Options& options, const THexFile* image)
 {
     const bool isSame = image != nullptr && firmware.IsIn(*image);
     if (!isSame)
@@ -51,8 +51,10 @@ void Strict::TakeRestart(int error)
 
 bool Strict::Finish(const Options& options, int result) const
 {
-    if (result != 0)
-        return ReportFailedRun(options, result);
+    if (result != 0) {
+        ReportFailedRun(options, result);
+        return false;
+    }
     if (options.renameFile && !options.versionOnly && !FileExists(NewName(options).c_str()))
         report.Add(firmware.name + ": keeps its name, since the rename has failed");
     const bool isVerified =
@@ -60,9 +62,8 @@ bool Strict::Finish(const Options& options, int result) const
     return isVerified && hasPower;
 }
 
-// The run doesn't record why a link has failed, so the attempt is made again to get errno. Returns
-// false.
-bool Strict::ReportFailedRun(const Options& options, int result) const
+// The run doesn't record why a link has failed, so the attempt is made again to get errno.
+void Strict::ReportFailedRun(const Options& options, int result) const
 {
     if (result == kNoPatcher && checks.RequirePatcher(options.connecttype))
         report.Add("the MIDI Patcher could not be reached before, but can be now");
@@ -70,15 +71,14 @@ bool Strict::ReportFailedRun(const Options& options, int result) const
         report.Add("the port was in use before, but is free now");
     else if (result != kNoPatcher && result != kNoPort)
         report.Add("the update has failed");
-    return false;
 }
 
-std::string Strict::SaveReadBack(const std::string& path, const std::string& text) const
+std::string Strict::SaveReadBack(const std::string& path, const std::string& text)
 {
     const std::string problem = CheckedFile(path, text).ReadBackProblem();
     if (!problem.empty())
         return problem;
-    WholeFile file(path, path + ".new");
+    WholeFile file(path);
     return file.Write(text) && file.Commit() ? "" : ReasonFor(path);
 }
 

@@ -24,7 +24,7 @@ public:
     bool Prepare(Options& options);
 
     // The update has loaded the file. False when the image isn't the one that Prepare has checked.
-    bool TakeLoaded(const Options& options, const THexFile* image);
+    bool RequireSame(const Options& options, const THexFile* image);
 
     // The CSP was restarted: 0, or the errno of the power device.
     void TakeRestart(int error);
@@ -35,14 +35,14 @@ public:
 
     // Puts the text of a read-back in the place of the file, if it is a complete one. Empty, or a
     // sentence about the failure, which isn't reported.
-    std::string SaveReadBack(const std::string& path, const std::string& text) const;
+    static std::string SaveReadBack(const std::string& path, const std::string& text);
 
     StrictReport report;
     UpdateGate gate;  // of the server's updates
     StrictCopy copy;  // of the parameter file
 
 private:
-    bool ReportFailedRun(const Options& options, int result) const;
+    void ReportFailedRun(const Options& options, int result) const;
     TSString NewName(const Options& options) const;
 
     StartChecks checks{report};

@@ -11,6 +11,7 @@
 #include "Compress.h"
 #include "CompressedFile.h"
 #include "FileBytes.h"
+#include "FileTools.h"
 #include "MountTable.h"
 #include "Reason.h"
 #include "SumFile.h"
@@ -48,7 +49,7 @@ ParameterBackup::Result StrictCopy::FromMedium()
     if (const std::string problem = image.ReadBackProblem(); !problem.empty())
         return Fail(ParameterBackup::NotCopied, problem);
     reasons = source.notes;
-    WholeFile target(kParameterFile, std::string(kParameterFile) + ".new");
+    WholeFile target(kParameterFile);
     const bool isReplaced = target.Write(image.text) && target.Commit();
     return isReplaced ? Copied : Fail(ParameterBackup::NotCopied, ReasonFor(kParameterFile));
 }
@@ -92,35 +93,38 @@ ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
                 ReasonFor(path));
 }
 
-// The checksum comes before the image. Its second line is that of the old image, so that there is
-// one for whichever image a failure leaves. One that its own checksum shows to be damaged has none.
+// A line for the image that is there, if there is one that its checksum shows to be good.
 std::string StrictCopy::SumOfOldImage() const
 {
     const std::string path = Path(kMediumParameterFile);
     FileBytes image;
     FileBytes sum;
-    if (!ReadWholeFile(path.c_str(), image, CheckedFile::kLargest))
-        return {};
-    const bool hasSum =
-        ReadWholeFile(CompressedFile::SumPath(path).c_str(), sum, CompressedFile::kLargestSum);
-    const bool isDamaged = hasSum && !SumMatches(sum.Text(), image.Text());
-    return isDamaged ? "" : SumLine(image.Text(), kMediumParameterFile);
+    const bool isGood =
+        ReadWholeFile(path.c_str(), image, CheckedFile::kLargest) &&
+        ReadWholeFile(CompressedFile::SumPath(path).c_str(), sum, CompressedFile::kLargestSum) &&
+        SumMatches(sum.Text(), image.Text());
+    return isGood ? SumLine(image.Text(), kMediumParameterFile) : "";
 }
 
+// Next to a checksum the image comes second: the new one has a line for either image, so whichever
+// a failure leaves isn't taken for damaged. Without one the image comes first: a failure must not
+// leave a checksum that nobody has made for the old one.
 bool StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
 {
     const std::string path = Path(kMediumParameterFile);
+    const std::string sumPath = CompressedFile::SumPath(path);
+    const bool hasSum = FileExists(sumPath.c_str());
     WholeFile newImage(path, Path(kMediumParameterWork));
-    WholeFile newSum(CompressedFile::SumPath(path), Path(kMediumSumWork));
-    return newImage.Write(image) && newSum.Write(sum) && newSum.Commit() && FlushMedium() &&
-           newImage.Commit() && FlushMedium();
+    WholeFile newSum(sumPath, Path(kMediumSumWork));
+    return newImage.Write(image) && newSum.Write(sum) && (hasSum ? newSum : newImage).Commit() &&
+           FlushMedium() && (hasSum ? newImage : newSum).Commit() && FlushMedium();
 }
 
+// The first call reports what couldn't be written, the second empties the medium's own cache.
 bool StrictCopy::FlushMedium() const
 {
     const UniqueFd medium(open(directory.c_str(), O_RDONLY | O_DIRECTORY | kOpenFlags));
-    // The first reports what couldn't be written, the second empties the medium's own cache.
-    return medium && syncfs(medium.Get()) == 0 && fsync(medium.Get()) == 0;
+    return medium && syncfs(medium.Get()) == 0 && FlushDirectoryOf(directory);
 }
 
 ParameterBackup::Result StrictCopy::Fail(Result result, const std::string& reason)

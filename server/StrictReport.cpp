@@ -6,7 +6,7 @@
 void StrictReport::Add(const std::string& text) const
 {
     PrintError(text);
-    AddLogFile(log, (text + "\n").c_str(), most);
+    static_cast<void>(AddLogFile(log, (text + "\n").c_str(), most));  // it was printed, too
 }
 
 void StrictReport::Add(const std::vector<std::string>& texts) const

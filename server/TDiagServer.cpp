@@ -107,7 +107,7 @@ int TDiagServer::Run()
 
         // The set was built before these steps, so a descriptor that one of them lost makes the
         // wait fail once.
-        if (FinishesReading())
+        if (StepReader() == Step::Done)
             return 0;
         StepUpdater();
 
@@ -151,6 +151,8 @@ void TDiagServer::OpenRCServer()
         sleep(kRetryWait);
         descriptor = rcserver->SetRCSDescriptor(kRCServerSocket);
     }
+    if (strict != nullptr)
+        rcserver->BoundWaits();
     Log(descriptor < 0 ? "RC Server is not active.\n" : "RC Server is active.\n");
 }
 
@@ -171,12 +173,12 @@ void TDiagServer::MakeMachines()
         reader->RequireProgress();
 }
 
-// Steps the read-back. True when it has succeeded, which ends the server.
-bool TDiagServer::FinishesReading()
+// Done when the read-back has succeeded, which ends the server.
+Step TDiagServer::StepReader()
 {
     const Step result{reader->UpdateStatus(midi.get(), zaurus.get())};
     if (result == Step::GoesOn)
-        return false;
+        return Step::GoesOn;
     const std::string problem = strict == nullptr ? "" : SaveReadBack(result);
     const bool isDone = result == Step::Done && problem.empty();
     SendAndLog(isDone ? "CSP Read Success.\n" : "CSP Read Failed.\n");
@@ -184,7 +186,7 @@ bool TDiagServer::FinishesReading()
         Explain({problem});
     reader->ClearReaderStatus();
     RebootCsp();
-    return isDone;
+    return isDone ? Step::Done : Step::Failed;
 }
 
 // With --strict the reader leaves the saving to its checks. Why there is no new file, or nothing.
@@ -314,7 +316,8 @@ void TDiagServer::ProcessKeyboard(char* buffer)
 
 void TDiagServer::Log(const char* text) const
 {
-    AddLogFile(kServerLog, text, strict == nullptr ? kNoLimit : kMostOfLog);
+    // A lost entry is not a failure.
+    static_cast<void>(AddLogFile(kServerLog, text, strict == nullptr ? kNoLimit : kMostOfLog));
 }
 
 void TDiagServer::Send(const char* text)

@@ -99,7 +99,7 @@ private:
     void OpenPort();
     void MakeMachines();
 
-    bool FinishesReading();
+    Step StepReader();
     std::string SaveReadBack(Step result);
     void StepUpdater();
     void RebootCsp();

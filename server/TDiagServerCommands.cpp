@@ -22,7 +22,7 @@ constexpr unsigned char kAlternateGroup = 'l';
 struct TDiagServer::Command {
     MidiGroup group = {};                       // what the controller sends
     bool needsMachine = false;                  // without effect before Run
-    bool usesMedium = false;                    // may take minutes
+    bool takesLong = false;                     // seconds, or minutes with a medium
     void (TDiagServer::*carryOut)() = nullptr;  // sends and logs the result
 };
 
@@ -30,7 +30,7 @@ const TDiagServer::Command TDiagServer::kCommands[] = {
     {{0xDF, 0xDF, 0x00, 0xAA}, true, true, &TDiagServer::ShowUpdateFile},
     {{0xDF, 0xDF, 0x00, 0xBB}, true, false, &TDiagServer::StartCspUpdate},
     {{0xDF, 0xDF, 0x00, 0xC0}, true, false, &TDiagServer::StartReading},
-    {{0xDF, 0xDF, 0x00, 0xC1}, true, false, &TDiagServer::ShowParameterFile},
+    {{0xDF, 0xDF, 0x00, 0xC1}, true, true, &TDiagServer::ShowParameterFile},
     {{0xDF, 0xDF, 0x00, 0xC2}, true, false, &TDiagServer::StartParameterUpdate},
     {{0xDF, 0xDF, 0x00, 0xC3}, false, true, &TDiagServer::BackUpParameters},
     {{0xDF, 0xDF, 0x00, 0xC4}, false, true, &TDiagServer::RestoreParameters},
@@ -71,23 +71,15 @@ bool TDiagServer::FindUpdateFile(char* version)
 {
     if (strict == nullptr)
         return updater->SearchUpdateHex(version) == 0;
-    UpdateGate& gate = strict->gate;
-    if (!gate.Examine(TUpdater::FindUpdateSource()))
-        return false;
-    gate.Version().copy(version, THexFile::kVersionSize - 1);
-    if (gate.Problems().empty())
-        gate.TakeLoaded(updater->SearchUpdateHex(version) == 0 ? updater->GetImage() : nullptr);
-    return true;
+    return strict->gate.Load(*updater, TUpdater::FindUpdateSource(), version);
 }
 
 bool TDiagServer::FindParameterFile(char* stamp)
 {
-    if (strict != nullptr && !strict->gate.Examine(kParameterFile))
-        return false;
-    const bool isLoaded = updater->SearchParameterHex(stamp) == 0;
-    if (strict != nullptr)
-        strict->gate.TakeLoaded(isLoaded ? updater->GetImage() : nullptr);
-    return isLoaded;
+    if (strict == nullptr)
+        return updater->SearchParameterHex(stamp) == 0;
+    TUpdater::PrintParameterStamp(stamp);
+    return strict->gate.Load(*updater, kParameterFile, nullptr);
 }
 
 void TDiagServer::ExplainSearch()
@@ -197,13 +189,13 @@ const TDiagServer::Command* TDiagServer::FindCommand(const MidiGroup& group)
     return nullptr;
 }
 
-// True when the rest of the read is to be dropped: with --strict, a command that may take minutes
+// True when the rest of the read is to be dropped: with --strict, a command that takes long
 // isn't followed by another one before the controller has seen its result.
 bool TDiagServer::CarryOut(const Command& command)
 {
     if (HasMachines() || !command.needsMachine)
         (this->*command.carryOut)();
-    return strict != nullptr && command.usesMedium;
+    return strict != nullptr && command.takesLong;
 }
 
 // Without a release line there is no reply at all, not even the service text.

@@ -5,19 +5,17 @@
 
 #include "CheckedFile.h"
 
-class THexFile;
+class TUpdater;
 
 // What --strict knows of the file for the server's next update, which is the one that the latest
 // search has found. An update starts only when nothing is wrong with it.
 class UpdateGate {
 public:
-    // A search has found the file at `path`; null: it has found none. Reads and checks it; a
-    // compressed one is expanded in memory. False when it can't be loaded.
-    bool Examine(const char* path);
-
-    // Compares the image that was loaded then with the text that was examined: the medium may
-    // return other bytes the second time. Null when nothing could be loaded.
-    void TakeLoaded(const THexFile* image);
+    // A search has found the file at `path`; null: it has found none. Reads and checks it, a
+    // compressed one expanded in memory, and loads the text into the updater unless something is
+    // wrong with it. `version` gets its version text (THexFile::kVersionSize bytes of room), unless
+    // it is null. False when there is nothing that could be loaded.
+    bool Load(TUpdater& updater, const char* path, char* version);
 
     // An update has used the image that was loaded.
     void TakeUsed()
@@ -31,16 +29,10 @@ public:
     // What is worth a line, but no reason to refuse the file.
     const std::vector<std::string>& Notes() const { return notes; }
 
-    // Of the file that was examined.
-    const std::string& Version() const { return file.report.version; }
-
 private:
-    bool Expand(const std::string& path);
-    void TakeErrors();
-    bool Fail(const std::string& problem);
+    CheckedFile Examine(const std::string& path);
+    CheckedFile Expand(const std::string& path);
 
-    std::string source;  // the path of the file that was examined
-    CheckedFile file;    // its text is dropped once it has been compared
     std::vector<std::string> problems = {"no search has found a file"};
     std::vector<std::string> notes;
 };

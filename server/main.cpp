@@ -66,7 +66,7 @@ int RunUpdate(const Options& options, Strict* strict)
     updater = new TUpdater;
     int result = updater->Initialize(options.renameFile, options.port, options.filename,
                                      options.connecttype);
-    if (result == 0 && strict != nullptr && !strict->TakeLoaded(options, updater->GetImage()))
+    if (result == 0 && strict != nullptr && !strict->RequireSame(options, updater->GetImage()))
         result = kNoFile;
     if (result == 0)
         result = updater->Run();

@@ -95,6 +95,7 @@ TEST(StrictSearch, ReportsDamageAtOnceAndRefusesUpdate)
         {"csp_prog.rlg", packed, "", true, "", unverified},
         {"csp_prog.rlg", packed, "1 2 csp_prog.rlg\n", false,
          compressed + ": damaged, since /mnt/usb/csp_prog.sum doesn't match\n"},
+        {"csp_prog.rlg", std::string(0x1000001, 'x'), "", false, compressed + ": File too large\n"},
         {"csp_prog.rlg", bomb, "", false,
          compressed + ": cut off, or larger than the flash when expanded\n", unverified},
     };
@@ -223,7 +224,7 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
 
 TEST(StrictCopy, MountsDeviceThatIsMountedThere)
 {
-    StrictServer scene;
+    StrictServer scene("open@mounts#4:EACCES");
     scene.Open();
     scene.unit.Write(kParameterFile, ParameterFile(kNewData));
     const auto backUp = [&] { return After("HD -> FD\n", scene.Ask(kBackup)); };
@@ -240,6 +241,11 @@ TEST(StrictCopy, MountsDeviceThatIsMountedThere)
     EXPECT_EQ(backUp(), "Copy Success.\n") << "the stick has another name now";
     EXPECT_EQ(Count(scene.unit.Journal(), "mount(/dev/sdb, /mnt/usb/, vfat, 0xc0ed000a"), 1U);
 
+    scene.unit.Write("sim/mounts", "/dev/sda /mnt/usb vfat rw 0 0\n");
+    scene.unit.Write("sim/device", "/dev/sda");
+    EXPECT_EQ(backUp(), "Copy Success.\n") << "what is mounted there can't be found out";
+
+    scene.unit.Write("sim/device", "/dev/sdb");
     scene.unit.Write("sim/mounts",
                      "/dev/sdb /mnt/cdrom vfat ro 0 0\n/dev/sdb /mnt/usb vfat ro 0 0\n");
     EXPECT_EQ(backUp(), "Copy error.\n/dev/sdb: Device or resource busy, since it is mounted at "
@@ -251,12 +257,12 @@ TEST(StrictServerLimits, OneCopyForOneRead)
 {
     StrictServer scene;
     scene.Open();
-    for (const char* command : {kBackup, kRestore, kFindUpdate}) {
+    for (const char* command : {kBackup, kRestore, kFindUpdate, kFindParameters}) {
         std::string groups = command;
         for (int i = 0; i < 20; ++i)
             groups += std::string(" ") + command + " " + kVersion;
         const std::string answer = scene.Ask(groups);
-        EXPECT_EQ(Count(answer, "Copying") + Count(answer, kNoFile), 1U) << answer;
+        EXPECT_EQ(Count(answer, "Copying") + Count(answer, " File is not exsit.\n"), 1U) << answer;
         EXPECT_EQ(Count(answer, kServiceText), 0U) << answer;
     }
     EXPECT_EQ(scene.Ask(kVersion), kServiceText) << "another read";
@@ -290,17 +296,29 @@ TEST(StrictServerLimits, ReadBackEndsAtRecordWithoutProgress)
     }
 }
 
-TEST(StrictServerLimits, WriteToControllerThatDoesNotReadEnds)
+TEST(StrictServerLimits, WriteToPeerThatDoesNotReadEnds)
 {
-    StrictServer scene;
-    scene.Open();
-    const std::string line(900, 'x');
-    const auto before = UnitTime();
-    for (int i = 0; i < 40000 && UnitTime() < before + std::chrono::seconds(5); ++i)
-        scene.Say(Frames({line}));
-    EXPECT_LT(UnitTime(), before + std::chrono::seconds(6));
-    scene.Connect();
-    EXPECT_EQ(scene.Ask(kVersion), kServiceText);
+    const struct {
+        const char* line;
+        const char* lost;  // what the piano's lines go to then
+    } rows[] = {{"text ", "nobody"}, {"<message_box ", "the controller"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.lost);
+        StrictServer scene;
+        scene.Open();
+        const std::string line = row.line + std::string(900, 'x');
+        const auto before = UnitTime();
+        for (int i = 0; i < 40000 && UnitTime() < before + std::chrono::seconds(5); ++i)
+            scene.Say(Frames({line}));
+        EXPECT_EQ(UnitTime() - before, std::chrono::seconds(5));
+        const bool isController = row.line[0] == 't';
+        EXPECT_EQ((isController ? *scene.controller : static_cast<Connection&>(scene.rcServer))
+                      .WaitForClose(),
+                  true);
+        if (isController)
+            scene.Connect();
+        EXPECT_EQ(EndOf(scene.Ask(kVersion), kServiceText), kServiceText);
+    }
 }
 
 TEST(StrictServerLimits, LogKeepsNewestEntries)
@@ -316,7 +334,11 @@ TEST(StrictServerLimits, LogKeepsNewestEntries)
     const std::string cut = scene.unit.Log();
     EXPECT_LT(cut.size(), kMost / 2 + 1000);
     EXPECT_EQ(cut.substr(0, 2 * entry.size()), entry + entry);
+    EXPECT_EQ(Count(cut, " - CSP Read Failed.\n"), 1U) << "the entry that was too much";
     EXPECT_EQ(scene.Ask(kVersion), kServiceText);
+    scene.unit.Write(kServerLog, std::string(kMost - 1, 'x') + "\n");
+    EXPECT_EQ(scene.Ask(kVersion), kServiceText) << "a log of one line";
+    EXPECT_LT(scene.unit.Log().size(), kMost / 2 + 1000);
     EXPECT_EQ(EndOf(scene.unit.Log(), "Update the Service Center.\n"),
               "Update the Service Center.\n");
 }

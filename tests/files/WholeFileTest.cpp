@@ -1,5 +1,9 @@
+#include <cerrno>
 #include <filesystem>
 #include <string>
+
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -14,7 +18,17 @@ struct WholeFileTest : testing::Test {
     const std::string work = dir.Path("work");
 };
 
+bool diskFails = false;  // it keeps other bytes than were written
+
 }  // namespace
+
+// Replaces libc's in this program.
+extern "C" int fsync(int descriptor)
+{
+    if (diskFails && pwrite(descriptor, "X", 1, 0) != 1)
+        return -1;
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
 
 TEST_F(WholeFileTest, KeepsOldFileUntilCommit)
 {
@@ -53,6 +67,12 @@ TEST_F(WholeFileTest, CreatesMissingFileAndReportsFailure)
     EXPECT_EQ(errno, ENOSPC) << "the reason for a report, whatever becomes of the work file";
     EXPECT_FALSE(WholeFile(target, dir.Path("none/work")).Write("new"));
     EXPECT_FALSE(WholeFile(target, dir.Path("directory")).Write("new")) << "it can't be removed";
+
+    diskFails = true;
+    EXPECT_FALSE(WholeFile(target).Write("new"));
+    EXPECT_EQ(errno, EIO);
+    diskFails = false;
+    EXPECT_EQ(dir.Read("target"), "old");
 
     EXPECT_TRUE(IsOnDisk(target, "old"));
     EXPECT_FALSE(IsOnDisk(target, "new") || IsOnDisk(target, "ol") || IsOnDisk(target, "older"));

@@ -1,6 +1,9 @@
 #include <csignal>
 #include <string>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -27,6 +30,28 @@ TEST(ControllerLink, ReadsAtMost8193BytesAndClosesWithPeer)
     EXPECT_EQ(zaurus.ReadMessage(buffer.data()), 0);
     EXPECT_EQ(zaurus.GetZaurusId(), -1);
     EXPECT_EQ(zaurus.ReadMessage(buffer.data()), 0) << "no connection";
+}
+
+TEST(ControllerLink, BoundsWaitsIfRequested)
+{
+    for (const bool isBounded : {false, true}) {
+        TZaurusCom zaurus;
+        if (isBounded)
+            zaurus.BoundWaits();
+        sockaddr_in address = {};
+        socklen_t size = sizeof(address);
+        getsockname(zaurus.SetPortDescriptor(), reinterpret_cast<sockaddr*>(&address), &size);
+        const Controller controller(ntohs(address.sin_port));
+        const int id = zaurus.AcceptZaurus();
+        int isAsked = 0;
+        timeval limit = {};
+        size = sizeof(isAsked);
+        EXPECT_EQ(getsockopt(id, SOL_SOCKET, SO_KEEPALIVE, &isAsked, &size), 0);
+        size = sizeof(limit);
+        EXPECT_EQ(getsockopt(id, SOL_SOCKET, SO_SNDTIMEO, &limit, &size), 0);
+        EXPECT_EQ(isAsked != 0, isBounded);
+        EXPECT_EQ(limit.tv_sec, isBounded ? 5 : 0);
+    }
 }
 
 TEST(ControllerLink, DropsTextsQuietlyWithoutPeer)

@@ -137,17 +137,25 @@ TEST_F(ServerTest, NamesFirstLineOfDamagedFile)
               path + ":1: not a record: it does not begin with \":\"");
 }
 
-// A medium may return other bytes the second time.
-TEST_F(ServerTest, ComparesLoadedImageWithCheckedText)
+// A file may change between its check and the load.
+TEST_F(ServerTest, RequiresImageThatWasChecked)
 {
-    const CheckedFile checked("a.hex", ":020000049004\r\n:00000001FF\r\n");
-    for (const char* other : {"", ":020000049004\r\n", ":020000049004\r\n:00000001FE\r\n",
-                              ":020000049004\r\n:00000001FF\r\n:00\r\n"}) {
+    const std::string text = HexText("data", 4, "\r\n");
+    Options options;
+    options.versionOnly = true;
+    files.Write("a.hex", text).copy(options.filename, sizeof(options.filename) - 1);
+    Strict strict(options);
+    EXPECT_TRUE(strict.Prepare(options));
+    const std::size_t end = text.size() - 13;
+    for (const std::string& other : {std::string(), text.substr(0, end), text + "\r\n:00\r\n",
+                                     text.substr(0, end) + ":00000001FE\r\n"}) {
         THexFile image;
-        EXPECT_TRUE(image.LoadFromFile(files.Write("a.hex", other).c_str()));
-        EXPECT_FALSE(checked.IsIn(image)) << other;
+        EXPECT_TRUE(image.LoadFromText(other));
+        EXPECT_FALSE(strict.RequireSame(options, &image)) << other;
+        EXPECT_TRUE(strict.Prepare(options)) << "its text is dropped each time";
     }
     THexFile same;
-    EXPECT_TRUE(same.LoadFromFile(files.Write("a.hex", checked.text).c_str()));
-    EXPECT_TRUE(checked.IsIn(same));
+    EXPECT_TRUE(same.LoadFromText(text));
+    EXPECT_TRUE(strict.RequireSame(options, &same));
+    EXPECT_FALSE(strict.RequireSame(options, nullptr));
 }

@@ -118,6 +118,24 @@ TEST(CspReader, CancelsAtLineOtherThanNextRecord)
     }
 }
 
+TEST(CspReader, TakesNoDataPastEndIfProgressIsRequired)
+{
+    ReadBack read;
+    read.reader.RequireProgress();
+    read.Begin();
+    const std::string data(0x80, 'x');
+    for (std::size_t at = 0; at < 0x60000; at += data.size()) {
+        if (at % 0x10000 == 0)
+            read.Let(Record(4, 0, {'\x90', static_cast<char>(4 + (at >> 16U))}));
+        read.Let(Record(0, at % 0x10000, data));
+        read.TakeSent();
+    }
+    EXPECT_EQ(read.reader.GetNextAddress(), TCspReader::kParameterEnd);
+    read.Let(Record(4, 0, "\x90\x0A"));
+    read.Let(Record(0, 0, "y"));
+    EXPECT_EQ(read.Step(), -1);
+}
+
 TEST(CspReader, StartsCleanNextTime)
 {
     const std::string data(0x80, 'x');
