@@ -1,10 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -18,14 +18,23 @@ inline std::set<std::string> ListDescriptors(const std::string& id = "self")
     return numbers;
 }
 
-// All bytes of the file; empty when it doesn't exist. In one read, since flash images and
-// transcripts are read again and again.
+// All bytes of the file; empty when it doesn't exist. Not by a C++ stream, which needs a
+// descriptor: in a test program that is a simulated unit itself, a file of the unit has none.
 inline std::string ReadFile(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    return bytes.str();
+    constexpr std::size_t kChunk = 65536;
+    std::string bytes;
+    std::FILE* const file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr)
+        return bytes;
+    std::size_t size = 0;
+    do {
+        bytes.resize(size + kChunk);
+        size += std::fread(&bytes[size], 1, kChunk, file);
+    } while (size == bytes.size());
+    std::fclose(file);
+    bytes.resize(size);
+    return bytes;
 }
 
 // A directory of a test, removed with its content at the end of the scope. Names are relative to
@@ -59,7 +68,11 @@ public:
     // Writes the bytes and returns the path.
     std::string Write(const std::string& name, const std::string& bytes) const
     {
-        std::ofstream(Path(name), std::ios::binary) << bytes;
+        std::FILE* const file = std::fopen(Path(name).c_str(), "wb");
+        if (file != nullptr) {
+            std::fwrite(bytes.data(), 1, bytes.size(), file);
+            std::fclose(file);
+        }
         return Path(name);
     }
 

@@ -10,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include "FileBytes.h"
 #include "HexText.h"
 #include "Language.h"
 #include "MidiPeer.h"
@@ -26,13 +25,6 @@ namespace {
 using Lines = std::vector<std::string>;
 
 constexpr int kBufferSize = 8194;
-
-// At a path of the unit, which the library's streams don't reach.
-void WriteInUnit(const std::string& path, const std::string& text)
-{
-    const UniqueFd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644));
-    EXPECT_EQ(write(file.Get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
-}
 
 class ServerTest : public testing::Test {
 protected:
@@ -105,7 +97,7 @@ TEST(Language, IsJapaneseOnlyIfFirstLineNamesIt)
     const std::pair<const char*, int> rows[] = {
         {"", 0}, {"en\nja\n", 0}, {"jap", 0}, {" ja\r\n", 1}};
     for (const auto& [text, language] : rows) {
-        WriteInUnit(kLanguageFile, text);
+        ownUnit.Write(kLanguageFile, text);
         EXPECT_EQ(GetIOCLanguage(), language) << text;
     }
 }
@@ -123,11 +115,8 @@ TEST_F(ServerTest, LogsReleaseFileIfItOpens)
     EXPECT_TRUE(server.SendIOVersion(release.c_str()));
     limit.rlim_cur = usual;
     setrlimit(RLIMIT_NOFILE, &limit);
-    const UniqueFd log(OpenToRead(ownUnit.Path(kServerLog).c_str()));
-    FileBytes entries;
-    EXPECT_TRUE(ReadWholeFile(log.Get(), entries));
-    const std::string text(entries.data.get(), entries.data.get() + entries.size);
-    EXPECT_NE(text.find(" - 1.00\n"), std::string::npos) << text;
+    const std::string log = ownUnit.Read(kServerLog);
+    EXPECT_NE(log.find(" - 1.00\n"), std::string::npos) << log;
 }
 
 TEST_F(ServerTest, NamesFirstLineOfDamagedFile)
