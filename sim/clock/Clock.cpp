@@ -15,8 +15,9 @@
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <unistd.h>
+
+#include "UnixAddress.h"
 
 using virtualtime::kNever;
 using virtualtime::Message;
@@ -36,16 +37,16 @@ std::string NameOf(pid_t process)
     return name;
 }
 
-int MakeEcho()
+Descriptor MakeEcho()
 {
     sockaddr_in address = {};
     socklen_t size = sizeof(address);
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     auto* const general = reinterpret_cast<sockaddr*>(&address);
-    const int made = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (bind(made, general, size) < 0 || getsockname(made, general, &size) < 0 ||
-        connect(made, general, size) < 0)
+    Descriptor made(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (bind(made.Get(), general, size) < 0 || getsockname(made.Get(), general, &size) < 0 ||
+        connect(made.Get(), general, size) < 0)
         throw std::runtime_error("no packets to itself");
     return made;
 }
@@ -63,32 +64,20 @@ Clock::Clock(const std::string& where)
       timeFile(open((where + ".time").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)),
       echo(MakeEcho())
 {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path) || timeFile < 0)
-        throw std::runtime_error("no clock at " + path);
-    std::memcpy(address.sun_path, path.data(), path.size());
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) < 0 ||
-        listen(listener, kBacklog) < 0)
+    const UnixAddress address(path.c_str());
+    if (!timeFile || !address.Fits() ||
+        bind(listener.Get(), address.Get(), UnixAddress::kSize) < 0 ||
+        listen(listener.Get(), kBacklog) < 0)
         throw std::runtime_error("no clock at " + path + ": " + std::strerror(errno));
     SetTime(virtualtime::kBegin);
 }
 
-Clock::~Clock()
-{
-    while (!participants.empty())
-        Remove(participants.begin());
-    close(listener);
-    close(timeFile);
-    close(echo);
-}
-
 void Clock::Expect(pid_t process)
 {
-    const auto pidfd = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
-    if (pidfd < 0)
+    Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    if (!pidfd)
         throw std::runtime_error("no process to expect");
-    participants.push_back({process, pidfd, -1, {}});
+    participants.push_back({process, std::move(pidfd), Descriptor(), {}});
 }
 
 bool Clock::RunUntil(const std::function<bool()>& isMet, Moment limit, Moment step)
@@ -168,8 +157,8 @@ bool Clock::LetWork(Place each)
 void Clock::AwaitStarted()
 {
     for (Place each = participants.begin(); each != participants.end();) {
-        pollfd watched[] = {{listener, POLLIN, 0}, {each->pidfd, POLLIN, 0}};
-        if (each->socket >= 0) {
+        pollfd watched[] = {{listener.Get(), POLLIN, 0}, {each->pidfd.Get(), POLLIN, 0}};
+        if (each->socket) {
             ++each;
             continue;
         }
@@ -185,21 +174,21 @@ void Clock::AwaitStarted()
 // False when there was none.
 bool Clock::AcceptOne()
 {
-    const int made = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (made < 0)
+    Descriptor made(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!made)
         return false;
     ucred peer = {};
     socklen_t size = sizeof(peer);
-    getsockopt(made, SOL_SOCKET, SO_PEERCRED, &peer, &size);
+    getsockopt(made.Get(), SOL_SOCKET, SO_PEERCRED, &peer, &size);
     const auto isExpected = [&](const Participant& each) {
-        return each.socket < 0 && each.process == peer.pid;
+        return !each.socket && each.process == peer.pid;
     };
     Place found = std::find_if(participants.begin(), participants.end(), isExpected);
     if (found == participants.end()) {
         Expect(peer.pid);
         found = std::prev(participants.end());
     }
-    found->socket = made;
+    found->socket = std::move(made);
     if (!Receive(*found, found->wait))
         Remove(found);
     return true;
@@ -210,9 +199,9 @@ bool Clock::Send(const Participant& to, Word word) const
 {
     Message message;
     message.word = word;
-    if (send(to.socket, &message, sizeof(message), MSG_NOSIGNAL) == sizeof(message))
+    if (send(to.socket.Get(), &message, sizeof(message), MSG_NOSIGNAL) == sizeof(message))
         return true;
-    pollfd watched = {to.pidfd, POLLIN, 0};
+    pollfd watched = {to.pidfd.Get(), POLLIN, 0};
     if (poll(&watched, 1, kRealLimit) <= 0)
         throw std::runtime_error(NameOf(to.process) + " has left the clock");
     return false;
@@ -221,10 +210,10 @@ bool Clock::Send(const Participant& to, Word word) const
 // The next message of a working participant. False when it has ended instead.
 bool Clock::Receive(Participant& from, Message& message)
 {
-    pollfd watched[] = {{from.socket, POLLIN, 0}, {from.pidfd, POLLIN, 0}};
+    pollfd watched[] = {{from.socket.Get(), POLLIN, 0}, {from.pidfd.Get(), POLLIN, 0}};
     while (poll(watched, 2, kRealLimit) > 0) {
         if ((watched[0].revents & POLLIN) != 0 &&
-            recv(from.socket, &message, sizeof(message), MSG_DONTWAIT) == sizeof(message))
+            recv(from.socket.Get(), &message, sizeof(message), MSG_DONTWAIT) == sizeof(message))
             return true;
         if ((watched[1].revents & POLLIN) != 0)
             return false;
@@ -250,7 +239,7 @@ void Clock::DeliverPackets()
         CPU_SET(cpu, &one);
         sched_setaffinity(0, sizeof(one), &one);
         char byte = 0;
-        if (send(echo, &byte, 1, 0) != 1 || recv(echo, &byte, 1, 0) != 1)
+        if (send(echo.Get(), &byte, 1, 0) != 1 || recv(echo.Get(), &byte, 1, 0) != 1)
             throw std::runtime_error("a packet to itself doesn't come back");
     }
     sched_setaffinity(0, sizeof(allowed), &allowed);
@@ -261,16 +250,13 @@ void Clock::Remove(Place each)
     usesTcp = true;  // its end closes its connections
     if (next == each)
         ++next;
-    if (each->socket >= 0)
-        close(each->socket);
-    close(each->pidfd);
     participants.erase(each);
 }
 
 void Clock::SetTime(Moment moment)
 {
     now = std::max(now, moment);
-    if (pwrite(timeFile, &now, sizeof(now), 0) != sizeof(now))
+    if (pwrite(timeFile.Get(), &now, sizeof(now), 0) != sizeof(now))
         throw std::runtime_error("the time can't be written");
 }
 

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include "Descriptor.h"
 #include "VirtualTime.h"
 
 // The clock of a unit, with which its owner gives the participants their turns. See VirtualTime.h.
@@ -13,7 +14,6 @@ class Clock {
 public:
     // Listens at `path`. Throws std::runtime_error when it can't.
     explicit Clock(const std::string& path);
-    ~Clock();
     Clock(const Clock&) = delete;
     Clock& operator=(const Clock&) = delete;
 
@@ -41,8 +41,8 @@ public:
 private:
     struct Participant {
         pid_t process;
-        int pidfd;        // readable once the process has ended
-        int socket = -1;  // below 0 until it has connected
+        Descriptor pidfd;   // readable once the process has ended
+        Descriptor socket;  // nothing until it has connected
         virtualtime::Message wait;
     };
     using Place = std::list<Participant>::iterator;
@@ -60,9 +60,9 @@ private:
     std::string Describe() const;
 
     std::string path;
-    int listener;
-    int timeFile;
-    int echo;  // a socket that is connected to itself
+    Descriptor listener;
+    Descriptor timeFile;
+    Descriptor echo;  // a socket that is connected to itself
     bool usesTcp = false;
     virtualtime::Moment now = 0;
     std::list<Participant> participants;  // in the order of their start

@@ -25,11 +25,11 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "Clock.h"
+#include "UnixAddress.h"
 
 namespace {
 
@@ -42,18 +42,14 @@ using Words = std::vector<std::string>;
 
 // A packet socket at PATH.control, bound or connected by `call`. Throws std::runtime_error.
 template <typename Call>
-int ControlSocket(const std::string& path, Call call)
+Descriptor ControlSocket(const std::string& path, Call call)
 {
     const std::string control = path + ".control";
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    const int made = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (control.size() < sizeof(address.sun_path)) {
-        std::memcpy(address.sun_path, control.data(), control.size());
-        if (call(made, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0)
-            return made;
-    }
-    throw std::runtime_error(control + ": " + std::strerror(errno));
+    const UnixAddress address(control.c_str());
+    Descriptor made(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (!address.Fits() || call(made.Get(), address.Get(), UnixAddress::kSize) != 0)
+        throw std::runtime_error(control + ": " + std::strerror(errno));
+    return made;
 }
 
 bool SendText(int socket, const std::string& text)
@@ -94,18 +90,17 @@ int Serve(const std::string& path, const std::string& speed)
 {
     constexpr int kBacklog = 8;
     Clock clock(path);
-    const int listener = ControlSocket(path, bind);
-    listen(listener, kBacklog);
+    const Descriptor listener = ControlSocket(path, bind);
+    listen(listener.Get(), kBacklog);
     std::puts("ready");
     std::fflush(stdout);
     if (!speed.empty())
         clock.RunPaced(static_cast<unsigned>(Number(speed)));
     while (true) {
-        const int asker = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (asker < 0)
+        const Descriptor asker(accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!asker)
             return 1;
-        SendText(asker, Answer(clock, asker, ReceiveText(asker)));
-        close(asker);
+        SendText(asker.Get(), Answer(clock, asker.Get(), ReceiveText(asker.Get())));
     }
 }
 
@@ -135,7 +130,8 @@ bool Succeeds(const Words& command)
 
 int Ask(const Words& words)
 {
-    const int clock = ControlSocket(words[1], connect);
+    const Descriptor control = ControlSocket(words[1], connect);
+    const int clock = control.Get();
     const bool waits = words[0] == "until";
     const bool forExit = waits && words[2] == "exit";
     const int pidfd = forExit ? static_cast<int>(syscall(SYS_pidfd_open, Number(words[3]), 0)) : -1;

@@ -1,15 +1,13 @@
 #include "DspDevice.h"
 
-#include <cstring>
-
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include "Faults.h"
 #include "Journal.h"
 #include "Paths.h"
 #include "Settings.h"
 #include "System.h"
+#include "UnixAddress.h"
 
 namespace {
 
@@ -18,21 +16,15 @@ constexpr unsigned long kSetParameter = 33;
 void SendToPiano(unsigned long argument)
 {
     const KeepErrno kept;
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    const BoundedText path = InRoot(kDspSocket);
-    if (path.Length() >= sizeof(address.sun_path))
-        return;
-    std::memcpy(address.sun_path, path.Get(), path.Length());
-
+    const UnixAddress address(InRoot(kDspSocket).Get());
     const auto peer = static_cast<int>(syscall(SYS_socket, AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (peer < 0)
         return;
     BoundedText text;
     text.AddNumber(argument);
     // The piano may be absent.
-    syscall(SYS_sendto, peer, text.Get(), text.Length(), MSG_DONTWAIT | MSG_NOSIGNAL, &address,
-            sizeof(address));
+    syscall(SYS_sendto, peer, text.Get(), text.Length(), MSG_DONTWAIT | MSG_NOSIGNAL, address.Get(),
+            UnixAddress::kSize);
     direct::Close(peer);
 }
 

@@ -6,10 +6,10 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include "Subject.h"
 #include "System.h"
+#include "UnixAddress.h"
 
 using virtualtime::Message;
 using virtualtime::Moment;
@@ -50,14 +50,10 @@ struct Clock {
             return;
         BoundedText timePath;
         time = HighOne(direct::Open(timePath.Add(path).Add(".time").Get(), O_RDONLY));
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        if (std::strlen(path) >= sizeof(address.sun_path))
-            Fail("has too long a path");
-        std::memcpy(address.sun_path, path, std::strlen(path));
+        const UnixAddress address(path);
         socket = HighOne(
             static_cast<int>(syscall(SYS_socket, AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)));
-        if (syscall(SYS_connect, socket, &address, sizeof(address)) < 0)
+        if (syscall(SYS_connect, socket, address.Get(), UnixAddress::kSize) < 0)
             Fail("can't be reached");
     }
 };

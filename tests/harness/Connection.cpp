@@ -8,7 +8,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace {
@@ -26,8 +25,8 @@ bool Connection::Send(const std::string& bytes) const
     std::size_t done = 0;
     bool isUp = true;
     const auto isOver = [&] {
-        const ssize_t count = send(Descriptor(), bytes.data() + done, bytes.size() - done,
-                                   MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t count =
+            send(Number(), bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL | MSG_DONTWAIT);
         done += count > 0 ? static_cast<std::size_t>(count) : 0;
         isUp = count >= 0 || errno == EAGAIN;
         return !isUp || done == bytes.size();
@@ -41,10 +40,10 @@ const std::string& Connection::Received()
     // The program's next text isn't sent before the last one is acknowledged. The kernel delays
     // that unless it is requested each time. Has no effect on a UNIX socket.
     const int on = 1;
-    setsockopt(Descriptor(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
+    setsockopt(Number(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
     char bytes[8192];
     while (!closed) {
-        const ssize_t count = recv(Descriptor(), bytes, sizeof(bytes), MSG_DONTWAIT);
+        const ssize_t count = recv(Number(), bytes, sizeof(bytes), MSG_DONTWAIT);
         if (count > 0)
             received.append(bytes, static_cast<std::size_t>(count));
         else if (count < 0 && errno == EAGAIN)
@@ -68,7 +67,7 @@ bool Connection::IsClosed()
 
 void Connection::Close()
 {
-    owned.reset();
+    owned.Close();
     NoteTcp();
     closed = true;
 }
@@ -76,7 +75,7 @@ void Connection::Close()
 void Connection::Attach(int connected)
 {
     Close();
-    owned.emplace(connected);
+    owned = Descriptor(connected);
     closed = connected < 0;
 }
 
@@ -99,7 +98,7 @@ Controller::Controller(int port, int address)
 void Controller::Reset()
 {
     const linger atOnce = {1, 0};
-    setsockopt(Descriptor(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
+    setsockopt(Number(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
     Close();
 }
 
@@ -113,16 +112,12 @@ Peer::Peer()
 }
 
 Neighbour::Neighbour(const std::string& path)
-    : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    : address(path.c_str()),
+      listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
     constexpr int kBacklog = 4;
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path))
-        throw std::length_error(path);
-    path.copy(address.sun_path, path.size());
     unlink(path.c_str());
-    if (bind(listener.Get(), General(address), sizeof(address)) < 0 ||
+    if (bind(listener.Get(), address.Get(), UnixAddress::kSize) < 0 ||
         listen(listener.Get(), kBacklog) < 0)
         throw std::runtime_error("can't listen at " + path);
 }
@@ -138,12 +133,9 @@ bool Neighbour::Accept(std::chrono::nanoseconds limit)
 
 void Neighbour::FillQueue()
 {
-    sockaddr_un address = {};
-    socklen_t size = sizeof(address);
-    getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size);
     do
         waiting.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    while (connect(waiting.back().Get(), General(address), size) == 0);
+    while (connect(waiting.back().Get(), address.Get(), UnixAddress::kSize) == 0);
 }
 
 Port::Port(int wanted) : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "UniqueFd.h"
+#include "Descriptor.h"
+#include "UnixAddress.h"
 #include "Wait.h"
 
 // One end of a stream socket, and all bytes received from it.
@@ -29,10 +29,10 @@ public:
 protected:
     // Takes ownership of the descriptor.
     void Attach(int connected);
-    int Descriptor() const { return owned ? owned->Get() : -1; }
+    int Number() const { return owned.Get(); }
 
 private:
-    std::optional<UniqueFd> owned;
+    Descriptor owned;
     bool closed = true;
     std::string received;
 };
@@ -72,8 +72,9 @@ public:
     void FillQueue();
 
 private:
-    UniqueFd listener;
-    std::vector<UniqueFd> waiting;
+    UnixAddress address;
+    Descriptor listener;
+    std::vector<Descriptor> waiting;
 };
 
 // Occupies a TCP port of this machine: the one `wanted`, or a free one.
@@ -83,6 +84,6 @@ public:
     int Number() const { return number; }
 
 private:
-    UniqueFd taken;
+    Descriptor taken;
     int number;
 };
