@@ -30,6 +30,15 @@ std::string PathOf(std::string subject)
 
 }  // namespace
 
+std::vector<CallLine> CallLines(const std::string& text)
+{
+    std::istringstream words(text);
+    std::vector<CallLine> lines;
+    for (CallLine line; words >> line.kind >> line.number >> line.subject;)
+        lines.push_back(line);
+    return lines;
+}
+
 Disk::Disk(const Files& before)
 {
     for (const auto& [path, content] : before)
@@ -38,16 +47,13 @@ Disk::Disk(const Files& before)
     changes.clear();
 }
 
-void Disk::Take(const std::string& call)
+void Disk::Take(const CallLine& call)
 {
-    std::istringstream words(call);
-    std::string kind;
-    std::string subject;
-    words >> kind >> subject >> subject;
-    const std::size_t arrow = subject.find('>');
-    const std::string path = PathOf(subject.substr(0, arrow));
+    const std::string& kind = call.kind;
+    const std::size_t arrow = call.subject.find('>');
+    const std::string path = PathOf(call.subject.substr(0, arrow));
     if (kind == "rename")
-        Move(path, PathOf(subject.substr(arrow + 1)));
+        Move(path, PathOf(call.subject.substr(arrow + 1)));
     else if (kind == "unlink")
         Move(path, "");
     else if (kind == "write" || kind == "fwrite" || kind == "ftruncate")
@@ -87,13 +93,13 @@ std::vector<Files> Disk::Outcomes(const Files& present)
     return outcomes;
 }
 
-void Disk::Change::Apply(Names& names) const
+void Disk::Change::Apply(Names& all) const
 {
-    const auto found = names.find(from);
-    if (found != names.end() && found->second == file)
-        names.erase(found);
+    const auto found = all.find(from);
+    if (found != all.end() && found->second == file)
+        all.erase(found);
     if (!to.empty())
-        names[to] = file;
+        all[to] = file;
 }
 
 // The file at the path, which is new if there is none.

@@ -5,6 +5,21 @@
 #include <string>
 #include <vector>
 
+// A line of the list of calls: "write 3 /cwd/csp_param.hex".
+struct CallLine {
+    std::string kind;
+    std::string number;
+    std::string subject;
+
+    // "write:3:EIO".
+    std::string Fault(const std::string& what) const { return kind + ":" + number + ":" + what; }
+    bool IsLike(const CallLine& other) const
+    {
+        return kind == other.kind && subject == other.subject;
+    }
+};
+std::vector<CallLine> CallLines(const std::string& text);
+
 using Files = std::map<std::string, std::string>;  // full paths in the unit, and contents
 
 // What the unit's disk and its medium have after a power cut: what is flushed, and as much of the
@@ -24,8 +39,7 @@ public:
     // All of `before` is flushed.
     explicit Disk(const Files& before);
 
-    // A line of the list of calls: "write 3 /cwd/csp_param.hex".
-    void Take(const std::string& call);
+    void Take(const CallLine& call);
 
     // The files after a cut now, for each choice. `present` are those that the programs have seen.
     std::vector<Files> Outcomes(const Files& present);
@@ -39,7 +53,7 @@ private:
         std::string to;
         int file;
 
-        void Apply(Names& names) const;
+        void Apply(Names& all) const;
     };
 
     int Identity(const std::string& path);

@@ -104,12 +104,18 @@ Outcome FaultyUnit::GetOutcome() const
     return hasFailed ? Outcome::Reported : Outcome::Kept;
 }
 
-bool FaultyUnit::CheckEnd(Process& program, bool isStrict)
+std::string FaultyUnit::CheckErrors(const Process& program)
 {
-    const int status = program.Wait(kEndLimit);
     const std::string errors = program.Error();
     Check(!Contains(errors, "Sanitizer") && !Contains(errors, "runtime error"),
           "a sanitizer reports " + errors);
+    return errors;
+}
+
+bool FaultyUnit::CheckEnd(Process& program, bool isStrict)
+{
+    const int status = program.Wait(kEndLimit);
+    const std::string errors = CheckErrors(program);
     Check(status != -1, "it hangs");
     const bool isReported = isStrict && status == 1 && !errors.empty();
     Check(status == 0 || isReported, "exit status " + std::to_string(status));
@@ -142,9 +148,26 @@ void FaultyUnit::Run(const Scenario& scenario)
     // The bad record is the last one, so that nothing follows it.
     const Words failing = {"--join",      "--bad-checksum-at", "90040000",
                            "--read-stop", "9004000C",          "--allow-gaps"};
-    piano = &StartFaultyPiano(scenario.flash == kFailingRead ? failing
-                                                             : ReadBackOptions(scenario.flash));
-    server = &StartServer();
+    StartServing(scenario.flash == kFailingRead ? failing : ReadBackOptions(scenario.flash),
+                 {"-P", "0"});
+    AwaitFirstReadBack();
+    hasFailed = Contains(Log(), "MIDI Patcher is not active.") && IsHit({kMidiLink});
+    if (!hasFailed)
+        scenario.run(*this);
+    StopPiano();
+    if (IsServing())
+        EndServer();
+    CheckEnd(*server);
+}
+
+void FaultyUnit::StartServing(const Words& options, const Words& words)
+{
+    piano = &StartFaultyPiano(options);
+    server = &Start("diag_server", words);
+}
+
+void FaultyUnit::AwaitFirstReadBack()
+{
     // The fault may have hit the log. A successful read-back ends the server.
     const auto isOver = [this] {
         const std::string log = Log();
@@ -153,13 +176,12 @@ void FaultyUnit::Run(const Scenario& scenario)
                 !Contains(server->Output(), "CSP Update Finished"));
     };
     Check(WaitUntil(isOver, kEndLimit), "the first read-back has no end");
-    hasFailed = Contains(Log(), "MIDI Patcher is not active.") && IsHit({kMidiLink});
-    if (!hasFailed)
-        scenario.run(*this);
-    StopPiano();
-    if (IsServing())
-        EndServer();
-    CheckEnd(*server);
+}
+
+std::string FaultyUnit::KillServer()
+{
+    server->Kill(SIGTERM);
+    return CheckErrors(*server);
 }
 
 Reply FaultyUnit::Ask(const std::string& groups, std::chrono::nanoseconds time)

@@ -85,12 +85,18 @@ public:
     // server by a read-back from a new, good piano.
     void Run(const Scenario& scenario);
 
+    // Starts a piano with the options, and a server in front of it.
+    void StartServing(const Words& options, const Words& words);
+    void AwaitFirstReadBack();
+
     Process& StartFaultyPiano(Words options);
     // Waits for the end of a program and checks its exit status, errors and descriptors. With
     // --strict it may fail, with a reason: then the result is false.
     bool CheckEnd(Process& program, bool isStrict = false);
 
     bool IsServing() { return server->IsRunning(); }
+    // Ends the server, and returns what it has printed on standard error.
+    std::string KillServer();
     void StopPiano() { piano->Kill(SIGTERM); }
     // Sends groups and lets time pass. Returns what is shown and logged meanwhile.
     Reply Ask(const std::string& groups, std::chrono::nanoseconds time = std::chrono::seconds(20));
@@ -98,6 +104,7 @@ public:
 private:
     // Such as "fault write #3 EIO on tcp"; empty until it occurs.
     std::string SeenFault() const;
+    static std::string CheckErrors(const Process& program);
     Words ReadBackOptions(int size) const;
     void EndServer();
 

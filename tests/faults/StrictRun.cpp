@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <sstream>
+#include <set>
 
 #include <unistd.h>
 
@@ -35,22 +35,13 @@ std::string Content(const Files& files, const std::string& path)
     return found == files.end() ? "none" : found->second;
 }
 
-bool Changes(const std::string& call)
+// True for a call that may change a file of which something is promised.
+bool Changes(const CallLine& call)
 {
-    static constexpr const char* kKinds[] = {"write ", "fwrite ", "open ", "rename ",   "unlink ",
-                                             "fsync ", "syncfs ", "sync ", "ftruncate "};
-    return !Contains(call, ".log") && !Contains(call, " tcp") && !Contains(call, "_sock") &&
-           std::any_of(std::begin(kKinds), std::end(kKinds),
-                       [&](const char* kind) { return call.rfind(kind, 0) == 0; });
-}
-
-// True for two calls of a kind on one subject.
-bool IsSame(const std::string& call, const std::string& other)
-{
-    const auto name = [](const std::string& each) {
-        return each.substr(0, each.find(' ')) + each.substr(each.rfind(' '));
-    };
-    return name(call) == name(other);
+    static const std::set<std::string> kinds = {"write", "fwrite", "open", "rename",   "unlink",
+                                                "fsync", "syncfs", "sync", "ftruncate"};
+    const auto isOf = [&](const char* name) { return Contains(call.subject, name); };
+    return kinds.count(call.kind) > 0 && !isOf(kLogs) && !isOf(kController) && !isOf("_sock");
 }
 
 constexpr std::size_t kSize = 0x60000;  // bytes of a complete read-back
@@ -85,68 +76,42 @@ public:
     Run(const Scenario& scenario, const std::string& point) : FaultyUnit(point)
     {
         Set("SIMUNIT_CALLS=" + Path("sim/calls"));
-        const std::string data(kSize, 'n');
-        if (scenario.target == kCopy)
-            Write(kParameterFile, HexText(data, 32, "\r\n"));
-        else
-            Write(kCopy, Packed(data));
-        if (scenario.isReplaced)
-            WriteOld(scenario.target);
-        Mount("usb");
+        WriteFiles(scenario);
         before = FilesOf(*this);
-        const std::string flash = Write("sim/flash", data) + "@90040000";
-        Words options{"--join", "--load", flash};
+        const std::string flash = Write("sim/flash", std::string(kSize, 'n')) + "@90040000";
+        StartServing(scenario.group.empty() ? Words{"--join", "--load", flash}
+                                            : Words{"--join", "--bad-checksum-at", "90040000"},
+                     {"--strict", "-P", OwnPort()});
         if (!scenario.group.empty())
-            options = {"--join", "--bad-checksum-at", "90040000"};
-        StartPiano(options);
-        Process& program = Start("diag_server", {"--strict", "-P", OwnPort()});
-        Controller client(Port());
-        if (!scenario.group.empty())
-            WaitUntil(
-                [&] { return Contains(Log(), "Rebooting CSP") && Contains(Journal(), "0xc01"); });
-        skipped = Calls().size();
-        client.Send(Bytes(scenario.group));
-        const auto end = UnitTime() + kTime;
-        WaitUntil([&] { return !program.IsRunning() || UnitTime() >= end; }, 2 * kTime);
-        shown = client.Received();
-        program.Kill(SIGTERM);
-        error = program.Error();
-        Check(!Contains(error, "Sanitizer") && !Contains(error, "runtime error"), error);
+            AwaitFirstReadBack();
+        shown = Ask(scenario.group, std::chrono::seconds(60)).shown;
+        error = KillServer();
         after = FilesOf(*this);
     }
 
-    // Of the program since the command.
-    Words Calls() const
+    std::vector<CallLine> Calls() const
     {
-        std::istringstream lines(Read("sim/calls"));
-        Words calls;
-        for (std::string line; std::getline(lines, line);)
-            calls.push_back(line);
-        calls.erase(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(skipped));
-        return calls;
+        const std::string all = Read("sim/calls");
+        return CallLines(all.substr(std::min(all.find("accept "), all.size())));
     }
+    std::vector<CallLine> CallsBefore(const std::string& point) const
+    {
+        std::vector<CallLine> made = Calls();
+        const std::string what = point.substr(point.rfind(':') + 1);
+        const auto isHit = [&](const CallLine& call) { return call.Fault(what) == point; };
+        made.erase(std::find_if(made.begin(), made.end(), isHit), made.end());
+        return made;
+    }
+
     bool HasSucceeded() const
     {
         return Contains(shown, "Copy Success.\n") || Contains(shown, "CSP Read Success.\n");
     }
-
     // To the controller, or by a server that has ended.
     bool HasReported() const
     {
         const auto isShown = [&](const char* text) { return Contains(shown, text); };
         return !error.empty() || std::any_of(std::begin(kFailures), std::end(kFailures), isShown);
-    }
-    // Those that were made before the fault.
-    Words CallsBefore(const std::string& point) const
-    {
-        const std::size_t end = point.rfind(':');
-        std::string hit = point.substr(0, end == std::string::npos ? 0 : end) + " ";
-        std::replace(hit.begin(), hit.end(), ':', ' ');
-        Words made = Calls();
-        const auto isHit = [&](const std::string& call) { return call.rfind(hit, 0) == 0; };
-        if (!point.empty())
-            made.erase(std::find_if(made.begin(), made.end(), isHit), made.end());
-        return made;
     }
 
     std::string shown;
@@ -155,7 +120,6 @@ public:
     Files after;
 
 private:
-    static constexpr std::chrono::seconds kTime{60};
     static constexpr const char* kFailures[] = {"Copy error.\n",
                                                 "Binary file error.\n",
                                                 "Parameter file is not exists.\n",
@@ -166,14 +130,20 @@ private:
     // Differs for each process of the sweep, and is below those that the system chooses.
     static std::string OwnPort() { return std::to_string(10000 + getpid() % 20000); }
 
-    void WriteOld(const std::string& target) const
+    void WriteFiles(const Scenario& scenario) const
     {
-        Write(target, target == kCopy ? kOldCopy : kOld);
-        if (target == kCopy)
+        const bool isBackup = scenario.target == kCopy;
+        const std::string data(kSize, 'n');
+        Mount("usb");
+        if (isBackup)
+            Write(kParameterFile, HexText(data, 32, "\r\n"));
+        else
+            Write(kCopy, Packed(data));
+        if (scenario.isReplaced)
+            Write(scenario.target, isBackup ? kOldCopy : kOld);
+        if (scenario.isReplaced && isBackup)
             Write(kCopySum, kOldSum);
     }
-
-    std::size_t skipped = 0;
 };
 
 StrictRun::StrictRun(const Scenario& itsScenario) : scenario(itsScenario)
@@ -195,13 +165,9 @@ std::vector<std::string> StrictRun::Cuts() const
     Words cuts;
     for (std::size_t i = 0; i + 1 < calls.size(); ++i) {
         const bool isInside =
-            i > 0 && IsSame(calls[i - 1], calls[i]) && IsSame(calls[i], calls[i + 1]);
-        std::istringstream next(calls[i + 1]);
-        std::string kind;
-        std::string number;
-        next >> kind >> number;
+            i > 0 && calls[i - 1].IsLike(calls[i]) && calls[i].IsLike(calls[i + 1]);
         if (Changes(calls[i]) && !isInside)
-            cuts.push_back(kind + ":" + number + ":crash");
+            cuts.push_back(calls[i + 1].Fault("crash"));
     }
     cuts.emplace_back();
     return cuts;
@@ -216,7 +182,7 @@ Outcome StrictRun::Try(const std::string& fault) const
                        (Contains(fault, ":pull") && scenario.target == kCopy);
     if (isCut) {
         Disk disk(run.before);
-        for (const std::string& call : run.CallsBefore(fault))
+        for (const CallLine& call : run.CallsBefore(fault))
             disk.Take(call);
         for (const Files& files : disk.Outcomes(run.after))
             CheckFiles(files, run);

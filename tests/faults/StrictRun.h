@@ -25,8 +25,8 @@ public:
     // Runs it without a fault, which must succeed.
     explicit StrictRun(const Scenario& itsScenario);
 
-    // The calls since the start of the copy: "write 3 /cwd/csp_param.hex".
-    const std::vector<std::string>& Calls() const { return calls; }
+    // The calls since the controller has connected, which is right before a copy.
+    const std::vector<CallLine>& Calls() const { return calls; }
     // The faults "rename:1:crash" that cut it off after each call that changes a file; of a run of
     // writes to one file, only those around its first and its last. An empty one is the end.
     std::vector<std::string> Cuts() const;
@@ -40,7 +40,7 @@ private:
     void CheckFiles(const Files& files, const Run& run) const;
 
     const Scenario& scenario;
-    std::vector<std::string> calls;
+    std::vector<CallLine> calls;
     std::string newFile;
     std::string newSum;
 };

@@ -73,17 +73,12 @@ struct Faults {
     int frames = 0;
 };
 
-void AddCalls(Faults& faults, const std::string& list)
+void AddCalls(Faults& faults, const std::vector<CallLine>& calls)
 {
-    std::istringstream lines(list);
-    std::string kind;
-    std::string number;
-    for (std::string subject; lines >> kind >> number >> subject; ++faults.calls) {
-        std::string call = kind;
-        call.append(":").append(number).append(":");
-        for (const std::string& error : ErrorsOf(kind, subject))
-            faults.all.push_back(call + error);
-    }
+    faults.calls += calls.size();
+    for (const CallLine& call : calls)
+        for (const std::string& error : ErrorsOf(call.kind, call.subject))
+            faults.all.push_back(call.Fault(error));
 }
 
 // The piano of the scenario ends first, and then records its frames.
@@ -120,7 +115,7 @@ Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults =
             unit.Set("SIMUNIT_CALLS=" + unit.Path("sim/calls"));
         unit.Run(scenario);
         if (faults != nullptr)
-            AddCalls(*faults, unit.Read("sim/calls"));
+            AddCalls(*faults, CallLines(unit.Read("sim/calls")));
         if (faults != nullptr && scenario.frames > 0)
             AddFrames(*faults, unit.MidiLog(), scenario.frames);
         Check(unit.HasFault() == !fault.empty(), "the fault hasn't occurred");
@@ -178,17 +173,14 @@ bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
 Faults FaultsOf(const StrictRun& run, bool usesMedium)
 {
     constexpr std::size_t kMostCalls = 60;
-    const Words& calls = run.Calls();
+    std::vector<CallLine> calls = run.Calls();
+    calls.erase(calls.begin(),
+                calls.end() - static_cast<std::ptrdiff_t>(std::min(calls.size(), kMostCalls)));
     Faults faults;
-    for (std::size_t i = calls.size() - std::min(calls.size(), kMostCalls); i < calls.size(); ++i) {
-        AddCalls(faults, calls[i]);
-        std::istringstream words(calls[i]);
-        std::string kind;
-        std::string number;
-        words >> kind >> number;
+    AddCalls(faults, calls);
+    for (const CallLine& call : calls)
         if (usesMedium)
-            faults.all.push_back(kind.append(":").append(number).append(":pull"));
-    }
+            faults.all.push_back(call.Fault("pull"));
     return faults;
 }
 
