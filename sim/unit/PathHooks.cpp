@@ -15,18 +15,25 @@
 
 #pragma GCC visibility push(default)
 
+namespace {
+
+// The permission bits, which follow the flags when a file may be made.
+mode_t ModeOf(int flags, std::va_list arguments)
+{
+    return (flags & O_CREAT) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
+}
+
+}  // namespace
+
 extern "C" {
 
 int open(const char* path, int flags, ...)
 {
     static Real real(open);
-    mode_t mode = 0;
-    if ((flags & O_CREAT) != 0) {
-        std::va_list arguments;
-        va_start(arguments, flags);
-        mode = static_cast<mode_t>(va_arg(arguments, int));
-        va_end(arguments);
-    }
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = ModeOf(flags, arguments);
+    va_end(arguments);
     return OpenMapped(path, flags, [&](const char* at) { return real(at, flags, mode); });
 }
 

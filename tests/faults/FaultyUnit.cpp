@@ -106,7 +106,7 @@ Outcome FaultyUnit::GetOutcome() const
 
 std::string FaultyUnit::CheckErrors(const Process& program)
 {
-    const std::string errors = program.Error();
+    std::string errors = program.Error();
     Check(!Contains(errors, "Sanitizer") && !Contains(errors, "runtime error"),
           "a sanitizer reports " + errors);
     return errors;

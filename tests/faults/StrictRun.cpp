@@ -73,18 +73,18 @@ const std::vector<StrictRun::Scenario> StrictRun::kScenarios = {
 // One run in a unit of its own.
 class StrictRun::Run : public FaultyUnit {
 public:
-    Run(const Scenario& scenario, const std::string& point) : FaultyUnit(point)
+    Run(const Scenario& flow, const std::string& point) : FaultyUnit(point)
     {
         Set("SIMUNIT_CALLS=" + Path("sim/calls"));
-        WriteFiles(scenario);
+        WriteFiles(flow);
         before = FilesOf(*this);
         const std::string flash = Write("sim/flash", std::string(kSize, 'n')) + "@90040000";
-        StartServing(scenario.group.empty() ? Words{"--join", "--load", flash}
-                                            : Words{"--join", "--bad-checksum-at", "90040000"},
+        StartServing(flow.group.empty() ? Words{"--join", "--load", flash}
+                                        : Words{"--join", "--bad-checksum-at", "90040000"},
                      {"--strict", "-P", OwnPort()});
-        if (!scenario.group.empty())
+        if (!flow.group.empty())
             AwaitFirstReadBack();
-        shown = Ask(scenario.group, std::chrono::seconds(60)).shown;
+        shown = Ask(flow.group, std::chrono::seconds(60)).shown;
         error = KillServer();
         after = FilesOf(*this);
     }
@@ -130,18 +130,18 @@ private:
     // Differs for each process of the sweep, and is below those that the system chooses.
     static std::string OwnPort() { return std::to_string(10000 + getpid() % 20000); }
 
-    void WriteFiles(const Scenario& scenario) const
+    void WriteFiles(const Scenario& flow) const
     {
-        const bool isBackup = scenario.target == kCopy;
+        const bool isBackup = flow.target == kCopy;
         const std::string data(kSize, 'n');
         Mount("usb");
         if (isBackup)
             Write(kParameterFile, HexText(data, 32, "\r\n"));
         else
             Write(kCopy, Packed(data));
-        if (scenario.isReplaced)
-            Write(scenario.target, isBackup ? kOldCopy : kOld);
-        if (scenario.isReplaced && isBackup)
+        if (flow.isReplaced)
+            Write(flow.target, isBackup ? kOldCopy : kOld);
+        if (flow.isReplaced && isBackup)
             Write(kCopySum, kOldSum);
     }
 };
