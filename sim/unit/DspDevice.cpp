@@ -33,8 +33,6 @@ int Outcome(unsigned long request)
 {
     if (FailsNow(calls::ioctl, "/dev/PciDsp"))
         return errno;
-    if (const int error = ControlErrno("dsp-errno"))
-        return error;
     return request == kSetParameter ? 0 : ENOTTY;
 }
 

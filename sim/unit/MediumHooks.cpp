@@ -40,15 +40,6 @@ int JournalOutcome(const BoundedText& line, int error)
     return JournalResult(line, error == 0 ? 0 : -1);
 }
 
-int Unmount(const char* target)
-{
-    int error = FailsNow(calls::umount, target) ? errno : ControlErrno("umount-errno");
-    if (error == 0)
-        error = UnmountMedium(target);
-    BoundedText line;
-    return JournalOutcome(line.Add("umount(").Add(target).Add(")"), error);
-}
-
 // Late write errors appear here: planned ones, and those of a medium that is gone, which syncfs
 // doesn't report.
 template <typename Flush>
@@ -116,7 +107,11 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
 int umount(const char* target) noexcept
 {
     static Real real(umount);
-    return Root() == nullptr ? real(target) : Unmount(target);
+    if (Root() == nullptr)
+        return real(target);
+    const int error = FailsNow(calls::umount, target) ? errno : UnmountMedium(target);
+    BoundedText line;
+    return JournalOutcome(line.Add("umount(").Add(target).Add(")"), error);
 }
 
 // The machine's own disk has no part in what the unit flushes.

@@ -70,7 +70,7 @@ public:
     bool WaitForJournal(const std::string& text) const { return WaitFor("sim/journal", text); }
 
     // Changes a setting of the simulation: the bytes that the medium accepts ("full-after",
-    // "pull-after"), the error of a simulated call by name ("dsp-errno", "mount-errno"), or orders
+    // "pull-after", "free"), its device ("device"), the error of mount ("mount-errno"), or orders
     // to the piano ("say").
     void Control(const std::string& name, const std::string& text) const;
     // Mounts the medium at "usb", "cdrom" or "floppy", as the unit does when one is inserted.
