@@ -147,6 +147,22 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
     return 0;
 }
 
+#if __TIMESIZE == 32
+// The C++ library of 32-bit machines asks for 32-bit times.
+struct NarrowTime {
+    std::int32_t tv_sec;
+    std::int32_t tv_nsec;
+};
+int NarrowClockTime(clockid_t clock, NarrowTime* narrow) noexcept __asm__("clock_gettime");
+int NarrowClockTime(clockid_t clock, NarrowTime* narrow) noexcept
+{
+    timespec time = {};
+    const int result = clock_gettime(clock, &time);
+    *narrow = {static_cast<std::int32_t>(time.tv_sec), static_cast<std::int32_t>(time.tv_nsec)};
+    return result;
+}
+#endif
+
 int gettimeofday(timeval* time, void* zone) noexcept
 {
     static Real real(gettimeofday);
