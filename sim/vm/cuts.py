@@ -12,14 +12,12 @@ MAGIC = 0x6A736677736872
 FLUSH, FORCED = 1, 2
 SUBSETS = 4  # random ones between two flushes
 
-
 def count(log):
     """The number of entries so far."""
     with open(log, "rb") as file:
         magic, version, number, size = struct.unpack("<QQQL", file.read(28))
     assert (magic, version, size) == (MAGIC, 1, SECTOR), "not a log of writes"
     return number
-
 
 def writes(log, atom):
     """(entry, flags, offset, bytes) of each write. The disk writes `atom` bytes at once or none;
@@ -34,13 +32,11 @@ def writes(log, atom):
             for at in range(0, max(1, len(data)), step):
                 yield entry, flags, sector * SECTOR + at, data[at:at + step]
 
-
 def read_pages(path):
     """The pages of the image that aren't zero."""
     with open(path, "rb") as file:
         pages = ((at, file.read(PAGE)) for at in range(0, os.path.getsize(path), PAGE))
         return {at: page for at, page in pages if page.strip(b"\0")}
-
 
 def put(pages, changes):
     """A copy of the pages with the changes."""
@@ -52,7 +48,6 @@ def put(pages, changes):
             page[inside:inside + SECTOR] = data[at:at + SECTOR]
             pages[first * PAGE] = bytes(page)
     return pages
-
 
 def cuts(image, log, atom, start):
     """(entries passed, pages) of each cut: after each write; and between two flushes, where a disk
@@ -72,11 +67,9 @@ def cuts(image, log, atom, start):
             if entry > start:
                 yield entry, put(durable, [each[:2] for each in since])
 
-
 def run(*command):
     done = subprocess.run(command, capture_output=True, timeout=60, check=False)
     return done.returncode, done.stdout
-
 
 def repair_and_read(path, name):
     """What the file contains after the repair that a unit makes; a text says why it can't."""
@@ -89,7 +82,6 @@ def repair_and_read(path, name):
         return "missing" if status else data
     found = run("debugfs", "-R", "stat " + name, path)[1]
     return run("debugfs", "-R", "cat " + name, path)[1] if found else "missing"
-
 
 def sweep(image, log, name, allowed, start, reported):
     """Tries each cut after `start` entries. The file must be one of those that are allowed, and

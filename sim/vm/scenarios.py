@@ -3,7 +3,6 @@
 import hashlib
 import os
 import shutil
-import struct
 import subprocess
 import sys
 import threading
@@ -12,115 +11,107 @@ import time
 import cuts
 from machine import Machine, failing, logged, plain
 
-FOLDER, ACTION = sys.argv[1], "".join(sys.argv[2:])
+FOLDER, OPTION, ONLY = sys.argv[1:]
+QUICK = OPTION == "--quick"
 TOOL = "build/release/diagctl"
-DISK_FILE, MEDIUM_FILE = "/usr/local/lib/diag/csp_param.hex", "csp_param.rlg"
+LOGS = "/usr/local/lib/diag"
+DISK_FILE, MEDIUM_FILE = LOGS + "/csp_param.hex", "csp_param.rlg"
 DONE, ERROR, NO_ROOM = "Copy Success.", "Copy error.", "Free Disk space error."
 SECTORS = {12: 2880, 16: 32768, 32: 69632}
-PROTECTED, PULLED, PULLED_LATE, SWAPPED, BAD, PARTITION, MOUNTED_TWICE, FULL = range(8)
-
-# name, command, FAT, what is special, answer, answer with --strict, the target with --strict
-COPIES = [(f"{command} on FAT{fat}", command, fat, None, DONE, DONE, "new")
-          for command in ("backup", "restore") for fat in SECTORS] + [
-    ("backup to a protected stick", "backup", 16, PROTECTED, ERROR, ERROR, "old"),
-    ("restore from a protected stick", "restore", 16, PROTECTED, DONE, DONE, "new"),
-    ("backup to a full stick", "backup", 12, FULL, NO_ROOM, NO_ROOM, "old"),
-    ("backup to a stick pulled before", "backup", 16, PULLED, ERROR, ERROR, "old"),
-    ("backup to a stick pulled meanwhile", "backup", 16, PULLED_LATE, None, ERROR, "old"),
-    ("backup to a stick inserted again as sdb", "backup", 16, SWAPPED, ERROR, DONE, "new"),
-    ("backup to a stick with bad sectors", "backup", 16, BAD, None, ERROR, "old"),
-    ("backup to a stick with a partition table", "backup", 16, PARTITION, ERROR, DONE, "new"),
-    ("backup to a stick mounted twice", "backup", 16, MOUNTED_TWICE, ERROR, ERROR, "old"),
-    ("restore from a stick mounted twice", "restore", 16, MOUNTED_TWICE, DONE, DONE, "new")]
+FLASH_OFFSET = 0x40000  # of the parameters; the firmware made here begins there, too
 FINDS = [("usb", "hex"), ("usb", "rlg"), ("cdrom", "hex"), ("cdrom", "rlg"), ("floppy", "rlg")]
-FLASH_OFFSET = 0x40000  # of the parameters, and of the firmware made here
+
+# name, command, FAT, what is special, answer (None: not promised), answer with --strict
+COPIES = [(f"{command} on FAT{fat}", command, fat, "", DONE, DONE)
+          for fat in SECTORS for command in ("backup", "restore")] + [
+    ("backup to a protected stick", "backup", 16, "protected", ERROR, ERROR),
+    ("restore from a protected stick", "restore", 16, "protected", DONE, DONE),
+    ("backup to a full stick", "backup", 12, "full", NO_ROOM, NO_ROOM),
+    ("backup to a stick pulled before", "backup", 16, "pulled", ERROR, ERROR),
+    ("backup to a stick pulled meanwhile", "backup", 16, "pulled late", None, ERROR),
+    ("backup to a stick inserted again as sdb", "backup", 16, "swapped", ERROR, DONE),
+    ("backup to a stick with bad sectors", "backup", 16, "bad", None, ERROR),
+    ("backup to a stick with a partition table", "backup", 16, "parted", ERROR, DONE),
+    ("backup to a stick mounted twice", "backup", 16, "twice", ERROR, ERROR),
+    ("restore from a stick mounted twice", "restore", 16, "twice", DONE, DONE)]
 passed, failed = [], []
 
-
-def run(*command, **options):
-    return subprocess.run(command, check=True, capture_output=True, timeout=200, **options).stdout
-
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True, timeout=200,
+                          env={**os.environ, "LC_ALL": "C.UTF-8"}).stdout
 
 def path(name):
     return f"{FOLDER}/{name}"
-
 
 def content(name):
     with open(path(name), "rb") as file:
         return file.read()
 
-
-def check(is_right, what):
-    if not is_right:
-        raise AssertionError(what)
-
-
 def scenario(name, action, *arguments):
-    started, result = time.monotonic(), "passed"
+    if ONLY not in name:
+        return
+    started = time.monotonic()
     try:
-        result += f" {action(*arguments) or ''}"
+        result = f"passed {action(*arguments) or ''}"
         passed.append(name)
-    except Exception as error:  # a scenario that can't run has failed, too
-        result = f"FAILED: {type(error).__name__} {str(error)[:300]}"
+    except Exception as error:  # one that can't run has failed, too
+        result = f"FAILED {type(error).__name__}: {str(error)[:300]}"
         failed.append(name)
     print(f"{time.monotonic() - started:6.1f} s  {name}: {result}", flush=True)
 
-
-def make_files():
-    """The piano's parameters, old ones, firmware; and the unit's disk with them."""
-    shutil.rmtree(path("disk"), ignore_errors=True)
-    os.makedirs(path("disk/lib/diag"))
-    os.makedirs(path("disk/cwd"))
-    for name, size, version in (("new", 0x60000, ""), ("old", 0x60000, ""), ("fw", 0x30000, "KVT 2.00")):
-        with open("/dev/urandom", "rb") as source, open(path("seed"), "wb") as seed:
-            seed.write(source.read(size // 4) + b"\xff" * (size - size // 4))
-        run("sim/mkfirmware", "--from", path("seed"), "--version", version, "--record", "32",
-            "--binary", path(name + ".bin"), path(name + ".hex"))
-        run(TOOL, "--force", "convert", path(name + ".hex"), path(name + ".rlg"))
-        shutil.copy(path(name + ".hex"), path("disk"))
-    shutil.copy(path("new.bin"), path("disk"))
-    open(path("empty"), "wb").close()
-    make_disk()
-    image = make_image("floppy.img", SECTORS[12], "mkfs.vfat")
-    run("mcopy", "-i", image, path("fw.rlg"), "::csp_prog.rlg")
-
-
-def make_disk():
-    make_image("disk.img", 65536, "mkfs.ext4", "-q", "-b", "4096", "-d", path("disk"))
-
-
 def make_image(name, sectors, *command):
-    if os.path.exists(path(name)):
-        os.unlink(path(name))
     with open(path(name), "wb") as file:
         file.truncate(sectors * cuts.SECTOR)
     run(*command, path(name))
     return path(name)
 
-
-def make_stick(fat, files):
-    """A stick with the files {name there: name here}."""
-    image = make_image("stick.img", SECTORS[fat], "mkfs.vfat", "-F", str(fat), "-s", "1")
+def make_stick(fat, files, start=0, name="stick.img"):
+    """A stick with the files {name there: name here}, in a partition if `start` isn't 0."""
+    image = make_image(name, start + SECTORS[fat], "true")
+    if start:
+        subprocess.run(["sfdisk", "-q", image], input=b"%d,,e" % start, check=True)
+    run("mkfs.vfat", "-F", str(fat), "-s", "1", "--offset", str(start), image,
+        str(SECTORS[fat] // 2))
     for target, source in files.items():
-        run("mcopy", "-i", image, path(source), "::" + target, env={**os.environ, "LC_ALL": "C.UTF-8"})
+        run("mcopy", "-i", f"{image}@@{start * cuts.SECTOR}", path(source), "::" + target)
     return image
 
+def make_disk():
+    return make_image("disk.img", 65536, "mkfs.ext4", "-q", "-b", "4096", "-d", path("disk"))
+
+def make_files():
+    """The piano's parameters, old ones, firmware, and the unit's disk with them."""
+    shutil.rmtree(path("disk"), ignore_errors=True)
+    os.makedirs(path("disk/lib/diag"))
+    os.makedirs(path("disk/cwd"))
+    for name, size in (("new", 0x60000), ("old", 0x60000), ("fw", 0x30000)):
+        with open(path("seed"), "wb") as seed:
+            seed.write(os.urandom(size // 4).ljust(size, b"\xff"))
+        run("sim/mkfirmware", "--from", path("seed"), "--version", "KVT 2.00", "--record", "32",
+            "--binary", path(name + ".bin"), path(name + ".hex"))
+        run(TOOL, "--force", "convert", path(name + ".hex"), path(name + ".rlg"))
+        shutil.copy(path(name + ".hex"), path("disk"))
+    shutil.copy(path("new.bin"), path("disk"))
+    make_disk()
+    make_image("empty", 0, "true")
+    make_stick(12, {"csp_prog.rlg": "fw.rlg"}, name="floppy.img")
 
 class Unit(Machine):
     """The machine with the piano and the program in it."""
 
     def piano(self, *options):
-        self.sh("! pidof diag_server simpiano >/dev/null || kill $(pidof diag_server simpiano)")
-        self.until("! pidof diag_server simpiano >/dev/null")
-        self.sh("simpiano --root / --load /usr/local/new.bin@90040000 --save /usr/local/flash.bin "
-                + " ".join(options) + " >/tmp/piano 2>&1 &")
+        running = "pidof diag_server simpiano >/tmp/pids"
+        self.sh(f"! {running} || kill $(cat /tmp/pids)")
+        self.until(f"! {running}")
+        self.sh("rm -f /sim/midi.log; simpiano --root / --load /usr/local/new.bin@90040000 --save /usr/local/flash.bin "
+                f"--allow-gaps {' '.join(options)} >/tmp/piano 2>&1 &")
         self.until("grep -q ready /tmp/piano")
 
     def serve(self, words, start="exec"):
         """A server whose read-back has failed, so that it serves the controller."""
-        self.piano("--allow-gaps --bad-checksum-at 90040000")
-        self.sh(f"({start} diag_server {words}) >/dev/null 2>/tmp/errors &")
-        check("KVT : Update the Service Center." in self.ask("version"), "no version")
+        self.piano("--bad-checksum-at", "90040000")
+        self.sh(f"({start} /bin/diag_server {words}) >/dev/null 2>&1 &")
+        assert "1.00" in (lines := self.ask("version")), f"no version: {lines}"
 
     def ask(self, command):
         """The lines that the controller receives."""
@@ -128,258 +119,201 @@ class Unit(Machine):
                               capture_output=True, timeout=240, text=True, check=False)
         return (done.stdout + done.stderr).splitlines()
 
-    def has(self, file, name, skip=0):
-        """The file in the machine is this one; of the flash, the part at the firmware's address."""
-        size = len(content(name))
-        digest = self.sh(f"tail -c +{skip + 1} {file} | head -c {size} | md5sum").split()[0]
-        return digest == hashlib.md5(content(name)).hexdigest()
+    def require(self, file, name, skip=0):
+        """The file in the machine must be this one, of the flash the part with the firmware."""
+        data = content(name)
+        found = self.sh(f"tail -c +{skip + 1} {file} | head -c {len(data)} | md5sum").split()[0]
+        assert found == hashlib.md5(data).hexdigest(), f"{file} isn't {name}"
 
-    def eject(self, medium):
-        self.sh("for each in usb usb other cdrom floppy; do umount /mnt/$each 2>/dev/null; done;"
-                " cd /; true")
-        if medium:
-            self.pull(medium)
-
+    def disk_file(self, name):
+        self.sh("sync")
+        shutil.copy(path("disk.img"), path("copy.img"))
+        return cuts.repair_and_read(path("copy.img"), name)
 
 def update(unit, words):
-    unit.piano("--allow-gaps")
-    unit.sh(f"timeout 150 diag_server {words} -f /usr/local/fw.hex >/tmp/out 2>&1", 160)
-    check(unit.has("/usr/local/flash.bin", "fw.bin", FLASH_OFFSET), "the flash differs")
-
+    unit.piano()
+    unit.sh(f"timeout 150 diag_server {words} -f /usr/local/fw.hex >/tmp/out 2>&1")
+    unit.require("/usr/local/flash.bin", "fw.bin", FLASH_OFFSET)
 
 def read_back(unit, words):
     unit.piano()
-    unit.sh(f"rm -f csp_param.hex; timeout 150 diag_server {words} >/tmp/out 2>&1", 160)
-    check(unit.has("csp_param.hex", "new.hex"), "csp_param.hex differs from the flash")
-
+    unit.sh(f"rm -f csp_param.hex; timeout 150 diag_server {words} >/tmp/out 2>&1")
+    with open(path("readback.hex"), "wb") as file:
+        file.write(unit.disk_file("/cwd/csp_param.hex"))
+    run(TOOL, "diff", path("readback.hex"), path("new.hex"))
 
 def find(unit, place, form):
-    name = "csp_prog." + form
-    medium, device = None, "fd0"
-    if place == "usb":
-        medium, device = unit.plug(plain(make_stick(32, {name: "fw." + form}))), "sda"
-    elif place == "cdrom":
+    name, way = "csp_prog." + form, ("fd0", place)
+    if place == "floppy":
+        unit.sh("mount /dev/fd0 /mnt/floppy")
+        assert "KVT 2.00" in unit.ask("find-update"), "not found"
+        assert "CSP Update Success." in unit.ask("update"), "not updated"
+        return unit.require("/usr/local/flash.bin", "fw.bin", FLASH_OFFSET)
+    if place == "cdrom":
         run("genisoimage", "-quiet", "-R", "-graft-points", "-o", path("cd.iso"),
             f"{name}={path('fw.' + form)}")
-        device = "sr0"
-        medium = unit.plug(plain(path("cd.iso"), **{"read-only": True}), device, "scsi-cd", "scsi.0")
-    try:
-        unit.sh(f"mount -o ro /dev/{device} /mnt/{place}")
-        check("KVT 2.00" in unit.ask("find-update"), "not found")
-        if place == "floppy":
-            check("CSP Update Success." in unit.ask("update"), "not updated")
-            check(unit.has("/usr/local/flash.bin", "fw.bin", FLASH_OFFSET), "the flash differs")
-    finally:
-        unit.eject(medium)
-
+        node, way = plain(path("cd.iso"), **{"read-only": True}), ("sr0", place, "ro", "scsi-cd")
+    else:
+        node, way = plain(make_stick(32, {name: "fw." + form})), ()
+    with unit.inserted(node, *way):
+        assert "KVT 2.00" in unit.ask("find-update"), "not found"
 
 def names(unit):
-    """A file's name is UTF-8 as the kernel mounts by default, and Shift JIS with utf8=0."""
-    medium = unit.plug(plain(make_stick(16, {"\u30c6\u30b9\u30c8.hex": "fw.hex"})))
-    try:
-        for option, name in (("utf8=1", "\\343\\203\\206\\343\\202\\271\\343\\203\\210"),
-                             ("utf8=0", "\\203\\145\\203\\130\\203\\147")):
-            unit.sh(f"mount -t vfat -o codepage=932,iocharset=sjis,{option} /dev/sda /mnt/usb")
-            out = unit.sh(f"diag_server -v -f \"$(printf '/mnt/usb/{name}.hex')\"; umount /mnt/usb")
-            check("KVT 2.00" in out, f"no version with {option}: {out}")
-    finally:
-        unit.eject(medium)
+    """A name is UTF-8 where nothing else is said, and Shift JIS with utf8=0."""
+    name, ways = "\u30c6\u30b9\u30c8.hex", {"utf8=1": "utf-8", "utf8=0": "shift_jis"}
+    for option, encoding in ways.items():
+        with unit.inserted(plain(make_stick(16, {name: "fw.hex"})),
+                           options="codepage=932,iocharset=sjis," + option):
+            octal = "".join(f"\\{byte:03o}" for byte in name.encode(encoding))
+            assert "KVT 2.00" in unit.sh(f"diag_server -v -f \"/mnt/usb/$(printf '{octal}')\"")
 
-
-def copy(unit, strict, name, command, fat, special, answer, strict_answer, after):
-    expected = strict_answer if strict else answer
-    is_backup, device = command == "backup", "sda"
-    image = make_stick(fat, {MEDIUM_FILE: "old.rlg" if is_backup else "new.rlg",
-                             **({"a": "new.hex", "b": "old.bin"} if special == FULL else {})})
-    node = plain(image, **{"read-only": special == PROTECTED})
-    if special == BAD:
+def copy(unit, strict, name, command, fat, special, answer, strict_answer):
+    answer = strict_answer if strict else answer
+    source, target = ("new.hex", "old.rlg") if command == "backup" else ("old.hex", "new.rlg")
+    full = {"a": "new.hex", "b": "old.bin"} if special == "full" else {}
+    start = 2048 if special == "parted" else 0
+    image = make_stick(fat, {MEDIUM_FILE: target, **full}, start)
+    node = plain(image, **{"read-only": special == "protected"})
+    if special == "bad":
         node = failing(image, range(550, 560))
-    elif special == PARTITION:
-        device = "sda1"
-        table = struct.pack("<446xBxxxBxxxLL48xH", 0, 6, 2048, SECTORS[fat], 0xAA55)
-        with open(path("parted.img"), "wb") as file:
-            file.write(table.ljust(2048 * cuts.SECTOR, b"\0") + content("stick.img"))
-        node = plain(path("parted.img"))
-    elif special == PULLED_LATE:
+    if special == "pulled late":
         node = {"driver": "throttle", "throttle-group": "slow", "file": node}
-    unit.sh(f"cp /usr/local/{'new' if is_backup else 'old'}.hex {DISK_FILE}")
-    medium = unit.plug(node)
-    try:
-        unit.until(f"[ -b /dev/{device} ]")
-        ways = "-o ro" if special in (PROTECTED, MOUNTED_TWICE) else ""
-        unit.sh(f"mount -t vfat {ways} /dev/{device} /mnt/usb")
-        if special == MOUNTED_TWICE:
-            unit.sh("mount -t vfat -o ro /dev/sda /mnt/other")
-        if special in (PULLED, SWAPPED):
+    unit.sh(f"cp /usr/local/{source} {DISK_FILE}")
+    with unit.inserted(node, "sda1" if start else "sda",
+                       options="ro" if special in ("protected", "twice") else "rw") as medium:
+        if special == "twice":
+            unit.sh("mount -o ro /dev/sda /mnt/other")
+        if special in ("pulled", "swapped"):
             unit.pull(medium)
-            medium = None
-        if special == SWAPPED:
+        if special == "swapped":
             medium = unit.plug(node, "sdb")
-            unit.sh("mount -t vfat /dev/sdb /mnt/usb")
-        if special == PULLED_LATE:
+            unit.sh("mount /dev/sdb /mnt/usb")
+        if special == "pulled late":
             threading.Timer(2, unit.pull, [medium]).start()
-            medium = None
         lines = unit.ask(command)
-        if medium:  # at once, as a technician would
+        if medium in unit.media:  # as soon as the technician may
             unit.pull(medium)
-            medium = None
-        check(expected in lines if expected else lines, f"expected {expected}, received {lines}")
-        if strict and expected == ERROR:
-            check(ERROR not in unit.sh("tail -n 1 /usr/local/lib/diag/diagserver.log"), "no reason")
-        if not strict and expected != DONE:
-            return
-        if is_backup:
-            if special == PARTITION:
-                with open(image, "wb") as file:
-                    file.write(content("parted.img")[2048 * cuts.SECTOR:])
-            right = cuts.repair_and_read(image, MEDIUM_FILE) == content(after + ".rlg")
-        else:
-            right = unit.has(DISK_FILE, after + ".hex")
-        check(right, f"the target isn't the {after} one")
-    finally:
-        unit.eject(medium)
-
+    assert answer in lines if answer else lines, f"expected {answer}, received {lines}"
+    if strict and answer == ERROR:
+        assert ERROR not in unit.sh(f"tail -n 1 {LOGS}/diagserver.log"), "no reason in the log"
+    after = "new" if answer == DONE else "old"
+    if command == "restore":
+        unit.require(DISK_FILE, after + ".hex")
+    elif strict or answer in (DONE, NO_ROOM):
+        found = run("mcopy", "-i", f"{image}@@{start * cuts.SECTOR}", "::" + MEDIUM_FILE, "-")
+        assert found == content(after + ".rlg"), f"the file on the stick isn't the {after} one"
 
 def limits(unit):
-    """The packaged service's capabilities, devices and limits, without systemd."""
+    """The capabilities, devices and limits of the packaged service."""
+    settings = {}
     with open("packaging/diag_server.service", encoding="utf-8") as file:
-        unit_file = dict.fromkeys(file.read().splitlines())
-    find_all = lambda key: [line.split("=", 1)[1] for line in unit_file if line.startswith(key + "=")]
-    devices = ["c 1:3 rw", "c 1:5 rw", "c 1:7 rw", "c 1:8 rw", "c 1:9 rw"]
-    for device, access in map(str.split, find_all("DeviceAllow")):
-        if device == "block-sd":
-            devices.append(f"b 8:* {access}")
-        elif device != "/dev/sda":  # not there now, and among the former
-            numbers = unit.sh(f"stat -c '%t %T' {device}").split()
-            devices.append("c {}:{} {}".format(*(int(each, 16) for each in numbers), access))
-    kept = "".join(",+" + each[4:].lower() for each in find_all("CapabilityBoundingSet")[0].split())
-    unit.sh("mount -t cgroup -o devices none /cgroup; mkdir /cgroup/service; cd /cgroup/service; "
-            "echo a >devices.deny; " + "".join(f"echo '{d}' >devices.allow; " for d in devices))
+        for key, _, value in (line.strip().partition("=") for line in file):
+            settings.setdefault(key, []).append(value)
+    devices = [f"c 1:{minor} rw" for minor in (3, 5, 7, 8, 9)] + ["b 8:* rw"]
+    assert "block-sd rw" in settings["DeviceAllow"] and "/dev/PciDsp rw" in settings["DeviceAllow"]
+    devices.append("c %d:%d rw" % tuple(
+        int(each, 16) for each in unit.sh("stat -c '%t %T' /dev/PciDsp").split()))
+    kept = ",".join("+" + each[4:].lower() for each in settings["CapabilityBoundingSet"])
+    unit.sh("mount -t cgroup -o devices none /cgroup && mkdir /cgroup/service && cd /cgroup/service "
+            "&& echo a >devices.deny" + "".join(f" && echo '{d}' >devices.allow" for d in devices))
     unit.serve("--strict", "echo 0 >/cgroup/service/cgroup.procs; umask 077; ulimit -n "
-               f"{find_all('LimitNOFILE')[0]}; exec /bin/setpriv --no-new-privs --bounding-set -all{kept}")
-    check(unit.sh("grep -c 'dsp on' /sim/midi.log") != "0", "no power device")
-    copy(unit, True, *COPIES[1])
-    copy(unit, True, *COPIES[4])
+               f"{settings['LimitNOFILE'][0]}; exec /bin/setpriv --no-new-privs --bounding-set -all,"
+               + kept)
+    assert unit.sh("grep -c 'dsp on' /sim/midi.log").strip() == "1", "no power device"
+    for row in COPIES[:2]:
+        copy(unit, True, *row)
 
-
-def cut_read_back(unit, old):
-    unit.piano()
-    unit.sh(f"{old_file(old, 'csp_param.hex')}; rm /usr/local/lib/diag/*.log; sync; sync")
-    start = cuts.count(path("disk.log"))
-    unit.sh("diag_server --strict >/tmp/out 2>&1 &")
-    unit.until("grep -q 'CSP Read Success' /usr/local/lib/diag/diagserver.log", 150)
-    reported = cuts.count(path("disk.log"))
-    unit.until("! pidof diag_server >/dev/null")
-    return sweep(unit, "disk", "/cwd/csp_param.hex", old, "new.hex", start, reported)
-
-
-def cut_restore(unit, old):
-    medium = unit.plug(plain(make_stick(16, {MEDIUM_FILE: "new.rlg"})))
-    try:
-        unit.sh(f"mount -t vfat -o ro /dev/sda /mnt/usb; {old_file(old, DISK_FILE)}; sync; sync")
-        start = cuts.count(path("disk.log"))
-        check(DONE in unit.ask("restore"), "not restored")
-        reported = cuts.count(path("disk.log"))
-        return sweep(unit, "disk", "/lib/diag/csp_param.hex", old, "new.hex", start, reported)
-    finally:
-        unit.eject(medium)
-
-
-def cut_backup(unit, fat, old):
-    """The work file's entry is in an earlier sector of the directory than that of the file."""
-    image = make_stick(fat, {f"P{each}": "empty" for each in range(16)})
-    if old:
-        run("mcopy", "-i", image, path(old), "::" + MEDIUM_FILE)
-    run("mdel", "-i", image, "::P3")
-    shutil.copy(image, path("stick.base"))
-    medium = unit.plug(logged(image, path("stick.log")))
-    try:
-        # Linux doesn't flush a USB stick unless it is told that the stick has a cache.
+def cut(unit, command, fat, old):
+    """Every power cut during a strict read-back, restore or backup. On the stick, the work file's
+    entry is in an earlier sector of the directory than the target's."""
+    place, file, form = {"read-back": ("disk", "/cwd/csp_param.hex", "hex"),
+                         "restore": ("disk", "/lib/diag/csp_param.hex", "hex"),
+                         "backup": ("stick", MEDIUM_FILE, "rlg")}[command]
+    image, log = path(place + ".img"), path(place + ".log")
+    old = old and f"old.{form}"
+    stick = make_stick(fat, {f"P{each}": "empty" for each in range(16)})
+    if command == "restore" or old:
+        run("mcopy", "-i", stick, path(old if command == "backup" else "new.rlg"), "::" + MEDIUM_FILE)
+    run("mdel", "-i", stick, "::P3")
+    if place == "stick":
+        shutil.copy(stick, path("stick.base"))
+    if command == "read-back":
+        unit.piano()
+    with unit.inserted(logged(stick, log) if place == "stick" else plain(stick)):
+        # Linux doesn't flush a stick unless it hears that the stick has a cache.
         unit.sh("for each in /sys/class/scsi_disk/*; do if [ -e $each/device/block/sda ]; then "
-                "echo temporary write back >$each/cache_type; fi; done; "
-                f"mount -t vfat /dev/sda /mnt/usb; cp /usr/local/new.hex {DISK_FILE}; sync")
-        start = cuts.count(path("stick.log"))
-        check(DONE in unit.ask("backup"), "not copied")
-        reported = cuts.count(path("stick.log"))
-        return sweep(unit, "stick", MEDIUM_FILE, old, "new.rlg", start, reported)
-    finally:
-        unit.eject(medium)
-
-
-def old_file(old, target):
-    return f"cp /usr/local/{old} {target}" if old else f"rm -f {target}"
-
-
-def sweep(unit, image, name, old, new, start, reported):
-    unit.sh("sync; umount /mnt/usb 2>/dev/null; sync")
-    # Where there was no copy an empty one is as good, since a restore refuses it.
-    before = [content(old)] if old else ["missing", b""]
-    images, wrong = cuts.sweep(path(image + ".base"), path(image + ".log"), name,
-                               [*before, content(new)], start, reported)
-    check(not wrong, f"{len(wrong)} of {images} images: {wrong[:3]}")
+                "echo temporary write back >$each/cache_type; fi; done; rm -f csp_param.hex; "
+                + (f"cp /usr/local/{old} /usr/local{file}; " if form == "hex" and old else
+                   f"rm -f /usr/local{file}; " if form == "hex" else
+                   f"cp /usr/local/new.hex {DISK_FILE}; ") + "sync; sync")
+        start = cuts.count(log)
+        if command == "read-back":
+            unit.sh(f"rm -f {LOGS}/diagserver.log; diag_server --strict >/tmp/out 2>&1 &")
+            unit.until(f"grep -q 'Read Success' {LOGS}/diagserver.log", 150)
+        else:
+            assert DONE in (lines := unit.ask(command)), f"{lines}"
+        reported = cuts.count(log)
+        unit.sh("sync; umount /mnt/usb; sync")
+        new = unit.disk_file(file) if command == "read-back" else content("new." + form)
+        if command == "read-back":
+            with open(path("readback.hex"), "wb") as saved:
+                saved.write(new)
+            run(TOOL, "diff", path("readback.hex"), path("new.hex"))
+        # Where there was no file an empty one does no harm, since a restore refuses it.
+        allowed = [content(old)] if old else ["missing", b""]
+        images, wrong = cuts.sweep(path(place + ".base"), log, file, [*allowed, new], start, reported)
+    assert not wrong, f"{len(wrong)} of {images} images: {wrong[:3]}"
     return f"{images} images"
-
 
 def power_cut(unit):
     """Right after the success of a restore."""
-    medium = unit.plug(plain(make_stick(16, {MEDIUM_FILE: "new.rlg"})))
-    unit.sh(f"mount -t vfat /dev/sda /mnt/usb; cp /usr/local/old.hex {DISK_FILE}; sync")
-    check(DONE in unit.ask("restore"), f"not restored {medium}")
+    unit.plug(plain(make_stick(16, {MEDIUM_FILE: "new.rlg"})))
+    unit.sh(f"mount /dev/sda /mnt/usb; cp /usr/local/old.hex {DISK_FILE}; sync")
+    assert DONE in unit.ask("restore"), "not restored"
     unit.kill()
-    check(cuts.repair_and_read(path("disk.img"), "/lib/diag/csp_param.hex") == content("new.hex"),
-          "the restored file is lost")
+    found = cuts.repair_and_read(path("disk.img"), "/lib/diag/csp_param.hex")
+    assert found == content("new.hex"), "the restored file is lost"
 
-
-def run_all(quick):
-    unit = Unit(FOLDER, plain(path("disk.img")), plain(path("floppy.img")))
-    unit.order("object-add", **{"qom-type": "throttle-group", "id": "slow",
-                                "limits": {"bps-write": 25000}})
-    print(f"The machine {unit.started}.", flush=True)
-    for words in ("",) if quick else ("", "--strict"):
+def run_scenarios():
+    unit = Unit(FOLDER, plain(path("disk.img")))
+    for words in ("--strict",) if QUICK else ("", "--strict"):
         scenario(f"read-back {words}", read_back, unit, words)
         scenario(f"update {words}", update, unit, words and words + " --verify")
         scenario(f"version {words}", unit.serve, words)
-        for place, form in FINDS[-1:] if quick else FINDS:
-            scenario(f"find {form} on {place} {words}", find, unit, place, form)
-        for row in COPIES[1::3] if quick else COPIES:
+        for row in FINDS[-1:] if QUICK else FINDS:
+            scenario(f"find {row[1]} on {row[0]} {words}", find, unit, *row)
+        for row in COPIES[:2] if QUICK else COPIES:
             scenario(f"{row[0]} {words}", copy, unit, words, *row)
     scenario("file names in both encodings", names, unit)
     scenario("the service's limits", limits, unit)
     unit.kill()
 
+def run_cuts():
+    shutil.copy(make_disk(), path("disk.base"))
+    unit = Unit(FOLDER, logged(path("disk.img"), path("disk.log")))
+    for old, over in (("old", "an old file"),) if QUICK else (("old", "an old file"), ("", "none")):
+        scenario(f"cut: read-back over {over}", cut, unit, "read-back", 16, old)
+        scenario("cut: the server starts", unit.serve, "--strict")
+        scenario(f"cut: restore over {over}", cut, unit, "restore", 16, old)
+        for fat in (16,) if QUICK else SECTORS:
+            scenario(f"cut: backup on FAT{fat} over {over}", cut, unit, "backup", fat, old)
+    scenario("cut: right after a restore", power_cut, unit)
 
-def run_cuts(quick):
-    make_disk()
-    shutil.copy(path("disk.img"), path("disk.base"))
-    unit = Unit(FOLDER, logged(path("disk.img"), path("disk.log")), plain(path("floppy.img")))
-    for old in ("old",) if quick else ("old", ""):
-        over = f" over {old}" if old else " without an old file"
-        if not quick:
-            scenario("cut: read-back" + over, cut_read_back, unit, old and "old.hex")
-    scenario("version", unit.serve, "--strict")
-    for old in ("old",) if quick else ("old", ""):
-        over = f" over {old}" if old else " without an old file"
-        scenario("cut: restore" + over, cut_restore, unit, old and "old.hex")
-        for fat in (16,) if quick else SECTORS:
-            scenario(f"cut: backup on FAT{fat}" + over, cut_backup, unit, fat, old and "old.rlg")
-    scenario("power cut after a restore", power_cut, unit)
-
-
-def shell():
-    unit = Unit(FOLDER, plain(path("disk.img")), plain(path("floppy.img")), log=None, words="shell")
+def run_shell():
+    unit = Unit(FOLDER, plain(path("disk.img")), console=True)
     unit.plug(plain(make_stick(16, {"csp_prog.hex": "fw.hex"})))
-    unit.sh(f"mount -t vfat /dev/sda /mnt/usb; cp /usr/local/new.hex {DISK_FILE}")
-    print(f"\r\nThe controller: {TOOL} --port {unit.port} --wait 60 find-update\r\n"
-          f"The stick: {path('stick.img')}, mounted at /mnt/usb\r\n", flush=True)
+    unit.sh(f"mount /dev/sda /mnt/usb; cp /usr/local/new.hex {DISK_FILE}")
     unit.serve("")
+    print(f"\r\nThe controller: {TOOL} --port {unit.port} find-update\r\n"
+          f"The stick at /mnt/usb: {path('stick.img')}\r\n", flush=True)
     unit.process.wait()
 
-
 make_files()
-if ACTION == "--shell":
-    shell()
+if OPTION == "--shell":
+    run_shell()
 else:
-    for part in (run_all, run_cuts):
-        part(ACTION == "--quick")
+    if not ONLY.startswith("cut"):
+        run_scenarios()
+    run_cuts()
     print(f"{len(passed)} passed, {len(failed)} failed")
     sys.exit(bool(failed))
