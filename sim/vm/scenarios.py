@@ -48,7 +48,7 @@ def content(name):
         return file.read()
 
 def scenario(name, action, *arguments):
-    if ONLY not in name:
+    if ONLY not in name and action.__name__ != "serve":  # the server is needed by the others
         return
     started = time.monotonic()
     try:
@@ -225,7 +225,9 @@ def limits(unit):
 
 def cut(unit, command, fat, old):
     """Every power cut during a strict read-back, restore or backup. On the stick, the work file's
-    entry is in an earlier sector of the directory than the target's."""
+    entry is in an earlier sector of the directory than the target's, but not with FAT12: there an
+    entry of the table may be in two sectors, and half of it may lead into the old file's chain.
+    The repair then cuts the file whose name comes second, whatever the program does."""
     place, file, form = {"read-back": ("disk", "/cwd/csp_param.hex", "hex"),
                          "restore": ("disk", "/lib/diag/csp_param.hex", "hex"),
                          "backup": ("stick", MEDIUM_FILE, "rlg")}[command]
@@ -234,7 +236,8 @@ def cut(unit, command, fat, old):
     stick = make_stick(fat, {f"P{each}": "empty" for each in range(16)})
     if command == "restore" or old:
         run("mcopy", "-i", stick, path(old if command == "backup" else "new.rlg"), "::" + MEDIUM_FILE)
-    run("mdel", "-i", stick, "::P3")
+    if fat != 12:
+        run("mdel", "-i", stick, "::P3")
     if place == "stick":
         shutil.copy(stick, path("stick.base"))
     if command == "read-back":
@@ -294,7 +297,7 @@ def run_cuts():
     for old, over in (("old", "an old file"),) if QUICK else (("old", "an old file"), ("", "none")):
         if not QUICK:
             scenario(f"cut: read-back over {over}", cut, unit, "read-back", 16, old)
-        scenario("cut: the server starts", unit.serve, "--strict")
+        scenario("cut: version", unit.serve, "--strict")
         scenario(f"cut: restore over {over}", cut, unit, "restore", 16, old)
         for fat in (16,) if QUICK else SECTORS:
             scenario(f"cut: backup on FAT{fat} over {over}", cut, unit, "backup", fat, old)
