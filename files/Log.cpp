@@ -39,7 +39,7 @@ std::string NewestLines(const char* path, std::int64_t most)
     const UniqueFd file(OpenToRead(path));
     if (!file || lseek(file.Get(), -most, SEEK_END) < 0)
         return {};
-    std::string text(most, '\0');
+    std::string text(static_cast<std::size_t>(most), '\0');
     const ssize_t count = read(file.Get(), text.data(), text.size());
     text.resize(std::max<ssize_t>(count, 0));
     const std::size_t start = text.find('\n') + 1;

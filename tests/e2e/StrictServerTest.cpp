@@ -12,10 +12,10 @@
 
 namespace {
 
-constexpr char kCopy[] = "medium/csp_param.rlg";
-constexpr char kSum[] = "medium/csp_param.sum";
-constexpr char kNoFile[] = "Update File is not exsit.\n";
-constexpr char kNoUpdate[] = "Cannot Execute CSP Update.\n";
+constexpr char kStickImage[] = "medium/csp_param.rlg";
+constexpr char kStickSum[] = "medium/csp_param.sum";
+constexpr char kNoUpdateFile[] = "Update File is not exsit.\n";
+constexpr char kUpdateRefused[] = "Cannot Execute CSP Update.\n";
 const std::string kOwnSum = "that of the file";
 constexpr std::size_t kParameterSize = 0x60000;
 
@@ -50,8 +50,9 @@ std::string After(const std::string& text, const std::string& answer)
 // The line that cksum prints for the file.
 std::string SumOf(const std::string& path)
 {
-    const std::unique_ptr<FILE, int (*)(FILE*)> output(popen(("cksum " + path).c_str(), "r"),
-                                                       pclose);
+    const std::unique_ptr<FILE, int (*)(FILE*)> output(
+        popen(("cksum " + path).c_str(), "r"),  // NOLINT(cert-env33-c): a path of the test
+        pclose);
     char line[512] = "";
     return std::fgets(line, sizeof(line), output.get());
 }
@@ -101,7 +102,7 @@ TEST(StrictSearch, ReportsDamageAtOnceAndRefusesUpdate)
     };
     StrictServer scene;
     scene.Open();
-    EXPECT_EQ(scene.Ask(kUpdate), std::string(kNoUpdate) + "no search has found a file\n");
+    EXPECT_EQ(scene.Ask(kUpdate), std::string(kUpdateRefused) + "no search has found a file\n");
     for (const auto& row : rows) {
         SCOPED_TRACE(row.reasons);
         scene.unit.Write(std::string("mnt/usb/") + row.file, row.bytes);
@@ -110,17 +111,19 @@ TEST(StrictSearch, ReportsDamageAtOnceAndRefusesUpdate)
 
         const std::string found = scene.Ask(kFindUpdate);
 
-        EXPECT_EQ(After(row.isShown ? "V1\n" : kNoFile, found), row.note + row.reasons);
+        EXPECT_EQ(After(row.isShown ? "V1\n" : kNoUpdateFile, found), row.note + row.reasons);
         EXPECT_NE(scene.TakeLog().find(row.reasons.substr(0, row.reasons.find('\n'))),
                   std::string::npos);
         if (!row.reasons.empty()) {
-            EXPECT_EQ(scene.Ask(kUpdate), kNoUpdate + row.reasons);
+            EXPECT_EQ(scene.Ask(kUpdate), kUpdateRefused + row.reasons);
         }
         scene.unit.Remove(std::string("mnt/usb/") + row.file);
         scene.unit.Remove("mnt/usb/csp_prog.sum");
     }
-    EXPECT_EQ(scene.Ask(kFindUpdate), std::string(kNoFile) + "the last search has found no file\n");
-    EXPECT_EQ(scene.Ask(kUpdate), std::string(kNoUpdate) + "the last search has found no file\n");
+    EXPECT_EQ(scene.Ask(kFindUpdate),
+              std::string(kNoUpdateFile) + "the last search has found no file\n");
+    EXPECT_EQ(scene.Ask(kUpdate),
+              std::string(kUpdateRefused) + "the last search has found no file\n");
 }
 
 TEST(StrictServer, UpdatesOnceForEachSearchAndKeepsOthersOut)
@@ -132,7 +135,7 @@ TEST(StrictServer, UpdatesOnceForEachSearchAndKeepsOthersOut)
 
     scene.Ask(kFindUpdate, "V1\n");
     scene.Ask(kUpdate, "CSP Update Success.\n");
-    scene.Ask(kUpdate, std::string(kNoUpdate) +
+    scene.Ask(kUpdate, std::string(kUpdateRefused) +
                            "the file that the last search has found was used; search again\n");
 
     EXPECT_TRUE(scene.unit.Flash(kImageStart, firmware.size()) == firmware);
@@ -198,25 +201,25 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
         const bool isBackup = row.command == kBackup;
         StrictServer scene(row.fault);
         scene.Open();
-        scene.unit.Write(isBackup ? kParameterFile : kCopy, row.source);
-        scene.unit.Write(isBackup ? kCopy : kParameterFile, "old");
-        const std::string ownSum = SumOf(scene.unit.Path(kCopy));
+        scene.unit.Write(isBackup ? kParameterFile : kStickImage, row.source);
+        scene.unit.Write(isBackup ? kStickImage : kParameterFile, "old");
+        const std::string ownSum = SumOf(scene.unit.Path(kStickImage));
         if (isBackup || !row.sum.empty())
-            scene.unit.Write(kSum, isBackup || row.sum == kOwnSum ? ownSum : row.sum);
+            scene.unit.Write(kStickSum, isBackup || row.sum == kOwnSum ? ownSum : row.sum);
         scene.unit.Mount("usb");
 
         const std::string answer = scene.Ask(row.command);
 
         EXPECT_EQ(After(isBackup ? "HD -> FD\n" : "FD -> HD\n", answer), row.text);
         EXPECT_EQ(scene.TakeLog(), answer);
-        const std::string target = scene.unit.Read(isBackup ? kCopy : kParameterFile);
+        const std::string target = scene.unit.Read(isBackup ? kStickImage : kParameterFile);
         EXPECT_TRUE(target == (row.isReplaced ? (isBackup ? newPacked : newFile) : "old"));
         EXPECT_FALSE(scene.unit.Exists(kParameterFile + std::string(".new")));
         const bool isPulled = Count(scene.unit.Journal(), "medium pulled") > 0;
         EXPECT_EQ(scene.unit.Exists("medium/CSP_PARA.NEW"), isPulled);
         // Whichever image is there, the checksum has a line for it.
-        const std::string sum = "\n" + scene.unit.Read(kSum);
-        const std::string ownLine = SumOf(scene.unit.Path(kCopy));
+        const std::string sum = "\n" + scene.unit.Read(kStickSum);
+        const std::string ownLine = SumOf(scene.unit.Path(kStickImage));
         const std::string numbers = "\n" + ownLine.substr(0, ownLine.rfind(' '));
         EXPECT_TRUE(!isBackup || sum.find(numbers) != std::string::npos) << sum;
     }
