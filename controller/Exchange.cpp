@@ -8,6 +8,7 @@
 namespace {
 
 constexpr int kMaxPercent = 100;
+constexpr int kMostReasons = 3;  // lines that a careful unit adds to a failure
 
 constexpr std::string_view kServiceText = "KVT : Update the Service Center.";
 constexpr std::string_view kConnecting = "Connecting to CSP";
@@ -83,6 +84,13 @@ bool IsWork(std::string_view line)
            BeginsWith(line, kSending) || BeginsWith(line, kRestarting);
 }
 
+// Texts with which work ends.
+bool IsResult(std::string_view line)
+{
+    return EndsWith(line, kReadSuccess) || EndsWith(line, kReadFailure) ||
+           EndsWith(line, kUpdateSuccess) || EndsWith(line, kUpdateFailure);
+}
+
 // What belongs to work that the command has started.
 bool IsOfWork(Effect effect)
 {
@@ -122,7 +130,7 @@ const std::vector<Query>& Queries()
          {kAnswerService, kAskVersion}, {{kServiceText, Effect::Confirms}}},
         {"find-update", "look for a firmware file on the media and load it", Wait::Replies,
          {0xDFDF00AA},
-         {{"[ System version: Update File ]", Effect::Heads},
+         {{"[ System version: Update File ]", Effect::Finds},
           {"Update File is not exsit.", Effect::Refuses}}},
         {"update", "write the firmware file that was found", Wait::Replies,
          {kAnswerService, kAskVersion, 0xDFDF00BB}, kUpdateReplies},
@@ -184,13 +192,28 @@ std::string TextOf(const Progress& progress)
 
 bool Exchange::Take(std::string_view line)
 {
-    if (headed) {
+    if (IsAnswerNext()) {
         TakeAnswer(line);
         return true;
     }
-    const Effect effect = EffectOf(line);
+    if (IsResult(line))
+        serverEnds = EndsWith(line, kReadSuccess);
+    return TakeKnown(EffectOf(line), line);
+}
+
+bool Exchange::TakeKnown(Effect effect, std::string_view line)
+{
+    const bool isKnown = effect != Effect::Nothing || IsWork(line);
+    if (status && !isKnown && query->wait == Wait::Replies) {
+        Explain(line);
+        return true;
+    }
+    if (stage == Stage::Explaining) {
+        stage = Stage::Ended;
+        return false;
+    }
     // Another's work: the unit has dropped this command without a word, or will.
-    if (!started && (IsWork(line) || IsOfWork(effect))) {
+    if (stage == Stage::Sent && (IsWork(line) || IsOfWork(effect))) {
         if (IsWork(line))
             otherWork = ProgressOf(line);
         return false;
@@ -218,7 +241,7 @@ bool Exchange::EndsWork(std::string_view line)
 
 std::string_view Exchange::CompletedPhase(std::string_view line) const
 {
-    if (!started || EffectOf(line) != Effect::Succeeds)
+    if (stage != Stage::Taken || EffectOf(line) != Effect::Succeeds)
         return {};
     return EndsWith(line, kReadSuccess) ? kReadingPhase : kWritingPhase;
 }
@@ -232,9 +255,22 @@ void Exchange::TakeAnswer(std::string_view line)
         line.remove_suffix(kServiceText.size());
     answer = line;
     if (hasService && line.empty())
-        End(Status::Failed, "the unit has no release line");
+        End(Stage::Ended, Status::Failed, "the unit has no release line");
     else
-        End(Status::Success, {});
+        End(stage == Stage::Found ? Stage::Explaining : Stage::Ended, Status::Success, {});
+}
+
+// After a success only what is wrong with a file that was found.
+void Exchange::Explain(std::string_view line)
+{
+    const bool isReason = stage == Stage::Explaining || status == Status::Failed;
+    if (!isReason || reasons == kMostReasons)
+        return;
+    if (!reason.empty())
+        reason += reasons == 0 ? " " : "; ";
+    reason += line;
+    if (++reasons == kMostReasons && stage == Stage::Explaining)
+        stage = Stage::Ended;
 }
 
 void Exchange::Apply(Effect effect, std::string_view line)
@@ -243,23 +279,28 @@ void Exchange::Apply(Effect effect, std::string_view line)
     case Effect::Nothing:
     case Effect::GoesOn: break;
     case Effect::Marks:
-    case Effect::Starts: started = true; break;
-    case Effect::Heads: headed = true; break;
-    case Effect::Succeeds:
-        status = Status::Success;
-        serverEnds = EndsWith(line, kReadSuccess);
-        reason.clear();
+    case Effect::Starts: stage = Stage::Taken; break;
+    case Effect::Heads: stage = Stage::Headed; break;
+    case Effect::Finds: stage = Stage::Found; break;
+    case Effect::Succeeds: End(stage, Status::Success, {}); break;
+    case Effect::Fails: End(stage, Status::Failed, line); break;
+    case Effect::Answers:
+        answer = line;
+        End(Stage::Explaining, Status::Success, {});
         break;
-    case Effect::Fails:
-        status = Status::Failed;
-        serverEnds = false;
-        reason = line;
-        break;
-    case Effect::Answers: answer = line; [[fallthrough]];
-    case Effect::Confirms: End(Status::Success, {}); break;
-    case Effect::Refuses: End(Status::Failed, line); break;
-    case Effect::Ends: ended = status.has_value(); break;
+    case Effect::Confirms: End(Stage::Ended, Status::Success, {}); break;
+    case Effect::Refuses: End(Stage::Explaining, Status::Failed, line); break;
+    case Effect::Ends: EndWork(); break;
     }
+}
+
+// The reasons for a failure come before this or after it.
+void Exchange::EndWork()
+{
+    if (!status || query->wait == Wait::Close)
+        return;
+    const bool isExplained = status == Status::Success || reasons > 0;
+    stage = isExplained ? Stage::Ended : Stage::Explaining;
 }
 
 // A server closes the connection by itself after a read-back that succeeded.
@@ -272,9 +313,10 @@ Status Exchange::ResultAt(bool close) const
     return status.value_or(Status::Connection);
 }
 
-void Exchange::End(Status with, std::string_view why)
+void Exchange::End(Stage with, Status how, std::string_view why)
 {
-    status = with;
+    stage = with;
+    status = how;
     reason = why;
-    ended = true;
+    reasons = 0;
 }

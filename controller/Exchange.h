@@ -24,6 +24,7 @@ enum class Effect {
     Answers,   // likewise, and the line is the requested one
     Refuses,   // a failure and the end
     Heads,     // the next line is the answer, whatever it contains
+    Finds,     // likewise, and what is wrong with the file that was found may follow
 };
 
 struct Reply {
@@ -69,18 +70,25 @@ std::optional<Progress> ProgressOf(std::string_view line);
 // For a sentence: "reading, 43 %".
 std::string TextOf(const Progress& progress);
 
-// One command on its way: takes the unit's lines and knows when the command has ended, and how.
+// One command on its way: takes the unit's lines and knows when the command has ended, and how. A
+// careful unit adds up to three lines of reasons to a failure, which are any text.
 class Exchange {
 public:
     // To a command that waits for the close, all work is its own.
-    explicit Exchange(const Query& sent) : query(&sent), started(sent.wait == Wait::Close) {}
+    explicit Exchange(const Query& sent)
+        : query(&sent), stage(sent.wait == Wait::Close ? Stage::Taken : Stage::Sent)
+    {}
 
     // True when the line belongs to the command, which allows it some more time.
     bool Take(std::string_view line);
 
     bool IsMark(std::string_view line) const { return EffectOf(line) == Effect::Marks; }
-    bool HasEnded() const { return ended; }
-    bool HasStarted() const { return started; }
+    bool HasStarted() const { return stage == Stage::Taken; }
+    bool HasEnded() const { return stage == Stage::Ended; }
+    // The result is known, and the unit may add reasons.
+    bool IsExplaining() const { return stage == Stage::Explaining; }
+    // A read-back has succeeded, whoever has started it: the server ends then.
+    bool ServerEnds() const { return serverEnds; }
 
     // True for the line at which work ends, whoever has started it.
     static bool EndsWork(std::string_view line);
@@ -96,25 +104,38 @@ public:
     Status Result() const { return status.value_or(Status::Success); }
     Status ResultAt(bool close) const;
 
-    // The reason for a result other than success; empty when the status is enough.
+    // The reason for a result other than success, or what is wrong with a file that was found;
+    // empty when the status is enough.
     const std::string& Reason() const { return reason; }
 
     // The requested line, where there is one.
     const std::string& Answer() const { return answer; }
 
 private:
+    enum class Stage {
+        Sent,        // nothing shows that the unit has taken the command
+        Headed,      // the next line is the answer
+        Found,       // likewise, and what is wrong with the file may follow
+        Taken,       // the unit works on it
+        Explaining,  // it has ended, and reasons may follow
+        Ended,
+    };
+
     Effect EffectOf(std::string_view line) const;
+    bool IsAnswerNext() const { return stage == Stage::Headed || stage == Stage::Found; }
+    bool TakeKnown(Effect effect, std::string_view line);
     void TakeAnswer(std::string_view line);
+    void Explain(std::string_view line);
     void Apply(Effect effect, std::string_view line);
-    void End(Status with, std::string_view why);
+    void EndWork();
+    void End(Stage with, Status how, std::string_view why);
 
     const Query* query;
+    Stage stage;
     std::optional<Status> status;
     std::string reason;
+    int reasons = 0;  // of the unit, at the end of `reason`
     std::string answer;
     std::optional<Progress> otherWork;
-    bool started;
-    bool headed = false;
     bool serverEnds = false;
-    bool ended = false;
 };

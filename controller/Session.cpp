@@ -20,6 +20,7 @@ constexpr double kAnswerLimit = 15;
 constexpr double kJobLimit = 120;  // seconds; the unit itself gives up a silent CSP before that
 constexpr double kWindow = 2;      // seconds in which `send` shows what arrives
 constexpr double kForever = 1e9;
+constexpr double kReasonWait = 0.5;      // seconds in which the reason for a failure must follow
 constexpr double kRetryWait = 0.5;       // seconds between two attempts to connect
 constexpr std::size_t kMaxBytes = 8192;  // more doesn't fit in one read of the unit
 constexpr std::size_t kGroupSize = 4;
@@ -177,6 +178,10 @@ std::optional<Status> Session::OnLine()
         output.ShowLine(line, isCut, exchange.CompletedPhase(line));
     if (exchange.HasEnded())
         return exchange.Result();
+    if (exchange.IsExplaining()) {
+        deadline = Clock::now() + Seconds(kReasonWait);
+        return std::nullopt;
+    }
     if (isOwn)
         AllowTime();
     if (exchange.OtherWork())
@@ -192,7 +197,7 @@ std::optional<Status> Session::OnLine()
 // A unit that hasn't answered by now has dropped the command: it is never deaf for so long.
 std::optional<Status> Session::OnSilence()
 {
-    if (query.wait != Wait::Replies || !MayWait())
+    if (query.wait != Wait::Replies || exchange.IsExplaining() || !MayWait())
         return exchange.ResultAt(false);
     return Send() ? std::nullopt : std::optional(Status::Connection);
 }
@@ -218,7 +223,8 @@ Status Session::OnInterrupt()
 // True while a command that the unit hasn't taken may be tried again.
 bool Session::MayWait() const
 {
-    const bool isDropped = query.wait == Wait::Replies && !exchange.HasStarted();
+    const bool isDropped =
+        query.wait == Wait::Replies && !exchange.HasStarted() && !exchange.IsExplaining();
     return (!isConnected || isDropped) && Clock::now() < serveBy;
 }
 

@@ -65,6 +65,46 @@ TEST(Exchange, ClaimsWorkOnlyAfterCommandWasTaken)
     EXPECT_EQ(update.ResultAt(true), Status::Success);
 }
 
+TEST(Exchange, AddsReasonsToAFailure)
+{
+    const struct {
+        const char* command;
+        std::vector<const char*> lines;
+        const char* reason;
+        bool hasEnded;
+    } rows[] = {
+        {"backup",
+         {"Copying CSP Parameters...", "HD -> FD", "Copy error.", "Success. x", "b", "c"},
+         "Copy error. Success. x; b; c",
+         true},
+        {"restore", {"Copy error.", "x", "Copy Success."}, "Copy error. x", true},
+        {"read",
+         {"KVT : Update the Service Center.", "CSP Read Failed.", "a", "Rebooting CSP..."},
+         "CSP Read Failed. a",
+         true},
+        {"read",
+         {"KVT : Update the Service Center.", "CSP Read Failed.", "Rebooting CSP...", "a"},
+         "CSP Read Failed. a",
+         false},
+        {"find-update",
+         {"[ System version: Update File ]", "V7", "csp_prog.hex:3: x"},
+         "csp_prog.hex:3: x",
+         false},
+        {"monitor", {"CSP Read Failed.", "a"}, "CSP Read Failed.", false},
+    };
+    for (const auto& row : rows) {
+        Exchange exchange(QueryOf(row.command));
+        for (const char* line : row.lines) {
+            EXPECT_FALSE(exchange.HasEnded()) << line;
+            exchange.Take(line);
+        }
+        EXPECT_EQ(exchange.Reason(), row.reason);
+        EXPECT_EQ(exchange.HasEnded(), row.hasEnded) << row.reason;
+        const bool isFind = row.command == "find-update"s;
+        EXPECT_EQ(exchange.ResultAt(false), isFind ? Status::Success : Status::Failed);
+    }
+}
+
 TEST(Exchange, MonitorSucceedsOnlyIfReadBackClosesLink)
 {
     Exchange monitor(QueryOf("monitor"));
