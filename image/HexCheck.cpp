@@ -85,7 +85,7 @@ private:
     void CheckFlash(std::uint32_t address, std::uint32_t size);
     void CheckBlock(std::uint32_t address, std::uint32_t end);
     void CheckBaseWasUsed();
-    void TakeVersion(const HexRecord& record);
+    void ScanForVersion(std::string_view row);
     void AddRange(std::uint32_t address, std::uint32_t size);
     void End();
 
@@ -99,6 +99,7 @@ private:
     HexReport report;            // of the lines so far
     std::size_t lineNumber = 0;  // from 1
 
+    std::uint32_t versionBase = 0;         // as the unit's search for the version takes it
     std::uint32_t base = 0;                // of the last address record
     std::size_t baseLine = 0;              // where that was; 0 before the first
     bool baseIsNew = false;                // no data since
@@ -132,6 +133,7 @@ void Checker::TakeLine(std::string_view line)
 {
     ++lineNumber;
     const std::size_t length = line.size() + 1;
+    ScanForVersion(FirstLine(line));
     const bool hasCr = !line.empty() && line.back() == kCr;
     TakeLineEnd(hasCr ? LineEnds::CrLf : LineEnds::Lf);
     if (hasCr)
@@ -186,8 +188,6 @@ void Checker::TakeData(const HexRecord& record)
         return TakeRowWithoutData("a data record without data");
     CheckFlash(address, size);
     CheckBlock(address, address + size);
-    if (address == kVersionAddress)
-        TakeVersion(record);
     AddRange(address, size);
     next = address + size;
     baseIsNew = false;
@@ -299,11 +299,20 @@ void Checker::CheckBaseWasUsed()
         Add(Severity::Error, baseLine, "no data follow this address record (type 4)", base);
 }
 
-// Up to the first NUL, since the unit takes it for text. The last record there counts.
-void Checker::TakeVersion(const HexRecord& record)
+// The unit looks for it in every row, whatever is wrong with the row, even after the end record.
+// The last one counts, up to its first NUL.
+void Checker::ScanForVersion(std::string_view row)
 {
+    const HexRecord record(row);
+    if (!record.HasAddress())
+        return;
+    if (record.Type() == HexRecord::kUpperAddress)
+        versionBase = record.UpperAddress();
+    if (record.Type() != HexRecord::kData || record.Address(versionBase) != kVersionAddress)
+        return;
     report.version.clear();
-    for (int i = 0; i < record.Count() && record.Data(i) != 0; ++i)
+    const std::size_t count = record.CountPresent();
+    for (std::size_t i = 0; i < count && record.Data(i) != 0; ++i)
         report.version += static_cast<char>(record.Data(i));
 }
 

@@ -174,7 +174,19 @@ TEST(HexCheck, SummarizesLoadedData)
     EXPECT_EQ(CheckHex(kHead + "x\n").findings[0].address, 0x90040404U);
     EXPECT_EQ(CheckHex(kHead + Base(5) + "x\n").findings[0].address, 0x90050000U);
 
-    EXPECT_EQ(CheckHex(kHead + Data(0x400, "V2")).version, "V2") << "the last one counts";
+    const struct {
+        std::string added, version;
+    } versions[] = {
+        {Data(0x400, "V2"), "V2"},                  // the last one counts
+        {Data(0x400, ""), ""},                      // an empty one, too
+        {":0204000056327A\n", "V2"},                // whatever its checksum
+        {":030400005632\n", "V2"},                  // as far as it goes
+        {kEnd + Data(0x400, "V2"), "V2"},           // after the end
+        {Data(0x400, "V2").substr(0, 14), "V1.0"},  // but a whole line
+        {":02000004ZZ047A\n" + Data(0x400, "V2"), "V1.0"},
+    };
+    for (const auto& row : versions)
+        EXPECT_EQ(CheckHex(kHead + row.added).version, row.version) << row.added;
 
     const HexReport garbage = CheckHex(std::string(2000, '\n'));
     EXPECT_EQ(garbage.findings.size(), 1000U);
