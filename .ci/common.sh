@@ -30,7 +30,7 @@ need() {
 
 # shellcheck disable=SC2034
 readonly build_tools=(cmake:cmake ninja:ninja-build g++:g++ srec_cat:srecord objcopy:binutils
-    /usr/include/nlohmann/json.hpp:nlohmann-json3-dev)
+    /usr/include/nlohmann/json.hpp:nlohmann-json3-dev /usr/include/CLI/CLI.hpp:libcli11-dev)
 
 # shellcheck disable=SC2034
 readonly arm_tools=(arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf qemu-arm:qemu-user

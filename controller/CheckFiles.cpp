@@ -1,16 +1,17 @@
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 
 #include "Command.h"
 #include "Event.h"
+#include "Files.h"
 #include "Hexadecimal.h"
-#include "ImageFile.h"
+#include "LoadImage.h"
 #include "Picture.h"
+#include "Printable.h"
 
 namespace {
 
-constexpr char kNoChecksum[] = "This form has no checksum: other damage cannot be seen in it.";
+constexpr std::size_t kShownFindings = 20;  // of a file, without --all
 
 const char* NameOf(LineEnds ends)
 {
@@ -22,47 +23,69 @@ const char* NameOf(LineEnds ends)
     }
 }
 
-void PrintFindings(const std::string& path, const HexReport& report)
+// What a file that isn't Intel HEX has in the place of a checksum in each line.
+std::string SumText(const std::string& path, const ImageFile& file)
 {
-    for (const Finding& finding : report.findings)
-        std::printf("%s\n", Readable(Describe(path, finding)).c_str());
-    const std::size_t all = report.errors + report.warnings;
-    if (all > report.findings.size())
-        std::printf("%s: %zu more are not shown\n", Readable(path).c_str(),
-                    all - report.findings.size());
+    const std::string sumFile = WithExtension(path, ".sum");
+    if (file.form == ImageForm::Bin)
+        return "this form has no checksum: other damage cannot be seen in it";
+    switch (file.sum) {
+    case Sum::Matches: return "matches " + sumFile;
+    case Sum::Differs: return "differs from " + sumFile;
+    default: return "no " + sumFile + ": other damage cannot be seen without it";
+    }
 }
 
-void PrintSummary(const ImageFile& file)
+std::size_t CountShown(const HexReport& report, bool all)
+{
+    return all ? report.findings.size() : std::min(report.findings.size(), kShownFindings);
+}
+
+void PrintFindings(const std::string& path, const HexReport& report, bool all)
+{
+    const std::size_t shown = CountShown(report, all);
+    for (std::size_t i = 0; i < shown; ++i)
+        std::printf("%s\n", Readable(Describe(path, report.findings[i])).c_str());
+    const std::size_t left = report.errors + report.warnings - shown;
+    if (left > 0)
+        std::printf("%s: %s not shown%s\n", Readable(path).c_str(),
+                    Counted(left, "finding").c_str(), all ? "" : "; --all shows them");
+}
+
+void PrintSummary(const std::string& path, const ImageFile& file)
 {
     const HexReport& report = file.report;
     std::printf("  version    %s\n",
                 report.version.empty() ? "none" : Readable(report.version).c_str());
     for (const AddressRange& range : report.ranges)
-        std::printf("  data       %s to %s, %u bytes\n", EightDigits(range.start).c_str(),
+        std::printf("  data       %s to %s, %s\n", EightDigits(range.start).c_str(),
                     EightDigits(range.start + range.size - 1).c_str(),
-                    static_cast<unsigned>(range.size));
-    std::printf("  altogether %zu bytes in %zu blocks\n", report.bytes, report.blocks);
+                    Counted(range.size, "byte").c_str());
+    std::printf("  total      %s in %s\n", Counted(report.bytes, "byte").c_str(),
+                Counted(report.blocks, "block").c_str());
     if (file.form == ImageForm::Hex)
-        std::printf("  file       %zu records, line ends %s\n", report.records,
+        std::printf("  file       %s, line ends %s\n", Counted(report.records, "record").c_str(),
                     NameOf(report.lineEnds));
     else
-        std::printf("  %s\n", kNoChecksum);
+        std::printf("  checksum   %s\n", Readable(SumText(path, file)).c_str());
 }
 
-void PrintPlain(const std::string& path, const ImageFile& file, bool quiet)
+void PrintPlain(const std::string& path, const ImageFile& file, const Invocation& invocation)
 {
-    PrintFindings(path, file.report);
-    if (quiet)
+    const HexReport& report = file.report;
+    PrintFindings(path, report, invocation.all);
+    if (invocation.quiet)
         return;
-    std::printf("%s: %zu errors, %zu warnings\n", Readable(path).c_str(), file.report.errors,
-                file.report.warnings);
-    PrintSummary(file);
-    std::printf("%s", PictureText(Draw(file.hexText, file.report)).c_str());
+    std::printf("%s: %s, %s\n", Readable(path).c_str(), Counted(report.errors, "error").c_str(),
+                Counted(report.warnings, "warning").c_str());
+    PrintSummary(path, file);
+    std::printf("%s", PictureText(DrawImage(file.hexText, report)).c_str());
 }
 
-void PrintFindingsAsJson(const std::string& path, const HexReport& report)
+void PrintFindingsAsJson(const std::string& path, const HexReport& report, bool all)
 {
-    for (const Finding& finding : report.findings) {
+    for (std::size_t i = 0; i < CountShown(report, all); ++i) {
+        const Finding& finding = report.findings[i];
         Event event("finding");
         event.AddText("file", path);
         if (finding.line > 0)
@@ -92,52 +115,44 @@ void PrintSummaryAsJson(const std::string& path, const ImageFile& file)
         event.AddNumber("records", report.records);
         event.AddText("line_ends", NameOf(report.lineEnds));
     } else {
-        event.AddText("text", kNoChecksum);
+        event.AddText("text", SumText(path, file));
     }
     event.Print();
 }
 
-// False with a complaint when the file can't be written.
-bool WriteSvg(const std::string& target, const std::string& path, const ImageFile& file)
-{
-    const std::string title = path + "  " + file.report.version;
-    std::ofstream svg(target);
-    svg << PictureSvg(Draw(file.hexText, file.report), title);
-    svg.close();
-    if (!svg)
-        Complain(target + ": can't be written");
-    return !svg.fail();
-}
-
-Status CheckFile(const std::string& path, const Invocation& invocation)
+Outcome CheckFile(const std::string& path, const Invocation& invocation)
 {
     ImageFile file;
-    if (const Outcome loaded = Load(path, file); loaded.status != Status::Success) {
-        Complain(loaded.reason);
-        return loaded.status;
-    }
+    if (Outcome loaded = LoadImage(path, invocation, file); loaded.status != Status::Success)
+        return loaded;
     if (invocation.json) {
-        PrintFindingsAsJson(path, file.report);
+        PrintFindingsAsJson(path, file.report, invocation.all);
         PrintSummaryAsJson(path, file);
     } else {
-        PrintPlain(path, file, invocation.quiet);
+        PrintPlain(path, file, invocation);
     }
-    const bool isDrawn = invocation.svg.empty() || WriteSvg(invocation.svg, path, file);
-    return isDrawn && file.report.errors == 0 ? Status::Success : Status::Failed;
+    if (!invocation.svg.empty()) {
+        const Picture picture = DrawImage(file.hexText, file.report);
+        if (Outcome drawn = WriteNewFile(invocation.svg,
+                                         PictureSvg(picture, path + "  " + file.report.version));
+            drawn.status != Status::Success)
+            return drawn;
+    }
+    return file.report.errors == 0 ? Status::Success : Status::Failed;
 }
 
 }  // namespace
 
 Outcome CheckFiles(const Invocation& invocation)
 {
-    if (invocation.arguments.empty())
-        return WrongUsage("check takes a file, or several");
     if (!invocation.svg.empty() && invocation.arguments.size() > 1)
         return WrongUsage("--svg takes one file");
-    if (FormOf(invocation.svg))
-        return WrongUsage("--svg takes the name of a picture, not of an image");
     Status worst = Status::Success;
-    for (const std::string& path : invocation.arguments)
-        worst = std::max(worst, CheckFile(path, invocation));
+    for (const std::string& path : invocation.arguments) {
+        const Outcome checked = CheckFile(path, invocation);
+        if (!checked.reason.empty())
+            Complain(checked.reason);
+        worst = std::max(worst, checked.status);
+    }
     return worst;
 }

@@ -74,6 +74,8 @@ void Event::AddRange(const char* key, std::string_view start, long long size)
 
 void Event::Print() const
 {
-    std::printf("%s\n", object->dump().c_str());
+    constexpr int kOneLine = -1;
+    constexpr bool kOnlyAscii = true;  // a terminal takes some of the others for commands
+    std::printf("%s\n", object->dump(kOneLine, ' ', kOnlyAscii).c_str());
     std::fflush(stdout);
 }

@@ -4,6 +4,7 @@
 
 #include "Command.h"
 #include "Event.h"
+#include "Printable.h"
 
 namespace {
 

@@ -60,7 +60,7 @@ Output::Form FormOf(const Invocation& invocation, Wait wait)
 {
     if (invocation.json)
         return Output::Form::Json;
-    const bool isVersion = invocation.command->name.rfind("version", 0) == 0;
+    const bool isVersion = invocation.command == "version";
     if (isVersion || (invocation.quiet && wait == Wait::Replies))
         return Output::Form::Answer;
     const bool hasBar = !invocation.quiet && isatty(STDOUT_FILENO) != 0;
@@ -76,9 +76,9 @@ std::string_view WorkOf(std::string_view command)
 
 class Session {
 public:
-    Session(const Invocation& of, std::string groups)
+    Session(const Invocation& of, const Query& asked, std::string groups)
         : invocation(of),
-          query(QueryOf(of.command->name)),
+          query(asked),
           bytes(std::move(groups)),
           serveBy(Clock::now() + Seconds(of.wait)),
           output(FormOf(of, query.wait)),
@@ -137,7 +137,8 @@ Status Session::Connect()
 {
     exchange = Exchange(query);
     const double limit = invocation.timeout > 0 ? invocation.timeout : kAnswerLimit;
-    isConnected = link.Connect(invocation.host, invocation.port, Seconds(limit), error);
+    isConnected =
+        link.Connect(invocation.host, std::to_string(invocation.port), Seconds(limit), error);
     if (!isConnected)
         return Status::Connection;
     if (!Send()) {
@@ -271,10 +272,11 @@ bool ParseBytes(std::string digits, std::string& bytes)
 
 Outcome Ask(const Invocation& invocation)
 {
-    if (!invocation.arguments.empty())
-        return WrongUsage(std::string(invocation.command->name) + " takes no arguments");
-    const Query& query = QueryOf(invocation.command->name);
-    return Session(invocation, GroupBytes(query)).Run();
+    std::string name = invocation.command;
+    for (const std::string& argument : invocation.arguments)
+        name += " " + argument;
+    const Query& query = QueryOf(name);
+    return Session(invocation, query, GroupBytes(query)).Run();
 }
 
 Outcome SendBytes(const Invocation& invocation)
@@ -287,5 +289,5 @@ Outcome SendBytes(const Invocation& invocation)
         return WrongUsage("send takes up to 8192 bytes, two hex digits each");
     if (bytes.size() % kGroupSize != 0)
         Complain("the unit drops the bytes after the last whole group of 4");
-    return Session(invocation, bytes).Run();
+    return Session(invocation, QueryOf(invocation.command), bytes).Run();
 }

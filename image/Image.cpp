@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "HexFormat.h"
-#include "HexRecord.h"
 
 namespace {
 
@@ -11,33 +10,45 @@ constexpr std::uint32_t kOffsetMask = 0xFFFF;
 
 }  // namespace
 
-void ForEachByte(std::string_view hexText,
-                 const std::function<void(std::uint32_t address, unsigned char byte)>& take)
+bool ByteWalk::Next()
 {
-    std::uint32_t base = 0;
-    for (std::size_t end = 0; (end = hexText.find(kLf)) != std::string_view::npos;
-         hexText.remove_prefix(end + 1)) {
-        const HexRecord record(FirstLine(hexText.substr(0, end)));
-        // Without errors these are the blank lines that may follow the end record.
-        if (!record.IsComplete())
-            continue;
-        if (record.Type() == HexRecord::kUpperAddress)
-            base = record.UpperAddress();
-        if (record.Type() != HexRecord::kData)
-            continue;
-        for (std::uint32_t i = 0; i < record.Count(); ++i)
-            take(record.Address(base) + i, record.Data(i));
+    if (count > 0 && ++index < count)
+        return true;
+    while (NextRecord()) {
+        index = 0;
+        if (count > 0)
+            return true;
     }
+    return false;
+}
+
+// Without errors, what is no record are the blank lines that may follow the end record.
+bool ByteWalk::NextRecord()
+{
+    count = 0;
+    const std::size_t end = rest.find(kLf);
+    if (end == std::string_view::npos)
+        return false;
+    record = HexRecord(FirstLine(rest.substr(0, end)));
+    rest.remove_prefix(end + 1);
+    if (!record.IsComplete())
+        return true;
+    if (record.Type() == HexRecord::kUpperAddress)
+        base = record.UpperAddress();
+    else if (record.Type() == HexRecord::kData)
+        count = record.Count();
+    return true;
 }
 
 // Counted first: a vector that grows takes up to three times the memory of what is in it.
 Image::Image(std::string_view hexText)
 {
     std::size_t count = 0;
-    ForEachByte(hexText, [&](std::uint32_t, unsigned char) { ++count; });
+    for (ByteWalk walk(hexText); walk.Next();)
+        ++count;
     bytes.reserve(count);
-    ForEachByte(hexText,
-                [this](std::uint32_t address, unsigned char value) { Put(address, value); });
+    for (ByteWalk walk(hexText); walk.Next();)
+        Put(walk.Address(), walk.Value());
 }
 
 std::int16_t Image::At(std::uint32_t address) const

@@ -1,14 +1,33 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string_view>
 #include <vector>
 
-// Calls `take` for each byte of data in the text of an Intel HEX file, in the order of the file.
-// What is no complete line with a complete record is left out, and checksums aren't tested.
-void ForEachByte(std::string_view hexText,
-                 const std::function<void(std::uint32_t address, unsigned char byte)>& take);
+#include "HexRecord.h"
+
+// Walks over the bytes of data in the text of an Intel HEX file, in the order of the file. What is
+// no complete line with a complete record is left out, and checksums aren't tested.
+class ByteWalk {
+public:
+    explicit ByteWalk(std::string_view hexText) : rest(hexText) {}
+
+    // Goes to the next byte, at first to the first one. False at the end.
+    bool Next();
+
+    // Of the byte.
+    std::uint32_t Address() const { return record.Address(base) + index; }
+    unsigned char Value() const { return record.Data(index); }
+
+private:
+    bool NextRecord();
+
+    std::string_view rest;    // after the record
+    HexRecord record{{}};     // a data record
+    std::uint32_t base = 0;   // of its address
+    std::uint32_t index = 0;  // of the byte in it
+    std::uint32_t count = 0;  // bytes in it; 0 before the first one
+};
 
 // The bytes of an image by their addresses, in 4 bytes of memory each, however far apart they are.
 class Image {

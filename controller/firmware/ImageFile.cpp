@@ -1,37 +1,45 @@
 #include "ImageFile.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <system_error>
+#include <cstddef>
 #include <utility>
 
-#include <fcntl.h>
-
 #include "Compress.h"
-#include "FileBytes.h"
+#include "HexFormat.h"
 #include "IntelBin.h"
+#include "Printable.h"
 #include "RunLength.h"
-#include "UniqueFd.h"
+#include "SumFile.h"
 
 namespace {
 
-bool ReadBytes(const std::string& path, std::string& bytes)
+constexpr struct {
+    ImageForm form;
+    const char* name;
+    std::string_view extension;
+} kForms[] = {
+    {ImageForm::Hex, "hex", ".hex"},
+    {ImageForm::Bin, "bin", ".bin"},
+    {ImageForm::Rlg, "rlg", ".rlg"},
+};
+
+constexpr std::size_t kExtensionSize = 4;
+
+char Lower(char c)
 {
-    const UniqueFd file(open(path.c_str(), O_RDONLY | kOpenFlags));
-    FileBytes whole;
-    if (!file || !ReadWholeFile(file.Get(), whole))
-        return false;
-    bytes.assign(reinterpret_cast<const char*>(whole.data.get()), whole.size);
-    return true;
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-std::string ReasonOf(const std::string& path)
+bool IsEqual(std::string_view name, std::string_view lower)
 {
-    return path + ": " + (errno == 0 ? "can't be read" : std::strerror(errno));
+    return std::equal(name.begin(), name.end(), lower.begin(), lower.end(),
+                      [](char left, char right) { return Lower(left) == right; });
+}
+
+std::string_view ExtensionOf(std::string_view name)
+{
+    const bool isBare = name.size() <= kExtensionSize;  // a hidden file, or none
+    return isBare ? std::string_view() : name.substr(name.size() - kExtensionSize);
 }
 
 // The size of the decoded bytes; nothing when its last run item is cut off.
@@ -49,7 +57,7 @@ std::optional<std::size_t> ExpandedSize(std::string_view coded)
     return size;
 }
 
-// What is wrong with the form of a .bin or .rlg file; empty for a good one.
+// What is wrong with a .bin or .rlg file before it is looked into; empty for a good one.
 std::string FormError(ImageForm form, std::string_view bytes)
 {
     const auto size = form == ImageForm::Rlg ? ExpandedSize(bytes) : bytes.size();
@@ -57,103 +65,73 @@ std::string FormError(ImageForm form, std::string_view bytes)
         return "the last run is cut off";
     if (*size < kBinaryHeadSize)
         return "fewer than 2 bytes, so there is no start address";
+    if (*size > kBinaryHeadSize + kFlashSize)
+        return "the image is larger than the flash: " + Counted(*size - kBinaryHeadSize, "byte");
     return {};
 }
 
-// Returns why the file can't be expanded, or nothing.
-std::string Expand(const std::string& path, ImageForm form, std::string& hexText)
+void AddError(HexReport& report, std::string text)
 {
-    std::error_code problem;
-    const std::filesystem::path place = std::filesystem::temp_directory_path(problem);
-    if (problem)
-        return "no directory for temporary files: " + problem.message();
-    const ScratchDirectory scratch(place);
-    if (!scratch)
-        return ReasonOf(place);
-    const std::string hexPath = scratch.Path("image.hex");
-    const bool isDone = (form == ImageForm::Rlg ? Decompress(path.c_str(), hexPath.c_str())
-                                                : Bin2Intel(path.c_str(), hexPath.c_str())) &&
-                        ReadBytes(hexPath, hexText);
-    return isDone ? "" : ReasonOf(path + ": can't be expanded in " + place.string());
+    Finding finding;
+    finding.text = std::move(text);
+    report.findings.insert(report.findings.begin(), std::move(finding));
+    ++report.errors;
+}
+
+void ParseBinary(std::string_view bytes, Severity outsideFlash, ImageFile& file)
+{
+    if (std::string wrong = FormError(file.form, bytes); !wrong.empty())
+        return AddError(file.report, std::move(wrong));
+    const bool isRlg = file.form == ImageForm::Rlg;
+    file.hexText = (isRlg ? ExpandImage(bytes) : HexFromBinary(bytes)).value_or("");
+    file.report = CheckHex(file.hexText, outsideFlash);
+    for (Finding& finding : file.report.findings)
+        finding.line = 0;
+}
+
+void CheckSum(std::string_view sumText, std::string_view bytes, ImageFile& file)
+{
+    file.sum = SumMatches(sumText, bytes) ? Sum::Matches : Sum::Differs;
+    if (file.sum == Sum::Differs)
+        AddError(file.report, "the checksum in the .sum file doesn't match: the file is damaged or "
+                              "cut off, or another one's");
 }
 
 }  // namespace
 
-std::optional<ImageForm> FormOf(const std::string& path)
+std::optional<ImageForm> FormOf(std::string_view name)
 {
-    std::string extension = std::filesystem::path(path).extension();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    if (extension == ".hex")
-        return ImageForm::Hex;
-    if (extension == ".bin")
-        return ImageForm::Bin;
-    if (extension == ".rlg")
-        return ImageForm::Rlg;
+    for (const auto& each : kForms) {
+        if (IsEqual(ExtensionOf(name), each.extension))
+            return each.form;
+    }
     return std::nullopt;
 }
 
-ScratchDirectory::ScratchDirectory(const std::string& parent)
+std::string WithExtension(std::string_view name, std::string_view extension)
 {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int each : {SIGHUP, SIGINT, SIGTERM})
-        sigaddset(&ending, each);
-    sigprocmask(SIG_BLOCK, &ending, &signals);
-    std::string pattern = parent + "/.diagctl-XXXXXX";
-    if (mkdtemp(pattern.data()) != nullptr)
-        path = pattern;
+    return std::string(name.substr(0, name.size() - ExtensionOf(name).size())).append(extension);
 }
 
-ScratchDirectory::~ScratchDirectory()
+ImageFile ParseImage(ImageForm form, std::string bytes, const std::optional<std::string>& sumText,
+                     Severity outsideFlash)
 {
-    std::error_code ignored;
-    if (!path.empty())
-        std::filesystem::remove_all(path, ignored);
-    sigprocmask(SIG_SETMASK, &signals, nullptr);
-}
-
-Outcome Load(const std::string& path, ImageFile& file)
-{
-    const auto form = FormOf(path);
-    std::string bytes;
-    errno = 0;
-    if (!form)
-        return {Status::Usage, path + ": neither .hex, .bin nor .rlg"};
-    if (!ReadBytes(path, bytes))
-        return {Status::Usage, ReasonOf(path)};
-    file.form = *form;
-    if (*form == ImageForm::Hex) {
+    ImageFile file;
+    file.form = form;
+    if (form == ImageForm::Hex) {
         file.hexText = std::move(bytes);
-        file.report = CheckHex(file.hexText);
-        return {};
+        file.report = CheckHex(file.hexText, outsideFlash);
+        return file;
     }
-    if (std::string wrong = FormError(*form, bytes); !wrong.empty()) {
-        file.report.findings.push_back({0, Severity::Error, std::move(wrong), std::nullopt});
-        file.report.errors = 1;
-        return {};
-    }
-    if (const std::string reason = Expand(path, *form, file.hexText); !reason.empty())
-        return {Status::Failed, reason};
-    file.report = CheckHex(file.hexText);
-    for (Finding& finding : file.report.findings)
-        finding.line = 0;
-    return {};
+    ParseBinary(bytes, outsideFlash, file);
+    if (sumText)
+        CheckSum(*sumText, bytes, file);
+    return file;
 }
 
-Outcome LoadClean(const std::string& path, ImageFile& file)
+const char* NameOf(ImageForm form)
 {
-    Outcome outcome = Load(path, file);
-    if (outcome.status != Status::Success || file.report.errors == 0)
-        return outcome;
-    const auto& findings = file.report.findings;
-    const auto first = std::find_if(findings.begin(), findings.end(), [](const Finding& finding) {
-        return finding.severity == Severity::Error;
-    });
-    std::string reason = first == findings.end() ? path : Describe(path, *first);
-    if (file.report.errors > 1)
-        reason += "; check shows all " + std::to_string(file.report.errors) + " errors";
-    return {Status::Failed, reason};
+    return kForms[static_cast<std::size_t>(form)].name;
 }
 
 const char* NameOf(Severity severity)
@@ -161,15 +139,22 @@ const char* NameOf(Severity severity)
     return severity == Severity::Error ? "error" : "warning";
 }
 
-std::string Describe(const std::string& path, const Finding& finding)
+std::string Describe(std::string_view name, const Finding& finding)
 {
     const std::string line = finding.line > 0 ? ":" + std::to_string(finding.line) : std::string();
-    return path + line + ": " + NameOf(finding.severity) + ": " + finding.text;
+    return std::string(name) + line + ": " + NameOf(finding.severity) + ": " + finding.text;
 }
 
-bool Save(const std::string& hexPath, ImageForm form, const std::string& path)
+std::string DescribeErrors(std::string_view name, const HexReport& report)
 {
-    if (form == ImageForm::Hex)
-        return std::rename(hexPath.c_str(), path.c_str()) == 0;
-    return (form == ImageForm::Rlg ? Compress : Intel2Bin)(hexPath.c_str(), path.c_str());
+    if (report.errors == 0)
+        return {};
+    const auto& findings = report.findings;
+    const auto first = std::find_if(findings.begin(), findings.end(), [](const Finding& finding) {
+        return finding.severity == Severity::Error;
+    });
+    std::string text = first == findings.end() ? std::string(name) : Describe(name, *first);
+    if (report.errors > 1)
+        text += "; check shows all " + Counted(report.errors, "error");
+    return text;
 }

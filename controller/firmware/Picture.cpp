@@ -7,147 +7,289 @@
 #include "HexFormat.h"
 #include "Hexadecimal.h"
 #include "Image.h"
+#include "Printable.h"
 
 namespace {
 
 constexpr std::uint32_t kRowSize = 0x10000;
-constexpr std::uint32_t kCellSize = 0x400;
+constexpr std::uint32_t kCellSize = Comparison::kCellSize;
 constexpr std::uint32_t kCellsPerRow = kRowSize / kCellSize;
+constexpr std::uint32_t kKiB = 0x400;
 constexpr unsigned char kErased = 0xFF;
-constexpr char kShades[] = ".:+#";
 
-// Of the SVG document, in its units.
-constexpr int kCellWidth = 10;
-constexpr int kCellHeight = 14;
-constexpr int kLeft = 90;
-constexpr int kTop = 40;
+// What a cell shows. The colours differ in brightness as well, for a printer without colours; those
+// for a dark page are the second ones.
+struct CellKind {
+    char cell;
+    const char* text;
+    const char* onLight;
+    const char* onDark;
+};
+constexpr CellKind kKinds[] = {
+    {' ', "no data", "#ffffff", "#1b1b1b"},
+    {'.', "erased (FF)", "#dddddd", "#3d3d3d"},
+    {':', "up to a third written", "#a3c0de", "#36597d"},
+    {'+', "up to two thirds", "#5a8fc4", "#5f94c9"},
+    {'#', "more", "#1d4f82", "#bcd8f3"},
+    {'V', "version text", "#f0b000", "#f0b000"},
+    {'!', "error", "#d01010", "#ff5a4a"},
+    {'=', "equal", "#c3ccd6", "#45525f"},
+    {'A', "only in A", "#f0b000", "#f0b000"},
+    {'B', "only in B", "#2f8f4f", "#58c07c"},
+    {'x', "different", "#d01010", "#ff5a4a"},
+};
+constexpr std::string_view kShades = ".:+#";
+constexpr std::string_view kImageCells = " .:+#V!";
+constexpr std::string_view kComparisonCells = " =ABx";
+constexpr std::string_view kLettered = "V!ABx";  // those whose character stands in the cell, too
 
-// A row's cells, by what is in them.
+const CellKind& KindOf(char cell)
+{
+    return *std::find_if(std::begin(kKinds), std::end(kKinds) - 1,
+                         [cell](const CellKind& kind) { return kind.cell == cell; });
+}
+
+// How many bytes the cells of a row have.
 struct Density {
     std::array<std::uint32_t, kCellsPerRow> data = {};
-    std::array<std::uint32_t, kCellsPerRow> written = {};  // bytes that aren't erased ones
+    std::array<std::uint32_t, kCellsPerRow> written = {};  // those that aren't erased
 };
+using Densities = std::map<std::uint32_t, Density>;  // by the address of the row
 
-std::map<std::uint32_t, Density> DensityOf(std::string_view hexText)
+void AddDensity(std::string_view hexText, Densities& rows)
 {
-    std::map<std::uint32_t, Density> rows;
     auto last = rows.end();  // most bytes are in the row of the last one
-    ForEachByte(hexText, [&](std::uint32_t address, unsigned char byte) {
-        const std::uint32_t start = address - address % kRowSize;
+    for (ByteWalk walk(hexText); walk.Next();) {
+        const std::uint32_t start = walk.Address() - walk.Address() % kRowSize;
         if (last == rows.end() || last->first != start)
             last = rows.try_emplace(start).first;
-        const std::uint32_t cell = address % kRowSize / kCellSize;
+        const std::uint32_t cell = walk.Address() % kRowSize / kCellSize;
         ++last->second.data[cell];
-        last->second.written[cell] += byte == kErased ? 0 : 1;
-    });
-    return rows;
+        last->second.written[cell] += walk.Value() == kErased ? 0 : 1;
+    }
 }
 
 char ShadeOf(std::uint32_t data, std::uint32_t written)
 {
+    constexpr std::uint32_t kThird = kCellSize / 3 + 1;
     if (data == 0)
         return ' ';
-    if (written == 0)
-        return kShades[0];
-    constexpr std::uint32_t kThird = kCellSize / 3 + 1;
-    return kShades[1 + std::min(written, kCellSize) / kThird];
+    return written == 0 ? kShades[0] : kShades[1 + std::min(written, kCellSize) / kThird];
 }
 
-const char* ColourOf(char cell)
+char EqualOf(std::uint32_t data, std::uint32_t)
 {
-    switch (cell) {
-    case '.': return "#e8e8e8";
-    case ':': return "#b0b0b0";
-    case '+': return "#787878";
-    case '#': return "#303030";
-    case 'V': return "#1060d0";
-    case '!': return "#d01010";
-    default: return "none";
-    }
+    return data == 0 ? ' ' : '=';
 }
+
+Picture DrawDensities(const Densities& rows, char (*cellOf)(std::uint32_t, std::uint32_t))
+{
+    Picture picture;
+    for (const auto& [address, density] : rows) {
+        std::string cells;
+        for (std::uint32_t i = 0; i < kCellsPerRow; ++i)
+            cells += cellOf(density.data[i], density.written[i]);
+        picture.rows.push_back({address, cells});
+    }
+    return picture;
+}
+
+// Only where there is a row: what is said of an address without data has no place in the picture.
+void Mark(Picture& picture, std::uint32_t address, char with)
+{
+    const std::uint32_t start = address - address % kRowSize;
+    const auto row = std::lower_bound(
+        picture.rows.begin(), picture.rows.end(), start,
+        [](const PictureRow& each, std::uint32_t wanted) { return each.address < wanted; });
+    if (row != picture.rows.end() && row->address == start)
+        row->cells[address % kRowSize / kCellSize] = with;
+}
+
+std::string GapText(const PictureRow& above, const PictureRow& below)
+{
+    return Grouped((below.address - above.address - kRowSize) / kKiB) + " KiB without data";
+}
+
+// Of the SVG document, in its units.
+constexpr int kCellWidth = 11;
+constexpr int kCellHeight = 15;
+constexpr int kMargin = 12;
+constexpr int kLeft = 90;
+constexpr int kTitleAt = 24;
+constexpr int kScaleAt = 48;
+constexpr int kTop = 56;
+constexpr int kRowHeight = kCellHeight + 3;
+constexpr int kSwatchWidth = 155;
+constexpr int kSwatchesPerRow = 5;
+constexpr std::uint32_t kScaleStep = 16;  // cells between two marks of the scale
 
 // A byte above ASCII becomes the character of the same number; control characters are no XML.
-std::string Escaped(const std::string& text)
+std::string Escaped(std::string_view text)
 {
     std::string escaped;
-    for (const char c : text) {
-        const auto value = static_cast<unsigned char>(c);
-        const bool isPlain = value >= ' ' && value <= '~' && c != '&' && c != '<';
-        const std::string number = "&#" + std::to_string(value) + ";";
-        escaped += isPlain ? std::string(1, c) : value < ' ' ? "?" : number;
+    for (const unsigned char byte : text) {
+        const bool isPlain = IsPrintable(byte) && byte != '&' && byte != '<';
+        if (isPlain)
+            escaped += static_cast<char>(byte);
+        else
+            escaped += byte < ' ' ? "?" : "&#" + std::to_string(byte) + ";";
     }
     return escaped;
 }
 
-std::string SvgText(int x, int y, const std::string& text)
+std::string Attribute(const char* name, int value)
 {
-    return "<text x=\"" + std::to_string(x) + "\" y=\"" + std::to_string(y) + "\">" +
-           Escaped(text) + "</text>\n";
+    return std::string(" ") + name + "=\"" + std::to_string(value) + "\"";
 }
 
-std::string SvgCell(std::size_t column, int y, char cell)
+std::string SvgText(int x, int y, std::string_view text, const char* more = "")
 {
-    const int x = kLeft + static_cast<int>(column) * kCellWidth;
-    return "<rect x=\"" + std::to_string(x) + "\" y=\"" + std::to_string(y) + "\" width=\"" +
-           std::to_string(kCellWidth) + "\" height=\"" + std::to_string(kCellHeight - 2) +
-           "\" fill=\"" + ColourOf(cell) + "\"/>\n";
+    return "<text" + Attribute("x", x) + Attribute("y", y) + more + ">" + Escaped(text) +
+           "</text>\n";
+}
+
+// A name for the cell's kind in the style sheet.
+std::string ClassOf(char cell)
+{
+    return "c" + std::to_string(&KindOf(cell) - kKinds);
+}
+
+std::string SvgCell(int x, int y, char cell, const std::string& hover)
+{
+    std::string svg = "<g><title>" + Escaped(hover) + "</title><rect class=\"" + ClassOf(cell) +
+                      "\"" + Attribute("x", x) + Attribute("y", y) +
+                      Attribute("width", kCellWidth - 1) + Attribute("height", kCellHeight) + "/>";
+    if (kLettered.find(cell) != std::string_view::npos)
+        svg += SvgText(x + kCellWidth / 2, y + kCellHeight - 4, std::string_view(&cell, 1),
+                       " class=\"mark\"");
+    return svg + "</g>\n";
+}
+
+std::string StyleSheet(std::string_view used, const char* CellKind::*colour)
+{
+    std::string style;
+    for (const char cell : used)
+        style += "." + ClassOf(cell) + "{fill:" + KindOf(cell).*colour + "}";
+    return style;
+}
+
+std::string SvgHead(const Picture& picture, int width, int height)
+{
+    const std::string size = std::to_string(width) + " " + std::to_string(height);
+    return "<svg xmlns=\"http://www.w3.org/2000/svg\"" + Attribute("width", width) +
+           Attribute("height", height) + " viewBox=\"0 0 " + size +
+           "\" font-family=\"monospace\" font-size=\"12\">\n<style>\n"
+           ".page{fill:#ffffff}text{fill:#202020}rect{stroke:#b8b8b8;stroke-width:.5}" +
+           StyleSheet(picture.used, &CellKind::onLight) +
+           "\n.mark{fill:#000000;font-size:10px;font-weight:bold;text-anchor:middle}"
+           ".quiet{fill:#606060}\n@media screen and (prefers-color-scheme:dark){"
+           ".page{fill:#121212}text{fill:#e4e4e4}rect{stroke:#585858}.quiet{fill:#a8a8a8}" +
+           StyleSheet(picture.used, &CellKind::onDark) +
+           ".mark{fill:#000000}}\n</style>\n<rect class=\"page\" width=\"100%\" "
+           "height=\"100%\"/>\n";
+}
+
+// How far each column is from the address of its row.
+std::string SvgScale()
+{
+    std::string svg;
+    for (std::uint32_t i = 0; i < kCellsPerRow; i += kScaleStep)
+        svg += SvgText(kLeft + static_cast<int>(i) * kCellWidth, kScaleAt,
+                       "+" + EightDigits(i * kCellSize).substr(4), " class=\"quiet\"");
+    return svg;
+}
+
+std::string SvgRow(const PictureRow& row, int y)
+{
+    std::string svg = SvgText(kMargin, y + kCellHeight - 3, EightDigits(row.address));
+    for (std::uint32_t i = 0; i < row.cells.size(); ++i) {
+        const std::uint32_t start = row.address + i * kCellSize;
+        svg += SvgCell(kLeft + static_cast<int>(i) * kCellWidth, y, row.cells[i],
+                       EightDigits(start) + " to " + EightDigits(start + kCellSize - 1) + ": " +
+                           KindOf(row.cells[i]).text);
+    }
+    return svg;
+}
+
+std::string SvgLegend(std::string_view used, int y)
+{
+    std::string svg;
+    for (std::size_t i = 0; i < used.size(); ++i) {
+        const int x = kMargin + static_cast<int>(i % kSwatchesPerRow) * kSwatchWidth;
+        const int top = y + static_cast<int>(i / kSwatchesPerRow) * (kRowHeight + 4);
+        const CellKind& kind = KindOf(used[i]);
+        svg += SvgCell(x, top, kind.cell, kind.text) +
+               SvgText(x + kCellWidth + 5, top + kCellHeight - 3, kind.text);
+    }
+    return svg;
 }
 
 }  // namespace
 
-std::vector<PictureRow> Draw(std::string_view hexText, const HexReport& report)
+Picture DrawImage(std::string_view hexText, const HexReport& report)
 {
-    std::map<std::uint32_t, std::string> rows;
-    const auto mark = [&](std::uint32_t address, char with) {
-        std::string& row = rows[address - address % kRowSize];
-        row.resize(kCellsPerRow, ' ');
-        row[address % kRowSize / kCellSize] = with;
-    };
-    for (const auto& [start, density] : DensityOf(hexText)) {
-        for (std::uint32_t i = 0; i < kCellsPerRow; ++i)
-            mark(start + i * kCellSize, ShadeOf(density.data[i], density.written[i]));
-    }
+    Densities rows;
+    AddDensity(hexText, rows);
+    Picture picture = DrawDensities(rows, ShadeOf);
+    picture.used = kImageCells;
     if (!report.version.empty())
-        mark(kVersionAddress, 'V');
+        Mark(picture, kVersionAddress, 'V');
     for (const Finding& finding : report.findings) {
         if (finding.severity == Severity::Error && finding.address)
-            mark(*finding.address, '!');
+            Mark(picture, *finding.address, '!');
     }
-    std::vector<PictureRow> picture;
-    picture.reserve(rows.size());
-    for (const auto& [address, cells] : rows)
-        picture.push_back({address, cells});
     return picture;
 }
 
-std::string PictureText(const std::vector<PictureRow>& rows)
+Picture DrawComparison(std::string_view left, std::string_view right, const Comparison& comparison)
 {
-    std::string text;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        if (i > 0 && rows[i].address - rows[i - 1].address != kRowSize)
-            text += "  ...\n";
-        text += "  " + EightDigits(rows[i].address) + " |" + rows[i].cells + "|\n";
-    }
-    return text;
+    Densities rows;
+    AddDensity(left, rows);
+    AddDensity(right, rows);
+    Picture picture = DrawDensities(rows, EqualOf);
+    picture.used = kComparisonCells;
+    constexpr char kMarks[] = {'A', 'B', 'x'};
+    for (const auto& [start, side] : comparison.cells)
+        Mark(picture, start, kMarks[static_cast<std::size_t>(side)]);
+    return picture;
 }
 
-std::string PictureSvg(const std::vector<PictureRow>& rows, const std::string& title)
+std::string PictureText(const Picture& picture)
 {
-    const int width = kLeft + static_cast<int>(kCellsPerRow) * kCellWidth + kCellWidth;
-    const int height = kTop + static_cast<int>(rows.size() + 2) * kCellHeight;
-    std::string svg = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + std::to_string(width) +
-                      "\" height=\"" + std::to_string(height) +
-                      "\" font-family=\"monospace\" font-size=\"12\">\n" +
-                      SvgText(kCellWidth, kTop / 2, title);
-    int y = kTop;
-    for (const PictureRow& row : rows) {
-        svg += SvgText(kCellWidth, y + kCellHeight - 4, EightDigits(row.address));
-        for (std::size_t i = 0; i < row.cells.size(); ++i)
-            svg += SvgCell(i, y, row.cells[i]);
-        y += kCellHeight;
+    if (picture.rows.empty())
+        return {};
+    std::string text;
+    const PictureRow* above = nullptr;
+    for (const PictureRow& row : picture.rows) {
+        if (above != nullptr && row.address - above->address != kRowSize)
+            text += "  ...      " + GapText(*above, row) + "\n";
+        text += "  " + EightDigits(row.address) + " |" + row.cells + "|\n";
+        above = &row;
     }
-    return svg +
-           SvgText(kCellWidth, y + kCellHeight,
-                   "one row per 64 KiB; blue: version, red: error, grey: data by density") +
+    text += "  one character per KiB:";
+    for (const char cell : picture.used.substr(1))
+        text += std::string(cell == picture.used[1] ? " " : ", ") + cell + " " + KindOf(cell).text;
+    return text + "\n";
+}
+
+std::string PictureSvg(const Picture& picture, std::string_view title)
+{
+    std::string svg;
+    int y = kTop;
+    const PictureRow* above = nullptr;
+    for (const PictureRow& row : picture.rows) {
+        if (above != nullptr && row.address - above->address != kRowSize) {
+            svg += SvgText(kLeft, y + kCellHeight - 3, GapText(*above, row), " class=\"quiet\"");
+            y += kRowHeight;
+        }
+        svg += SvgRow(row, y);
+        y += kRowHeight;
+        above = &row;
+    }
+    svg += SvgText(kMargin, y + kRowHeight, "one cell per KiB, one row per 64 KiB") +
+           SvgLegend(picture.used, y + kRowHeight + kMargin);
+    const int width = kLeft + static_cast<int>(kCellsPerRow) * kCellWidth + kMargin;
+    const int height = y + 4 * kRowHeight + kMargin;
+    return SvgHead(picture, width, height) + SvgText(kMargin, kTitleAt, title) + SvgScale() + svg +
            "</svg>\n";
 }

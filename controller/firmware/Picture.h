@@ -5,20 +5,28 @@
 #include <string_view>
 #include <vector>
 
+#include "Difference.h"
 #include "HexCheck.h"
 
-// An image's address space, for a look: one row per 64 KiB that has anything, one character per
-// KiB. A blank has no data, "." only erased bytes (FF), and ":", "+" and "#" are the denser the
-// more other bytes there are. "V" is where the version text is, "!" where an error is.
+// An image's address space, for a look: one row per 64 KiB that has data, one character per KiB.
+// Legend() says what each stands for.
 struct PictureRow {
     std::uint32_t address;
     std::string cells;
 };
 
-std::vector<PictureRow> Draw(std::string_view hexText, const HexReport& report);
+struct Picture {
+    std::vector<PictureRow> rows;
+    std::string_view used;  // the cells that such a picture may have, in the order of its legend
+};
 
-// The rows as text, with the addresses before them.
-std::string PictureText(const std::vector<PictureRow>& rows);
+Picture DrawImage(std::string_view hexText, const HexReport& report);
 
-// The rows as an SVG document, with `title` above them.
-std::string PictureSvg(const std::vector<PictureRow>& rows, const std::string& title);
+// Of two images together: what differs, and what only one has.
+Picture DrawComparison(std::string_view left, std::string_view right, const Comparison& comparison);
+
+// The rows as text, with the addresses before them and a legend.
+std::string PictureText(const Picture& picture);
+
+// The same as an SVG document, with `title` above it.
+std::string PictureSvg(const Picture& picture, std::string_view title);

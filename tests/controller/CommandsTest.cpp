@@ -1,4 +1,4 @@
-// The controller's commands on image files, as a user runs them.
+// The tool's command line and its commands on image files, as a user runs them.
 
 #include <csignal>
 #include <string>
@@ -6,8 +6,9 @@
 
 #include <gtest/gtest.h>
 
-#include "Command.h"
+#include "CommandLine.h"
 #include "Exchange.h"
+#include "Files.h"
 #include "HexText.h"
 #include "ImageFile.h"
 #include "Output.h"
@@ -24,14 +25,11 @@ struct Shown {
     std::string error;
 };
 
-Shown RunCommand(Outcome (*command)(const Invocation&), const std::vector<std::string>& arguments,
-                 const Invocation& options = {})
+Shown RunTool(const std::vector<std::string>& words)
 {
-    Invocation invocation = options;
-    invocation.arguments = arguments;
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const Status status = Finish(invocation, command(invocation));
+    const Status status = RunCommandLine(words);
     const std::string output = testing::internal::GetCapturedStdout();
     return {status, output, testing::internal::GetCapturedStderr()};
 }
@@ -50,6 +48,62 @@ std::string Good()
 }
 
 }  // namespace
+
+TEST(CommandLine, RefusesWhatACommandDoesNotTake)
+{
+    const struct {
+        std::vector<std::string> words;
+        const char* error;
+    } rows[] = {
+        {{}, "no command"},
+        {{"chekc"}, "no such command: chekc (did you mean check?)"},
+        {{"xyz"}, "no such command: xyz;"},
+        {{"--host", "check"}, "no command"},
+        {{"check"}, "FILE is required"},
+        {{"convert", "a.hex"}, "OUT is required"},
+        {{"diff", "a", "b", "c"}, "was not expected: c"},
+        {{"read", "x"}, "was not expected: x"},
+        {{"version", "onn"}, "onn not in {on,off}"},
+        {{"--force", "version"}, "was not expected: --force"},
+        {{"--port=0", "version"}, "--port: 0 is not a number from 1 to 65535"},
+        {{"--timeout", "1e-7", "version"}, "--timeout: 1e-7 is not a number from 0.001 to 1000000"},
+        {{"--wait", "nan", "version"}, "--wait: nan is not"},
+        {{"check", "a.hex", "--svg", "a.hex"}, "--svg: it takes the name of a picture"},
+        {{"check", "a.hex", "b.hex", "--svg", "x"}, "--svg takes one file"},
+        {{"check", "a.hex", "--peer", "226"}, "226 not in {225,229}"},
+    };
+    for (const auto& row : rows) {
+        const Shown shown = RunTool(row.words);
+        EXPECT_EQ(shown.status, Status::Usage);
+        EXPECT_TRUE(Has(shown.error, row.error)) << shown.error;
+        EXPECT_TRUE(Has(shown.error, "; try diagctl --help\n"));
+    }
+    EXPECT_TRUE(Has(RunTool({"reed", "--json"}).output, "\"status\":2,\"text\":\"no such command"));
+    EXPECT_TRUE(Has(RunTool({"help", "check"}).output, "--svg FILE"));
+    EXPECT_EQ(RunTool({"check", "-h"}).output, RunTool({"help", "check"}).output);
+    EXPECT_FALSE(Has(RunTool({"read", "--help"}).output, "--svg"));
+    EXPECT_TRUE(Has(RunTool({"--help"}).output, "\n  3  no connection"));
+    EXPECT_EQ(RunTool({"--version"}).output.substr(0, 8), "diagctl ");
+}
+
+TEST(CommandLine, CompletesTheLastWord)
+{
+    const auto after = [](std::vector<std::string> words) {
+        words.insert(words.begin(), "complete");
+        return "\n" + RunTool(words).output;
+    };
+    EXPECT_TRUE(Has(after({""}), "\nconvert\tmake one"));
+    EXPECT_TRUE(Has(after({"-"}), "\n--force\t"));
+    EXPECT_TRUE(Has(after({"--port", "5", ""}), "\nread\t"));
+    EXPECT_FALSE(Has(after({"read", "--"}), "--force"));
+    EXPECT_TRUE(Has(after({"read", "--"}), "\n--port\t"));
+    EXPECT_EQ(after({"--port", ""}), "\n");
+    EXPECT_EQ(after({"check", "--peer", ""}), "\n225\tthe CSP\n229\tthe other board\n");
+    EXPECT_EQ(after({"check", "--svg", ""}), "\n:files\n");
+    EXPECT_EQ(after({"--wait", "5", "check", "a", "b"}), "\n:files\n");
+    EXPECT_TRUE(Has(after({"version", "o"}), "\noff\t"));
+    EXPECT_EQ(after({"send", ""}) + after({"read", ""}), "\n\n");
+}
 
 TEST(Exchange, ClaimsWorkOnlyAfterCommandWasTaken)
 {
@@ -126,24 +180,46 @@ TEST(Output, ShowsMissing100PercentOnce)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), work + work);
 }
 
-TEST(ScratchDirectory, IsRemovedBeforeSignalEndsProgram)
+TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
 {
     const TempDir directory;
-    const auto endInScope = [&] {
-        const ScratchDirectory scratch(directory.Path());
-        std::raise(SIGTERM);
-    };
-    EXPECT_EXIT(endInScope(), testing::KilledBySignal(SIGTERM), "");
-    EXPECT_TRUE(std::filesystem::is_empty(directory.Path()));
-}
+    const std::string target = directory.Write("target", "old");
+    std::filesystem::permissions(target, std::filesystem::perms(0640));
+    std::filesystem::create_symlink("target", directory.Path("link"));
+    EXPECT_EQ(WriteNewFile(directory.Path("link"), "new").status, Status::Success);
+    EXPECT_TRUE(std::filesystem::is_symlink(directory.Path("link")));
+    EXPECT_EQ(directory.Read("target"), "new");
+    EXPECT_EQ(std::filesystem::status(target).permissions(), std::filesystem::perms(0640));
 
-TEST(ImageCommands, ConvertReportsUnusableTarget)
-{
-    const TempDir directory;
-    const std::string good = directory.Write("good.hex", HexText(Good(), 16, "\n"));
-    const std::string target = directory.Path(std::string(300, 'x') + ".bin");
-    EXPECT_EQ(RunCommand(ConvertImage, {good, target}).error,
-              "diagctl: " + target + ": File name too long\n");
+    // Text of more than one piece. What is pending is what comes in while a piece is written.
+    const auto endInScope = [&](int signal) {
+        NewFile file(target);
+        std::raise(signal);
+        const Outcome written = file.Write(std::string(0x80000, 'x'));
+        if (signal != SIGINT && written.status == Status::Success)
+            static_cast<void>(file.TakePlace());
+    };
+    EXPECT_EXIT(endInScope(SIGTERM), testing::KilledBySignal(SIGTERM), "");
+    EXPECT_EQ(directory.Read("target"), "new");
+    const auto ignore = [&] {
+        std::signal(SIGHUP, SIG_IGN);
+        endInScope(SIGHUP);
+        std::exit(0);
+    };
+    EXPECT_EXIT(ignore(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(directory.Read("target").size(), 0x80000U);
+
+    std::filesystem::permissions(target, std::filesystem::perms(0440));
+    EXPECT_EQ(WriteNewFile(target, "x").reason, target + ": is read-only");
+    EXPECT_EQ(WriteNewFile("/dev/full", "x").reason, "/dev/full: is not a regular file");
+    EXPECT_EQ(WriteNewFile(directory.Path("no/x"), "x").reason,
+              directory.Path("no/x") + ": No such file or directory");
+    std::string bytes;
+    EXPECT_EQ(ReadInput(directory.Path(), bytes).reason, directory.Path() + ": is a directory");
+    std::size_t files = 0;
+    for (const auto& each : std::filesystem::directory_iterator(directory.Path()))
+        files += each.exists() ? 1 : 0;
+    EXPECT_EQ(files, 2U) << "no work file is left";
 }
 
 TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
@@ -152,47 +228,33 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     const std::string hex = HexText(Good(), 16, "\n");
     const std::string good = directory.Write("good.hex", hex);
     const std::string row = std::string(64, '#');
-    const Shown clean = RunCommand(CheckFiles, {good});
+    const Shown clean = RunTool({"check", good});
     EXPECT_EQ(clean.status, Status::Success) << clean.output;
     EXPECT_TRUE(Has(clean.output, "  version    V3\n"
-                                  "  data       90040000 to 9005001F, 65568 bytes\n"
-                                  "  altogether 65568 bytes in 9 blocks\n"
-                                  "  file       4101 records, line ends LF\n"
+                                  "  data       90040000 to 9005001F, 65,568 bytes\n"
+                                  "  total      65,568 bytes in 9 blocks\n"
+                                  "  file       4,101 records, line ends LF\n"
                                   "  90040000 |#V" +
                                       row.substr(2) + "|\n  90050000 |:" + std::string(63, ' ') +
-                                      "|\n"))
+                                      "|\n  one character per KiB: . erased (FF), : up to"))
         << clean.output;
 
     const std::size_t line = hex.find(":1004D0");
     const std::string bad = directory.Write("bad.hex", std::string(hex).erase(line, 44));
-    Invocation options;
-    options.svg = directory.Path("bad.svg");
-    const Shown damaged = RunCommand(CheckFiles, {bad}, options);
+    const Shown damaged = RunTool({"check", bad, "--svg", directory.Path("bad.svg")});
     EXPECT_EQ(damaged.status, Status::Failed);
     EXPECT_TRUE(Has(damaged.output, "bad.hex:79: error: a gap of 16 bytes from 900404D0"));
     EXPECT_TRUE(Has(damaged.output, "90040000 |#!##")) << damaged.output;
-    EXPECT_TRUE(Has(directory.Read("bad.svg"), "fill=\"#d01010\""));
-    options.svg = good;
-    EXPECT_EQ(RunCommand(CheckFiles, {good}, options).status, Status::Usage);
-    EXPECT_TRUE(directory.Read("good.hex") == hex) << "an image is no place for a picture";
-    options = {};
-    options.json = true;
-    EXPECT_TRUE(Has(RunCommand(CheckFiles, {good, bad}, options).output,
+    EXPECT_TRUE(Has(directory.Read("bad.svg"), "<title>90040400 to 900407FF: error</title>"));
+    EXPECT_TRUE(Has(RunTool({"check", good, bad, "--json"}).output,
                     "\"line\":79,\"severity\":\"error\",\"address\":\"900404D0\""));
 
     const std::string cut = directory.Write("cut.rlg", "\x04\x90\xDD\x01");
     const std::string tiny = directory.Write("tiny.bin", "\x04");
-    EXPECT_TRUE(
-        Has(RunCommand(CheckFiles, {cut}).output, "cut.rlg: error: the last run is cut off"));
-    EXPECT_TRUE(Has(RunCommand(CheckFiles, {cut}, options).output, "other damage cannot be seen"));
-    EXPECT_TRUE(Has(RunCommand(CheckFiles, {tiny}).output, "tiny.bin: error: fewer than 2 bytes"));
-    EXPECT_EQ(RunCommand(CheckFiles, {good, directory.Path("none.hex"), bad}).status,
-              Status::Usage);
-
-    setenv("TMPDIR", "/none", 1);
-    EXPECT_TRUE(Has(RunCommand(CheckFiles, {directory.Write("good.rlg", "\x04\x90")}).error,
-                    "no directory for temporary files: "));
-    unsetenv("TMPDIR");
+    EXPECT_TRUE(Has(RunTool({"check", cut}).output, "cut.rlg: error: the last run is cut off"));
+    EXPECT_TRUE(Has(RunTool({"check", cut, "--json"}).output, "other damage cannot be seen"));
+    EXPECT_TRUE(Has(RunTool({"check", tiny}).output, "tiny.bin: error: fewer than 2 bytes"));
+    EXPECT_EQ(RunTool({"check", good, directory.Path("none.hex"), bad}).status, Status::Usage);
 }
 
 TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
@@ -200,13 +262,13 @@ TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
     const TempDir directory;
     const std::string hex = directory.Write("a.hex", HexText(Good(), 32, "\r\n"));
     const auto path = [&](const char* name) { return directory.Path(name); };
-    ASSERT_EQ(RunCommand(ConvertImage, {hex, path("a.rlg")}).status, Status::Success);
-    ASSERT_EQ(RunCommand(ConvertImage, {path("a.rlg"), path("a.bin")}).status, Status::Success);
-    ASSERT_EQ(RunCommand(ConvertImage, {path("a.bin"), path("b.hex")}).status, Status::Success);
+    ASSERT_EQ(RunTool({"convert", hex, path("a.rlg")}).status, Status::Success);
+    ASSERT_EQ(RunTool({"convert", path("a.rlg"), path("a.bin")}).status, Status::Success);
+    ASSERT_EQ(RunTool({"convert", path("a.bin"), path("b.hex")}).status, Status::Success);
     EXPECT_EQ(directory.Read("a.bin"), "\x04\x90" + Good());
     EXPECT_EQ(directory.Read("b.hex"), directory.Read("a.hex"));
     directory.Write("c.hex", Record(4, 0x1234, "\x90\x04") + HexText(Good(), 32, "\n").substr(15));
-    EXPECT_EQ(RunCommand(ConvertImage, {path("c.hex"), path("c.bin")}).status, Status::Success);
+    EXPECT_EQ(RunTool({"convert", path("c.hex"), path("c.bin")}).status, Status::Success);
     EXPECT_EQ(directory.Read("c.bin"), directory.Read("a.bin")) << "the address means nothing";
 
     const std::string base = Record(4, 0, "\x90\x05") + "\n";
@@ -214,31 +276,31 @@ TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
     const std::string other = Record(4, 0, "\x90\x07") + "\n" + Record(0, 0, "y") + "\n";
     const std::string end = ":00000001FF\n";
     const std::string before = directory.Read("a.rlg");
-    Invocation force;
-    force.force = true;
     const struct {
         std::string text;
         const char* reason;
     } rows[] = {
         {base + data + end, "start at 90051000"},
         {base + other + end, "no data follow this address record"},
-        {Record(4, 0, "\x90\x06") + "\n" + Record(0, 0, "x") + "\n" + other + end, "have a gap"},
+        {Record(4, 0, "\x90\x06") + "\n" + Record(0, 0, "x") + "\n" + other + end,
+         "there is a gap"},
         {base + data, "no end record"},
     };
     for (const auto& row : rows) {
         const std::string input = directory.Write("c.hex", row.text);
-        const Shown refused = RunCommand(ConvertImage, {input, path("a.rlg")}, force);
+        const Shown refused = RunTool({"convert", input, path("a.rlg"), "--force"});
         EXPECT_EQ(refused.status, Status::Failed);
         EXPECT_TRUE(Has(refused.error, row.reason)) << refused.error;
     }
     namespace fs = std::filesystem;
     fs::permissions(path("a.rlg"), fs::perms::owner_read);
-    EXPECT_EQ(RunCommand(ConvertImage, {hex, path("a.rlg")}, force).status, Status::Success);
-    EXPECT_EQ(fs::status(path("a.rlg")).permissions(), fs::perms::owner_read);
-    EXPECT_TRUE(Has(RunCommand(ConvertImage, {hex, path("a.rlg")}).error, "a.rlg exists"));
+    EXPECT_EQ(RunTool({"convert", hex, path("a.rlg"), "--force"}).status, Status::Failed);
+    fs::permissions(path("a.rlg"), fs::perms::owner_all);
+    EXPECT_EQ(RunTool({"convert", hex, path("a.rlg"), "--force"}).status, Status::Success);
+    EXPECT_TRUE(Has(RunTool({"convert", hex, path("a.rlg")}).error, "a.rlg exists"));
     EXPECT_EQ(directory.Read("a.rlg"), before);
-    EXPECT_EQ(RunCommand(ConvertImage, {hex, path("a.srec")}).status, Status::Usage);
-    EXPECT_TRUE(Has(RunCommand(ConvertImage, {hex, path("none/a.bin")}).error, "No such file"));
+    EXPECT_EQ(RunTool({"convert", hex, path("a.srec")}).status, Status::Usage);
+    EXPECT_TRUE(Has(RunTool({"convert", hex, path("none/a.bin")}).error, "No such file"));
 }
 
 TEST(ImageCommands, DiffNamesRangesAndRows)
@@ -250,17 +312,15 @@ TEST(ImageCommands, DiffNamesRangesAndRows)
     changed[0xFFFF] = 'C';
     const std::string left = directory.Write("a.hex", HexText(Good(), 16, "\n"));
     const std::string right = directory.Write("b.bin", "\x04\x90" + changed.substr(0, 0x10000));
-    const Shown outcome = RunCommand(CompareImages, {left, right});
+    const Shown outcome = RunTool({"diff", left, right});
     EXPECT_EQ(outcome.status, Status::Failed);
     EXPECT_TRUE(Has(outcome.output, "90040010 to 90040014: 2 bytes differ\n"
                                     "9004FFFF to 9005001F: 33 bytes differ\n"
                                     "90040010 A "))
         << outcome.output;
     EXPECT_TRUE(Has(outcome.output, "\n         B -- -- -- --")) << outcome.output;
-    EXPECT_EQ(RunCommand(CompareImages, {left, left}).status, Status::Success);
-    EXPECT_EQ(RunCommand(CompareImages, {left, left}).output, "");
-    Invocation json;
-    json.json = true;
+    EXPECT_EQ(RunTool({"diff", left, left}).status, Status::Success);
+    EXPECT_EQ(RunTool({"diff", left, left}).output, "");
     const std::string end = "\"event\":\"result\",\"status\":1,\"text\":\"\"}\n";
-    EXPECT_TRUE(Has(RunCommand(CompareImages, {left, right}, json).output, end));
+    EXPECT_TRUE(Has(RunTool({"diff", left, right, "--json"}).output, end));
 }

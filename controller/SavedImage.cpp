@@ -1,0 +1,19 @@
+#include "SavedImage.h"
+
+#include "Files.h"
+#include "SumFile.h"
+
+Outcome SaveImage(const std::string& target, ImageForm form, std::string_view bytes)
+{
+    if (form != ImageForm::Rlg)
+        return WriteNewFile(target, bytes);
+    const std::string name = target.substr(target.rfind('/') + 1);
+    NewFile image(target);
+    NewFile sum(WithExtension(target, ".sum"));
+    Outcome outcome = image.Write(bytes);
+    if (outcome.status == Status::Success)
+        outcome = sum.Write(SumLine(bytes, name));
+    if (outcome.status == Status::Success)
+        outcome = image.TakePlace();
+    return outcome.status == Status::Success ? sum.TakePlace() : outcome;
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+inline bool IsPrintable(unsigned char byte)
+{
+    return byte >= ' ' && byte <= '~';
+}
+
+// The bytes with everything escaped that isn't printable ASCII.
+std::string Readable(std::string_view bytes);
+
+// "65,568".
+std::string Grouped(std::size_t number);
+
+// "1 error", "2 errors"; "65,568 bytes".
+std::string Counted(std::size_t count, const char* noun);
