@@ -21,9 +21,8 @@ Outcome ConvertImage(const Invocation& invocation)
     const Conversion converted = Convert(input, *form);
     if (!converted.error.empty())
         return {Status::Failed, source + ": " + converted.error};
-    if (const std::string& version = converted.image.report.version;
-        version != input.report.version)
-        Complain("the version text becomes \"" + version +
+    if (converted.version != input.report.version)
+        Complain("the version text becomes \"" + converted.version +
                  "\", because the unit makes other records");
     return SaveImage(target, *form, converted.bytes);
 }

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr std::size_t kPiece = 0x40000;  // bytes written to the disk between two looks at signals
+constexpr std::size_t kLargest = 0x10000000;  // bytes; an image has a small part of that
 constexpr mode_t kWritable = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr mode_t kAnyFile = 0666;
 
@@ -30,20 +31,20 @@ const char* KindOf(const struct stat& state)
     return S_ISDIR(state.st_mode) ? "is a directory" : "is not a regular file; - reads a pipe";
 }
 
-// Appends to the end of the file, or as much as `size` says.
+// Appends what the file has, up to a limit. False when a read fails.
 bool ReadAll(int descriptor, std::string& bytes)
 {
     char piece[0x10000];
     ssize_t count = 0;
-    while ((count = read(descriptor, piece, sizeof(piece))) > 0)
+    while (bytes.size() <= kLargest && (count = read(descriptor, piece, sizeof(piece))) > 0)
         bytes.append(piece, static_cast<std::size_t>(count));
-    return count == 0;
+    return count >= 0;
 }
 
 std::string DirectoryOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
 }
 
 // Where the links lead that stand in the place of a file; the path itself where there is none.
@@ -82,8 +83,14 @@ Outcome ReadInput(const std::string& path, std::string& bytes)
         return CannotRead(path, std::strerror(errno));
     if (const char* const kind = KindOf(state); kind != nullptr && !isStandard)
         return CannotRead(path, kind);
-    bytes.reserve(static_cast<std::size_t>(state.st_size));
-    return ReadAll(file.Get(), bytes) ? Outcome() : CannotRead(path, std::strerror(errno));
+    const auto size = static_cast<std::size_t>(state.st_size);
+    if (size <= kLargest) {
+        bytes.reserve(size);
+        if (!ReadAll(file.Get(), bytes))
+            return CannotRead(path, std::strerror(errno));
+    }
+    const bool isTooLarge = std::max(size, bytes.size()) > kLargest;
+    return isTooLarge ? CannotRead(path, "is larger than any image") : Outcome();
 }
 
 sigset_t EndingSignals()
@@ -140,7 +147,7 @@ Outcome NewFile::Open()
         return Fail("is not a regular file");
     if (replaces && (old.st_mode & kWritable) == 0)
         return Fail("is read-only");
-    std::string pattern = DirectoryOf(place) + "/.diagctl-XXXXXX";
+    std::string pattern = DirectoryOf(place) + ".diagctl-XXXXXX";
     file.Reset(mkostemp(pattern.data(), O_CLOEXEC));
     if (!file)
         return FailByErrno();

@@ -232,6 +232,7 @@ bool Bin2Intel(const char* binaryPath, const char* hexPath, AtPath old)
 std::optional<std::string> BinaryFromHex(std::string_view hexText)
 {
     StringSink binary;
+    binary.bytes.reserve(hexText.size() / 2);
     if (!WriteBinaryFirst(binary, TakePiece(hexText)))
         return std::nullopt;
     while (!hexText.empty())

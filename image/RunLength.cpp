@@ -136,6 +136,7 @@ bool RL_Decompress(const char* inputPath, const char* outputPath, AtPath old)
 std::string RunLengthCode(std::string_view bytes)
 {
     StringSink coded;
+    coded.bytes.reserve(bytes.size());
     // A string without a limit takes every byte.
     static_cast<void>(Code(coded, bytes));
     return std::move(coded.bytes);

@@ -26,10 +26,13 @@ std::string Obstacle(const HexReport& report, ImageForm form)
 
 // The unit loads a file whose first record has an address of its own, which means nothing, but
 // doesn't convert it.
-std::string ToBinary(std::string hexText)
+std::string ToBinary(const std::string& hexText)
 {
-    hexText.replace(0, kUpperAddressHead.size(), kUpperAddressHead);
-    return BinaryFromHex(hexText).value_or("");
+    if (hexText.rfind(kUpperAddressHead, 0) == 0)
+        return BinaryFromHex(hexText).value_or("");
+    std::string plain = hexText;
+    plain.replace(0, kUpperAddressHead.size(), kUpperAddressHead);
+    return BinaryFromHex(plain).value_or("");
 }
 
 std::string BytesOf(const ImageFile& input, ImageForm form)
@@ -37,7 +40,7 @@ std::string BytesOf(const ImageFile& input, ImageForm form)
     if (form == ImageForm::Hex)
         return input.hexText;
     std::string binary = ToBinary(input.hexText);
-    return form == ImageForm::Rlg ? RunLengthCode(binary) : binary;
+    return form == ImageForm::Rlg ? RunLengthCode(binary) : std::move(binary);
 }
 
 }  // namespace
@@ -49,9 +52,13 @@ Conversion Convert(const ImageFile& input, ImageForm form)
     if (!result.error.empty())
         return result;
     result.bytes = BytesOf(input, form);
+    result.version = input.report.version;
+    if (form == ImageForm::Hex)
+        return result;
     // What is outside the flash has been judged in the input.
-    result.image = ParseImage(form, result.bytes, std::nullopt, Severity::Warning);
-    if (!Compare(result.image.hexText, input.hexText).differences.empty())
+    const ImageFile output = ParseBinary(form, result.bytes, Severity::Warning);
+    result.version = output.report.version;
+    if (!Compare(output.hexText, input.hexText).differences.empty())
         result.error = "the converted image differs from the input";
     return result;
 }

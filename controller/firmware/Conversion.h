@@ -7,8 +7,8 @@
 // An image in another form.
 struct Conversion {
     std::string bytes;
-    ImageFile image;    // read from the bytes
-    std::string error;  // why there are none; empty after a success
+    std::string version;  // as the unit reads it from them
+    std::string error;    // why there are none; empty after a success
 };
 
 // Makes the form of an image without errors, by the unit's own code, reads that again and compares.

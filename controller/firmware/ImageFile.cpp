@@ -15,12 +15,11 @@ namespace {
 
 constexpr struct {
     ImageForm form;
-    const char* name;
     std::string_view extension;
 } kForms[] = {
-    {ImageForm::Hex, "hex", ".hex"},
-    {ImageForm::Bin, "bin", ".bin"},
-    {ImageForm::Rlg, "rlg", ".rlg"},
+    {ImageForm::Hex, ".hex"},
+    {ImageForm::Bin, ".bin"},
+    {ImageForm::Rlg, ".rlg"},
 };
 
 constexpr std::size_t kExtensionSize = 4;
@@ -78,17 +77,6 @@ void AddError(HexReport& report, std::string text)
     ++report.errors;
 }
 
-void ParseBinary(std::string_view bytes, Severity outsideFlash, ImageFile& file)
-{
-    if (std::string wrong = FormError(file.form, bytes); !wrong.empty())
-        return AddError(file.report, std::move(wrong));
-    const bool isRlg = file.form == ImageForm::Rlg;
-    file.hexText = (isRlg ? ExpandImage(bytes) : HexFromBinary(bytes)).value_or("");
-    file.report = CheckHex(file.hexText, outsideFlash);
-    for (Finding& finding : file.report.findings)
-        finding.line = 0;
-}
-
 void CheckSum(std::string_view sumText, std::string_view bytes, ImageFile& file)
 {
     file.sum = SumMatches(sumText, bytes) ? Sum::Matches : Sum::Differs;
@@ -117,21 +105,31 @@ ImageFile ParseImage(ImageForm form, std::string bytes, const std::optional<std:
                      Severity outsideFlash)
 {
     ImageFile file;
-    file.form = form;
     if (form == ImageForm::Hex) {
         file.hexText = std::move(bytes);
         file.report = CheckHex(file.hexText, outsideFlash);
         return file;
     }
-    ParseBinary(bytes, outsideFlash, file);
+    file = ParseBinary(form, bytes, outsideFlash);
     if (sumText)
         CheckSum(*sumText, bytes, file);
     return file;
 }
 
-const char* NameOf(ImageForm form)
+ImageFile ParseBinary(ImageForm form, std::string_view bytes, Severity outsideFlash)
 {
-    return kForms[static_cast<std::size_t>(form)].name;
+    ImageFile file;
+    file.form = form;
+    if (std::string wrong = FormError(form, bytes); !wrong.empty()) {
+        AddError(file.report, std::move(wrong));
+        return file;
+    }
+    const bool isRlg = form == ImageForm::Rlg;
+    file.hexText = (isRlg ? ExpandImage(bytes) : HexFromBinary(bytes)).value_or("");
+    file.report = CheckHex(file.hexText, outsideFlash);
+    for (Finding& finding : file.report.findings)
+        finding.line = 0;
+    return file;
 }
 
 const char* NameOf(Severity severity)

@@ -31,7 +31,9 @@ struct ImageFile {
 ImageFile ParseImage(ImageForm form, std::string bytes, const std::optional<std::string>& sumText,
                      Severity outsideFlash);
 
-const char* NameOf(ImageForm form);
+// The same of a .bin or .rlg file without a checksum.
+ImageFile ParseBinary(ImageForm form, std::string_view bytes, Severity outsideFlash);
+
 // "error" or "warning".
 const char* NameOf(Severity severity);
 

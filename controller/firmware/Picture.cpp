@@ -54,18 +54,37 @@ struct Density {
     std::array<std::uint32_t, kCellsPerRow> data = {};
     std::array<std::uint32_t, kCellsPerRow> written = {};  // those that aren't erased
 };
-using Densities = std::map<std::uint32_t, Density>;  // by the address of the row
+struct Densities {
+    std::map<std::uint32_t, Density> rows;  // by their addresses
+    bool areCut = false;                    // there are more rows
 
-void AddDensity(std::string_view hexText, Densities& rows)
+    // Null for a row too many.
+    Density* RowAt(std::uint32_t start)
+    {
+        const auto known = rows.find(start);
+        if (known != rows.end())
+            return &known->second;
+        if (rows.size() < Picture::kMostRows)
+            return &rows[start];
+        areCut = true;
+        return nullptr;
+    }
+};
+
+void AddDensity(std::string_view hexText, Densities& densities)
 {
-    auto last = rows.end();  // most bytes are in the row of the last one
+    std::uint32_t start = 0;
+    Density* row = nullptr;  // most bytes are in the row of the last one
     for (ByteWalk walk(hexText); walk.Next();) {
-        const std::uint32_t start = walk.Address() - walk.Address() % kRowSize;
-        if (last == rows.end() || last->first != start)
-            last = rows.try_emplace(start).first;
-        const std::uint32_t cell = walk.Address() % kRowSize / kCellSize;
-        ++last->second.data[cell];
-        last->second.written[cell] += walk.Value() == kErased ? 0 : 1;
+        const std::uint32_t offset = walk.Address() % kRowSize;
+        if (row == nullptr || walk.Address() - offset != start) {
+            start = walk.Address() - offset;
+            row = densities.RowAt(start);
+        }
+        if (row == nullptr)
+            continue;
+        ++row->data[offset / kCellSize];
+        row->written[offset / kCellSize] += walk.Value() == kErased ? 0 : 1;
     }
 }
 
@@ -82,10 +101,11 @@ char EqualOf(std::uint32_t data, std::uint32_t)
     return data == 0 ? ' ' : '=';
 }
 
-Picture DrawDensities(const Densities& rows, char (*cellOf)(std::uint32_t, std::uint32_t))
+Picture DrawDensities(const Densities& densities, char (*cellOf)(std::uint32_t, std::uint32_t))
 {
     Picture picture;
-    for (const auto& [address, density] : rows) {
+    picture.isCut = densities.areCut;
+    for (const auto& [address, density] : densities.rows) {
         std::string cells;
         for (std::uint32_t i = 0; i < kCellsPerRow; ++i)
             cells += cellOf(density.data[i], density.written[i]);
@@ -266,6 +286,8 @@ std::string PictureText(const Picture& picture)
         text += "  " + EightDigits(row.address) + " |" + row.cells + "|\n";
         above = &row;
     }
+    if (picture.isCut)
+        text += "  ...      more data\n";
     text += "  one character per KiB:";
     for (const char cell : picture.used.substr(1))
         text += std::string(cell == picture.used[1] ? " " : ", ") + cell + " " + KindOf(cell).text;
@@ -285,6 +307,10 @@ std::string PictureSvg(const Picture& picture, std::string_view title)
         svg += SvgRow(row, y);
         y += kRowHeight;
         above = &row;
+    }
+    if (picture.isCut) {
+        svg += SvgText(kLeft, y + kCellHeight - 3, "more data", " class=\"quiet\"");
+        y += kRowHeight;
     }
     svg += SvgText(kMargin, y + kRowHeight, "one cell per KiB, one row per 64 KiB") +
            SvgLegend(picture.used, y + kRowHeight + kMargin);

@@ -9,14 +9,18 @@
 #include "HexCheck.h"
 
 // An image's address space, for a look: one row per 64 KiB that has data, one character per KiB.
-// Legend() says what each stands for.
+// Its legend says what each stands for.
 struct PictureRow {
     std::uint32_t address;
     std::string cells;
 };
 
 struct Picture {
+    // As many as the flash has. A file that has data elsewhere, too, may have more.
+    static constexpr std::size_t kMostRows = 256;
+
     std::vector<PictureRow> rows;
+    bool isCut = false;     // there are more
     std::string_view used;  // the cells that such a picture may have, in the order of its legend
 };
 

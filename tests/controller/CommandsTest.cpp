@@ -184,12 +184,12 @@ TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
 {
     const TempDir directory;
     const std::string target = directory.Write("target", "old");
-    std::filesystem::permissions(target, std::filesystem::perms(0640));
+    std::filesystem::permissions(target, std::filesystem::perms{0640});
     std::filesystem::create_symlink("target", directory.Path("link"));
     EXPECT_EQ(WriteNewFile(directory.Path("link"), "new").status, Status::Success);
     EXPECT_TRUE(std::filesystem::is_symlink(directory.Path("link")));
     EXPECT_EQ(directory.Read("target"), "new");
-    EXPECT_EQ(std::filesystem::status(target).permissions(), std::filesystem::perms(0640));
+    EXPECT_EQ(std::filesystem::status(target).permissions(), std::filesystem::perms{0640});
 
     // Text of more than one piece. What is pending is what comes in while a piece is written.
     const auto endInScope = [&](int signal) {
@@ -209,7 +209,7 @@ TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
     EXPECT_EXIT(ignore(), testing::ExitedWithCode(0), "");
     EXPECT_EQ(directory.Read("target").size(), 0x80000U);
 
-    std::filesystem::permissions(target, std::filesystem::perms(0440));
+    std::filesystem::permissions(target, std::filesystem::perms{0440});
     EXPECT_EQ(WriteNewFile(target, "x").reason, target + ": is read-only");
     EXPECT_EQ(WriteNewFile("/dev/full", "x").reason, "/dev/full: is not a regular file");
     EXPECT_EQ(WriteNewFile(directory.Path("no/x"), "x").reason,
