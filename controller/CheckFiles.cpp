@@ -123,7 +123,7 @@ void PrintSummaryAsJson(const std::string& path, const ImageFile& file)
 Outcome CheckFile(const std::string& path, const Invocation& invocation)
 {
     ImageFile file;
-    if (Outcome loaded = LoadImage(path, invocation, file); loaded.status != Status::Success)
+    if (Outcome loaded = LoadImage(path, invocation, file); !loaded.IsSuccess())
         return loaded;
     if (invocation.json) {
         PrintFindingsAsJson(path, file.report, invocation.all);
@@ -135,7 +135,7 @@ Outcome CheckFile(const std::string& path, const Invocation& invocation)
         const Picture picture = DrawImage(file.hexText, file.report);
         if (Outcome drawn = WriteNewFile(invocation.svg,
                                          PictureSvg(picture, path + "  " + file.report.version));
-            drawn.status != Status::Success)
+            !drawn.IsSuccess())
             return drawn;
     }
     return file.report.errors == 0 ? Status::Success : Status::Failed;

@@ -52,7 +52,7 @@ Outcome CompareImages(const Invocation& invocation)
     ImageFile files[2];
     for (std::size_t i = 0; i < std::size(files); ++i) {
         Outcome loaded = LoadClean(invocation.arguments[i], invocation, files[i]);
-        if (loaded.status != Status::Success)
+        if (!loaded.IsSuccess())
             return loaded;
     }
     const auto& [left, right] = files;
@@ -63,7 +63,7 @@ Outcome CompareImages(const Invocation& invocation)
         PrintPlain(comparison, left, right);
     if (!invocation.svg.empty()) {
         Outcome drawn = DrawSvg(invocation, comparison, left, right);
-        if (drawn.status != Status::Success)
+        if (!drawn.IsSuccess())
             return drawn;
     }
     return comparison.differences.empty() ? Status::Success : Status::Failed;

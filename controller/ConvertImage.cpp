@@ -16,7 +16,7 @@ Outcome ConvertImage(const Invocation& invocation)
     if (!invocation.force && access(target.c_str(), F_OK) == 0)
         return {Status::Failed, target + " exists; --force overwrites it"};
     ImageFile input;
-    if (Outcome loaded = LoadClean(source, invocation, input); loaded.status != Status::Success)
+    if (Outcome loaded = LoadClean(source, invocation, input); !loaded.IsSuccess())
         return loaded;
     const Conversion converted = Convert(input, *form);
     if (!converted.error.empty())

@@ -120,9 +120,9 @@ NewFile::~NewFile()
 
 Outcome NewFile::Write(std::string_view bytes)
 {
-    if (Outcome opened = Open(); opened.status != Status::Success)
+    if (Outcome opened = Open(); !opened.IsSuccess())
         return opened;
-    if (Outcome written = WriteAll(bytes); written.status != Status::Success)
+    if (Outcome written = WriteAll(bytes); !written.IsSuccess())
         return written;
     return Compare(bytes);
 }
@@ -199,5 +199,5 @@ Outcome WriteNewFile(const std::string& target, std::string_view bytes)
 {
     NewFile file(target);
     Outcome written = file.Write(bytes);
-    return written.status == Status::Success ? file.TakePlace() : written;
+    return written.IsSuccess() ? file.TakePlace() : written;
 }

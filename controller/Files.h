@@ -10,8 +10,8 @@
 // Reads a file to its end, standard input for "-". Usage with the reason when it can't.
 Outcome ReadInput(const std::string& path, std::string& bytes);
 
-// Those of the signals that end this program, SIGHUP, SIGINT and SIGTERM, which it doesn't ignore:
-// a job in the background of a script ignores SIGINT.
+// Those of SIGHUP, SIGINT and SIGTERM that end this program. A job in the background of a script
+// ignores SIGINT.
 sigset_t EndingSignals();
 
 // A file that takes the place of another one, or of none, when it is whole, on the disk and read

@@ -15,15 +15,20 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "Files.h"
+
 namespace {
 
 // Room for the longest message of the piano, which may have no line end, and a text after it.
 constexpr std::size_t kLineLimit = 8193 + 1023;
 constexpr std::size_t kReadSize = 4096;
-// A text that the unit sends without a line end is complete after this time.
-constexpr auto kTextWait = std::chrono::milliseconds(500);
+// A text that the unit sends without a line end is complete after this time. A slow link may take a
+// second for each byte.
+constexpr auto kTextWait = std::chrono::milliseconds(1500);
+// A line that arrives so slowly is waited for.
+constexpr auto kLongestLineTime = std::chrono::minutes(2);
 
-// A unit that has vanished without a word is given up after 25 seconds.
+// A peer that disappears is detected after 25 seconds.
 constexpr int kKeepAliveIdle = 10;   // seconds without a byte, after which it is probed
 constexpr int kKeepAliveEvery = 5;   // seconds between two probes
 constexpr int kKeepAliveProbes = 3;  // without an answer
@@ -61,11 +66,14 @@ int ConnectTo(const addrinfo& address, Clock::duration limit)
     return -1;
 }
 
+// SIGINT, unless it is ignored.
 sigset_t InterruptSet()
 {
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
+    const sigset_t ending = EndingSignals();
+    if (sigismember(&ending, SIGINT) == 1)
+        sigaddset(&signals, SIGINT);
     return signals;
 }
 
@@ -129,17 +137,15 @@ void Link::WatchInterrupt()
 
 Link::Event Link::Next(Clock::time_point deadline, std::string& line, bool& isCut)
 {
-    bool isLate = false;
     while (!TakeLine(line, isCut)) {
-        // A line without an end must not keep the caller waiting, either.
-        if (isLate)
-            return Event::Silence;
-        isLate = Clock::now() >= deadline;
         if (closed && received.empty())
             return lost ? Event::Lost : Event::Closed;
         const bool isOpen = skipping || !received.empty();  // a line has begun
-        const auto textEnd = isOpen ? Clock::now() + kTextWait : deadline;
-        switch (closed ? Ready::Nothing : Await(std::min(deadline, textEnd))) {
+        // A line without an end must not keep the caller waiting.
+        if (Clock::now() >= (isOpen && !skipping ? lineBegin + kLongestLineTime : deadline))
+            return Event::Silence;
+        const auto until = isOpen ? lastBytes + kTextWait : deadline;
+        switch (closed ? Ready::Nothing : Await(until)) {
         case Ready::Interrupt: return Event::Interrupted;
         case Ready::Bytes: Fill(); break;
         case Ready::Nothing:
@@ -177,6 +183,7 @@ bool Link::TakeLine(std::string& line, bool& isCut)
     line = received.substr(0, std::min(end, kLineLimit));
     skipping = end == std::string::npos;
     received.erase(0, skipping ? received.size() : end + 1);
+    lineBegin = lastBytes;
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
     return true;
@@ -202,6 +209,9 @@ void Link::Fill()
 
 void Link::Keep(std::string_view bytes)
 {
+    lastBytes = Clock::now();
+    if (received.empty())
+        lineBegin = lastBytes;
     if (skipping) {
         const std::size_t end = bytes.find('\n');
         skipping = end == std::string_view::npos;

@@ -29,8 +29,9 @@ public:
     // Sends the bytes in one write, since the unit cuts each of its reads into groups anew.
     bool Send(const std::string& bytes) const;
 
-    // Waits for a line until `deadline`. A text without a line end counts as a line when nothing
-    // follows it. A line over the limit is cut and `isCut` set.
+    // Waits for a line until `deadline`, and longer for one that has begun while its bytes arrive.
+    // A text without a line end counts as a line when nothing follows it. A line over the limit is
+    // cut and `isCut` set.
     Event Next(Clock::time_point deadline, std::string& line, bool& isCut);
 
     // The system's reason for Event::Lost; empty when the unit closed the connection with bytes
@@ -52,6 +53,8 @@ private:
     bool closed = false;
     bool lost = false;  // in which case it is closed, too
     std::string lostBy;
-    std::string received;   // not shown yet; never longer than a line and a read
-    bool skipping = false;  // in the part of a long line that isn't shown
+    std::string received;         // not shown yet; never longer than a line and a read
+    bool skipping = false;        // in the part of a long line that isn't shown
+    Clock::time_point lastBytes;  // when some arrived
+    Clock::time_point lineBegin;  // when the first of those not shown yet did
 };

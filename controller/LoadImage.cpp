@@ -31,11 +31,11 @@ Outcome LoadImage(const std::string& path, const Invocation& invocation, ImageFi
     if (!form)
         return {Status::Usage, path + ": neither .hex, .bin nor .rlg"};
     std::string bytes;
-    if (Outcome read = ReadInput(path, bytes); read.status != Status::Success)
+    if (Outcome read = ReadInput(path, bytes); !read.IsSuccess())
         return read;
     std::optional<std::string> sumText;
     if (*form == ImageForm::Rlg) {
-        if (Outcome read = LoadSum(path, sumText); read.status != Status::Success)
+        if (Outcome read = LoadSum(path, sumText); !read.IsSuccess())
             return read;
     }
     file = ParseImage(*form, std::move(bytes), sumText, invocation.outsideFlash);
@@ -45,7 +45,7 @@ Outcome LoadImage(const std::string& path, const Invocation& invocation, ImageFi
 Outcome LoadClean(const std::string& path, const Invocation& invocation, ImageFile& file)
 {
     Outcome outcome = LoadImage(path, invocation, file);
-    if (outcome.status != Status::Success || file.report.errors == 0)
+    if (!outcome.IsSuccess() || file.report.errors == 0)
         return outcome;
     return {Status::Failed, DescribeErrors(path, file.report)};
 }

@@ -11,9 +11,9 @@ Outcome SaveImage(const std::string& target, ImageForm form, std::string_view by
     NewFile image(target);
     NewFile sum(WithExtension(target, ".sum"));
     Outcome outcome = image.Write(bytes);
-    if (outcome.status == Status::Success)
+    if (outcome.IsSuccess())
         outcome = sum.Write(SumLine(bytes, name));
-    if (outcome.status == Status::Success)
+    if (outcome.IsSuccess())
         outcome = image.TakePlace();
-    return outcome.status == Status::Success ? sum.TakePlace() : outcome;
+    return outcome.IsSuccess() ? sum.TakePlace() : outcome;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include "Hexadecimal.h"
 #include "Link.h"
 #include "Output.h"
+#include "Printable.h"
 
 namespace {
 
@@ -38,7 +40,7 @@ void TraceLine(char direction, std::string_view bytes)
     std::string text;
     for (const char byte : bytes) {
         hex += TwoDigits(static_cast<unsigned char>(byte)) + " ";
-        text += byte >= ' ' && byte <= '~' ? byte : '.';
+        text += IsPrintable(byte) ? byte : '.';
     }
     hex.resize(3 * kTracedBytes, ' ');
     std::fprintf(stderr, "%c %s %s\n", direction, hex.c_str(), text.c_str());
@@ -74,6 +76,7 @@ std::string_view WorkOf(std::string_view command)
     return command.substr(0, 6) == "update" ? "update" : "copy";
 }
 
+// A command on its way, with as many attempts as its time allows.
 class Session {
 public:
     Session(const Invocation& of, const Query& asked, std::string groups)
@@ -89,13 +92,14 @@ public:
     Outcome Run();
 
 private:
-    Status Connect();
+    Status Attempt();
+    Status Converse();
     bool Send();
     std::optional<Status> OnEvent(Link::Event event);
     std::optional<Status> OnLine();
     std::optional<Status> OnSilence();
     void OnOtherWork();
-    Status OnInterrupt();
+    [[noreturn]] void EndBySignal();
 
     bool MayWait() const;
     double SilenceLimit() const;
@@ -104,36 +108,35 @@ private:
 
     const Invocation& invocation;
     const Query& query;
-    const std::string bytes;
+    const std::string bytes;          // to send
     const Clock::time_point serveBy;  // until then the unit may refuse, drop or be busy
 
     Output output;
     Link link;
-    Exchange exchange;
-    Clock::time_point deadline;
-    std::string error;  // of the link
-    bool isConnected = false;
+    Exchange exchange;           // of the latest attempt
+    Clock::time_point deadline;  // the end of a silence
+    std::string error;           // of the link
+    bool isConnected = false;    // in the latest attempt
     bool busyIsShown = false;
-    std::string line;
-    bool isCut = false;
+    std::string line;    // the latest one of the unit
+    bool isCut = false;  // it was longer
 };
 
 Outcome Session::Run()
 {
-    Status status = Connect();
+    Status status = Attempt();
     while (status == Status::Connection && MayWait()) {
         output.EndBar();
         link.Close();
         usleep(static_cast<useconds_t>(kRetryWait * 1e6));
-        status = Connect();
+        status = Attempt();
     }
     output.EndBar();
     output.ShowAnswer(exchange.Answer());
     return {status, ReasonFor(status), exchange.Answer()};
 }
 
-// From the connection to the end of the exchange.
-Status Session::Connect()
+Status Session::Attempt()
 {
     exchange = Exchange(query);
     const double limit = invocation.timeout > 0 ? invocation.timeout : kAnswerLimit;
@@ -141,6 +144,13 @@ Status Session::Connect()
         link.Connect(invocation.host, std::to_string(invocation.port), Seconds(limit), error);
     if (!isConnected)
         return Status::Connection;
+    const Status status = Converse();
+    // Nobody starts the server again, so another attempt would fail.
+    return status == Status::Connection && exchange.ServerEnds() ? Status::ServerEnded : status;
+}
+
+Status Session::Converse()
+{
     if (!Send()) {
         error = "the command could not be sent";
         return Status::Connection;
@@ -163,7 +173,7 @@ std::optional<Status> Session::OnEvent(Link::Event event)
     switch (event) {
     case Link::Event::Line: return OnLine();
     case Link::Event::Silence: return OnSilence();
-    case Link::Event::Interrupted: return OnInterrupt();
+    case Link::Event::Interrupted: EndBySignal();
     case Link::Event::Lost:
         if (!link.LostBy().empty())
             error = "the connection was lost: " + link.LostBy();
@@ -211,14 +221,14 @@ void Session::OnOtherWork()
         output.ShowBusy(*exchange.OtherWork());
 }
 
-Status Session::OnInterrupt()
+void Session::EndBySignal()
 {
     output.EndBar();
     if (exchange.HasStarted() && query.wait == Wait::Replies)
         Complain("the unit continues with the " + std::string(WorkOf(query.command)));
     std::signal(SIGINT, SIG_DFL);
-    link.Close();
-    return Status::Connection;  // never: the signal was pending
+    link.Close();  // lets the signal through, which ends the program
+    std::abort();
 }
 
 // True while a command that the unit hasn't taken may be tried again.
@@ -243,6 +253,11 @@ double Session::SilenceLimit() const
 
 std::string Session::ReasonFor(Status status) const
 {
+    if (status == Status::ServerEnded)
+        return "the piano is well: the read-back has succeeded, and the server has ended, as it "
+               "does "
+               "then; to update it, run \"diag_server -f FILE\" on the unit, or start the server "
+               "with the piano stopped";
     if (status == Status::Connection)
         return !error.empty() ? error
                               : "the unit has closed the connection: the server has ended, or "

@@ -10,16 +10,19 @@ enum class Status {
     Usage = 2,
     Connection = 3,
     NoAnswer = 4,
+    ServerEnded = 5,
 };
 
 // How a command has ended, and a sentence about it.
 struct Outcome {
-    Outcome(Status ended = Status::Success, std::string why = {}, std::string asked = {})
-        : status(ended), reason(std::move(why)), answer(std::move(asked))
+    Outcome(Status how = Status::Success, std::string why = {}, std::string line = {})
+        : status(how), reason(std::move(why)), answer(std::move(line))
     {}
 
+    bool IsSuccess() const { return status == Status::Success; }
+
     Status status;
-    std::string reason;  // of a failure; empty when it has been printed
+    std::string reason;  // of a failure; empty where the findings say it all
     std::string answer;  // the line requested from the unit, where there is one
 };
 
@@ -34,4 +37,6 @@ constexpr StatusMeaning kStatusMeanings[] = {
     {Status::Usage, "wrong usage, or a file that can't be read"},
     {Status::Connection, "no connection, or a lost one"},
     {Status::NoAnswer, "no answer, or a unit that is still busy"},
+    {Status::ServerEnded,
+     "the server has ended after a read-back, as it does when the piano is well"},
 };

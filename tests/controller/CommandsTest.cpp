@@ -4,13 +4,15 @@
 #include <string>
 #include <vector>
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include "CommandLine.h"
 #include "Exchange.h"
 #include "Files.h"
 #include "HexText.h"
-#include "ImageFile.h"
+#include "Link.h"
 #include "Output.h"
 #include "TempDir.h"
 
@@ -180,6 +182,37 @@ TEST(Output, ShowsMissing100PercentOnce)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), work + work);
 }
 
+TEST(Link, WaitsPastTheDeadlineForTheRestOfALine)
+{
+    const UniqueFd listener(socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    ASSERT_EQ(listen(listener.Get(), 1), 0);
+    ASSERT_EQ(getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+    UniqueFd peer(-1);
+    Clock::time_point deadline;
+    Link link([&](char, std::string_view bytes) {
+        if (bytes != "ab")
+            return;
+        while (Clock::now() < deadline) {
+        }
+        ASSERT_EQ(send(peer.Get(), "c\nd", 3, 0), 3);
+    });
+    std::string text;
+    ASSERT_TRUE(link.Connect("127.0.0.1", std::to_string(ntohs(address.sin_port)),
+                             std::chrono::seconds(9), text))
+        << text;
+    peer.Reset(accept(listener.Get(), nullptr, nullptr));
+    ASSERT_EQ(send(peer.Get(), "ab", 2, 0), 2);
+    deadline = Clock::now() + std::chrono::milliseconds(20);
+    bool isCut = false;
+    EXPECT_EQ(link.Next(deadline, text, isCut), Link::Event::Line);
+    EXPECT_EQ(text, "abc");
+    EXPECT_EQ(link.Next(deadline, text, isCut), Link::Event::Line) << "nothing follows it";
+    EXPECT_EQ(text, "d");
+    EXPECT_EQ(link.Next(deadline, text, isCut), Link::Event::Silence);
+}
+
 TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
 {
     const TempDir directory;
@@ -196,7 +229,7 @@ TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
         NewFile file(target);
         std::raise(signal);
         const Outcome written = file.Write(std::string(0x80000, 'x'));
-        if (signal != SIGINT && written.status == Status::Success)
+        if (signal != SIGINT && written.IsSuccess())
             static_cast<void>(file.TakePlace());
     };
     EXPECT_EXIT(endInScope(SIGTERM), testing::KilledBySignal(SIGTERM), "");

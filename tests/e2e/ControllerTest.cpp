@@ -148,8 +148,32 @@ TEST(ControllerTool, ShowsLineAfterBytesWithoutLineEnd)
         for (std::size_t i = 0; i < messages; ++i)
             scene.SayBytes(longest);
         const auto said = UnitTime();
-        EXPECT_TRUE(WaitUntil([&] { return UnitTime() > said + std::chrono::seconds(1); }));
+        EXPECT_TRUE(WaitUntil([&] { return UnitTime() > said + std::chrono::seconds(2); }));
         scene.Say(Frames({"line"}));
         EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "\nline\n") == messages; }));
     }
+}
+
+TEST(ControllerTool, SaysWhyTheServerOfAHealthyPianoHasEnded)
+{
+    ServerWithPiano scene;
+    scene.SetFaults("--join --read-stop 90042000");
+    Process& reader = StartTool(scene.unit, {"read"});
+    EXPECT_TRUE(WaitUntil([&] { return Count(reader.Output(), "Connecting") > 0; }));
+    Process& second = RunTool(scene.unit, {"find-update", "--wait", "300"});
+    EXPECT_EQ(second.Wait(), 5);
+    EXPECT_NE(second.Error().find("diag_server -f FILE"), std::string::npos) << second.Error();
+}
+
+TEST(ControllerTool, LeavesIgnoredSignalsIgnored)
+{
+    ServerWithPeers scene;
+    scene.Open();
+    std::signal(SIGINT, SIG_IGN);
+    Process& monitor = StartTool(scene.unit, {"monitor"});
+    std::signal(SIGINT, SIG_DFL);
+    EXPECT_TRUE(scene.controller->WaitForClose());
+    kill(monitor.Id(), SIGINT);
+    scene.Say(Frames({"still here"}));
+    EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "still here") > 0; }));
 }
