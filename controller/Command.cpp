@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "Advice.h"
 #include "Event.h"
 #include "Printable.h"
 
@@ -30,16 +31,24 @@ Outcome WrongUsage(const std::string& reason)
 
 Status Finish(const Invocation& invocation, const Outcome& outcome)
 {
+    const Advice* const advice = AdviceFor(outcome.reason);
     if (invocation.json) {
         Event event("result");
         event.AddNumber("status", static_cast<int>(outcome.status));
         if (!outcome.answer.empty())
             event.AddText("version", outcome.answer);
         event.AddText("text", outcome.reason);
+        if (advice != nullptr) {
+            event.AddText("cause", advice->cause);
+            event.AddText("next", advice->next);
+        }
         event.Print();
     }
     if (!outcome.reason.empty())
         Complain(outcome.reason);
+    if (advice != nullptr)
+        std::fprintf(stderr, "  Cause: %s.\n  Next: %s.\n", std::string(advice->cause).c_str(),
+                     std::string(advice->next).c_str());
     if (FlushOutput())
         return outcome.status;
     Complain("standard output: " + std::string(errno == 0 ? "a write failed" : strerror(errno)));

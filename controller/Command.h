@@ -23,6 +23,10 @@ struct Invocation {
     bool quiet = false;
     bool verbose = false;
 
+    std::string expected;  // version; empty for any
+    bool yes = false;      // without asking
+    bool dryRun = false;
+
     bool force = false;
     bool all = false;                         // findings
     std::string svg;                          // the file for the picture; empty for none
@@ -41,3 +45,4 @@ Status Finish(const Invocation& invocation, const Outcome& outcome);
 Outcome CheckFiles(const Invocation& invocation);
 Outcome ConvertImage(const Invocation& invocation);
 Outcome CompareImages(const Invocation& invocation);
+Outcome PrepareMedium(const Invocation& invocation);

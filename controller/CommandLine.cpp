@@ -15,6 +15,7 @@
 #include "Exchange.h"
 #include "ImageFile.h"
 #include "Session.h"
+#include "Upgrade.h"
 
 namespace {
 
@@ -75,6 +76,12 @@ void AddInAndOut(CLI::App& command, Invocation& invocation)
 {
     AddWord("IN", "the file to read: .hex, .bin or .rlg", command, invocation);
     AddWord("OUT", "the file to write, in another of these forms", command, invocation);
+}
+
+void AddFileAndDirectory(CLI::App& command, Invocation& invocation)
+{
+    AddWord("FILE", "a .hex, .bin or .rlg file", command, invocation);
+    AddWord("DIR", "where the medium is mounted", command, invocation);
 }
 
 void AddTwoFiles(CLI::App& command, Invocation& invocation)
@@ -167,6 +174,14 @@ void AddForce(CLI::App& command, Invocation& invocation)
     command.add_flag("--force", invocation.force, "overwrite the target");
 }
 
+void AddUpgrade(CLI::App& command, Invocation& invocation)
+{
+    command.add_option("--expect", invocation.expected, "update only to this version")
+        ->type_name("VERSION");
+    command.add_flag("--yes", invocation.yes, "don't ask");
+    command.add_flag("--dry-run", invocation.dryRun, "search and compare only");
+}
+
 struct Command {
     std::string name;
     std::string help;
@@ -190,6 +205,14 @@ std::vector<Command> MakeCommands()
          "where two images differ",
          CompareImages,
          {AddTwoFiles, AddPeer, AddSvg, AddQuiet, AddJson}},
+        {"prepare",
+         "check a firmware file and write it to a medium for the unit",
+         PrepareMedium,
+         {AddFileAndDirectory, AddJson}},
+        {"upgrade",
+         "update the piano from the medium in the unit: search, ask, write",
+         Upgrade,
+         {AddUpgrade, AddUnit, AddQuiet, AddJson}},
     };
     for (const Query& query : Queries()) {
         if (query.command.find(' ') != std::string_view::npos)

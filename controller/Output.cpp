@@ -42,7 +42,7 @@ std::string Times(Clock::duration elapsed, int done, int percent)
 
 void Output::ShowLine(std::string_view line, bool isCut, std::string_view completed)
 {
-    if (form == Form::Answer)
+    if (form == Form::Answer || form == Form::Nothing)
         return;
     if (!completed.empty())
         Complete(completed);

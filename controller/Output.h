@@ -16,6 +16,7 @@ public:
         Bar,     // a terminal: progress becomes a bar that moves
         Json,    // an object for each event
         Answer,  // nothing but an answer
+        Nothing,
     };
 
     explicit Output(Form chosen) : form(chosen) {}

@@ -58,10 +58,12 @@ Link::Trace TraceOf(const Invocation& invocation)
 }
 
 // Each line is the answer to `send` and `monitor`, so quiet output has all of them.
-Output::Form FormOf(const Invocation& invocation, Wait wait)
+Output::Form FormOf(const Invocation& invocation, Wait wait, Shown shown)
 {
     if (invocation.json)
         return Output::Form::Json;
+    if (shown == Shown::NothingButJson)
+        return Output::Form::Nothing;
     const bool isVersion = invocation.command == "version";
     if (isVersion || (invocation.quiet && wait == Wait::Replies))
         return Output::Form::Answer;
@@ -79,12 +81,12 @@ std::string_view WorkOf(std::string_view command)
 // A command on its way, with as many attempts as its time allows.
 class Session {
 public:
-    Session(const Invocation& of, const Query& asked, std::string groups)
+    Session(const Invocation& of, const Query& asked, std::string groups, Shown shown = Shown::All)
         : invocation(of),
           query(asked),
           bytes(std::move(groups)),
           serveBy(Clock::now() + Seconds(of.wait)),
-          output(FormOf(of, query.wait)),
+          output(FormOf(of, query.wait, shown)),
           link(TraceOf(of)),
           exchange(query)
     {}
@@ -290,8 +292,13 @@ Outcome Ask(const Invocation& invocation)
     std::string name = invocation.command;
     for (const std::string& argument : invocation.arguments)
         name += " " + argument;
-    const Query& query = QueryOf(name);
-    return Session(invocation, query, GroupBytes(query)).Run();
+    return Ask(invocation, name, Shown::All);
+}
+
+Outcome Ask(const Invocation& invocation, std::string_view query, Shown shown)
+{
+    const Query& asked = QueryOf(query);
+    return Session(invocation, asked, GroupBytes(asked), shown).Run();
 }
 
 Outcome SendBytes(const Invocation& invocation)
