@@ -16,8 +16,8 @@ struct Invocation {
 
     std::string host = "127.0.0.1";
     int port = 4917;
-    double timeout = 0;  // seconds; 0 when it isn't given
-    double wait = 0;     // seconds in which the unit must come to serve
+    double timeoutSeconds = 0;  // 0 when it isn't given
+    double waitSeconds = 0;     // in which the unit must come to serve
 
     bool json = false;
     bool quiet = false;

@@ -116,14 +116,14 @@ void AddUnit(CLI::App& command, Invocation& invocation)
         ->check(InRange(1, kMostPort))
         ->type_name("PORT");
     command
-        .add_option("--timeout", invocation.timeout,
+        .add_option("--timeout", invocation.timeoutSeconds,
                     "how many seconds of silence are too many: 15 for an\n"
                     "answer and 120 while the unit works, if left out;\n"
                     "monitor waits forever")
         ->check(InRange(kLeastTime, kMostTime))
         ->type_name("SECONDS");
     command
-        .add_option("--wait", invocation.wait,
+        .add_option("--wait", invocation.waitSeconds,
                     "try again for so long while the unit can't be reached\nor is busy")
         ->check(InRange(kLeastTime, kMostTime))
         ->type_name("SECONDS");

@@ -123,7 +123,7 @@ void Link::Close()
 
 bool Link::Send(const std::string& bytes) const
 {
-    trace('>', bytes);
+    watch('>', bytes);
     const ssize_t sent = send(descriptor.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     return sent == static_cast<ssize_t>(bytes.size());
 }
@@ -135,27 +135,27 @@ void Link::WatchInterrupt()
         interrupt.Reset(signalfd(-1, &signals, SFD_CLOEXEC));
 }
 
-Link::Event Link::Next(Clock::time_point deadline, std::string& line, bool& isCut)
+Link::Arrival Link::Next(Clock::time_point deadline, std::string& line, bool& isCut)
 {
     while (!TakeLine(line, isCut)) {
         if (closed && received.empty())
-            return lost ? Event::Lost : Event::Closed;
+            return lost ? Arrival::Lost : Arrival::Closed;
         const bool isOpen = skipping || !received.empty();  // a line has begun
         // A line without an end must not keep the caller waiting.
         if (Clock::now() >= (isOpen && !skipping ? lineBegin + kLongestLineTime : deadline))
-            return Event::Silence;
+            return Arrival::Silence;
         const auto until = isOpen ? lastBytes + kTextWait : deadline;
         switch (closed ? Ready::Nothing : Await(until)) {
-        case Ready::Interrupt: return Event::Interrupted;
+        case Ready::Interrupt: return Arrival::Interrupted;
         case Ready::Bytes: Fill(); break;
         case Ready::Nothing:
             if (!isOpen)
-                return Event::Silence;
+                return Arrival::Silence;
             if (!std::exchange(skipping, false))
                 received += '\n';
         }
     }
-    return Event::Line;
+    return Arrival::Line;
 }
 
 // Waits until there is something to read, or the deadline has passed.
@@ -203,7 +203,7 @@ void Link::Fill()
     if (closed)
         return;
     const std::string_view piece(bytes, static_cast<std::size_t>(count));
-    trace('<', piece);
+    watch('<', piece);
     Keep(piece);
 }
 

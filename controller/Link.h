@@ -13,12 +13,12 @@ using Clock = std::chrono::steady_clock;
 class Link {
 public:
     // The outcome of Next.
-    enum class Event { Line, Closed, Lost, Silence, Interrupted };
+    enum class Arrival { Line, Closed, Lost, Silence, Interrupted };
 
     // Takes each piece of bytes on the wire, with '>' for the way to the unit and '<' back.
-    using Trace = std::function<void(char direction, std::string_view bytes)>;
+    using Watcher = std::function<void(char direction, std::string_view bytes)>;
 
-    explicit Link(Trace shown) : trace(std::move(shown)) {}
+    explicit Link(Watcher watching) : watch(std::move(watching)) {}
 
     // False with the reason in `error`. There must be no connection. While there is one, Ctrl-C is
     // an event; otherwise it ends the program, as ever.
@@ -32,7 +32,7 @@ public:
     // Waits for a line until `deadline`, and longer for one that has begun while its bytes arrive.
     // A text without a line end counts as a line when nothing follows it. A line over the limit is
     // cut and `isCut` set.
-    Event Next(Clock::time_point deadline, std::string& line, bool& isCut);
+    Arrival Next(Clock::time_point deadline, std::string& line, bool& isCut);
 
     // The system's reason for Event::Lost; empty when the unit closed the connection with bytes
     // that it had not read.
@@ -49,7 +49,7 @@ private:
 
     UniqueFd descriptor{-1};
     UniqueFd interrupt{-1};
-    Trace trace;
+    Watcher watch;
     bool closed = false;
     bool lost = false;  // in which case it is closed, too
     std::string lostBy;

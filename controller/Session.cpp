@@ -34,7 +34,7 @@ Clock::duration Seconds(double seconds)
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-void TraceLine(char direction, std::string_view bytes)
+void PrintPiece(char direction, std::string_view bytes)
 {
     std::string hex;
     std::string text;
@@ -46,19 +46,19 @@ void TraceLine(char direction, std::string_view bytes)
     std::fprintf(stderr, "%c %s %s\n", direction, hex.c_str(), text.c_str());
 }
 
-void TraceBytes(char direction, std::string_view bytes)
+void PrintBytes(char direction, std::string_view bytes)
 {
     for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kTracedBytes)))
-        TraceLine(direction, bytes.substr(0, kTracedBytes));
+        PrintPiece(direction, bytes.substr(0, kTracedBytes));
 }
 
-Link::Trace TraceOf(const Invocation& invocation)
+Link::Watcher WatcherOf(const Invocation& invocation)
 {
-    return invocation.verbose ? TraceBytes : [](char, std::string_view) {};
+    return invocation.verbose ? PrintBytes : [](char, std::string_view) {};
 }
 
 // Each line is the answer to `send` and `monitor`, so quiet output has all of them.
-Output::Form FormOf(const Invocation& invocation, Wait wait, Shown shown)
+Output::Form OutputFormOf(const Invocation& invocation, Wait wait, Shown shown)
 {
     if (invocation.json)
         return Output::Form::Json;
@@ -85,9 +85,9 @@ public:
         : invocation(of),
           query(asked),
           bytes(std::move(groups)),
-          serveBy(Clock::now() + Seconds(of.wait)),
-          output(FormOf(of, query.wait, shown)),
-          link(TraceOf(of)),
+          serveBy(Clock::now() + Seconds(of.waitSeconds)),
+          output(OutputFormOf(of, query.wait, shown)),
+          link(WatcherOf(of)),
           exchange(query)
     {}
 
@@ -97,7 +97,7 @@ private:
     Status Attempt();
     Status Converse();
     bool Send();
-    std::optional<Status> OnEvent(Link::Event event);
+    std::optional<Status> OnEvent(Link::Arrival event);
     std::optional<Status> OnLine();
     std::optional<Status> OnSilence();
     void OnOtherWork();
@@ -141,7 +141,7 @@ Outcome Session::Run()
 Status Session::Attempt()
 {
     exchange = Exchange(query);
-    const double limit = invocation.timeout > 0 ? invocation.timeout : kAnswerLimit;
+    const double limit = invocation.timeoutSeconds > 0 ? invocation.timeoutSeconds : kAnswerLimit;
     isConnected =
         link.Connect(invocation.host, std::to_string(invocation.port), Seconds(limit), error);
     if (!isConnected)
@@ -170,13 +170,13 @@ bool Session::Send()
     return bytes.empty() || link.Send(bytes);
 }
 
-std::optional<Status> Session::OnEvent(Link::Event event)
+std::optional<Status> Session::OnEvent(Link::Arrival event)
 {
     switch (event) {
-    case Link::Event::Line: return OnLine();
-    case Link::Event::Silence: return OnSilence();
-    case Link::Event::Interrupted: EndBySignal();
-    case Link::Event::Lost:
+    case Link::Arrival::Line: return OnLine();
+    case Link::Arrival::Silence: return OnSilence();
+    case Link::Arrival::Interrupted: EndBySignal();
+    case Link::Arrival::Lost:
         if (!link.LostBy().empty())
             error = "the connection was lost: " + link.LostBy();
         [[fallthrough]];
@@ -244,8 +244,8 @@ bool Session::MayWait() const
 // How long the unit may send nothing that belongs to the command.
 double Session::SilenceLimit() const
 {
-    if (invocation.timeout > 0)
-        return invocation.timeout;
+    if (invocation.timeoutSeconds > 0)
+        return invocation.timeoutSeconds;
     switch (query.wait) {
     case Wait::Window: return kWindow;
     case Wait::Close: return kForever;

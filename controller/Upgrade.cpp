@@ -51,7 +51,7 @@ Outcome Confirm(const Invocation& invocation, const std::string& version)
 Outcome Upgrade(const Invocation& invocation)
 {
     Invocation patient = invocation;
-    patient.wait = invocation.wait > 0 ? invocation.wait : kWait;
+    patient.waitSeconds = invocation.waitSeconds > 0 ? invocation.waitSeconds : kWait;
     const Outcome found = Ask(patient, "find-update", Shown::NothingButJson);
     if (!found.IsSuccess())
         return found;

@@ -109,7 +109,7 @@ private:
     bool blockIsOpen = false;              // the last data did not reach the end of a block
     bool hasEnded = false;                 // the end record was there, or may have been
 
-    // What is reported once a file: the first shows the cause, and each line may repeat it.
+    // Reported once per file: the first shows the cause, and each line may repeat it.
     bool stepReported = false;
     bool restReported = false;
 };
@@ -201,7 +201,7 @@ void Checker::TakeUpperAddress(const HexRecord& record)
     base = record.UpperAddress();
     baseLine = lineNumber;
     baseIsNew = true;
-    // Who sends the record looks at its data alone; the compression for a medium wants a 0 here.
+    // The sender ignores this field, but Compress requires 0.
     if (record.Address(0) != 0)
         Warn("an address record (type 4) at " + Hex(record.Address(0), 4) +
                  ", not 0000, which the unit ignores",
@@ -236,8 +236,8 @@ void Checker::CheckPlace(std::uint32_t address)
     if (next == address)
         return;
     if (next && address < *next)
-        return Error("the data go back to " + Hex(address) + ", and those before end at " +
-                         Hex(*next),
+        return Error("the addresses go backwards to " + Hex(address) +
+                         "; the data before ends at " + Hex(*next),
                      address);
     if (baseIsNew)
         return CheckPlaceAfterBase(address);
@@ -296,7 +296,7 @@ void Checker::CheckBlock(std::uint32_t address, std::uint32_t end)
 void Checker::CheckBaseWasUsed()
 {
     if (std::exchange(baseIsNew, false))
-        Add(Severity::Error, baseLine, "no data follow this address record (type 4)", base);
+        Add(Severity::Error, baseLine, "no data follows this address record (type 4)", base);
 }
 
 // The unit looks for it in every row, whatever is wrong with the row, even after the end record.

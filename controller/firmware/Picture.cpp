@@ -26,16 +26,11 @@ struct CellKind {
     const char* onDark;
 };
 constexpr CellKind kKinds[] = {
-    {' ', "no data", "#ffffff", "#1b1b1b"},
-    {'.', "erased (FF)", "#dddddd", "#3d3d3d"},
-    {':', "up to a third written", "#a3c0de", "#36597d"},
-    {'+', "up to two thirds", "#5a8fc4", "#5f94c9"},
-    {'#', "more", "#1d4f82", "#bcd8f3"},
-    {'V', "version text", "#f0b000", "#f0b000"},
-    {'!', "error", "#d01010", "#ff5a4a"},
-    {'=', "equal", "#c3ccd6", "#45525f"},
-    {'A', "only in A", "#f0b000", "#f0b000"},
-    {'B', "only in B", "#2f8f4f", "#58c07c"},
+    {' ', "no data", "#ffffff", "#1b1b1b"},       {'.', "erased (FF)", "#dddddd", "#3d3d3d"},
+    {':', "up to a third", "#a3c0de", "#36597d"}, {'+', "up to two thirds", "#5a8fc4", "#5f94c9"},
+    {'#', "more", "#1d4f82", "#bcd8f3"},          {'V', "version text", "#f0b000", "#f0b000"},
+    {'!', "error", "#d01010", "#ff5a4a"},         {'=', "equal", "#c3ccd6", "#45525f"},
+    {'A', "only in A", "#f0b000", "#f0b000"},     {'B', "only in B", "#2f8f4f", "#58c07c"},
     {'x', "different", "#d01010", "#ff5a4a"},
 };
 constexpr std::string_view kShades = ".:+#";
@@ -140,6 +135,7 @@ constexpr int kScaleAt = 48;
 constexpr int kTop = 56;
 constexpr int kRowHeight = kCellHeight + 3;
 constexpr int kSwatchWidth = 155;
+constexpr int kSwatchHeight = kRowHeight + 4;
 constexpr int kSwatchesPerRow = 5;
 constexpr std::uint32_t kScaleStep = 16;  // cells between two marks of the scale
 
@@ -236,7 +232,7 @@ std::string SvgLegend(std::string_view used, int y)
     std::string svg;
     for (std::size_t i = 0; i < used.size(); ++i) {
         const int x = kMargin + static_cast<int>(i % kSwatchesPerRow) * kSwatchWidth;
-        const int top = y + static_cast<int>(i / kSwatchesPerRow) * (kRowHeight + 4);
+        const int top = y + static_cast<int>(i / kSwatchesPerRow) * kSwatchHeight;
         const CellKind& kind = KindOf(used[i]);
         svg += SvgCell(x, top, kind.cell, kind.text) +
                SvgText(x + kCellWidth + 5, top + kCellHeight - 3, kind.text);
@@ -315,7 +311,9 @@ std::string PictureSvg(const Picture& picture, std::string_view title)
     svg += SvgText(kMargin, y + kRowHeight, "one cell per KiB, one row per 64 KiB") +
            SvgLegend(picture.used, y + kRowHeight + kMargin);
     const int width = kLeft + static_cast<int>(kCellsPerRow) * kCellWidth + kMargin;
-    const int height = y + 4 * kRowHeight + kMargin;
+    const int swatchRows =
+        (static_cast<int>(picture.used.size()) + kSwatchesPerRow - 1) / kSwatchesPerRow;
+    const int height = y + (1 + swatchRows) * kSwatchHeight + 2 * kMargin;
     return SvgHead(picture, width, height) + SvgText(kMargin, kTitleAt, title) + SvgScale() + svg +
            "</svg>\n";
 }

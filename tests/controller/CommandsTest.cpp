@@ -209,9 +209,9 @@ TEST(Link, WaitsPastTheDeadlineForTheRestOfALine)
     ASSERT_EQ(send(peer.Get(), "ab", 2, 0), 2);
     deadline = Clock::now() + std::chrono::milliseconds(20);
     bool isCut = false;
-    EXPECT_EQ(link.Next(deadline, text, isCut), Link::Event::Line);
+    EXPECT_EQ(link.Next(deadline, text, isCut), Link::Arrival::Line);
     EXPECT_EQ(text, "abc");
-    EXPECT_EQ(link.Next(deadline, text, isCut), Link::Event::Silence);
+    EXPECT_EQ(link.Next(deadline, text, isCut), Link::Arrival::Silence);
 }
 
 TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
@@ -315,7 +315,7 @@ TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
         const char* reason;
     } rows[] = {
         {base + data + end, "start at 90051000"},
-        {base + other + end, "no data follow this address record"},
+        {base + other + end, "no data follows this address record"},
         {Record(4, 0, "\x90\x06") + "\n" + Record(0, 0, "x") + "\n" + other + end,
          "there is a gap"},
         {base + data, "no end record"},
