@@ -11,7 +11,9 @@ constexpr Advice kAdvice[] = {
      "csp_prog.rlg on a USB stick and then on a CD, and for csp_prog.rlg on a floppy disk",
      "write the file with \"diagctl prepare FILE DIR\", insert the medium and try again"},
     {"Parameter File is not exsit.", "the unit has no parameter file that it can load",
-     "make one with \"diagctl read\", or copy one from a medium with \"diagctl restore\""},
+     "copy one from a medium with \"diagctl restore\", or make one with \"diagctl read\", which "
+     "ends "
+     "the server"},
     {"Cannot Execute CSP Update.",
      "no firmware file is loaded, since each search is good for one update, or a careful unit has "
      "found it damaged",
@@ -30,10 +32,12 @@ constexpr Advice kAdvice[] = {
      "there is no parameter file to copy: a backup takes the unit's own, a restore csp_param.rlg "
      "on "
      "the medium",
-     "before a backup, run \"diagctl read\"; for a restore, insert the medium with the backup"},
+     "before a backup, run \"diagctl read\", which ends the server; for a restore, insert the "
+     "medium "
+     "with the backup"},
     {"Binary file error.",
      "the unit's parameter file is damaged, or the unit's disk is full; the medium is unchanged",
-     "run \"diagctl read\" again, then the backup"},
+     "run \"diagctl read\" again, start the server anew, then the backup"},
     {"Free Disk space error.",
      "the medium has no room for the new copy next to the old one, which is unchanged",
      "delete files from the medium, or use another one"},

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,9 +29,12 @@ bool IsDirectory(const std::string& path)
 ImageForm ConvertForMedium(const ImageFile& image, std::string& bytes)
 {
     Conversion compressed = Convert(image, ImageForm::Rlg);
-    const bool isPossible = compressed.error.empty();
-    bytes = isPossible ? std::move(compressed.bytes) : image.hexText;
-    return isPossible ? ImageForm::Rlg : ImageForm::Hex;
+    if (!compressed.error.empty()) {
+        bytes = image.hexText;
+        return ImageForm::Hex;
+    }
+    bytes = std::move(compressed.bytes);
+    return ImageForm::Rlg;
 }
 
 void Report(const Invocation& invocation, const std::string& target, const ImageFile& image)

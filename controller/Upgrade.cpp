@@ -52,7 +52,7 @@ Outcome Upgrade(const Invocation& invocation)
 {
     Invocation patient = invocation;
     patient.waitSeconds = invocation.waitSeconds > 0 ? invocation.waitSeconds : kWait;
-    const Outcome found = Ask(patient, "find-update", Shown::NothingButJson);
+    Outcome found = Ask(patient, "find-update", Shown::NothingButJson);
     if (!found.IsSuccess())
         return found;
     ShowFound(invocation, found.answer);

@@ -59,7 +59,7 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         {"",
          {"find-parameters", "--json"},
          1,
-         "restore\\\"\"}\n",
+         "the server\"}\n",
          "Parameter File is not exsit.\n"},
         {"", {"backup"}, 1, "HD -> FD\nParameter file is not exists.\n", "not exists.\n"},
         {"", {"restore"}, 0, "FD -> HD\nCopy Success.\n", ""},
