@@ -156,7 +156,7 @@ void AddPeer(CLI::App& command, Invocation& invocation)
 
 void AddAll(CLI::App& command, Invocation& invocation)
 {
-    command.add_flag("--all", invocation.all, "more than the first 20 findings");
+    command.add_flag("--all", invocation.all, "more than the first 20 findings, up to 1,000");
 }
 
 void AddSvg(CLI::App& command, Invocation& invocation)

@@ -19,6 +19,9 @@ public:
     using Watcher = std::function<void(char direction, std::string_view bytes)>;
 
     explicit Link(Watcher watching) : watch(std::move(watching)) {}
+    ~Link() { Close(); }
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
 
     // False with the reason in `error`. There must be no connection. While there is one, Ctrl-C is
     // an event; otherwise it ends the program, as ever.
