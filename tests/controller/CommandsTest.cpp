@@ -6,8 +6,10 @@
 #include <vector>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "CommandLine.h"
 #include "Compress.h"
@@ -282,6 +284,17 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     EXPECT_TRUE(Has(directory.Read("bad.svg"), "<title>90040400 to 900407FF: error</title>"));
     EXPECT_TRUE(Has(RunTool({"check", good, bad, "--json"}).output,
                     "\"line\":79,\"severity\":\"error\",\"address\":\"900404D0\""));
+
+    const UniqueFd input(open(good.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(dup2(input.Get(), STDIN_FILENO), STDIN_FILENO);
+    EXPECT_EQ(RunTool({"check", "-"}).output.substr(0, 14), "-: 0 errors, 0");
+
+    // What is said of an address without data makes no row.
+    const std::string unused = Record(4, 0, "\x90\x08"s) + "\n:00000001FF\n";
+    const std::string empty =
+        directory.Write("empty.hex", hex.substr(0, hex.rfind(":00")) + unused);
+    const std::string shown = RunTool({"check", empty}).output;
+    EXPECT_TRUE(Has(shown, "no data follows") && !Has(shown, "90080000 |")) << shown;
 
     const std::string cut = directory.Write("cut.rlg", "\x04\x90\xDD\x01");
     const std::string tiny = directory.Write("tiny.bin", "\x04");
