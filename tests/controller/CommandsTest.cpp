@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <arpa/inet.h>
@@ -45,6 +46,20 @@ bool Has(const std::string& text, const std::string& part)
 {
     return text.find(part) != std::string::npos;
 }
+
+// A port that a unit of the test listens on.
+struct Listener {
+    Listener()
+    {
+        sockaddr_in address = {};
+        socklen_t size = sizeof(address);
+        listen(descriptor.Get(), 1);
+        getsockname(descriptor.Get(), reinterpret_cast<sockaddr*>(&address), &size);
+        port = std::to_string(ntohs(address.sin_port));
+    }
+    const UniqueFd descriptor{socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)};
+    std::string port;
+};
 
 // 0x10020 bytes with the version "V3".
 std::string Good()
@@ -189,11 +204,7 @@ TEST(Output, ShowsMissing100PercentOnce)
 
 TEST(Link, WaitsPastTheDeadlineForTheRestOfALine)
 {
-    const UniqueFd listener(socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in address = {};
-    socklen_t size = sizeof(address);
-    ASSERT_EQ(listen(listener.Get(), 1), 0);
-    ASSERT_EQ(getsockname(listener.Get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+    const Listener unit;
     UniqueFd peer(-1);
     Clock::time_point deadline;
     Link link([&](char, std::string_view bytes) {
@@ -204,16 +215,37 @@ TEST(Link, WaitsPastTheDeadlineForTheRestOfALine)
         ASSERT_EQ(send(peer.Get(), "c\n", 2, 0), 2);
     });
     std::string text;
-    ASSERT_TRUE(link.Connect("127.0.0.1", std::to_string(ntohs(address.sin_port)),
-                             std::chrono::seconds(9), text))
-        << text;
-    peer.Reset(accept(listener.Get(), nullptr, nullptr));
+    ASSERT_TRUE(link.Connect("127.0.0.1", unit.port, std::chrono::seconds(9), text)) << text;
+    peer.Reset(accept(unit.descriptor.Get(), nullptr, nullptr));
     ASSERT_EQ(send(peer.Get(), "ab", 2, 0), 2);
     deadline = Clock::now() + std::chrono::milliseconds(20);
     bool isCut = false;
     EXPECT_EQ(link.Next(deadline, text, isCut), Link::Arrival::Line);
     EXPECT_EQ(text, "abc");
     EXPECT_EQ(link.Next(deadline, text, isCut), Link::Arrival::Silence);
+}
+
+TEST(Upgrade, ChangesNothingAfterADamagedFileWasFound)
+{
+    const Listener unit;
+    std::string received;
+    std::thread answering([&] {
+        const UniqueFd peer(accept(unit.descriptor.Get(), nullptr, nullptr));
+        char bytes[100];
+        received.assign(bytes, std::max<ssize_t>(0, read(peer.Get(), bytes, sizeof(bytes))));
+        const std::string reply = "[ System version: Update File ]\nV7\na\nb\nc\n";
+        static_cast<void>(send(peer.Get(), reply.data(), reply.size(), MSG_NOSIGNAL));
+        static_cast<void>(read(peer.Get(), bytes, sizeof(bytes)));
+    });
+    const Shown shown = RunTool({"upgrade", "--yes", "--port", unit.port});
+    answering.join();
+    EXPECT_EQ(shown.status, Status::Failed);
+    EXPECT_EQ(received, "\xDF\xDF\0\xAA"s);
+    EXPECT_EQ(shown.error,
+              "diagctl: the file on the medium is damaged: a; b; c; nothing was changed\n");
+    sigset_t blocked;
+    sigprocmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_EQ(sigismember(&blocked, SIGINT), 0) << "Ctrl-C ends the program again";
 }
 
 TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
