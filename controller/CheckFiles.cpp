@@ -3,9 +3,9 @@
 
 #include "Command.h"
 #include "Event.h"
-#include "Files.h"
 #include "Hexadecimal.h"
 #include "LoadImage.h"
+#include "NewFile.h"
 #include "Picture.h"
 #include "Printable.h"
 

@@ -2,7 +2,6 @@
 
 #include "Command.h"
 #include "Conversion.h"
-#include "Files.h"
 #include "LoadImage.h"
 #include "SavedImage.h"
 

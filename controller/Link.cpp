@@ -15,7 +15,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "Files.h"
+#include "Signals.h"
 
 namespace {
 

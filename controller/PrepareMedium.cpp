@@ -7,7 +7,6 @@
 #include "Command.h"
 #include "Conversion.h"
 #include "Event.h"
-#include "Files.h"
 #include "LoadImage.h"
 #include "Printable.h"
 #include "SavedImage.h"

@@ -1,6 +1,6 @@
 #include "SavedImage.h"
 
-#include "Files.h"
+#include "NewFile.h"
 #include "SumFile.h"
 
 Outcome SaveImage(const std::string& target, ImageForm form, std::string_view bytes)

@@ -57,7 +57,7 @@ Outcome Upgrade(const Invocation& invocation)
         return found;
     ShowFound(invocation, found.answer);
     if (!found.reason.empty())
-        return Refuse(Status::Failed, "the file on the medium is damaged: " + found.reason);
+        return Refuse(Status::Failed, "the unit reports about this file: " + found.reason);
     if (!invocation.expected.empty() && invocation.expected != found.answer)
         return Refuse(Status::Failed, "another version than expected");
     if (invocation.dryRun)

@@ -18,6 +18,7 @@
 #include "Files.h"
 #include "HexText.h"
 #include "Link.h"
+#include "NewFile.h"
 #include "Output.h"
 #include "SumFile.h"
 #include "TempDir.h"
@@ -242,7 +243,7 @@ TEST(Upgrade, ChangesNothingAfterADamagedFileWasFound)
     EXPECT_EQ(shown.status, Status::Failed);
     EXPECT_EQ(received, "\xDF\xDF\0\xAA"s);
     EXPECT_EQ(shown.error,
-              "diagctl: the file on the medium is damaged: a; b; c; nothing was changed\n");
+              "diagctl: the unit reports about this file: a; b; c; nothing was changed\n");
     sigset_t blocked;
     sigprocmask(SIG_BLOCK, nullptr, &blocked);
     EXPECT_EQ(sigismember(&blocked, SIGINT), 0) << "Ctrl-C ends the program again";
