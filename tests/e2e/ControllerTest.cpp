@@ -1,6 +1,7 @@
 // The controller's tool with the server, as its user and a script see it.
 
 #include <csignal>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -56,11 +57,7 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         {"", {"upgrade", "--dry-run", "--json"}, 0, "\"version\":\"V7\",\"text\":\"\"}\n", ""},
         {"", {"upgrade"}, 2, "found on the medium: V7\n", "--yes is needed; nothing was changed\n"},
         {"", {"upgrade", "--expect", "V7", "--yes"}, 0, "updated to V7 and restarted.\n", ""},
-        {"",
-         {"find-parameters", "--json"},
-         1,
-         "the server\"}\n",
-         "Parameter File is not exsit.\n"},
+        {"", {"find-parameters", "--json"}, 1, "the server\"}\n", "Parameter File is not exsit.\n"},
         {"", {"backup"}, 1, "HD -> FD\nParameter file is not exists.\n", "not exists.\n"},
         {"", {"restore"}, 0, "FD -> HD\nCopy Success.\n", ""},
         {"", {"find-parameters", "--quiet"}, 0, ")\n", ""},
@@ -190,4 +187,24 @@ TEST(ControllerTool, LeavesIgnoredSignalsIgnored)
     kill(monitor.Id(), SIGINT);
     scene.Say(Frames({"still here"}));
     EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "still here") > 0; }));
+}
+
+TEST(ControllerTool, DocumentsNameEveryCommandAndOption)
+{
+    const std::string manual = ReadFile(DIAG_SOURCE "/packaging/diagctl.1");
+    const std::string readme = ReadFile(DIAG_SOURCE "/README.md");
+    Unit unit;
+    int names = 0;
+    for (const char* begin : {"", "-"}) {
+        Process& tool = unit.Start("diagctl", {"complete", begin});
+        tool.Wait();
+        std::istringstream lines(tool.Output());
+        for (std::string line; std::getline(lines, line); ++names) {
+            const std::string name = line.substr(0, line.find('\t'));
+            const bool isOption = name[0] == '-';
+            EXPECT_GT(Count(manual, isOption ? "Fl " + name.substr(1) : name), 0U) << name;
+            EXPECT_TRUE(isOption || Count(readme, name) > 0) << name;
+        }
+    }
+    EXPECT_GT(names, 25);
 }
