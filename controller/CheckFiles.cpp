@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr std::size_t kShownFindings = 20;  // of a file, without --all
+constexpr std::size_t kShown = 20;  // findings of a file, and ranges, without --all
 
 const char* NameOf(LineEnds ends)
 {
@@ -36,31 +36,40 @@ std::string SumText(const std::string& path, const ImageFile& file)
     }
 }
 
-std::size_t CountShown(const HexReport& report, bool all)
+std::size_t CountShown(std::size_t count, bool all)
 {
-    return all ? report.findings.size() : std::min(report.findings.size(), kShownFindings);
+    return all ? count : std::min(count, kShown);
 }
 
 void PrintFindings(const std::string& path, const HexReport& report, bool all)
 {
-    const std::size_t shown = CountShown(report, all);
+    const std::size_t shown = CountShown(report.findings.size(), all);
     for (std::size_t i = 0; i < shown; ++i)
         std::printf("%s\n", Readable(Describe(path, report.findings[i])).c_str());
     const std::size_t left = report.errors + report.warnings - shown;
     if (left > 0)
         std::printf("%s: %s not shown%s\n", Readable(path).c_str(),
-                    Counted(left, "finding").c_str(), all ? "" : "; --all shows them");
+                    Counted(left, "finding").c_str(), all ? "" : "; --all shows more");
 }
 
-void PrintSummary(const std::string& path, const ImageFile& file)
+void PrintRanges(const std::vector<AddressRange>& ranges, bool all)
+{
+    const std::size_t shown = CountShown(ranges.size(), all);
+    for (std::size_t i = 0; i < shown; ++i)
+        std::printf("  data       %s to %s, %s\n", EightDigits(ranges[i].start).c_str(),
+                    EightDigits(ranges[i].start + ranges[i].size - 1).c_str(),
+                    Counted(ranges[i].size, "byte").c_str());
+    if (ranges.size() > shown)
+        std::printf("  data       %s not shown; --all shows them\n",
+                    Counted(ranges.size() - shown, "range").c_str());
+}
+
+void PrintSummary(const std::string& path, const ImageFile& file, bool all)
 {
     const HexReport& report = file.report;
     std::printf("  version    %s\n",
                 report.version.empty() ? "none" : Readable(report.version).c_str());
-    for (const AddressRange& range : report.ranges)
-        std::printf("  data       %s to %s, %s\n", EightDigits(range.start).c_str(),
-                    EightDigits(range.start + range.size - 1).c_str(),
-                    Counted(range.size, "byte").c_str());
+    PrintRanges(report.ranges, all);
     std::printf("  total      %s in %s\n", Counted(report.bytes, "byte").c_str(),
                 Counted(report.blocks, "block").c_str());
     if (file.form == ImageForm::Hex)
@@ -78,13 +87,13 @@ void PrintPlain(const std::string& path, const ImageFile& file, const Invocation
         return;
     std::printf("%s: %s, %s\n", Readable(path).c_str(), Counted(report.errors, "error").c_str(),
                 Counted(report.warnings, "warning").c_str());
-    PrintSummary(path, file);
+    PrintSummary(path, file, invocation.all);
     std::printf("%s", PictureText(DrawImage(file.hexText, report)).c_str());
 }
 
 void PrintFindingsAsJson(const std::string& path, const HexReport& report, bool all)
 {
-    for (std::size_t i = 0; i < CountShown(report, all); ++i) {
+    for (std::size_t i = 0; i < CountShown(report.findings.size(), all); ++i) {
         const Finding& finding = report.findings[i];
         Event event("finding");
         event.AddText("file", path);

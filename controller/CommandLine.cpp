@@ -156,7 +156,8 @@ void AddPeer(CLI::App& command, Invocation& invocation)
 
 void AddAll(CLI::App& command, Invocation& invocation)
 {
-    command.add_flag("--all", invocation.all, "more than the first 20 findings, up to 1,000");
+    command.add_flag("--all", invocation.all,
+                     "more than the first 20 findings, up to 1,000, and\n20 ranges");
 }
 
 void AddSvg(CLI::App& command, Invocation& invocation)

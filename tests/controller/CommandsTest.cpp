@@ -468,8 +468,14 @@ TEST(ImageCommands, CheckLimitsFindingsAndEscapesText)
     hex.insert(hex.find(":00000001FF"), std::string(30, '\n'));
     const std::string many = directory.Write("many\x7F\x9B.hex", hex);
     const Shown shown = RunTool({"check", many, "--quiet"});
-    EXPECT_TRUE(Has(shown.output, "many\\x7F\\x9B.hex: 10 findings not shown; --all shows them\n"));
+    EXPECT_TRUE(Has(shown.output, "many\\x7F\\x9B.hex: 10 findings not shown; --all shows more\n"));
     EXPECT_EQ(std::count(shown.output.begin(), shown.output.end(), '\n'), 21);
+    std::string pages;
+    for (char page = 1; page <= 22; ++page)
+        pages += Record(4, 0, {'\x90', page}) + "\n" + Record(0, 0, "x") + "\n";
+    const std::string scattered = directory.Write("pages.hex", pages + ":00000001FF\n");
+    EXPECT_TRUE(Has(RunTool({"check", scattered}).output, "data       2 ranges not shown; --all"));
+    EXPECT_FALSE(Has(RunTool({"check", scattered, "--all"}).output, "not shown"));
     const Shown all = RunTool({"check", many, "--quiet", "--all", "--json"});
     EXPECT_EQ(std::count(all.output.begin(), all.output.end(), '\n'), 32);
     EXPECT_TRUE(Has(all.output, "many\\u007f\\u009b.hex"));
