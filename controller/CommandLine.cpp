@@ -276,7 +276,7 @@ void PrintFiles()
     std::printf(":files\n");
 }
 
-// The program's command line, with the values of what is given.
+// The program's command line, with the values of its options.
 class CommandLine {
 public:
     CommandLine();
@@ -324,7 +324,7 @@ CommandLine::CommandLine()
 
 Status CommandLine::Run(Words words)
 {
-    // An error is shown as the rest of the line says.
+    // How an error is shown depends on the rest of the line.
     const bool isJson = std::find(words.begin(), words.end(), "--json") != words.end();
     std::string wrong = MoveCommandToFront(words);
     try {

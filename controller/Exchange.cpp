@@ -208,12 +208,12 @@ bool Exchange::TakeKnown(Effect effect, std::string_view line)
         Explain(line);
         return true;
     }
-    if (stage == Stage::Explaining) {
-        stage = Stage::Ended;
+    if (state == State::Explaining) {
+        state = State::Ended;
         return false;
     }
     // Another's work: the unit has dropped this command without a word, or will.
-    if (stage == Stage::Sent && (IsWork(line) || IsOfWork(effect))) {
+    if (state == State::Sent && (IsWork(line) || IsOfWork(effect))) {
         if (IsWork(line))
             otherWork = ProgressOf(line);
         return false;
@@ -241,7 +241,7 @@ bool Exchange::EndsWork(std::string_view line)
 
 std::string_view Exchange::CompletedPhase(std::string_view line) const
 {
-    if (stage != Stage::Taken || EffectOf(line) != Effect::Succeeds)
+    if (state != State::Taken || EffectOf(line) != Effect::Succeeds)
         return {};
     return EndsWith(line, kReadSuccess) ? kReadingPhase : kWritingPhase;
 }
@@ -255,22 +255,22 @@ void Exchange::TakeAnswer(std::string_view line)
         line.remove_suffix(kServiceText.size());
     answer = line;
     if (hasService && line.empty())
-        End(Stage::Ended, Status::Failed, "the unit has no release line");
+        End(State::Ended, Status::Failed, "the unit has no release line");
     else
-        End(stage == Stage::Found ? Stage::Explaining : Stage::Ended, Status::Success, {});
+        End(state == State::Found ? State::Explaining : State::Ended, Status::Success, {});
 }
 
 // After a success only what is wrong with a file that was found.
 void Exchange::Explain(std::string_view line)
 {
-    const bool isReason = stage == Stage::Explaining || status == Status::Failed;
+    const bool isReason = state == State::Explaining || status == Status::Failed;
     if (!isReason || reasons == kMostReasons)
         return;
     if (!reason.empty())
         reason += reasons == 0 ? " " : "; ";
     reason += line;
-    if (++reasons == kMostReasons && stage == Stage::Explaining)
-        stage = Stage::Ended;
+    if (++reasons == kMostReasons && state == State::Explaining)
+        state = State::Ended;
 }
 
 void Exchange::Apply(Effect effect, std::string_view line)
@@ -279,17 +279,17 @@ void Exchange::Apply(Effect effect, std::string_view line)
     case Effect::Nothing:
     case Effect::GoesOn: break;
     case Effect::Marks:
-    case Effect::Starts: stage = Stage::Taken; break;
-    case Effect::Heads: stage = Stage::Headed; break;
-    case Effect::Finds: stage = Stage::Found; break;
-    case Effect::Succeeds: End(stage, Status::Success, {}); break;
-    case Effect::Fails: End(stage, Status::Failed, line); break;
+    case Effect::Starts: state = State::Taken; break;
+    case Effect::Heads: state = State::Headed; break;
+    case Effect::Finds: state = State::Found; break;
+    case Effect::Succeeds: End(state, Status::Success, {}); break;
+    case Effect::Fails: End(state, Status::Failed, line); break;
     case Effect::Answers:
         answer = line;
-        End(Stage::Explaining, Status::Success, {});
+        End(State::Explaining, Status::Success, {});
         break;
-    case Effect::Confirms: End(Stage::Ended, Status::Success, {}); break;
-    case Effect::Refuses: End(Stage::Explaining, Status::Failed, line); break;
+    case Effect::Confirms: End(State::Ended, Status::Success, {}); break;
+    case Effect::Refuses: End(State::Explaining, Status::Failed, line); break;
     case Effect::Ends: EndWork(); break;
     }
 }
@@ -300,7 +300,7 @@ void Exchange::EndWork()
     if (!status || query->wait == Wait::Close)
         return;
     const bool isExplained = status == Status::Success || reasons > 0;
-    stage = isExplained ? Stage::Ended : Stage::Explaining;
+    state = isExplained ? State::Ended : State::Explaining;
 }
 
 // A server closes the connection by itself after a read-back that succeeded.
@@ -313,9 +313,9 @@ Status Exchange::ResultAt(bool close) const
     return status.value_or(Status::Connection);
 }
 
-void Exchange::End(Stage with, Status how, std::string_view why)
+void Exchange::End(State with, Status how, std::string_view why)
 {
-    stage = with;
+    state = with;
     status = how;
     reason = why;
     reasons = 0;

@@ -76,17 +76,17 @@ class Exchange {
 public:
     // To a command that waits for the close, all work is its own.
     explicit Exchange(const Query& sent)
-        : query(&sent), stage(sent.wait == Wait::Close ? Stage::Taken : Stage::Sent)
+        : query(&sent), state(sent.wait == Wait::Close ? State::Taken : State::Sent)
     {}
 
     // True when the line belongs to the command, which allows it some more time.
     bool Take(std::string_view line);
 
     bool IsMark(std::string_view line) const { return EffectOf(line) == Effect::Marks; }
-    bool HasStarted() const { return stage == Stage::Taken; }
-    bool HasEnded() const { return stage == Stage::Ended; }
+    bool HasStarted() const { return state == State::Taken; }
+    bool HasEnded() const { return state == State::Ended; }
     // The result is known, and the unit may add reasons.
-    bool IsExplaining() const { return stage == Stage::Explaining; }
+    bool IsExplaining() const { return state == State::Explaining; }
     // A read-back has succeeded, whoever has started it: the server ends then.
     bool ServerEnds() const { return serverEnds; }
 
@@ -112,7 +112,7 @@ public:
     const std::string& Answer() const { return answer; }
 
 private:
-    enum class Stage {
+    enum class State {
         Sent,        // nothing shows that the unit has taken the command
         Headed,      // the next line is the answer
         Found,       // likewise, and what is wrong with the file may follow
@@ -122,16 +122,16 @@ private:
     };
 
     Effect EffectOf(std::string_view line) const;
-    bool IsAnswerNext() const { return stage == Stage::Headed || stage == Stage::Found; }
+    bool IsAnswerNext() const { return state == State::Headed || state == State::Found; }
     bool TakeKnown(Effect effect, std::string_view line);
     void TakeAnswer(std::string_view line);
     void Explain(std::string_view line);
     void Apply(Effect effect, std::string_view line);
     void EndWork();
-    void End(Stage with, Status how, std::string_view why);
+    void End(State with, Status how, std::string_view why);
 
     const Query* query;
-    Stage stage;
+    State state;
     std::optional<Status> status;
     std::string reason;
     int reasons = 0;  // of the unit, at the end of `reason`

@@ -94,7 +94,7 @@ Outcome NewFile::Open()
     return {};
 }
 
-// Some disks refuse bytes only when they come to write them. A slow one must not hold a signal back
+// Some disks refuse bytes only when they come to write them. A slow one must not delay a signal
 // for longer than a piece takes.
 Outcome NewFile::WriteAll(std::string_view bytes)
 {

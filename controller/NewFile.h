@@ -7,7 +7,7 @@
 #include "Status.h"
 #include "UniqueFd.h"
 
-// A file that takes the place of another one, or of none, when it is whole, on the disk and read
+// A file that takes the place of another one, or of none, when it is complete, on the disk and read
 // again. Until then it has a name of its own next to the target, and is removed at the end of the
 // scope. A signal that ends the program waits until then, and Write returns at once.
 class NewFile {

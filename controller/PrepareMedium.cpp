@@ -23,7 +23,7 @@ bool IsDirectory(const std::string& path)
     return stat(path.c_str(), &state) == 0 && S_ISDIR(state.st_mode);
 }
 
-// Compressed where that is possible, since only that form has a checksum of the whole file. An
+// Compressed where that is possible, since only that form has a checksum of all its bytes. An
 // image with gaps stays as it is.
 ImageForm ConvertForMedium(const ImageFile& image, std::string& bytes)
 {

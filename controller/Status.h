@@ -22,7 +22,7 @@ struct Outcome {
     bool IsSuccess() const { return status == Status::Success; }
 
     Status status;
-    std::string reason;  // of a failure; empty where the findings say it all
+    std::string reason;  // of a failure; empty where the findings show it
     std::string answer;  // the line requested from the unit, where there is one
 };
 

@@ -10,7 +10,7 @@ constexpr std::uint32_t kOffsetMask = 0xFFFF;
 
 }  // namespace
 
-bool ByteWalk::Next()
+bool ByteReader::Next()
 {
     if (count > 0 && ++index < count)
         return true;
@@ -23,7 +23,7 @@ bool ByteWalk::Next()
 }
 
 // Without errors, what is no record are the blank lines that may follow the end record.
-bool ByteWalk::NextRecord()
+bool ByteReader::NextRecord()
 {
     count = 0;
     const std::size_t end = rest.find(kLf);
@@ -44,11 +44,11 @@ bool ByteWalk::NextRecord()
 Image::Image(std::string_view hexText)
 {
     std::size_t count = 0;
-    for (ByteWalk walk(hexText); walk.Next();)
+    for (ByteReader reader(hexText); reader.Next();)
         ++count;
     bytes.reserve(count);
-    for (ByteWalk walk(hexText); walk.Next();)
-        Put(walk.Address(), walk.Value());
+    for (ByteReader reader(hexText); reader.Next();)
+        Put(reader.Address(), reader.Value());
 }
 
 std::int16_t Image::At(std::uint32_t address) const

@@ -6,11 +6,11 @@
 
 #include "HexRecord.h"
 
-// Walks over the bytes of data in the text of an Intel HEX file, in the order of the file. What is
+// Reads the bytes of data in the text of an Intel HEX file, in the order of the file. What is
 // no complete line with a complete record is left out, and checksums aren't tested.
-class ByteWalk {
+class ByteReader {
 public:
-    explicit ByteWalk(std::string_view hexText) : rest(hexText) {}
+    explicit ByteReader(std::string_view hexText) : rest(hexText) {}
 
     // Goes to the next byte, at first to the first one. False at the end.
     bool Next();

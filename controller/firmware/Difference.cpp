@@ -35,8 +35,8 @@ void Add(Comparison& comparison, std::uint32_t at, Side side)
 Comparison Compare(std::string_view left, std::string_view right)
 {
     Comparison comparison;
-    ByteWalk a(left);
-    ByteWalk b(right);
+    ByteReader a(left);
+    ByteReader b(right);
     bool hasA = a.Next();
     bool hasB = b.Next();
     while (hasA || hasB) {

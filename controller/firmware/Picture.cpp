@@ -70,16 +70,16 @@ void AddDensity(std::string_view hexText, Densities& densities)
 {
     std::uint32_t start = 0;
     Density* row = nullptr;  // most bytes are in the row of the last one
-    for (ByteWalk walk(hexText); walk.Next();) {
-        const std::uint32_t offset = walk.Address() % kRowSize;
-        if (row == nullptr || walk.Address() - offset != start) {
-            start = walk.Address() - offset;
+    for (ByteReader reader(hexText); reader.Next();) {
+        const std::uint32_t offset = reader.Address() % kRowSize;
+        if (row == nullptr || reader.Address() - offset != start) {
+            start = reader.Address() - offset;
             row = densities.RowAt(start);
         }
         if (row == nullptr)
             continue;
         ++row->data[offset / kCellSize];
-        row->written[offset / kCellSize] += walk.Value() == kErased ? 0 : 1;
+        row->written[offset / kCellSize] += reader.Value() == kErased ? 0 : 1;
     }
 }
 
@@ -109,7 +109,7 @@ Picture DrawDensities(const Densities& densities, char (*cellOf)(std::uint32_t, 
     return picture;
 }
 
-// Only where there is a row: what is said of an address without data has no place in the picture.
+// Only where there is a row: a finding about an address without data has no place in the picture.
 void Mark(Picture& picture, std::uint32_t address, char with)
 {
     const std::uint32_t start = address - address % kRowSize;

@@ -9,7 +9,7 @@
 #include "HexCheck.h"
 
 // An image's address space, for a look: one row per 64 KiB that has data, one character per KiB.
-// Its legend says what each stands for.
+// Its legend explains them.
 struct PictureRow {
     std::uint32_t address;
     std::string cells;

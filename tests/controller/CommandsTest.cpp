@@ -322,7 +322,7 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     ASSERT_EQ(dup2(input.Get(), STDIN_FILENO), STDIN_FILENO);
     EXPECT_EQ(RunTool({"check", "-"}).output.substr(0, 14), "-: 0 errors, 0");
 
-    // What is said of an address without data makes no row and marks no other.
+    // A finding about an address without data makes no row and marks no other.
     const std::string unused = Record(4, 0, "\x90\x07"s) + "\n" + Record(4, 0, "\x90\x08"s) + "\n" +
                                Record(0, 0, std::string(16, '\xFF')) + "\n:00000001FF\n";
     const std::string empty =

@@ -182,7 +182,7 @@ TEST(HexCheck, SummarizesLoadedData)
         {":0204000056327A\n", "V2"},                // whatever its checksum
         {":030400005632\n", "V2"},                  // as far as it goes
         {kEnd + Data(0x400, "V2"), "V2"},           // after the end
-        {Data(0x400, "V2").substr(0, 14), "V1.0"},  // but a whole line
+        {Data(0x400, "V2").substr(0, 14), "V1.0"},  // but a complete line
         {":02000004ZZ047A\n" + Data(0x400, "V2"), "V1.0"},
     };
     for (const auto& row : versions)
