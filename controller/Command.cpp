@@ -38,6 +38,8 @@ Status Finish(const Invocation& invocation, const Outcome& outcome)
         if (!outcome.answer.empty())
             event.AddText("version", outcome.answer);
         event.AddText("text", outcome.reason);
+        if (!outcome.note.empty())
+            event.AddText("note", outcome.note);
         if (advice != nullptr) {
             event.AddText("cause", advice->cause);
             event.AddText("next", advice->next);

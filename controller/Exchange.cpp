@@ -8,7 +8,7 @@
 namespace {
 
 constexpr int kMaxPercent = 100;
-constexpr int kMostReasons = 3;  // lines that a careful unit adds to a failure
+constexpr int kMostAdded = 4;  // lines that a careful unit adds to a result
 
 constexpr std::string_view kServiceText = "KVT : Update the Service Center.";
 constexpr std::string_view kConnecting = "Connecting to CSP";
@@ -50,7 +50,7 @@ const std::vector<Reply> kReadReplies = {
     {kRestarting, Effect::Ends},
 };
 const std::vector<Reply> kCopyReplies = {
-    {"Copying CSP Parameters...", Effect::Starts},      {"Copy Success.", Effect::Confirms},
+    {"Copying CSP Parameters...", Effect::Starts},      {"Copy Success.", Effect::Copies},
     {"Parameter file is not exists.", Effect::Refuses}, {"Binary file error.", Effect::Refuses},
     {"Free Disk space error.", Effect::Refuses},        {"Copy error.", Effect::Refuses},
     {"Floppy in not inserted.", Effect::Refuses},
@@ -82,6 +82,19 @@ bool IsWork(std::string_view line)
 {
     return BeginsWith(line, kConnecting) || BeginsWith(line, kReading) ||
            BeginsWith(line, kSending) || BeginsWith(line, kRestarting);
+}
+
+bool IsNote(std::string_view line)
+{
+    return line.find(": not verified, since ") != std::string_view::npos;
+}
+
+// Adds a line to a text of one line.
+void Append(std::string& text, std::string_view line)
+{
+    const bool isUnits = !text.empty() && text.back() == '.';
+    text += text.empty() ? "" : isUnits ? " " : "; ";
+    text += line;
 }
 
 // Texts with which work ends.
@@ -208,7 +221,7 @@ bool Exchange::TakeKnown(Effect effect, std::string_view line)
         Explain(line);
         return true;
     }
-    if (state == State::Explaining) {
+    if (IsExplaining()) {
         state = State::Ended;
         return false;
     }
@@ -260,16 +273,17 @@ void Exchange::TakeAnswer(std::string_view line)
         End(state == State::Found ? State::Explaining : State::Ended, Status::Success, {});
 }
 
-// After a success only what is wrong with a file that was found.
+// After a success only what there is to add about a file that was found or copied.
 void Exchange::Explain(std::string_view line)
 {
-    const bool isReason = state == State::Explaining || status == Status::Failed;
-    if (!isReason || reasons == kMostReasons)
+    const bool isExpected = IsExplaining() || status == Status::Failed;
+    if (!isExpected || added == kMostAdded)
         return;
-    if (!reason.empty())
-        reason += reasons == 0 ? " " : "; ";
-    reason += line;
-    if (++reasons == kMostReasons && state == State::Explaining)
+    if (IsNote(line))
+        Append(note, line);
+    else if (state != State::Noting)
+        Append(reason, line);
+    if (++added == kMostAdded && IsExplaining())
         state = State::Ended;
 }
 
@@ -289,6 +303,7 @@ void Exchange::Apply(Effect effect, std::string_view line)
         End(State::Explaining, Status::Success, {});
         break;
     case Effect::Confirms: End(State::Ended, Status::Success, {}); break;
+    case Effect::Copies: End(State::Noting, Status::Success, {}); break;
     case Effect::Refuses: End(State::Explaining, Status::Failed, line); break;
     case Effect::Ends: EndWork(); break;
     }
@@ -299,7 +314,7 @@ void Exchange::EndWork()
 {
     if (!status || query->wait == Wait::Close)
         return;
-    const bool isExplained = status == Status::Success || reasons > 0;
+    const bool isExplained = status == Status::Success || added > 0;
     state = isExplained ? State::Ended : State::Explaining;
 }
 
@@ -318,5 +333,6 @@ void Exchange::End(State with, Status how, std::string_view why)
     state = with;
     status = how;
     reason = why;
-    reasons = 0;
+    note.clear();
+    added = 0;
 }

@@ -21,6 +21,7 @@ enum class Effect {
     Fails,     // likewise
     Ends,      // nothing more comes
     Confirms,  // a success and the end
+    Copies,    // likewise, and a note about the copy may follow
     Answers,   // likewise, and the line is the requested one
     Refuses,   // a failure and the end
     Heads,     // the next line is the answer, whatever it contains
@@ -71,7 +72,8 @@ std::optional<Progress> ProgressOf(std::string_view line);
 std::string TextOf(const Progress& progress);
 
 // One command on its way: takes the unit's lines and knows when the command has ended, and how. A
-// careful unit adds up to three lines of reasons to a failure, which are any text.
+// careful unit adds up to four lines to a failure, and to the result of a search or of a copy:
+// reasons, which are any text, and a note about a file that has no checksum.
 class Exchange {
 public:
     // To a command that waits for the close, all work is its own.
@@ -86,7 +88,7 @@ public:
     bool HasStarted() const { return state == State::Taken; }
     bool HasEnded() const { return state == State::Ended; }
     // The result is known, and the unit may add reasons.
-    bool IsExplaining() const { return state == State::Explaining; }
+    bool IsExplaining() const { return state == State::Explaining || state == State::Noting; }
     // A read-back has succeeded, whoever has started it: the server ends then.
     bool ServerEnds() const { return serverEnds; }
 
@@ -108,6 +110,9 @@ public:
     // empty when the status is enough.
     const std::string& Reason() const { return reason; }
 
+    // What the unit notes about a file without objecting to it; empty where there is nothing.
+    const std::string& Note() const { return note; }
+
     // The requested line, where there is one.
     const std::string& Answer() const { return answer; }
 
@@ -117,7 +122,8 @@ private:
         Headed,      // the next line is the answer
         Found,       // likewise, and what is wrong with the file may follow
         Taken,       // the unit works on it
-        Explaining,  // it has ended, and reasons may follow
+        Explaining,  // it has ended, and reasons or a note may follow
+        Noting,      // likewise, but no reasons
         Ended,
     };
 
@@ -134,7 +140,8 @@ private:
     State state;
     std::optional<Status> status;
     std::string reason;
-    int reasons = 0;  // of the unit, at the end of `reason`
+    std::string note;
+    int added = 0;  // lines of the unit in `reason` and `note`
     std::string answer;
     std::optional<Progress> otherWork;
     bool serverEnds = false;

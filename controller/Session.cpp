@@ -135,7 +135,9 @@ Outcome Session::Run()
     }
     output.EndBar();
     output.ShowAnswer(exchange.Answer());
-    return {status, ReasonFor(status), exchange.Answer()};
+    Outcome outcome = {status, ReasonFor(status), exchange.Answer()};
+    outcome.note = exchange.Note();
+    return outcome;
 }
 
 Status Session::Attempt()

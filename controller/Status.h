@@ -24,6 +24,7 @@ struct Outcome {
     Status status;
     std::string reason;  // of a failure; empty where the findings show it
     std::string answer;  // the line requested from the unit, where there is one
+    std::string note;    // of the unit about a file, for what doesn't show the unit's lines
 };
 
 struct StatusMeaning {

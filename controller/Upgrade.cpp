@@ -56,6 +56,8 @@ Outcome Upgrade(const Invocation& invocation)
     if (!found.IsSuccess())
         return found;
     ShowFound(invocation, found.answer);
+    if (!found.note.empty())
+        Complain(found.note);
     if (!found.reason.empty())
         return Refuse(Status::Failed, "the unit reports about this file: " + found.reason);
     if (!invocation.expected.empty() && invocation.expected != found.answer)

@@ -142,43 +142,63 @@ TEST(Exchange, ClaimsWorkOnlyAfterCommandWasTaken)
     EXPECT_EQ(update.ResultAt(true), Status::Success);
 }
 
-TEST(Exchange, AddsReasonsToAFailure)
+TEST(Exchange, AddsReasonsAndNotesToAResult)
 {
+    constexpr char kMark[] = "KVT : Update the Service Center.";
+    constexpr char kNote[] = "f: not verified, since y";
     const struct {
         const char* command;
         std::vector<const char*> lines;
+        Status status;
         const char* reason;
-        bool hasEnded;
+        const char* note = "";
+        bool hasEnded = false;
     } rows[] = {
         {"backup",
-         {"Copying CSP Parameters...", "HD -> FD", "Copy error.", "Success. x", "b", "c"},
-         "Copy error. Success. x; b; c",
+         {"Copying", "Copy error.", "Success. x", "b", kNote, "d"},
+         Status::Failed,
+         "Copy error. Success. x; b; d",
+         kNote,
          true},
-        {"restore", {"Copy error.", "x", "Copy Success."}, "Copy error. x", true},
-        {"read",
-         {"KVT : Update the Service Center.", "CSP Read Failed.", "a", "Rebooting CSP..."},
-         "CSP Read Failed. a",
+        {"restore",
+         {"Copy error.", "x", "Copy Success."},
+         Status::Failed,
+         "Copy error. x",
+         "",
          true},
-        {"read",
-         {"KVT : Update the Service Center.", "CSP Read Failed.", "Rebooting CSP...", "a"},
-         "CSP Read Failed. a",
-         false},
+        {"restore", {"Copy Success.", "x", kNote, "x"}, Status::Success, "", kNote},
         {"find-update",
-         {"[ System version: Update File ]", "V7", "csp_prog.hex:3: x"},
-         "csp_prog.hex:3: x",
-         false},
-        {"monitor", {"CSP Read Failed.", "a"}, "CSP Read Failed.", false},
+         {"Update File is not exsit.", kNote, "f: cut"},
+         Status::Failed,
+         "Update File is not exsit. f: cut",
+         kNote},
+        {"read",
+         {kMark, "CSP Read Failed.", "a", "Rebooting CSP..."},
+         Status::Failed,
+         "CSP Read Failed. a",
+         "",
+         true},
+        {"read",
+         {kMark, "CSP Read Failed.", "Rebooting CSP...", "a"},
+         Status::Failed,
+         "CSP Read Failed. a"},
+        {"find-update",
+         {"[ System version: Update File ]", "V7", "f:3: x"},
+         Status::Success,
+         "f:3: x"},
+        {"monitor", {"CSP Read Failed.", "a"}, Status::Failed, "CSP Read Failed."},
     };
     for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.lines));
         Exchange exchange(QueryOf(row.command));
         for (const char* line : row.lines) {
             EXPECT_FALSE(exchange.HasEnded()) << line;
             exchange.Take(line);
         }
         EXPECT_EQ(exchange.Reason(), row.reason);
-        EXPECT_EQ(exchange.HasEnded(), row.hasEnded) << row.reason;
-        const bool isFind = row.command == "find-update"s;
-        EXPECT_EQ(exchange.ResultAt(false), isFind ? Status::Success : Status::Failed);
+        EXPECT_EQ(exchange.Note(), row.note);
+        EXPECT_EQ(exchange.HasEnded(), row.hasEnded);
+        EXPECT_EQ(exchange.ResultAt(false), row.status);
     }
 }
 
@@ -234,7 +254,8 @@ TEST(Upgrade, ChangesNothingAfterADamagedFileWasFound)
         const UniqueFd peer(accept(unit.descriptor.Get(), nullptr, nullptr));
         char bytes[100];
         received.assign(bytes, std::max<ssize_t>(0, read(peer.Get(), bytes, sizeof(bytes))));
-        const std::string reply = "[ System version: Update File ]\nV7\na\nb\nc\n";
+        const std::string reply =
+            "[ System version: Update File ]\nV7\n/x: not verified, since y\na\nb\nc\n";
         static_cast<void>(send(peer.Get(), reply.data(), reply.size(), MSG_NOSIGNAL));
         static_cast<void>(read(peer.Get(), bytes, sizeof(bytes)));
     });
@@ -243,6 +264,7 @@ TEST(Upgrade, ChangesNothingAfterADamagedFileWasFound)
     EXPECT_EQ(shown.status, Status::Failed);
     EXPECT_EQ(received, "\xDF\xDF\0\xAA"s);
     EXPECT_EQ(shown.error,
+              "diagctl: /x: not verified, since y\n"
               "diagctl: the unit reports about this file: a; b; c; nothing was changed\n");
     sigset_t blocked;
     sigprocmask(SIG_BLOCK, nullptr, &blocked);

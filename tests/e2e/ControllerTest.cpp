@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "HexText.h"
 #include "Scene.h"
 
 namespace {
@@ -174,6 +175,39 @@ TEST(ControllerTool, SaysWhyTheServerOfAHealthyPianoHasEnded)
     Process& second = RunTool(scene.unit, {"find-update", "--wait", "300"});
     EXPECT_EQ(second.Wait(), 5);
     EXPECT_NE(second.Error().find("diag_server -f FILE"), std::string::npos) << second.Error();
+}
+
+TEST(ControllerTool, ShowsWhatAStrictUnitAdds)
+{
+    ServerWithPiano scene({"--strict", "-P", OwnPort()});
+    Unit& unit = scene.unit;
+    const std::string packed = PackedText(FirmwareOf("V7", 0x4000));
+    const std::string note = "/mnt/usb/csp_prog.rlg: not verified, since there is no "
+                             "/mnt/usb/csp_prog.sum\n";
+    EXPECT_EQ(RunTool(unit, {"backup"}).Error().find("diagctl: Floppy in not inserted. /mnt/"), 0U);
+    EXPECT_EQ(RunTool(unit, {"update"})
+                  .Error()
+                  .find("diagctl: Cannot Execute CSP Update. no search has found a file\n"),
+              0U);
+    unit.Mount("usb");
+    unit.Write("medium/csp_prog.rlg", packed);
+    EXPECT_EQ(EndOf(RunTool(unit, {"find-update"}).Output(), note), note);
+    EXPECT_EQ(RunTool(unit, {"upgrade", "--dry-run"}).Error(), "diagctl: " + note);
+
+    unit.Write("medium/csp_prog.sum", "1 2 csp_prog.rlg\n");
+    Process& refused = RunTool(unit, {"upgrade", "--yes"});
+    EXPECT_EQ(refused.Wait(), 1);
+    EXPECT_EQ(refused.Error().find("diagctl: Update File is not exsit. /mnt/usb/csp_prog.rlg: "
+                                   "damaged, since /mnt/usb/csp_prog.sum doesn't match\n"),
+              0U);
+    unit.Remove("medium/csp_prog.rlg");
+    const std::string cut = HexText(FirmwareOf("V7", 0x4000), 16, "\n").substr(0, 3000);
+    unit.Write("medium/csp_prog.hex", cut);
+    Process& damaged = RunTool(unit, {"upgrade", "--yes"});
+    EXPECT_EQ(damaged.Wait(), 1);
+    EXPECT_EQ(damaged.Error().find("diagctl: the unit reports about this file: /mnt/usb/csp_prog"),
+              0U)
+        << damaged.Error();
 }
 
 TEST(ControllerTool, LeavesIgnoredSignalsIgnored)
