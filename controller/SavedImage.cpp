@@ -1,19 +1,37 @@
 #include "SavedImage.h"
 
+#include "Files.h"
 #include "NewFile.h"
 #include "SumFile.h"
 
+namespace {
+
+std::string NameOf(const std::string& path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
+
+// The line for the file that stands there; none without one.
+std::string SumLineOf(const std::string& path)
+{
+    std::string bytes;
+    return ReadInput(path, bytes).IsSuccess() ? SumLine(bytes, NameOf(path)) : std::string();
+}
+
+}  // namespace
+
+// While the image is replaced, the checksum has a line for either.
 Outcome SaveImage(const std::string& target, ImageForm form, std::string_view bytes)
 {
     if (form != ImageForm::Rlg)
         return WriteNewFile(target, bytes);
-    const std::string name = target.substr(target.rfind('/') + 1);
+    const std::string sumPath = WithExtension(target, ".sum");
+    const std::string line = SumLine(bytes, NameOf(target));
     NewFile image(target);
-    NewFile sum(WithExtension(target, ".sum"));
     Outcome outcome = image.Write(bytes);
     if (outcome.IsSuccess())
-        outcome = sum.Write(SumLine(bytes, name));
+        outcome = WriteNewFile(sumPath, line + SumLineOf(target));
     if (outcome.IsSuccess())
         outcome = image.TakePlace();
-    return outcome.IsSuccess() ? sum.TakePlace() : outcome;
+    return outcome.IsSuccess() ? WriteNewFile(sumPath, line) : outcome;
 }

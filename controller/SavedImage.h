@@ -6,6 +6,6 @@
 #include "ImageFile.h"
 #include "Status.h"
 
-// Replaces the file, and with a compressed image the .sum file next to it, once both are complete.
-// If only one of the two takes its place, the unit refuses the pair.
+// Replaces the file, and with a compressed image the .sum file next to it. Wherever that is broken
+// off, the checksum matches the image that is there.
 Outcome SaveImage(const std::string& target, ImageForm form, std::string_view bytes);
