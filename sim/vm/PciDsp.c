@@ -38,7 +38,8 @@ static void Ioctl(fuse_req_t request, int command, void* argument, struct fuse_f
 int main(int argc, char** argv)
 {
     static const char* const names[] = {"DEVNAME=PciDsp"};
-    static const struct cuse_info device = {.dev_info_argc = 1, .dev_info_argv = (const char**)names};
+    static const struct cuse_info device = {.dev_info_argc = 1,
+                                            .dev_info_argv = (const char**)names};
     static const struct cuse_lowlevel_ops calls = {.open = Open, .ioctl = Ioctl};
     return cuse_lowlevel_main(argc, argv, &device, &calls, NULL);
 }

@@ -39,7 +39,8 @@ class Machine:
         words = "console=ttyS0 quiet panic=-1 usb-storage.delay_use=0" + console * " shell"
         options = ["-m", "512", "-smp", "2", "-nodefaults", "-no-reboot", "-display", "none",
                    "-kernel", f"{folder}/vmlinuz", "-initrd", f"{folder}/initramfs",
-                   "-append", words, "-serial", "mon:stdio" if console else f"file:{folder}/console.log",
+                   "-append", words,
+                   "-serial", "mon:stdio" if console else f"file:{folder}/console.log",
                    "-serial", f"unix:{folder}/control,server=on,wait=off",
                    "-qmp", f"unix:{folder}/monitor,server=on,wait=off",
                    "-nic", "user,model=virtio-net-pci,restrict=on,"

@@ -103,8 +103,8 @@ class Unit(Machine):
         running = "pidof diag_server simpiano >/tmp/pids"
         self.sh(f"! {running} || kill $(cat /tmp/pids)")
         self.until(f"! {running}")
-        self.sh("rm -f /sim/midi.log; simpiano --root / --load /usr/local/new.bin@90040000 --save /usr/local/flash.bin "
-                f"--allow-gaps {' '.join(options)} >/tmp/piano 2>&1 &")
+        self.sh("rm -f /sim/midi.log; simpiano --root / --load /usr/local/new.bin@90040000 "
+                f"--save /usr/local/flash.bin --allow-gaps {' '.join(options)} >/tmp/piano 2>&1 &")
         self.until("grep -q ready /tmp/piano")
 
     def serve(self, words, start="exec"):
@@ -214,11 +214,11 @@ def limits(unit):
     devices.append("c %d:%d rw" % tuple(
         int(each, 16) for each in unit.sh("stat -c '%t %T' /dev/PciDsp").split()))
     kept = ",".join("+" + each[4:].lower() for each in settings["CapabilityBoundingSet"])
-    unit.sh("mount -t cgroup -o devices none /cgroup && mkdir /cgroup/service && cd /cgroup/service "
-            "&& echo a >devices.deny" + "".join(f" && echo '{d}' >devices.allow" for d in devices))
+    unit.sh("mount -t cgroup -o devices none /cgroup && mkdir /cgroup/service && "
+            "cd /cgroup/service && echo a >devices.deny" + "".join(f" && echo '{d}' >devices.allow" for d in devices))
     unit.serve("--strict", "echo 0 >/cgroup/service/cgroup.procs; umask 077; ulimit -n "
-               f"{settings['LimitNOFILE'][0]}; exec /bin/setpriv --no-new-privs --bounding-set -all,"
-               + kept)
+               f"{settings['LimitNOFILE'][0]}; "
+               f"exec /bin/setpriv --no-new-privs --bounding-set -all,{kept}")
     assert unit.sh("grep -c 'dsp on' /sim/midi.log").strip() == "1", "no power device"
     for row in COPIES[:2]:
         copy(unit, True, *row)
@@ -235,7 +235,8 @@ def cut(unit, command, fat, old):
     old = old and f"old.{form}"
     stick = make_stick(fat, {f"P{each}": "empty" for each in range(16)})
     if command == "restore" or old:
-        run("mcopy", "-i", stick, path(old if command == "backup" else "new.rlg"), "::" + MEDIUM_FILE)
+        content_there = path(old if command == "backup" else "new.rlg")
+        run("mcopy", "-i", stick, content_there, "::" + MEDIUM_FILE)
     if fat != 12:
         run("mdel", "-i", stick, "::P3")
     if place == "stick":
@@ -264,7 +265,8 @@ def cut(unit, command, fat, old):
             run(TOOL, "diff", path("readback.hex"), path("new.hex"))
         # Where there was no file an empty one does no harm, since a restore refuses it.
         allowed = [content(old)] if old else ["missing", b""]
-        images, wrong = cuts.sweep(path(place + ".base"), log, file, [*allowed, new], start, reported)
+        images, wrong = cuts.sweep(path(place + ".base"), log, file, [*allowed, new], start,
+                                   reported)
     assert not wrong, f"{len(wrong)} of {images} images: {wrong[:3]}"
     return f"{images} images"
 
