@@ -161,20 +161,6 @@ TEST(LoadedFile, IsScannedForAddressesAndVersion)
     }
 }
 
-TEST(LoadedFile, CanBeOutputOfObjcopy)
-{
-    const TempDir dir;
-    const std::string command = "objcopy -I binary -O ihex --change-addresses 0x90040000 " +
-                                dir.Write("flash", Firmware(0x25123)) + " " + dir.Path("image.hex");
-    ASSERT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): the test's own words
-    THexFile file;
-    EXPECT_TRUE(file.LoadFromFile(dir.Path("image.hex").c_str()));
-    std::string text;
-    for (const std::string& row : RowsOf(file))
-        text += row + "\r\n";
-    EXPECT_EQ(text, dir.Read("image.hex"));
-}
-
 TEST(SentRecord, AdvancesAddressesOfSender)
 {
     constexpr unsigned long kSent = 0x90040123;
