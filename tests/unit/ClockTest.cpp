@@ -24,19 +24,6 @@ TEST(Clock, EndsWaitAtLimitOrDeadlock)
     EXPECT_NE(reports.find("simpiano waits in poll without a deadline\n"), std::string::npos);
 }
 
-TEST(Clock, ContinuesWithoutKilledProcess)
-{
-    Unit unit;
-    Process& killed = unit.Start("probe", {"sleep 1000"});
-    Process& other = unit.Start("probe", {"sleep 10"});
-    EXPECT_TRUE(unit.WaitForJournal("sleep(10)"));
-
-    EXPECT_EQ(killed.Kill(), 128 + SIGKILL);
-
-    EXPECT_EQ(other.Wait(), 0);
-    EXPECT_EQ(UnitTime(), seconds(10));
-}
-
 TEST(Clock, MakesRunsIdentical)
 {
     std::string runs[2];

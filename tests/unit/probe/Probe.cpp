@@ -28,7 +28,8 @@ constexpr std::size_t kChunk = 100;
 constexpr int kCreate = O_WRONLY | O_CREAT | O_TRUNC;
 constexpr int kExclusive = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
 char buffer[4096];
-int opened = -1;  // by the last open, create or connect
+int opened = -1;    // by the last open, create or connect
+struct stat found;  // by the last stat
 
 // Writes a chunk, or counts the bytes up to the end. -1 with the first error.
 long UseStream(const char* path, const char* mode)
@@ -51,55 +52,19 @@ long UseStream(const char* path, const char* mode)
     return hasFailed ? -1 : count;
 }
 
-// Gives up after the seconds.
-void LimitSending(int seconds)
-{
-    const timeval limit = {seconds, 0};
-    setsockopt(opened, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
-}
-
-// Sends more than a peer accepts that doesn't read; 1 after a part of it.
-long Flood(int seconds)
-{
-    LimitSending(seconds);
-    const std::string bytes(1U << 22U, 'x');
-    const long count = send(opened, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    return std::min(count, 1L);
-}
-
-long Connect(const char* path, int seconds = 0)
+long Connect(const char* path)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path, sizeof(address.sun_path) - 1);
     opened = socket(AF_UNIX, SOCK_STREAM, 0);
-    LimitSending(seconds);
     return connect(opened, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-}
-
-long Size(const char* path)
-{
-    struct stat found = {};
-    return stat(path, &found) < 0 ? -1 : static_cast<long>(found.st_size);
-}
-
-long ModificationTime(const char* path)
-{
-    struct stat found = {};
-    return stat(path, &found) < 0 ? -1 : static_cast<long>(found.st_mtime);
 }
 
 long SetTime(const char* path, time_t seconds)
 {
     const utimbuf times = {seconds, seconds};
     return utime(path, &times);
-}
-
-// 1 for a link.
-long IsLink(const char* path)
-{
-    struct stat found = {};
-    return lstat(path, &found) < 0 ? -1 : S_ISLNK(found.st_mode);
 }
 
 long Select(int seconds)
@@ -129,15 +94,13 @@ const std::map<std::string, Act> kCalls = {
     {"fdatasync", [](auto, int) { return fdatasync(opened); }},
     {"syncfs", [](auto, int) { return syncfs(opened); }},
     {"sync", [](auto, int) { return sync(), 0; }},
-    {"lstat", [](auto path, int) { return IsLink(path); }},
-    {"flood", [](auto, int seconds) { return Flood(seconds); }},
-    {"connect-5", [](auto path, int) { return Connect(path, 5); }},
+    {"lstat", [](auto path, int) { return lstat(path, &found) < 0 ? -1 : found.st_size; }},
     {"close", [](auto, int) { return close(opened); }},
     {"fread", [](auto path, int) { return UseStream(path, "r"); }},
     {"fappend", [](auto path, int) { return UseStream(path, "a+t"); }},
     {"connect", [](auto path, int) { return Connect(path); }},
-    {"stat", [](auto path, int) { return Size(path); }},
-    {"mtime", [](auto path, int) { return ModificationTime(path); }},
+    {"stat", [](auto path, int) { return stat(path, &found) < 0 ? -1 : found.st_size; }},
+    {"mtime", [](auto path, int) { return stat(path, &found) < 0 ? -1 : found.st_mtime; }},
     {"utime", [](auto path, int) { return SetTime(path, 1'000'000'001); }},
     {"utime-1979", [](auto path, int) { return SetTime(path, 300'000'000); }},
     {"chdir", [](auto path, int) { return chdir(path); }},
