@@ -43,7 +43,7 @@ bool FrameCodec::IsPeer(unsigned char byte)
     return byte == 0xE1 || byte == 0xE5;
 }
 
-const char* FrameCodec::Complaint(const Bytes& frame)
+const char* FrameCodec::Complaint(const FrameBytes& frame)
 {
     if (frame.size() != kFrameSize)
         return "length";
@@ -67,9 +67,9 @@ const char* FrameCodec::Complaint(const Bytes& frame)
     return nullptr;
 }
 
-Bytes FrameCodec::Stuff(const Bytes& block)
+FrameBytes FrameCodec::Stuff(const FrameBytes& block)
 {
-    Bytes stuffed;
+    FrameBytes stuffed;
     stuffed.reserve(block.size() + 2);
     for (const unsigned char byte : block) {
         if (byte == kEscape)
@@ -81,13 +81,13 @@ Bytes FrameCodec::Stuff(const Bytes& block)
     return stuffed;
 }
 
-std::vector<Bytes> FrameCodec::ConsoleFrames(unsigned char first, unsigned char peer,
-                                             const std::string& line)
+std::vector<FrameBytes> FrameCodec::ConsoleFrames(unsigned char first, unsigned char peer,
+                                                  const std::string& line)
 {
-    std::vector<Bytes> frames;
+    std::vector<FrameBytes> frames;
     for (size_t at = 0; at < line.size(); at += kDataSize) {
         const size_t count = std::min(kDataSize, line.size() - at);
-        Bytes frame{first, peer, 0x06, static_cast<unsigned char>(0x30 | count)};
+        FrameBytes frame{first, peer, 0x06, static_cast<unsigned char>(0x30 | count)};
         for (size_t i = 0; i < kDataSize; ++i)
             frame.push_back(i < count ? static_cast<unsigned char>(line[at + i]) : 0);
         frames.push_back(Stuff(frame));
@@ -96,10 +96,10 @@ std::vector<Bytes> FrameCodec::ConsoleFrames(unsigned char first, unsigned char 
     return frames;
 }
 
-std::vector<Bytes> FrameCodec::Cut(const Bytes& stuffed, size_t size, bool keepPairs)
+std::vector<FrameBytes> FrameCodec::Cut(const FrameBytes& stuffed, size_t size, bool keepPairs)
 {
-    std::vector<Bytes> pieces;
-    Bytes piece;
+    std::vector<FrameBytes> pieces;
+    FrameBytes piece;
     bool inPair = false;
     for (const unsigned char byte : stuffed) {
         piece.push_back(byte);

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-using Bytes = std::vector<unsigned char>;
+using FrameBytes = std::vector<unsigned char>;
 
 // The bytes on the MIDI Patcher's link. In both directions FE is doubled, and FE FF ends a block.
 // The system begins with FE E1 or FE E5, once. Its blocks are frames of 10 bytes:
@@ -33,25 +33,25 @@ public:
         Stray,    // FE before Second(), an invalid pair
     };
     Found Take(unsigned char byte);
-    const Bytes& Block() const { return block; }
+    const FrameBytes& Block() const { return block; }
     unsigned char Second() const { return second; }
     // True when the stream stops inside a block.
     bool IsInside() const { return escaped || (!finished && !block.empty()); }
 
     static bool IsPeer(unsigned char byte);
     // What is wrong with a frame of the system; null when nothing is.
-    static const char* Complaint(const Bytes& frame);
+    static const char* Complaint(const FrameBytes& frame);
 
-    static Bytes Stuff(const Bytes& block);
+    static FrameBytes Stuff(const FrameBytes& block);
     // The frames of one console line, each stuffed.
-    static std::vector<Bytes> ConsoleFrames(unsigned char first, unsigned char peer,
-                                            const std::string& line);
+    static std::vector<FrameBytes> ConsoleFrames(unsigned char first, unsigned char peer,
+                                                 const std::string& line);
     // Cuts stuffed bytes into pieces of `size`. With `keepPairs` a pair that begins with FE isn't
     // cut, and its piece is one byte longer.
-    static std::vector<Bytes> Cut(const Bytes& stuffed, size_t size, bool keepPairs);
+    static std::vector<FrameBytes> Cut(const FrameBytes& stuffed, size_t size, bool keepPairs);
 
 private:
-    Bytes block;
+    FrameBytes block;
     bool escaped = false;
     bool finished = false;
     unsigned char second = 0;

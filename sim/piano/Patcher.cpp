@@ -31,10 +31,10 @@ std::string HexText(const unsigned char* bytes, size_t count)
     return text;
 }
 
-Bytes Joined(const std::vector<Bytes>& parts)
+FrameBytes Joined(const std::vector<FrameBytes>& parts)
 {
-    Bytes whole;
-    for (const Bytes& part : parts)
+    FrameBytes whole;
+    for (const FrameBytes& part : parts)
         whole.insert(whole.end(), part.begin(), part.end());
     return whole;
 }
@@ -107,7 +107,7 @@ void Patcher::Process()
 
 void Patcher::TakeBlock()
 {
-    const Bytes& frame = codec.Block();
+    const FrameBytes& frame = codec.Block();
     const char* complaint = FrameCodec::Complaint(frame);
     if (complaint == nullptr && peer && frame[2] != *peer)
         complaint = "peer";
@@ -120,12 +120,12 @@ void Patcher::TakeBlock()
     TakeFrame(frame);
 }
 
-void Patcher::TakeFrame(const Bytes& frame)
+void Patcher::TakeFrame(const FrameBytes& frame)
 {
     const unsigned char kind = frame[4];
     const unsigned char* data = frame.data() + 5;
     if ((kind & 0xF0U) != 0x30) {
-        const Bytes group{data[1], data[2], data[3], data[0]};
+        const FrameBytes group{data[1], data[2], data[3], data[0]};
         transcript.Note("> midi " + HexText(&kind, 1) + " " + HexText(group.data(), group.size()));
         csp.TakeMidi(group);
         return;
@@ -175,17 +175,17 @@ void Patcher::Drop(const std::string& reason)
     csp.LoseLink();
 }
 
-std::vector<Bytes> Patcher::FramesOf(const std::string& line) const
+std::vector<FrameBytes> Patcher::FramesOf(const std::string& line) const
 {
     transcript.Note("< console " + line);
     return FrameCodec::ConsoleFrames(kFirstByte, Peer(), line);
 }
 
 // The frames that are sent when one of them is the last.
-std::vector<Bytes> Patcher::CutAfterLastFrame(const std::vector<Bytes>& frames)
+std::vector<FrameBytes> Patcher::CutAfterLastFrame(const std::vector<FrameBytes>& frames)
 {
-    std::vector<Bytes> sent;
-    for (const Bytes& frame : frames) {
+    std::vector<FrameBytes> sent;
+    for (const FrameBytes& frame : frames) {
         if (isLastSent)
             break;
         sent.push_back(frame);
@@ -205,12 +205,12 @@ void Patcher::EndAfterLastFrame()
         Drop("dropped");
 }
 
-void Patcher::Enqueue(const std::vector<Bytes>& all)
+void Patcher::Enqueue(const std::vector<FrameBytes>& all)
 {
-    const std::vector<Bytes> frames = CutAfterLastFrame(all);
+    const std::vector<FrameBytes> frames = CutAfterLastFrame(all);
     if (frames.empty())
         return;
-    std::vector<Bytes> units{Joined(frames)};
+    std::vector<FrameBytes> units{Joined(frames)};
     size_t size = units[0].size();
     if (faults.frameBytes > 0) {
         units = frames;
@@ -218,17 +218,17 @@ void Patcher::Enqueue(const std::vector<Bytes>& all)
     } else if (faults.streamBytes > 0) {
         size = static_cast<size_t>(faults.streamBytes);
     }
-    for (const Bytes& unit : units) {
-        for (Bytes& piece : FrameCodec::Cut(unit, size, faults.keepPairs))
+    for (const FrameBytes& unit : units) {
+        for (FrameBytes& piece : FrameCodec::Cut(unit, size, faults.keepPairs))
             writes.push_back(std::move(piece));
     }
 }
 
 void Patcher::Say(const std::vector<std::string>& lines)
 {
-    std::vector<Bytes> frames;
+    std::vector<FrameBytes> frames;
     for (const std::string& line : lines) {
-        for (Bytes& frame : FramesOf(line))
+        for (FrameBytes& frame : FramesOf(line))
             frames.push_back(std::move(frame));
     }
     if (!frames.empty())
@@ -238,13 +238,13 @@ void Patcher::Say(const std::vector<std::string>& lines)
 // The CSP's next line, or a write full of them.
 bool Patcher::FetchLines()
 {
-    std::vector<Bytes> frames;
+    std::vector<FrameBytes> frames;
     size_t size = 0;
     do {
         const auto line = csp.TakeNextLine();
         if (!line)
             break;
-        for (Bytes& frame : FramesOf(*line)) {
+        for (FrameBytes& frame : FramesOf(*line)) {
             size += frame.size();
             frames.push_back(std::move(frame));
         }
@@ -276,7 +276,7 @@ bool Patcher::HasRoomFor(size_t size)
 
 bool Patcher::WriteFront()
 {
-    Bytes& front = writes.front();
+    FrameBytes& front = writes.front();
     const ssize_t count = send(client.Get(), front.data(), front.size(), MSG_NOSIGNAL);
     if (count < 0) {
         // Receive notices a vanished peer, after the last bytes that it has sent.

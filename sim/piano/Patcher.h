@@ -56,15 +56,15 @@ public:
 
 private:
     void TakeBlock();
-    void TakeFrame(const Bytes& frame);
+    void TakeFrame(const FrameBytes& frame);
     void CountFrame();
     void Die();
-    std::vector<Bytes> CutAfterLastFrame(const std::vector<Bytes>& frames);
+    std::vector<FrameBytes> CutAfterLastFrame(const std::vector<FrameBytes>& frames);
     void EndAfterLastFrame();
 
     unsigned char Peer() const { return peer.value_or(0xE1); }
-    std::vector<Bytes> FramesOf(const std::string& line) const;
-    void Enqueue(const std::vector<Bytes>& all);
+    std::vector<FrameBytes> FramesOf(const std::string& line) const;
+    void Enqueue(const std::vector<FrameBytes>& all);
     bool FetchLines();
     bool HasRoomFor(size_t size);
     bool WriteFront();
@@ -76,7 +76,7 @@ private:
     Descriptor listener;
     Descriptor client;
     std::optional<unsigned char> peer;  // what the latest connect sequence or frame named
-    Bytes received;
+    FrameBytes received;
     bool ended = false;  // the system has closed the connection
     FrameCodec codec;
     std::string lineText;     // the console line being gathered
@@ -85,7 +85,7 @@ private:
     bool isLastSent = false;  // no frame goes out after those in `writes`
     bool over = false;
 
-    std::deque<Bytes> writes;  // one write each
-    size_t unread = 0;         // bytes written since the socket was last seen empty
-    bool wasEmpty = false;     // the socket, one turn ago
+    std::deque<FrameBytes> writes;  // one write each
+    size_t unread = 0;              // bytes written since the socket was last seen empty
+    bool wasEmpty = false;          // the socket, one turn ago
 };

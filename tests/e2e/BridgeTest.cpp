@@ -12,17 +12,6 @@
 
 #include "Scene.h"
 
-namespace {
-
-// The frames of a text whose line isn't ended, and one of another kind that ends the message.
-std::string Part(const std::string& text)
-{
-    const std::string whole = Frames({text});
-    return whole.substr(0, whole.size() - 9) + Bytes("E2 E1 06 C7 00 00 00 00 00");
-}
-
-}  // namespace
-
 TEST(Bridge, ForwardsGroupsToPianoUnlessCommands)
 {
     const struct {
@@ -89,9 +78,6 @@ TEST(Commands, MatchDocuments)
 TEST(Bridge, ForwardsMessagesToControllerAsLinesOrBytes)
 {
     const std::string marked = Frames({"abc"}, "\x60\x01\x02");
-    std::string mostLines;
-    for (int i = 0; i < 910; ++i)
-        mostLines += "\r\n";
     const std::string longest = "\x61" + std::string(8186, 'x') + "\x37" + "12345";  // 8193 bytes
     const struct {
         const char* name;
@@ -100,11 +86,6 @@ TEST(Bridge, ForwardsMessagesToControllerAsLinesOrBytes)
     } rows[] = {
         {"lines of the other peer", {Frames({"de", "f"}, "\xE2\xE5\x06")}, "de\r\nf\r\n"},
         {"any text", {Frames({"a", "", "100%s%n", "%"})}, "a\r\n\r\n100%s%n\r\n%\r\n"},
-        {"lines over two",
-         {Frames({"one"}) + Part("t"), Frames({"wo", "3"})},
-         "one\r\ntwo\r\n3\r\n"},
-        {"as many as fit", {Frames(std::vector<std::string>(910))}, mostLines},
-        {"a bad frame", {Frames({"abc"}) + Bytes("E2 E3 06 37 00 00 00 00 00")}, ""},
         {"for the controller", {marked}, marked},
         {"not for the controller",
          {Frames({"x"}, "\x70\xE1\x06") + Frames({"y"}, "\x60\xE1\x06")},

@@ -29,54 +29,47 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
 {
     const struct {
         const char* faults;  // of the piano from now on; empty: as before
-        Unit::Words words;
+        const char* words;
         int status;
         std::string output;  // its end
         std::string error;   // likewise
     } rows[] = {
-        {"", {"version"}, 0, "1.00\n", ""},
-        {"", {"send", "DFDFDFDF"}, 0, kServiceText, ""},
-        {"", {"version", "on"}, 0, "", ""},
-        {"", {"send", "DFDF", "DFDF"}, 0, "1.00\n", ""},
-        {"", {"version", "off"}, 0, "", ""},
-        {"", {"send", "DFDFDFDF"}, 0, kServiceText, ""},
-        {"",
-         {"--json", "update"},
-         1,
-         "check the file with \\\"diagctl check\\\"\"}\n",
-         "Update.\n"},
-        {"--silent", {"--timeout", "2", "read"}, 4, "CSP\n", "the unit has fallen silent\n"},
-        {"", {"version"}, 4, "", "(monitor shows it)\n"},
-        {"", {"--timeout", "100", "monitor"}, 1, "CSP...\n", "CSP Read Failed.\n"},
-        {"--join", {"find-update", "--quiet"}, 0, "V7\n", ""},
-        {"", {"--json", "update"}, 0, "\"status\":0,\"text\":\"\"}\n", ""},
-        {"",
-         {"upgrade", "--expect", "V8", "--yes"},
-         1,
-         "expected:            V8\n",
+        {"", "version", 0, "1.00\n", ""},
+        {"", "send DFDFDFDF", 0, kServiceText, ""},
+        {"", "version on", 0, "", ""},
+        {"", "send DFDF DFDF", 0, "1.00\n", ""},
+        {"", "version off", 0, "", ""},
+        {"", "send DFDFDFDF", 0, kServiceText, ""},
+        {"", "--json update", 1, "check the file with \\\"diagctl check\\\"\"}\n", "Update.\n"},
+        {"--silent", "--timeout 2 read", 4, "CSP\n", "the unit has fallen silent\n"},
+        {"", "version", 4, "", "(monitor shows it)\n"},
+        {"", "--timeout 100 monitor", 1, "CSP...\n", "CSP Read Failed.\n"},
+        {"--join", "find-update --quiet", 0, "V7\n", ""},
+        {"", "--json update", 0, "\"status\":0,\"text\":\"\"}\n", ""},
+        {"", "upgrade --expect V8 --yes", 1, "expected:            V8\n",
          "another version than expected; nothing was changed\n"},
-        {"", {"upgrade", "--dry-run", "--json"}, 0, "\"version\":\"V7\",\"text\":\"\"}\n", ""},
-        {"", {"upgrade"}, 2, "found on the medium: V7\n", "--yes is needed; nothing was changed\n"},
-        {"", {"upgrade", "--expect", "V7", "--yes"}, 0, "updated to V7 and restarted.\n", ""},
-        {"", {"find-parameters", "--json"}, 1, "the server\"}\n", "Parameter File is not exsit.\n"},
-        {"", {"backup"}, 1, "HD -> FD\nParameter file is not exists.\n", "not exists.\n"},
-        {"", {"restore"}, 0, "FD -> HD\nCopy Success.\n", ""},
-        {"", {"find-parameters", "--quiet"}, 0, ")\n", ""},
-        {"", {"update-parameters"}, 0, "CSP Update Success.\nRebooting CSP...\n", ""},
-        {"", {"backup", "--quiet"}, 0, "", ""},
-        {"--join --read-stop 90042000", {"read"}, 0, "Success.\nRebooting CSP...\n", ""},
-        {"", {"version"}, 3, "", "serves a controller that came later\n"},
-        {"", {"version"}, 3, "", "(is the server running?)\n"},
+        {"", "upgrade --dry-run --json", 0, "\"version\":\"V7\",\"text\":\"\"}\n", ""},
+        {"", "upgrade", 2, "found on the medium: V7\n", "--yes is needed; nothing was changed\n"},
+        {"", "upgrade --expect V7 --yes", 0, "updated to V7 and restarted.\n", ""},
+        {"", "find-parameters --json", 1, "the server\"}\n", "Parameter File is not exsit.\n"},
+        {"", "backup", 1, "HD -> FD\nParameter file is not exists.\n", "not exists.\n"},
+        {"", "restore", 0, "FD -> HD\nCopy Success.\n", ""},
+        {"", "find-parameters --quiet", 0, ")\n", ""},
+        {"", "update-parameters", 0, "CSP Update Success.\nRebooting CSP...\n", ""},
+        {"", "backup --quiet", 0, "", ""},
+        {"--join --read-stop 90042000", "read", 0, "Success.\nRebooting CSP...\n", ""},
+        {"", "version", 3, "", "serves a controller that came later\n"},
+        {"", "version", 3, "", "(is the server running?)\n"},
     };
     ServerWithPiano scene;
     scene.unit.Mount("usb");
     scene.unit.Write("medium/csp_prog.rlg", PackedText(FirmwareOf("V7", 0x4000)));
     scene.unit.Write("medium/csp_param.rlg", PackedText(Firmware(0x4000)));
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.words));
+        SCOPED_TRACE(row.words);
         if (*row.faults != '\0')
             scene.SetFaults(row.faults);
-        Process& tool = RunTool(scene.unit, row.words);
+        Process& tool = RunTool(scene.unit, Split(row.words));
 
         EXPECT_EQ(tool.Wait(), row.status);
         EXPECT_EQ(EndOf(tool.Output(), row.output), row.output);

@@ -96,21 +96,3 @@ TEST(ReadBack, ByCommandReportsProgressAndSavesToParameterFile)
     EXPECT_EQ(log.substr(log.rfind("Start")),
               "Start Reading CSP Parameters\nCSP Read Success.\nRebooting CSP...5sec\n");
 }
-
-TEST(ReadBack, LeaksNoDescriptorInLongSession)
-{
-    ServerWithPiano scene;
-    scene.unit.Write(kParameterFile, HexText("old", 16, "\r\n"));
-    scene.unit.Mount("usb");
-    scene.SetFaults("--bad-checksum-at 90041000");
-    const std::string id = std::to_string(scene.server.Id());
-    const auto descriptors = ListDescriptors(id);
-
-    for (int i = 0; i < 50; ++i)
-        scene.Ask("DF DF DF E0 DF DF DF DF DF DF 00 AA DF DF 00 C1 DF DF 00 C3 DF DF 00 C0",
-                  "Rebooting CSP...\n");
-
-    EXPECT_EQ(ListDescriptors(id), descriptors);
-    EXPECT_EQ(Count(scene.controller.Received(), "Copy Success.\n"), 50U);
-    EXPECT_EQ(Count(scene.controller.Received(), "CSP Read Failed.\n"), 51U);
-}

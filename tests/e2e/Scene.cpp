@@ -4,8 +4,6 @@
 #include <iterator>
 #include <sstream>
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "HexText.h"
@@ -35,14 +33,6 @@ std::string FirmwareOf(const std::string& version, std::size_t size)
     return bytes;
 }
 
-std::string PackedText(const std::string& data)
-{
-    std::string packed = "\x04\x90";
-    for (const char byte : data)
-        packed += byte == '\xDD' ? std::string("\xDD\xDD\x01") : std::string(1, byte);
-    return packed;
-}
-
 std::string LogTexts(const Unit& unit, const std::string& path)
 {
     std::istringstream lines(unit.Log(path));
@@ -70,11 +60,6 @@ std::size_t Count(const std::string& text, const std::string& part)
     for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
         ++count;
     return count;
-}
-
-std::string OwnPort()
-{
-    return std::to_string(10000 + getpid() % 20000);
 }
 
 Unit::Words Split(const std::string& line)

@@ -27,9 +27,6 @@ constexpr char kServiceText[] = "KVT : Update the Service Center.\n";
 // Firmware with the version 0x400 bytes after its start.
 std::string FirmwareOf(const std::string& version, std::size_t size);
 
-// An image from 0x90040000 on in the compressed form, without any run in it.
-std::string PackedText(const std::string& data);
-
 // The texts of a log's entries, without their time stamps.
 std::string LogTexts(const Unit& unit, const std::string& path = kServerLog);
 
@@ -41,9 +38,6 @@ std::string Frames(const std::vector<std::string>& lines,
 std::string EndOf(const std::string& text, const std::string& expected);
 
 std::size_t Count(const std::string& text, const std::string& part);
-
-// A port that differs for each test program, and is below those that the system chooses.
-std::string OwnPort();
 
 // The words of a command line; '' is an empty one.
 Unit::Words Split(const std::string& line);

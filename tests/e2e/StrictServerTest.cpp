@@ -9,6 +9,7 @@
 
 #include "HexText.h"
 #include "Scene.h"
+#include "SumFile.h"
 
 namespace {
 
@@ -27,34 +28,11 @@ std::string ParameterFile(const std::string& data)
     return HexText(data, 32, "\r\n");
 }
 
-// The compressed form of data in which runs are full but for the last.
-std::string PackedRuns(const std::string& data)
-{
-    std::string packed = "\x04\x90";
-    for (std::size_t at = 0; at < data.size();) {
-        const std::size_t run =
-            std::min({data.find_first_not_of(data[at], at), data.size(), at + 255}) - at;
-        packed += {'\xDD', data[at], static_cast<char>(run)};
-        at += run;
-    }
-    return packed;
-}
-
 // What follows the first text in the answer.
 std::string After(const std::string& text, const std::string& answer)
 {
     const std::size_t at = answer.find(text);
     return at == std::string::npos ? "no " + text : answer.substr(at + text.size());
-}
-
-// The line that cksum prints for the file.
-std::string SumOf(const std::string& path)
-{
-    const std::unique_ptr<FILE, int (*)(FILE*)> output(
-        popen(("cksum " + path).c_str(), "r"),  // NOLINT(cert-env33-c): a path of the test
-        pclose);
-    char line[512] = "";
-    return std::fgets(line, sizeof(line), output.get());
 }
 
 // One call of the server fails, unless `fault` is empty.
@@ -149,7 +127,7 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
 {
     const std::string file = kParameterFile;
     const std::string copy = "/mnt/usb/csp_param.rlg";
-    const std::string newPacked = PackedRuns(kNewData);
+    const std::string newPacked = PackedText(kNewData);
     const std::string newFile = ParameterFile(kNewData);
     const std::string incomplete = ": it doesn't cover exactly the parameter flash\n";
     const std::string failed = ": Input/output error\n";
@@ -203,7 +181,7 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
         scene.Open();
         scene.unit.Write(isBackup ? kParameterFile : kStickImage, row.source);
         scene.unit.Write(isBackup ? kStickImage : kParameterFile, "old");
-        const std::string ownSum = SumOf(scene.unit.Path(kStickImage));
+        const std::string ownSum = SumLine(scene.unit.Read(kStickImage), kStickImage);
         if (isBackup || !row.sum.empty())
             scene.unit.Write(kStickSum, isBackup || row.sum == kOwnSum ? ownSum : row.sum);
         scene.unit.Mount("usb");
@@ -219,7 +197,7 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
         EXPECT_EQ(scene.unit.Exists("medium/CSP_PARA.NEW"), isPulled);
         // Whichever image is there, the checksum has a line for it.
         const std::string sum = "\n" + scene.unit.Read(kStickSum);
-        const std::string ownLine = SumOf(scene.unit.Path(kStickImage));
+        const std::string ownLine = SumLine(scene.unit.Read(kStickImage), kStickImage);
         const std::string numbers = "\n" + ownLine.substr(0, ownLine.rfind(' '));
         EXPECT_TRUE(!isBackup || sum.find(numbers) != std::string::npos) << sum;
     }

@@ -4,8 +4,6 @@
 #include <filesystem>
 #include <set>
 
-#include <unistd.h>
-
 #include "HexText.h"
 
 namespace {
@@ -46,18 +44,6 @@ bool Changes(const CallLine& call)
 
 constexpr std::size_t kSize = 0x60000;  // bytes of a complete read-back
 const std::string kOld = HexText(std::string(kSize, 'o'), 32, "\r\n");
-
-// The compressed form of data in which runs are full but for the last.
-std::string Packed(const std::string& data)
-{
-    constexpr std::size_t kLongest = 255;
-    std::string packed = "\x04\x90";
-    for (std::size_t at = 0; at < data.size(); at += kLongest) {
-        packed += {'\xDD', data[at]};
-        packed += static_cast<char>(std::min(kLongest, data.size() - at));
-    }
-    return packed;
-}
 
 }  // namespace
 
@@ -127,9 +113,6 @@ private:
                                                 "Floppy in not inserted.\n",
                                                 "CSP Read Failed.\n"};
 
-    // Differs for each process of the sweep, and is below those that the system chooses.
-    static std::string OwnPort() { return std::to_string(10000 + getpid() % 20000); }
-
     void WriteFiles(const Scenario& flow) const
     {
         const bool isBackup = flow.target == kCopy;
@@ -138,7 +121,7 @@ private:
         if (isBackup)
             Write(kParameterFile, HexText(data, 32, "\r\n"));
         else
-            Write(kCopy, Packed(data));
+            Write(kCopy, PackedText(data));
         if (flow.isReplaced)
             Write(flow.target, isBackup ? kOldCopy : kOld);
         if (flow.isReplaced && isBackup)

@@ -17,6 +17,7 @@
 #include <iostream>
 #include <map>
 #include <numeric>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -100,44 +101,46 @@ void AddFrames(Faults& faults, const std::string& passed, int most)
     }
 }
 
-Outcome Report(const std::string& name, const std::string& fault, const std::exception& violation)
+using Attempt = std::function<Outcome(const std::string& fault)>;
+
+// Makes the attempt. What it throws is a violation.
+Outcome Judge(const std::string& row, const std::string& fault, const Attempt& attempt)
 {
-    std::cerr << name + ", " + fault + ": " + violation.what() + "\n";
-    return Outcome::Violation;
+    try {
+        return attempt(fault);
+    } catch (const std::exception& violation) {
+        std::cerr << row + ", " + fault + ": " + violation.what() + "\n";
+        return Outcome::Violation;
+    }
 }
 
 // Runs the scenario with a fault. Collects all faults if `faults` isn't null.
 Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults = nullptr)
 {
-    try {
-        FaultyUnit unit(fault);
-        if (faults != nullptr)
-            unit.Set("SIMUNIT_CALLS=" + unit.Path("sim/calls"));
-        unit.Run(scenario);
-        if (faults != nullptr)
-            AddCalls(*faults, CallLines(unit.Read("sim/calls")));
-        if (faults != nullptr && scenario.frames > 0)
-            AddFrames(*faults, unit.MidiLog(), scenario.frames);
-        Check(unit.HasFault() == !fault.empty(), "the fault hasn't occurred");
-        return unit.GetOutcome();
-    } catch (const std::exception& violation) {
-        return Report(scenario.name, fault, violation);
-    }
+    FaultyUnit unit(fault);
+    if (faults != nullptr)
+        unit.Set("SIMUNIT_CALLS=" + unit.Path("sim/calls"));
+    unit.Run(scenario);
+    if (faults != nullptr)
+        AddCalls(*faults, CallLines(unit.Read("sim/calls")));
+    if (faults != nullptr && scenario.frames > 0)
+        AddFrames(*faults, unit.MidiLog(), scenario.frames);
+    Check(unit.HasFault() == !fault.empty(), "the fault hasn't occurred");
+    return unit.GetOutcome();
 }
 
 using Counts = std::atomic<std::size_t>[static_cast<int>(Outcome::Violation) + 1];
 
-using Attempt = std::function<Outcome(const std::string& fault)>;
-
 // Tries every N-th fault. Each job is a process, since a unit starts others.
-void TryAll(const Words& faults, std::size_t every, const Attempt& attempt, Counts& counts)
+void TryAll(const std::string& row, const Words& faults, std::size_t every, const Attempt& attempt,
+            Counts& counts)
 {
     const std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
     for (std::size_t job = 0; job < jobs; ++job) {
         if (fork() != 0)
             continue;
         for (std::size_t i = job * every; i < faults.size(); i += jobs * every)
-            ++counts[static_cast<int>(attempt(faults[i]))];
+            ++counts[static_cast<int>(Judge(row, faults[i], attempt))];
         _exit(0);
     }
     while (wait(nullptr) > 0) {
@@ -150,7 +153,7 @@ bool PrintRow(const std::string& name, const Faults& faults, std::size_t every,
 {
     auto& counts = *static_cast<Counts*>(
         mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    TryAll(faults.all, every, attempt, counts);
+    TryAll(name, faults.all, every, attempt, counts);
     const std::size_t tried = std::accumulate(std::begin(counts), std::end(counts), std::size_t{});
     std::cout << "| " << name << " | " << faults.calls << " | " << faults.frames << " | " << tried;
     for (const auto& count : counts)
@@ -163,7 +166,8 @@ bool PrintRow(const std::string& name, const Faults& faults, std::size_t every,
 bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
 {
     Faults faults{{only}};
-    if (only.empty() && Try(scenario, "", &(faults = {})) != Outcome::Kept)
+    const auto plan = [&](const std::string& none) { return Try(scenario, none, &(faults = {})); };
+    if (only.empty() && Judge(scenario.name, "", plan) != Outcome::Kept)
         return false;
     return PrintRow(scenario.name, faults, every,
                     [&](const std::string& fault) { return Try(scenario, fault); });
@@ -190,23 +194,18 @@ constexpr char kPowerCut[] = ", power cut";
 bool Sweep(const StrictRun::Scenario& scenario, const std::string& row, std::size_t every,
            const std::string& only)
 {
-    try {
-        const StrictRun run(scenario);
-        Faults faults{{only}};
+    std::optional<StrictRun> run;
+    Faults faults{{only}};
+    const auto plan = [&](const std::string&) {
+        run.emplace(scenario);
         if (only.empty() && row == scenario.name)
-            faults = FaultsOf(run, !scenario.group.empty());
+            faults = FaultsOf(*run, !scenario.group.empty());
         else if (only.empty())
-            faults = {run.Cuts(), run.Calls().size()};
-        return PrintRow(row, faults, every, [&](const std::string& fault) {
-            try {
-                return run.Try(fault);
-            } catch (const std::exception& violation) {
-                return Report(row, fault, violation);
-            }
-        });
-    } catch (const std::exception& violation) {
-        return Report(row, "no fault", violation) == Outcome::Kept;
-    }
+            faults = {run->Cuts(), run->Calls().size()};
+        return Outcome::Kept;
+    };
+    return Judge(row, "no fault", plan) == Outcome::Kept &&
+           PrintRow(row, faults, every, [&](const std::string& fault) { return run->Try(fault); });
 }
 
 }  // namespace

@@ -58,6 +58,19 @@ inline std::string HexText(const std::string& data, std::size_t perRecord, const
     return text + ":00000001FF" + lineEnd;
 }
 
+// The same in the compressed form, all of it in runs, which are full but for the last of a byte.
+inline std::string PackedText(const std::string& data)
+{
+    constexpr std::size_t kLongest = 255;
+    std::string packed = "\x04\x90";
+    for (std::size_t at = 0, run = 0; at < data.size(); at += run) {
+        for (run = 1; run < kLongest && at + run < data.size() && data[at + run] == data[at];)
+            ++run;
+        packed += {'\xDD', data[at], static_cast<char>(run)};
+    }
+    return packed;
+}
+
 // Bytes without a pattern that a misplaced record could repeat, interrupted by erased stretches.
 inline std::string Firmware(std::size_t size)
 {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "FrameCodec.h"
+#include "HexText.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ const std::string MidiPeer::kHead = "\xE2\xE1\x06";
 
 std::string MidiPeer::Stuff(const std::string& block)
 {
-    const Bytes stuffed = FrameCodec::Stuff({block.begin(), block.end()});
+    const FrameBytes stuffed = FrameCodec::Stuff({block.begin(), block.end()});
     return {stuffed.begin(), stuffed.end()};
 }
 
@@ -59,6 +60,19 @@ std::vector<std::string> MidiPeer::Lines()
             line += frame.substr(kOutSize - kData, static_cast<std::size_t>(kind - 0x30));
     }
     return lines;
+}
+
+std::vector<std::string> MidiPeer::TakeSent()
+{
+    std::vector<std::string> sent;
+    const std::vector<std::string> frames = Frames();
+    for (; framesTaken < frames.size(); ++framesTaken)
+        if (frames[framesTaken][kOutSize - kData - 1] == '\xC0')
+            sent.push_back(ToHex(frames[framesTaken].substr(kOutSize - kData)));
+    const std::vector<std::string> lines = Lines();
+    for (; linesTaken < lines.size(); ++linesTaken)
+        sent.push_back(lines[linesTaken]);
+    return sent;
 }
 
 bool MidiPeer::WaitForLine(const std::string& line)

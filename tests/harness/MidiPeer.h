@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ public:
     std::vector<std::string> Frames();
     // The console lines among them, each ended by its end frame.
     std::vector<std::string> Lines();
+    // What was received since the last call: MIDI groups as the data of their frames, "7F BF 00 00
+    // 00", then console lines.
+    std::vector<std::string> TakeSent();
     bool WaitForLine(const std::string& line);
 
     // The first three bytes of a frame to the program.
@@ -28,4 +32,8 @@ public:
     // The frames of console lines one after the other, without stuffing.
     static std::string EncodeLines(const std::vector<std::string>& lines,
                                    const std::string& head = kHead);
+
+private:
+    std::size_t framesTaken = 0;
+    std::size_t linesTaken = 0;
 };

@@ -7,6 +7,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <unistd.h>
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -34,6 +36,11 @@ Unit::Words Join(Unit::Words words, const Unit::Words& more)
 std::string Program(const std::string& name)
 {
     return std::string(DIAG_BUILD_DIRECTORY) + "/" + name;
+}
+
+std::string OwnPort()
+{
+    return std::to_string(10000 + getpid() % 20000);
 }
 
 void CopyNewUnit(const std::string& root)
@@ -142,11 +149,6 @@ void Unit::Mount(const std::string& point) const
 {
     const std::string device = Exists("sim/device") ? Read("sim/device") : "/dev/sda";
     Write("sim/mounts", Read("sim/mounts") + device + " /mnt/" + point + " vfat rw,relatime 0 0\n");
-}
-
-bool Unit::IsMounted(const std::string& point) const
-{
-    return Read("sim/mounts").find(" /mnt/" + point + " ") != std::string::npos;
 }
 
 // A mount of a medium that was pulled out keeps the name of its device in use.

@@ -23,6 +23,9 @@ inline const std::string kLogFolder = kLogDirectory;
 // The path of a program or a library of the build.
 std::string Program(const std::string& name);
 
+// A port that differs for each process of the tests, and is below those that the system chooses.
+std::string OwnPort();
+
 // Makes a unit in the empty directory, as `simunit new` does.
 void CopyNewUnit(const std::string& root);
 
@@ -75,7 +78,6 @@ public:
     void Control(const std::string& name, const std::string& text) const;
     // Mounts the medium at "usb", "cdrom" or "floppy", as the unit does when one is inserted.
     void Mount(const std::string& point) const;
-    bool IsMounted(const std::string& point) const;
     // Pulls the medium out, or inserts it again; its mount stays.
     void Pull() const { Write("sim/device", ""); }
     void Insert() const;

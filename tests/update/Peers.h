@@ -76,20 +76,12 @@ public:
         }
     }
 
-    // What the CSP has received since the last call: MIDI groups as the data of their frames, then
-    // console lines, those in `names` by their names.
+    // What the CSP has received since the last call, the lines in `names` by their names.
     Lines TakeSent()
     {
-        Lines sent;
-        const Lines frames = patcher.Frames();
-        for (; framesTaken < frames.size(); ++framesTaken)
-            if (frames[framesTaken][4] == '\xC0')
-                sent.push_back(ToHex(frames[framesTaken].substr(5)));
-        const Lines lines = patcher.Lines();
-        for (; linesTaken < lines.size(); ++linesTaken) {
-            const auto named = names.find(lines[linesTaken]);
-            sent.push_back(named == names.end() ? lines[linesTaken] : named->second);
-        }
+        Lines sent = patcher.TakeSent();
+        for (std::string& each : sent)
+            each = names.count(each) > 0 ? names[each] : each;
         return sent;
     }
 
@@ -114,6 +106,4 @@ private:
     virtual void Hear(const char* message, int length) = 0;
 
     Peer controller;
-    std::size_t framesTaken = 0;
-    std::size_t linesTaken = 0;
 };
