@@ -13,6 +13,7 @@
 #include "Link.h"
 #include "Output.h"
 #include "Printable.h"
+#include "Text.h"
 
 namespace {
 

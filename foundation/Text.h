@@ -19,6 +19,12 @@ inline bool IsBlank(unsigned char byte)
     return byte <= ' ';
 }
 
+// True for the blank and for the other characters of ASCII that can be seen.
+inline bool IsPrintable(unsigned char byte)
+{
+    return byte >= ' ' && byte <= '~';
+}
+
 // Ends the text at its first CR or LF. Null for null.
 char* chop(char* text);
 

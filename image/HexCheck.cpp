@@ -2,9 +2,10 @@
 
 #include <utility>
 
-#include "Hex.h"
 #include "HexFormat.h"
 #include "HexRecord.h"
+#include "Hexadecimal.h"
+#include "Text.h"
 
 namespace {
 
@@ -16,11 +17,6 @@ constexpr std::uint32_t kMostData = (kLongestLine - 1 - kShortestRecord) / 2;
 constexpr unsigned char kSegmentStart = 3;
 constexpr unsigned char kLinearStart = 5;
 
-std::string Hex(std::uint32_t value, int width = kAddressDigits)
-{
-    return UIntToSHex(value, width).c_str();
-}
-
 std::string Bytes(std::size_t count)
 {
     return std::to_string(count) + (count == 1 ? " byte" : " bytes");
@@ -28,10 +24,9 @@ std::string Bytes(std::size_t count)
 
 std::string WrongDigit(char character)
 {
-    const auto value = static_cast<unsigned char>(character);
-    const bool isVisible = value > ' ' && value <= '~';
+    const bool isVisible = IsPrintable(character) && character != ' ';
     const std::string name =
-        isVisible ? std::string{'"', character, '"'} : "the character 0x" + Hex(value, 2);
+        isVisible ? std::string{'"', character, '"'} : "the character 0x" + TwoDigits(character);
     return name + " is not an upper-case hex digit, and the unit reads it as 0";
 }
 
@@ -203,8 +198,8 @@ void Checker::TakeUpperAddress(const HexRecord& record)
     baseIsNew = true;
     // The sender ignores this field, but Compress requires 0.
     if (record.Address(0) != 0)
-        Warn("an address record (type 4) at " + Hex(record.Address(0), 4) +
-                 ", not 0000, which the unit ignores",
+        Warn(std::string("an address record (type 4) at ") +
+                 UIntToSHex(record.Address(0), 4).c_str() + ", not 0000, which the unit ignores",
              base);
 }
 
@@ -236,13 +231,13 @@ void Checker::CheckPlace(std::uint32_t address)
     if (next == address)
         return;
     if (next && address < *next)
-        return Error("the addresses go backwards to " + Hex(address) +
-                         "; the data before ends at " + Hex(*next),
+        return Error("the addresses go backwards to " + EightDigits(address) +
+                         "; the data before ends at " + EightDigits(*next),
                      address);
     if (baseIsNew)
         return CheckPlaceAfterBase(address);
     if (next)
-        Error("a gap of " + Bytes(address - *next) + " from " + Hex(*next) +
+        Error("a gap of " + Bytes(address - *next) + " from " + EightDigits(*next) +
                   ", which no address record (type 4) introduces: a line may be lost",
               next);
 }
@@ -253,12 +248,12 @@ void Checker::CheckPlaceAfterBase(std::uint32_t address)
 {
     const std::uint32_t skipped = address - base;
     if (skipped > 0 && skipped <= kMostData)
-        return Error("a gap of " + Bytes(skipped) + " from " + Hex(base) +
+        return Error("a gap of " + Bytes(skipped) + " from " + EightDigits(base) +
                          ", where the address record in line " + std::to_string(baseLine) +
                          " puts the data: a line may be lost",
                      base);
     if (next)
-        Warn("a gap of " + Bytes(address - *next) + " from " + Hex(*next), next);
+        Warn("a gap of " + Bytes(address - *next) + " from " + EightDigits(*next), next);
 }
 
 // One finding for data that go on from one record to the next.
@@ -273,8 +268,8 @@ void Checker::CheckFlash(std::uint32_t address, std::uint32_t size)
         return;
     const std::uint32_t first = offset < kFlashSize ? kFlashStart + kFlashSize : address;
     Add(outsideFlash, lineNumber,
-        "data at " + Hex(first) + ", outside the flash (" + Hex(kFlashStart) + " to " +
-            Hex(kFlashStart + kFlashSize - 1) + ")",
+        "data at " + EightDigits(first) + ", outside the flash (" + EightDigits(kFlashStart) +
+            " to " + EightDigits(kFlashStart + kFlashSize - 1) + ")",
         first, true);
 }
 
@@ -286,7 +281,7 @@ void Checker::CheckBlock(std::uint32_t address, std::uint32_t end)
     if (!blockIsOpen)
         ++report.blocks;
     else if (address / kBlock != end / kBlock && !std::exchange(stepReported, true))
-        Warn("the record steps over " + Hex(end / kBlock * kBlock) +
+        Warn("the record steps over " + EightDigits(end / kBlock * kBlock) +
                  ", so that the board answers later than it does as a rule",
              address);
 }
@@ -333,7 +328,7 @@ void Checker::End()
     if (report.ranges.empty())
         Error("the file has no data");
     else if (report.version.empty())
-        Warn("no version text in a record that begins at " + Hex(kVersionAddress));
+        Warn("no version text in a record that begins at " + EightDigits(kVersionAddress));
     if (!hasEnded)
         Error("no end record (type 1): the board waits for more");
 }

@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include "FlashReader.h"
-#include "Hex.h"
-#include "HexFormat.h"
+#include "Hexadecimal.h"
 #include "Image.h"
 #include "Reason.h"
 #include "TCspReader.h"
@@ -14,11 +13,6 @@ namespace {
 
 constexpr std::uint32_t kStart = TCspReader::kParameterStart;
 constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
-
-std::string Hex(std::uint32_t value, int digits)
-{
-    return UIntToSHex(value, digits).c_str();
-}
 
 }  // namespace
 
@@ -53,8 +47,9 @@ bool FlashVerifier::Compare(const Image& file, const Image& flash) const
     }
     if (count > 0)
         report.Add("the flash differs from the file, bytes: " + std::to_string(count) +
-                   ", first at " + Hex(first, kAddressDigits) + ": " + Hex(flash.At(first), 2) +
-                   " in the flash, " + Hex(file.At(first), 2) + " in the file");
+                   ", first at " + EightDigits(first) + ": " +
+                   TwoDigits(static_cast<unsigned char>(flash.At(first))) + " in the flash, " +
+                   TwoDigits(static_cast<unsigned char>(file.At(first))) + " in the file");
     return count == 0;
 }
 
@@ -69,6 +64,5 @@ void FlashVerifier::ReportRest(const AddressRange& range) const
 void FlashVerifier::ReportSkipped(std::uint32_t first, std::uint32_t last) const
 {
     if (first <= last)
-        report.Add("not verified: " + Hex(first, kAddressDigits) + " to " +
-                   Hex(last, kAddressDigits));
+        report.Add("not verified: " + EightDigits(first) + " to " + EightDigits(last));
 }

@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include "Hex.h"
+#include "Hexadecimal.h"
 #include "Language.h"
 #include "Log.h"
 #include "PciDsp.h"
@@ -194,9 +194,9 @@ std::string TDiagServer::SaveReadBack(Step result)
 {
     if (result == Step::Done)
         return strict->SaveReadBack(readTarget, reader->ReceivedText());
-    const TSString next = UIntToSHex(reader->GetNextAddress(), kAddressDigits);
     return reader->GetReaderStatus() == Status::Failed
-               ? std::string("what the CSP sent was not the next record, that of ") + next.c_str()
+               ? "what the CSP sent was not the next record, that of " +
+                     EightDigits(reader->GetNextAddress())
                : "the CSP didn't answer as it should";
 }
 

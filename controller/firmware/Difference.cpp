@@ -2,6 +2,7 @@
 
 #include "Hexadecimal.h"
 #include "Printable.h"
+#include "Text.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include "Hexadecimal.h"
 #include "Image.h"
 #include "Printable.h"
+#include "Text.h"
 
 namespace {
 

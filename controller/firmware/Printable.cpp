@@ -1,6 +1,7 @@
 #include "Printable.h"
 
 #include "Hexadecimal.h"
+#include "Text.h"
 
 std::string Readable(std::string_view bytes)
 {

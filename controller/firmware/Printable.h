@@ -4,11 +4,6 @@
 #include <string>
 #include <string_view>
 
-inline bool IsPrintable(unsigned char byte)
-{
-    return byte >= ' ' && byte <= '~';
-}
-
 // The bytes with everything escaped that isn't printable ASCII.
 std::string Readable(std::string_view bytes);
 
