@@ -4,6 +4,7 @@
 
 #include "Command.h"
 #include "Event.h"
+#include "HexFormat.h"
 #include "Printable.h"
 
 namespace {
@@ -11,7 +12,7 @@ namespace {
 constexpr int kBarWidth = 30;
 constexpr int kPercent = 100;
 constexpr int kMinute = 60;
-constexpr int kParameterSize = 384;  // KiB of flash that a read-back covers
+constexpr int kParameterKiB = kParameterSize / 1024;  // of flash, which a read-back covers
 
 std::string Duration(Clock::duration time)
 {
@@ -25,8 +26,8 @@ std::string Amount(std::string_view phase, int percent)
 {
     if (phase != kReadingPhase)
         return {};
-    return "  " + std::to_string(kParameterSize * percent / kPercent) + " of " +
-           std::to_string(kParameterSize) + " KiB";
+    return "  " + std::to_string(kParameterKiB * percent / kPercent) + " of " +
+           std::to_string(kParameterKiB) + " KiB";
 }
 
 // `done` is how many percent the elapsed time was for.

@@ -18,6 +18,12 @@ constexpr int kAddressDigits = 8;  // of an address in a text, hexadecimal
 constexpr std::uint32_t kFlashStart = 0x90000000;
 constexpr std::uint32_t kFlashSize = 0x1000000;
 
+// The part of it that has the parameters, all of which a read-back covers, in bytes. The end is the
+// address that follows its last byte.
+constexpr std::uint32_t kParameterStart = 0x90040000;
+constexpr std::uint32_t kParameterEnd = 0x900A0000;
+constexpr std::uint32_t kParameterSize = kParameterEnd - kParameterStart;
+
 constexpr std::uint32_t kVersionAddress = 0x90040400;
 constexpr int kWriteBlock = 0x2000;  // bytes of flash between two answers of the CSP
 

@@ -6,7 +6,6 @@
 #include "FileBytes.h"
 #include "HexFormat.h"
 #include "Reason.h"
-#include "TCspReader.h"
 #include "THexFile.h"
 
 namespace {
@@ -52,8 +51,8 @@ std::string CheckedFile::ReadBackProblem() const
     if (!errors.empty())
         return errors.front();
     const auto& ranges = report.ranges;
-    const bool isComplete = ranges.size() == 1 && ranges[0].start == TCspReader::kParameterStart &&
-                            ranges[0].size == TCspReader::kParameterSize;
+    const bool isComplete = ranges.size() == 1 && ranges[0].start == kParameterStart &&
+                            ranges[0].size == kParameterSize;
     return isComplete ? "" : name + ": it doesn't cover exactly the parameter flash";
 }
 

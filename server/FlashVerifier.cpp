@@ -3,18 +3,11 @@
 #include <algorithm>
 
 #include "FlashReader.h"
+#include "HexFormat.h"
 #include "Hexadecimal.h"
 #include "Image.h"
 #include "Reason.h"
-#include "TCspReader.h"
 #include "UnitPaths.h"
-
-namespace {
-
-constexpr std::uint32_t kStart = TCspReader::kParameterStart;
-constexpr std::uint32_t kEnd = TCspReader::kParameterEnd;
-
-}  // namespace
 
 bool FlashVerifier::Verify(int connecttype, const CheckedFile& file) const
 {
@@ -41,7 +34,7 @@ bool FlashVerifier::Compare(const Image& file, const Image& flash) const
 {
     std::uint32_t first = 0;
     int count = 0;
-    for (std::uint32_t at = kStart; at < kEnd; ++at) {
+    for (std::uint32_t at = kParameterStart; at < kParameterEnd; ++at) {
         if (file.At(at) != Image::kNoData && file.At(at) != flash.At(at) && count++ == 0)
             first = at;
     }
@@ -57,8 +50,8 @@ bool FlashVerifier::Compare(const Image& file, const Image& flash) const
 void FlashVerifier::ReportRest(const AddressRange& range) const
 {
     const std::uint32_t last = range.start + range.size - 1;
-    ReportSkipped(range.start, std::min(last, kStart - 1));
-    ReportSkipped(std::max(range.start, kEnd), last);
+    ReportSkipped(range.start, std::min(last, kParameterStart - 1));
+    ReportSkipped(std::max(range.start, kParameterEnd), last);
 }
 
 void FlashVerifier::ReportSkipped(std::uint32_t first, std::uint32_t last) const

@@ -23,11 +23,6 @@ class HexRecord;
 // Nothing is written to disk before the last record has been accepted.
 class TCspReader {
 public:
-    // The parameter flash, all of which every read covers, whatever SetReaderParameter was passed.
-    static constexpr std::uint32_t kParameterStart = 0x90040000;
-    static constexpr std::uint32_t kParameterEnd = 0x900A0000;  // follows its last byte
-    static constexpr std::uint32_t kParameterSize = kParameterEnd - kParameterStart;  // bytes
-
     TCspReader() = default;
     ~TCspReader() = default;
     TCspReader(const TCspReader&) = delete;

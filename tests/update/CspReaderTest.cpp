@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "HexFormat.h"
 #include "HexText.h"
 #include "Peers.h"
 #include "TCspReader.h"
@@ -130,7 +131,7 @@ TEST(CspReader, TakesNoDataPastEndIfProgressIsRequired)
         read.Let(Record(0, at % 0x10000, data));
         read.TakeSent();
     }
-    EXPECT_EQ(read.reader.GetNextAddress(), TCspReader::kParameterEnd);
+    EXPECT_EQ(read.reader.GetNextAddress(), kParameterEnd);
     read.Let(Record(4, 0, "\x90\x0A"));
     read.Let(Record(0, 0, "y"));
     EXPECT_EQ(read.Step(), -1);
