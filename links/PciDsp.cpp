@@ -12,7 +12,6 @@
 static constexpr unsigned long kSetParameter = 33;
 static constexpr unsigned kParameterShift = 8;
 static constexpr unsigned long kPianoPower = 12;
-static constexpr unsigned kOffTime = 5;  // seconds; the CSP loses its state in them
 
 int set_qmparam(unsigned long parameter, int value)
 {
@@ -32,7 +31,7 @@ int PciDsp_setPiano(int on)
 int RestartPiano()
 {
     const int offError = PciDsp_setPiano(0) < 0 ? errno : 0;
-    sleep(kOffTime);
+    sleep(kOffSeconds);
     const int onError = PciDsp_setPiano(1) < 0 ? errno : 0;
     return offError != 0 ? offError : onError;
 }

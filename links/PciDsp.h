@@ -1,7 +1,8 @@
 #pragma once
 
 // The character device through which the piano side is switched off and on, which restarts the CSP.
-// It is opened and closed for every call. Nothing here knows the CSP's state.
+// It is opened and closed for every call. Nothing here knows the CSP's state, and only RestartPiano
+// waits.
 //
 // The driver has one request, and takes a number in the place of the usual pointer:
 //    parameter << 8 | value      0C01 switches the piano side on, 0C00 off
@@ -14,9 +15,9 @@ int set_qmparam(unsigned long parameter, int value);
 // Negative when the device failed.
 int PciDsp_setPiano(int on);
 
-// The line for a log before a restart.
-inline constexpr char kRestartNote[] = "Rebooting CSP...5sec\n";
+// How long a restart keeps the piano side off: the CSP loses its state in that time.
+inline constexpr unsigned kOffSeconds = 5;
 
-// Restarts the CSP: off, 5 seconds, on. Blocks for that time. 0, or the errno of the first call
+// Restarts the CSP: off, kOffSeconds, on. Blocks for that time. 0, or the errno of the first call
 // that failed; the others are made all the same.
 int RestartPiano();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PciDsp.h"
+
 // What the update and the read-back have in common as state machines: a loop steps them, the
 // answers of the CSP move them, and silence or too many unwanted answers end them.
 
@@ -32,6 +34,10 @@ constexpr int ToInt(Step step)
 inline constexpr int kSilenceLimit = 30;   // seconds; a wait ends above it, not at it
 inline constexpr int kErrorLimit = 1024;   // unwanted answers; likewise
 inline constexpr int kServerTimeout = 10;  // seconds of one timeout of the server's loop
+
+// The line of the logs before a restart of the CSP.
+inline constexpr char kRestartNote[] = "Rebooting CSP...5sec\n";
+static_assert(kOffSeconds == 5, "kRestartNote has the number, too");
 
 // Seconds from a failed attempt at a link, or at the controller's port, to the second one. An
 // update that gets no link waits as long once more before it ends.
