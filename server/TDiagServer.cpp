@@ -142,15 +142,10 @@ const char* TDiagServer::ConnectMidi(int connecttype)
     return nullptr;
 }
 
-// The second attempt is for an RC Server that starts later than this program. There is no third:
-// message boxes go to the controller then.
+// Without an RC Server message boxes go to the controller.
 void TDiagServer::OpenRCServer()
 {
-    int descriptor = rcserver->SetRCSDescriptor(kRCServerSocket);
-    if (descriptor < 0) {
-        sleep(kRetryWait);
-        descriptor = rcserver->SetRCSDescriptor(kRCServerSocket);
-    }
+    const int descriptor = TryTwice([this] { return rcserver->SetRCSDescriptor(kRCServerSocket); });
     if (strict != nullptr)
         rcserver->BoundWaits();
     Log(descriptor < 0 ? "RC Server is not active.\n" : "RC Server is active.\n");
@@ -158,10 +153,7 @@ void TDiagServer::OpenRCServer()
 
 void TDiagServer::OpenPort()
 {
-    if (zaurus->SetPortDescriptor() >= 0)
-        return;
-    sleep(kRetryWait);
-    if (zaurus->SetPortDescriptor() < 0)
+    if (TryTwice([this] { return zaurus->SetPortDescriptor(); }) < 0)
         Log("Zaurus Socket Port Open Error\n");
 }
 

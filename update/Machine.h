@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include "PciDsp.h"
 
 // What the update and the read-back have in common as state machines: a loop steps them, the
@@ -42,6 +44,18 @@ static_assert(kOffSeconds == 5, "kRestartNote has the number, too");
 // Seconds from a failed attempt at a link, or at the controller's port, to the second one. An
 // update that gets no link waits as long once more before it ends.
 inline constexpr unsigned kRetryWait = 5;
+
+// Makes the attempt, and if its descriptor is below 0, a second one after kRetryWait: the other
+// side may start later than this program. The descriptor of the last attempt.
+template <typename Attempt>
+int TryTwice(Attempt attempt)
+{
+    const int descriptor = attempt();
+    if (descriptor >= 0)
+        return descriptor;
+    sleep(kRetryWait);
+    return attempt();
+}
 
 // Counts an occasion to send something. True for the first and every 100,000th after it, the
 // occasions on which it is sent: nothing bounds the passes of a loop that is kept awake.

@@ -24,20 +24,16 @@ void Log(const char* text)
     AddLogFile(kUpdateLog, text);
 }
 
-bool ReportFailure(const char* logged, const char* trace)
-{
-    Log(logged);
-    Trace(trace);
-    return false;
-}
-
-bool Connect(TMidiCom& midi, const char* connected, const char* refused, const char* trace)
-{
-    if (!midi.Connect_i2cserver())
-        return ReportFailure(refused, trace);
-    Log(connected);
-    return true;
-}
+// What the two attempts at the MIDI Patcher log and print.
+struct AttemptTexts {
+    const char* connected;
+    const char* refused;
+    const char* sequenceFailed;  // printed; the link itself was open
+};
+constexpr AttemptTexts kAttempts[] = {
+    {"Open MIDI Patcher - OK1\n", "Open MIDI Patcher - NG1\n", "Connect i2c error2\n"},
+    {"Open MIDI Patcher - OK2\n", "Open MIDI Patcher - NG2\n", "Connect i2c error\n"},
+};
 
 }  // namespace
 
@@ -101,18 +97,25 @@ bool TUpdater::LoadFile(const char* fileName)
     return true;
 }
 
-// The second attempt is for a MIDI Patcher that starts later than this program.
+// A link that opens isn't tried again when the connect sequence fails.
 bool TUpdater::OpenMidi()
 {
-    if (midi->SetMidiDescriptor(kMidiPatcherSocket) >= 0)
-        return Connect(*midi, "Open MIDI Patcher - OK1\n", "Open MIDI Patcher - NG1\n",
-                       "Connect i2c error2\n");
-    Log("Open MIDI Patcher - NG1\n");
-    sleep(kRetryWait);
-    if (midi->SetMidiDescriptor(kMidiPatcherSocket) >= 0)
-        return Connect(*midi, "Open MIDI Patcher - OK2\n", "Open MIDI Patcher - NG2\n",
-                       "Connect i2c error\n");
-    return ReportFailure("Open MIDI Patcher - NG2\n", "Open i2c error\n");
+    const AttemptTexts* texts = kAttempts;
+    const auto open = [this, &texts] {
+        const int descriptor = midi->SetMidiDescriptor(kMidiPatcherSocket);
+        if (descriptor < 0)
+            Log(texts++->refused);
+        return descriptor;
+    };
+    if (TryTwice(open) < 0) {
+        Trace("Open i2c error\n");
+        return false;
+    }
+    const bool isConnected = midi->Connect_i2cserver();
+    Log(isConnected ? texts->connected : texts->refused);
+    if (!isConnected)
+        Trace(texts->sequenceFailed);
+    return isConnected;
 }
 
 // Only a second without anything from the link counts as silence.
