@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 #include <unistd.h>
 
@@ -106,6 +107,49 @@ std::string_view TextOf(std::string_view frame, int count)
     return frame.substr(kDataAt, std::min(count, kDataSize));
 }
 
+// The finished lines of one message, each with CR LF and a NUL. They are stored over the frames
+// that were read, which are longer. Only a line that began in an earlier message may be longer than
+// the frames read so far, so it has a place of its own and never overwrites frames still to be
+// read.
+class LineStore {
+public:
+    // `carriedPlace` is for the first line if that began in an earlier message, otherwise null.
+    LineStore(char* message, char* carriedPlace, char** itsLines, int itsCapacity)
+        : next(message), carried(carriedPlace), lines(itsLines), capacity(itsCapacity)
+    {}
+
+    // Drops a line too many.
+    void Add(std::string_view text)
+    {
+        if (count >= capacity)
+            return;
+        char* const carriedLine = std::exchange(carried, nullptr);
+        if (carriedLine != nullptr) {
+            lines[count++] = carriedLine;
+            Copy(text, carriedLine);
+        } else {
+            lines[count++] = next;
+            next = Copy(text, next);
+        }
+    }
+
+    int Count() const { return count; }
+
+private:
+    // Returns the place that follows the line.
+    static char* Copy(std::string_view text, char* place)
+    {
+        char* const end = std::copy(text.begin(), text.end(), place);
+        return std::copy_n(kCrLf, kLineEndSize, end);
+    }
+
+    char* next;     // in the message, for the next line that began in it
+    char* carried;  // for the first line if it began earlier; null otherwise, and from then on
+    char** lines;   // the caller's
+    int capacity;   // of `lines`
+    int count = 0;  // lines stored
+};
+
 }  // namespace
 
 TMidiCom::TMidiCom()
@@ -200,29 +244,18 @@ int TMidiCom::ReadMessage(char* buf)
 
 int TMidiCom::ToConsole2(char* message, int length, char** lines, int capacity)
 {
-    // A line that began in an earlier message may be longer than the frames read so far, so it has
-    // a place of its own and never overtakes the frames that are still to be read.
-    bool isCarried = consoleLength > 0;
-    char* place = message;  // of the next line that begins in this one
-    int stored = 0;
-
+    LineStore store(message, consoleLength > 0 ? carriedLine : nullptr, lines, capacity);
     const std::string_view frames(message, std::max(length, 0));
     for (std::size_t start = 0; start < frames.size(); start += kInFrameSize) {
         const std::string_view frame = frames.substr(start, kInFrameSize);
         if (!IsHeadGood(frame))
             return -1;
-        if (!TakeFrame(frame))
-            continue;
-        if (stored < capacity) {
-            char* const line = isCarried ? carriedLine : place;
-            char* const end = StoreLine(line);
-            place = isCarried ? place : end;
-            lines[stored++] = line;
+        if (TakeFrame(frame)) {
+            store.Add(std::string_view(consoleText, consoleLength));
+            consoleLength = 0;
         }
-        isCarried = false;
-        consoleLength = 0;
     }
-    return stored;
+    return store.Count();
 }
 
 int TMidiCom::ReadConsoleMessage2(char* message, char** lines, int capacity)
@@ -325,12 +358,4 @@ bool TMidiCom::TakeFrame(std::string_view frame)
     const std::string_view text = TextOf(frame, count);
     consoleLength += static_cast<int>(text.copy(consoleText + consoleLength, room));
     return false;
-}
-
-// Copies the line that is put together to `place`, with its line end and a NUL. Returns what
-// follows it.
-char* TMidiCom::StoreLine(char* place) const
-{
-    char* const end = std::copy_n(consoleText, consoleLength, place);
-    return std::copy_n(kCrLf, kLineEndSize, end);
 }

@@ -108,7 +108,6 @@ private:
     bool SendFrame(int kind, std::string_view data) const;
     int ReadPiece(char* raw);
     bool TakeFrame(std::string_view frame);
-    char* StoreLine(char* place) const;
 
     UniqueFd midiDescriptor{-1};          // below 0 while the link is down
     char consoleText[kConsoleSize] = {};  // the line that is being put together
