@@ -147,6 +147,7 @@ def find(unit, place, form):
     if place == "floppy":
         unit.sh("mount /dev/fd0 /mnt/floppy")
         assert "KVT 2.00" in unit.ask("find-update"), "not found"
+        unit.sh("umount /mnt/floppy")  # a copy would take it for its medium
         assert "CSP Update Success." in unit.ask("update"), "not updated"
         return unit.require("/usr/local/flash.bin", "fw.bin", FLASH_OFFSET)
     if place == "cdrom":
