@@ -18,10 +18,10 @@ constexpr char kStickSum[] = "medium/csp_param.sum";
 constexpr char kNoUpdateFile[] = "Update File is not exsit.\n";
 constexpr char kUpdateRefused[] = "Cannot Execute CSP Update.\n";
 const std::string kOwnSum = "that of the file";
-constexpr std::size_t kParameterSize = 0x60000;
+constexpr std::size_t kReadBackSize = 0x60000;
 
-const std::string kOldData = std::string(kParameterSize, 'o');
-const std::string kNewData = std::string(kParameterSize - 2, 'n') + "\xDD\xDD";
+const std::string kOldData = std::string(kReadBackSize, 'o');
+const std::string kNewData = std::string(kReadBackSize - 2, 'n') + "\xDD\xDD";
 
 std::string ParameterFile(const std::string& data)
 {
