@@ -75,7 +75,7 @@ void Strict::ReportFailedRun(const Options& options, int result) const
 
 std::string Strict::SaveReadBack(const std::string& path, const std::string& text)
 {
-    const std::string problem = CheckedFile(path, text).ReadBackProblem();
+    std::string problem = CheckedFile(path, text).ReadBackProblem();
     if (!problem.empty())
         return problem;
     WholeFile file(path);

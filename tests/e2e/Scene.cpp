@@ -62,6 +62,13 @@ std::size_t Count(const std::string& text, const std::string& part)
     return count;
 }
 
+std::string TooLargeFile(char byte)
+{
+    std::string text;
+    text.resize(0x1000001, byte);
+    return text;
+}
+
 Unit::Words Split(const std::string& line)
 {
     std::istringstream words(line);

@@ -39,6 +39,9 @@ std::string EndOf(const std::string& text, const std::string& expected);
 
 std::size_t Count(const std::string& text, const std::string& part);
 
+// One byte more than the strict mode reads of a file.
+std::string TooLargeFile(char byte);
+
 // The words of a command line; '' is an empty one.
 Unit::Words Split(const std::string& line);
 

@@ -70,11 +70,11 @@ TEST(StrictSearch, ReportsDamageAtOnceAndRefusesUpdate)
         {"csp_prog.hex", good.substr(0, 17) + "\r\n\r\n\r\n\r\n" + good.substr(17), "", true,
          plain + ":2: a blank line before the end record\n" + plain +
              ":3: a blank line before the end record\nand more in the log: 2\n"},
-        {"csp_prog.hex", std::string(0x1000001, '\n'), "", false, plain + ": File too large\n"},
+        {"csp_prog.hex", TooLargeFile('\n'), "", false, plain + ": File too large\n"},
         {"csp_prog.rlg", packed, "", true, "", unverified},
         {"csp_prog.rlg", packed, "1 2 csp_prog.rlg\n", false,
          compressed + ": damaged, since /mnt/usb/csp_prog.sum doesn't match\n"},
-        {"csp_prog.rlg", std::string(0x1000001, 'x'), "", false, compressed + ": File too large\n"},
+        {"csp_prog.rlg", TooLargeFile('x'), "", false, compressed + ": File too large\n"},
         {"csp_prog.rlg", bomb, "", false,
          compressed + ": cut off, or larger than the flash when expanded\n", unverified},
     };
@@ -137,7 +137,7 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
         const char* fault;
         std::string text;
         bool isReplaced = false;
-        std::string sum = "";  // next to a source on the medium
+        std::string sum = {};  // next to a source on the medium
     } rows[] = {
         {kBackup, newFile, "", "Copy Success.\n", true},
         {kBackup, newFile.substr(0, 2434), "",

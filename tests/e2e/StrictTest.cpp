@@ -112,7 +112,7 @@ TEST(StrictStart, RefusesWhatWouldFailLater)
         {update, "introduces: a line may be lost\n", FileWith(kFirstLine, "")},
         {update, "prog.hex: errors not listed: 1\n", std::string(19, '\n')},
         {update, "data at 27910000, outside the flash (90000000 to 90FFFFFF)\n", outside},
-        {update, "prog.hex: File too large\n", std::string(0x1000001, '\n')},
+        {update, "prog.hex: File too large\n", TooLargeFile('\n')},
         {update, kLogFolder + "/cspupdate.log: Read-only file system\n", kGood,
          "open@cspupdate.log:EROFS"},
         {update, lock + "Read-only file system\n", kGood, "open@diag_server.lock:EROFS"},
