@@ -277,26 +277,27 @@ TEST(StrictServerLimits, ReadBackEndsAtRecordWithoutProgress)
     }
 }
 
+// The kernel may find room for the text that has waited at the last moment, and then takes it.
 TEST(StrictServerLimits, WriteToPeerThatDoesNotReadEnds)
 {
-    const struct {
-        const char* line;
-        const char* lost;  // what the piano's lines go to then
-    } rows[] = {{"text ", "nobody"}, {"<message_box ", "the controller"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.lost);
+    constexpr std::chrono::seconds kBound{5};
+    for (const char* kind : {"text ", "<message_box "}) {
+        SCOPED_TRACE(kind);
         StrictServer scene;
         scene.Open();
-        const std::string line = row.line + std::string(900, 'x');
-        const auto before = UnitTime();
-        for (int i = 0; i < 40000 && UnitTime() < before + std::chrono::seconds(5); ++i)
-            scene.Say(Frames({line}));
-        EXPECT_EQ(UnitTime() - before, std::chrono::seconds(5));
-        const bool isController = row.line[0] == 't';
-        EXPECT_EQ((isController ? *scene.controller : static_cast<Connection&>(scene.rcServer))
-                      .WaitForClose(),
-                  true);
-        if (isController)
+        const bool isText = kind[0] == 't';
+        Connection& peer = isText ? *scene.controller : static_cast<Connection&>(scene.rcServer);
+        const std::string line = kind + std::string(900, 'x');
+        bool isClosed = false;
+        for (int round = 0; round < 3 && !isClosed; ++round) {
+            const auto before = UnitTime();
+            for (int i = 0; i < 40000 && UnitTime() - before < kBound; ++i)
+                scene.Say(Frames({line}));
+            EXPECT_EQ(UnitTime() - before, kBound);
+            isClosed = WaitUntil([&] { return peer.IsClosed(); }, std::chrono::seconds(1));
+        }
+        EXPECT_TRUE(isClosed);
+        if (isText)
             scene.Connect();
         EXPECT_EQ(EndOf(scene.Ask(kVersion), kServiceText), kServiceText);
     }
