@@ -114,7 +114,7 @@ private:
 
     void TakeConsoleLine(const char* line);
     static const Command* FindCommand(const MidiGroup& group);
-    bool CarryOut(const Command& command);
+    void CarryOut(const Command& command);
     void SetReadTarget(const char* file);
 
     void Log(const char* text) const;

@@ -170,11 +170,13 @@ void TDiagServer::ProcessZaurus(char* buffer)
             continue;
         MidiGroup group;
         std::copy_n(buffer + at, kGroupSize, group.begin());
-        if (group[0] == kAlternateGroup)
-            midi->WriteMidi(1, group.data());
-        else if (const Command* command = FindCommand(group); command == nullptr)
-            midi->WriteMidi(0, group.data());
-        else if (CarryOut(*command))
+        const Command* const command = FindCommand(group);
+        if (command == nullptr)
+            midi->WriteMidi(group[0] == kAlternateGroup ? 1 : 0, group.data());
+        else
+            CarryOut(*command);
+        // With --strict the controller must see the result before it sends another command.
+        if (strict != nullptr && command != nullptr && command->takesLong)
             return;
     }
 }
@@ -189,13 +191,10 @@ const TDiagServer::Command* TDiagServer::FindCommand(const MidiGroup& group)
     return nullptr;
 }
 
-// True when the rest of the read is to be dropped: with --strict, a command that takes long
-// isn't followed by another one before the controller has seen its result.
-bool TDiagServer::CarryOut(const Command& command)
+void TDiagServer::CarryOut(const Command& command)
 {
     if (HasMachines() || !command.needsMachine)
         (this->*command.carryOut)();
-    return strict != nullptr && command.takesLong;
 }
 
 // Without a release line there is no reply at all, not even the service text.
