@@ -69,11 +69,12 @@ public:
     // The 32 bits to which an upper address sets the upper half.
     std::uint32_t UpperAddress() const { return Byte(DataAt(0)) << 24U | Byte(DataAt(1)) << 16U; }
 
-    // Sums `summedCount` bytes of data, whatever the count, which the checksum follows.
-    bool IsChecksumGood(std::size_t summedCount) const
+    // The checksum is where the record's count puts it. `dataBytes` of data are added to it, which
+    // are as many as the count says, except where the unit expects a fixed number.
+    bool IsChecksumGood(std::size_t dataBytes) const
     {
         std::uint32_t sum = Byte(DataAt(Count()));
-        for (std::size_t at = kCountAt; at < DataAt(summedCount); at += 2)
+        for (std::size_t at = kCountAt; at < DataAt(dataBytes); at += 2)
             sum += Byte(at);
         return sum % 0x100 == 0;
     }
