@@ -26,6 +26,6 @@ public:
     }
 
 private:
-    bool (*isFirst)(unsigned char) = IsSjisFirst;  // which bytes begin a pair; never null
-    BytePlace place = BytePlace::Single;           // that of the last byte
+    bool (*isFirst)(unsigned char);       // which bytes begin a pair; never null
+    BytePlace place = BytePlace::Single;  // that of the last byte
 };
