@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 // The path of everything of the unit that the program opens, each written here and nowhere else.
 // A name that is derived from one of these is in the source that derives it.
@@ -85,6 +86,18 @@ inline constexpr const char* kCdCompressedFirmware = "/mnt/cdrom/csp_prog.rlg";
 
 // Firmware on a floppy disk, always compressed.
 inline constexpr const char* kFloppyCompressedFirmware = "/mnt/floppy/csp_prog.rlg";
+
+// A directory is written again in the paths of its files, since a constant can't be joined from
+// two.
+constexpr bool IsBelow(std::string_view path, std::string_view directory)
+{
+    return path.substr(0, directory.size()) == directory && path[directory.size()] == '/';
+}
+static_assert(IsBelow(kServerLog, kLogDirectory) && IsBelow(kUpdateLog, kLogDirectory) &&
+              IsBelow(kLockFile, kLogDirectory) && IsBelow(kParameterFile, kLogDirectory) &&
+              IsBelow(kCompressedParameterFile, kLogDirectory));
+static_assert(IsBelow(kUsbFirmware, kUsb) && IsBelow(kUsbCompressedFirmware, kUsb) &&
+              IsBelow(kFloppyCompressedFirmware, kFloppy));
 
 // Room for a path that comes from outside, its NUL included. A longer one isn't cut, since a cut
 // path names another file.
