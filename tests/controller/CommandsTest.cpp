@@ -392,6 +392,12 @@ TEST(ImageCommands, DiffNamesRangesAndRows)
     EXPECT_TRUE(Has(svg, "<title>90040400 to 900407FF: equal</title>"));
     EXPECT_TRUE(Has(svg, "<title>90050000 to 900503FF: only in B</title>"));
     EXPECT_TRUE(Has(svg, "<title>90050400 to 900507FF: no data</title>"));
+    // Two images with bytes at different places of one cell.
+    const std::string low = directory.Write("low.bin", "\x04\x90x");
+    const std::string high = directory.Write(
+        "high.hex", Record(4, 0, "\x90\x04") + "\n" + Record(0, 0x30, "x") + "\n:00000001FF\n");
+    RunTool({"diff", low, high, "--svg", directory.Path("e.svg")});
+    EXPECT_TRUE(Has(directory.Read("e.svg"), "<title>90040000 to 900403FF: different</title>"));
     EXPECT_EQ(RunTool({"diff", left, right, "--svg", directory.Path("no/d.svg")}).error,
               "diagctl: " + directory.Path("no/d.svg") + ": No such file or directory\n");
 }

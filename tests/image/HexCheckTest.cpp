@@ -65,6 +65,7 @@ TEST(HexCheck, NamesLineAndCause)
         {kHead + ":04040\0:0061626364\n"s + rest, 3, kError, "a CR or NUL"},
         {kHead + kSecond + "\n" + rest, 4, kError, "a blank line"},
         {kHead + std::string(80, ':') + "\n" + rest, 3, kError, "a line of 81 bytes"},
+        {kHead + kSecond + Record(2, 0, "\x10\0"s) + "\n" + rest, 4, kError, "type 2"},
         {kHead + kSecond + Record(6, 0, "") + "\n" + rest, 4, kError, "type 6, which the unit"},
         {kHead + kSecond + Record(4, 0, "\x90") + "\n" + rest, 4, kError, "exactly 2 bytes"},
         {kVersion + kSecond + kEnd, 1, kError, "before the first address record", 3},
