@@ -42,12 +42,13 @@ TEST(Imports, AreHookedOrHarmless)
         "gmtime_r|__gmtime64_r|localeconv|pthread_mutex_.*|gai_strerror|"
         "__(errno_location|cxa_.*|libc_.*|tls_get_addr|assert_fail|aeabi_.*)|"
         // text for a stream, whose bytes are counted
-        "v?[fs]?n?printf|f?put(s|c|char)|f?getc|fgets|fwrite|fflush|ferror|setvbuf|perror|"
+        "(__)?v?[fs]?n?printf(_chk)?|f?put(s|c|char)|f?getc|fgets|fwrite|fflush|ferror|setvbuf|"
+        "perror|"
         // an open descriptor, which is the machine's own
         "(__)?(fstat|fcntl|lseek|setsockopt|posix_fadvise)(64)?(_time64)?|fchmod|flock|isatty|"
         "inotify_.*|"
-        // the process
-        "signal|sig.*|umask|"
+        // the process, and the checks that end it
+        "__(fdelt|stack)_chk(_fail)?|signal|sig.*|umask|"
         // diagctl's names of hosts, its terminal, and its files, which aren't the unit's
         "(get|free)addrinfo|getchar|dup|mkostemp(64)?|realpath|getenv|mallopt");
     const std::set<std::string> hooks = Functions("libsimunit.so", "$7 != \"UND\"");
