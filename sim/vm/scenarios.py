@@ -207,7 +207,7 @@ def copy(unit, strict, name, command, fat, special, answer, strict_answer):
 def limits(unit):
     """The capabilities, devices and limits of the packaged service."""
     settings = {}
-    with open("packaging/diag_server.service", encoding="utf-8") as file:
+    with open("packaging/diag_server.service.in", encoding="utf-8") as file:
         for key, _, value in (line.strip().partition("=") for line in file):
             settings.setdefault(key, []).append(value)
     devices = [f"c 1:{minor} rw" for minor in (3, 5, 7, 8, 9)] + ["b 8:* rw"]
