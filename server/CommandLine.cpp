@@ -183,12 +183,14 @@ bool ParseOptions(int argc, char** argv, Options& options)
     return true;
 }
 
-bool ParseStrictOptions(int argc, char** argv, Options& options)
+Request ParseStrictOptions(int argc, char** argv, Options& options)
 {
     const int taken = TakeStrictWords(argc, argv, options);
     const bool runs = options.mistake == Options::Mistake::None &&
                       ParseRest(argc - taken, argv + taken, argv[0], options);
-    if (options.mistake != Options::Mistake::None)
+    if (options.mistake != Options::Mistake::None) {
         ReportMistake(options);
-    return runs && options.mistake == Options::Mistake::None;
+        return Request::RefuseMistake;
+    }
+    return runs ? Request::Run : Request::Nothing;
 }

@@ -62,7 +62,9 @@ void PrintError(const std::string& text);
 // False when nothing is to run: the usage was requested, or the file name doesn't fit.
 bool ParseOptions(int argc, char** argv, Options& options);
 
-// The same for the words after --strict, where a mistake is printed with the usage line and nothing
-// runs. `argv` begins with the program's name. False when nothing is to run; a mistake leaves its
-// mark in `options`.
-bool ParseStrictOptions(int argc, char** argv, Options& options);
+// What remains to be done for a command line with --strict.
+enum class Request { Run, Nothing, RefuseMistake };
+
+// The same for the words after --strict, where a mistake is printed with the usage line. `argv`
+// begins with the program's name.
+Request ParseStrictOptions(int argc, char** argv, Options& options);

@@ -92,8 +92,8 @@ int RunMode(const Options& options, Strict* strict)
 int RunStrictly(int argc, char** argv)
 {
     Options options;
-    if (!ParseStrictOptions(argc, argv, options))
-        return options.mistake == Options::Mistake::None ? Success : Usage;
+    if (const Request request = ParseStrictOptions(argc, argv, options); request != Request::Run)
+        return request == Request::Nothing ? Success : Usage;
     Strict strict(options);
     if (!strict.Prepare(options))
         return Failure;
