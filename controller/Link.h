@@ -37,7 +37,7 @@ public:
     // cut and `isCut` set.
     Arrival Next(Clock::time_point deadline, std::string& line, bool& isCut);
 
-    // The system's reason for Event::Lost; empty when the unit closed the connection with bytes
+    // The system's reason for Arrival::Lost; empty when the unit closed the connection with bytes
     // that it had not read.
     const std::string& LostBy() const { return lostBy; }
 

@@ -22,7 +22,7 @@ struct Outcome {
     bool IsSuccess() const { return status == Status::Success; }
 
     Status status;
-    std::string reason;  // of a failure; empty where the findings show it
+    std::string reason;  // of a failure; none for errors in a file or different images
     std::string answer;  // the line requested from the unit, where there is one
     std::string note;    // of the unit about a file, for what doesn't show the unit's lines
 };

@@ -256,12 +256,12 @@ void Checker::CheckPlaceAfterBase(std::uint32_t address)
         Warn("a gap of " + Bytes(address - *next) + " from " + EightDigits(*next), next);
 }
 
-// One finding for data that go on from one record to the next.
+// One finding for data that continues from one record to the next.
 void Checker::CheckFlash(std::uint32_t address, std::uint32_t size)
 {
     // What follows the last address is the first one, and so would seem to go on.
     if (address + size < address)
-        Error("the data reach the last address, FFFFFFFF", address);
+        Error("the data reaches the last address, FFFFFFFF", address);
     const std::uint32_t offset = address - kFlashStart;  // below the flash a very large one
     const bool isInside = offset < kFlashSize && size <= kFlashSize - offset;
     if (isInside || std::exchange(outside, address + size) == address)

@@ -19,7 +19,7 @@ std::string Obstacle(const HexReport& report, ImageForm form)
     if (report.ranges.size() > 1)
         return "there is a gap, which the target form cannot represent";
     if (const std::uint32_t start = report.ranges[0].start; start % kPageSize != 0)
-        return "the data start at " + EightDigits(start) +
+        return "the data starts at " + EightDigits(start) +
                ", and the target form can only start at a multiple of 64 KiB";
     return {};
 }
