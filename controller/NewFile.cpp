@@ -69,28 +69,29 @@ Outcome NewFile::TakePlace()
     if (rename(work.c_str(), place.c_str()) != 0)
         return FailByErrno();
     work.clear();
-    // For a medium that is pulled out next. Not every file system can do it.
+    // For a medium that is pulled out next. Not every file system can flush a directory.
     const UniqueFd directory(open(DirectoryOf(place).c_str(), O_RDONLY | kOpenFlags));
     static_cast<void>(fsync(directory.Get()));
-    return {};
+    return fsync(file.Get()) == 0 ? Outcome() : FailByErrno();
 }
 
 // The new file gets the permissions of the one that it replaces, or those of any new file.
 Outcome NewFile::Open()
 {
-    struct stat old = {};
-    const bool replaces = stat(place.c_str(), &old) == 0;
-    if (replaces && !S_ISREG(old.st_mode))
+    struct stat state = {};
+    const bool replaces = stat(place.c_str(), &state) == 0;
+    if (replaces && !S_ISREG(state.st_mode))
         return Fail("is not a regular file");
-    if (replaces && (old.st_mode & kWritable) == 0)
+    if (replaces && (state.st_mode & kWritable) == 0)
         return Fail("is read-only");
+    old.Reset(open(place.c_str(), O_RDONLY | kOpenFlags));
     std::string pattern = DirectoryOf(place) + ".diagctl-XXXXXX";
     file.Reset(mkostemp(pattern.data(), O_CLOEXEC));
     if (!file)
         return FailByErrno();
     work = pattern;
     // A medium for other systems has no permissions.
-    static_cast<void>(fchmod(file.Get(), replaces ? old.st_mode : PermissionsOfNewFiles()));
+    static_cast<void>(fchmod(file.Get(), replaces ? state.st_mode : PermissionsOfNewFiles()));
     return {};
 }
 

@@ -17,7 +17,8 @@ public:
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
-    // Each is called once, in this order. Failed with the reason, and the target stays as it was.
+    // Each is called once, in this order. Failed with the reason, and the target stays as it was;
+    // if only the last flush of TakePlace fails, the new file is in place.
     Outcome Write(std::string_view bytes);
     Outcome TakePlace();
 
@@ -32,6 +33,9 @@ private:
     std::string place;  // the file that a link leads to
     std::string work;   // empty when there is none
     UniqueFd file{-1};
+    // The file that is replaced, open up to the last flush: a FAT may keep its name longer than its
+    // bytes, which are free only once nobody has it open. Below 0: none, or it can't be read.
+    UniqueFd old{-1};
     sigset_t blocked = {};   // by this object
     sigset_t restored = {};  // the mask before
 };
