@@ -342,7 +342,7 @@ TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
         std::string text;
         const char* reason;
     } rows[] = {
-        {base + data + end, "start at 90051000"},
+        {base + data + end, "starts at 90051000"},
         {base + other + end, "no data follows this address record"},
         {Record(4, 0, "\x90\x06") + "\n" + Record(0, 0, "x") + "\n" + other + end,
          "there is a gap"},

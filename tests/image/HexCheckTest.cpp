@@ -102,7 +102,7 @@ TEST(HexCheck, NamesLineAndCause)
         {Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(32, 'x')) + kEnd, 2, kError,
          "data at 91000000, outside the flash (90000000 to 90FFFFFF)", 3},
         {Record(4, 0, "\xFF\xFF") + "\n" + Data(0xFFF0, std::string(16, 'x')) + kEnd, 2, kError,
-         "reach the last address", 3},
+         "reaches the last address", 3},
         {kHead + Record(4, 0, "\x90\xFF") + "\n" + Data(0xFFF0, std::string(16, 'x')) + kEnd, 4,
          kWarning, "a gap"},
         {kBase + Data(0x400, "\0V1"s) + kEnd, 3, kWarning, "no version text in a record"},
