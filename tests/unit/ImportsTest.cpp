@@ -42,8 +42,8 @@ TEST(Imports, AreHookedOrHarmless)
         "gmtime_r|__gmtime64_r|localeconv|pthread_mutex_.*|gai_strerror|"
         "__(errno_location|cxa_.*|libc_.*|tls_get_addr|assert_fail|aeabi_.*)|"
         // text for a stream, whose bytes are counted
-        "(__)?v?[fs]?n?printf(_chk)?|f?put(s|c|char)|f?getc|fgets|fwrite|fflush|ferror|setvbuf|"
-        "perror|"
+        "(__)?v?[fs]?n?printf(_chk)?|f?put(s|c|char)|f?getc|fgets|fwrite|fflush|fclose|ferror|"
+        "setvbuf|perror|"
         // an open descriptor, which is the machine's own
         "(__)?(fstat|fcntl|lseek|setsockopt|posix_fadvise)(64)?(_time64)?|fchmod|flock|isatty|"
         "inotify_.*|"
