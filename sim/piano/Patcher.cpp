@@ -43,7 +43,7 @@ FrameBytes Joined(const std::vector<FrameBytes>& parts)
 
 bool Patcher::Listen(const std::string& path)
 {
-    listener = ListenAt(path);
+    listener = OpenSocket(path, SOCK_STREAM);
     return IsListening();
 }
 
@@ -58,9 +58,9 @@ void Patcher::AddTo(std::vector<pollfd>& watched) const
 
 void Patcher::Accept()
 {
-    if (client || !listener)
+    if (client)
         return;
-    client = Descriptor(accept4(listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    client = AcceptFrom(listener);
     if (!client)
         return;
     transcript.Note("connected");

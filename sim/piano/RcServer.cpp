@@ -1,5 +1,6 @@
 #include "RcServer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -15,7 +16,7 @@ bool RcServer::Open(const std::string& logPath)
 
 bool RcServer::Listen(const std::string& socketPath)
 {
-    listener = ListenAt(socketPath);
+    listener = OpenSocket(socketPath, SOCK_STREAM);
     return static_cast<bool>(listener);
 }
 
@@ -42,15 +43,9 @@ static bool Append(int client, int log)
 
 void RcServer::Serve()
 {
-    Descriptor fresh(
-        listener ? accept4(listener.Get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC) : -1);
+    Descriptor fresh = AcceptFrom(listener);
     if (fresh)
         clients.push_back(std::move(fresh));
-
-    for (size_t i = 0; i < clients.size();) {
-        if (Append(clients[i].Get(), log.Get()))
-            ++i;
-        else
-            clients.erase(clients.begin() + static_cast<std::ptrdiff_t>(i));
-    }
+    const auto isOver = [&](const Descriptor& each) { return !Append(each.Get(), log.Get()); };
+    clients.erase(std::remove_if(clients.begin(), clients.end(), isOver), clients.end());
 }

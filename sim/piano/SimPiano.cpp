@@ -21,7 +21,7 @@ constexpr char kSayFile[] = "/sim/say";
 constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
 // How soon to check again whether the system has read everything: nothing reports that.
-constexpr long kLookAgain = 250000;  // nanoseconds
+constexpr std::chrono::milliseconds kLookAgain{1};
 
 constexpr uint32_t kFlashStart = 0x90000000;
 
@@ -67,7 +67,7 @@ bool SimPiano::Open()
         patcherOpens = now + std::chrono::seconds(options.patcherLate);
     if (!options.noRcServer)
         rcServerOpens = now + std::chrono::seconds(options.rcServerLate);
-    dsp = BindDatagramAt(Path(kDspSocket));
+    dsp = OpenSocket(Path(kDspSocket), SOCK_DGRAM);
     if (!dsp || !OpenWhenDue())
         return false;
 
@@ -89,18 +89,14 @@ bool SimPiano::LoadFlash()
 
 bool SimPiano::OpenWhenDue()
 {
-    const auto now = Clock::now();
-    if (patcherOpens && now >= *patcherOpens) {
-        patcherOpens.reset();
-        if (!patcher.Listen(Path(kPatcherSocket)))
-            return false;
-    }
-    if (rcServerOpens && now >= *rcServerOpens) {
-        rcServerOpens.reset();
-        if (!rcServer.Listen(Path(kRcServerSocket)))
-            return false;
-    }
-    return true;
+    const auto open = [&](Clock::time_point& due, auto& server, const char* path) {
+        if (Clock::now() < due)
+            return true;
+        due = kNever;
+        return server.Listen(Path(path));
+    };
+    return open(patcherOpens, patcher, kPatcherSocket) &&
+           open(rcServerOpens, rcServer, kRcServerSocket);
 }
 
 int SimPiano::Run()
@@ -133,21 +129,12 @@ void SimPiano::Wait(bool sendingSoon)
     patcher.AddTo(watched);
     rcServer.AddTo(watched);
 
-    using std::chrono::nanoseconds;
-    std::optional<nanoseconds> limit;
+    const Clock::time_point now = Clock::now();
+    Clock::time_point until = std::min(patcherOpens, rcServerOpens);
     if (sendingSoon)
-        limit = nanoseconds(kLookAgain);
-    for (const auto& opens : {patcherOpens, rcServerOpens}) {
-        if (opens)
-            limit = std::min(limit.value_or(nanoseconds::max()),
-                             std::max<nanoseconds>(nanoseconds::zero(), *opens - Clock::now()));
-    }
-    timespec timeout{};
-    if (limit) {
-        timeout.tv_sec = static_cast<time_t>(limit->count() / 1000000000);
-        timeout.tv_nsec = static_cast<long>(limit->count() % 1000000000);
-    }
-    ppoll(watched.data(), watched.size(), limit ? &timeout : nullptr, nullptr);
+        until = std::min(until, now + kLookAgain);
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(std::max(until, now) - now);
+    poll(watched.data(), watched.size(), until == kNever ? -1 : static_cast<int>(wait.count()));
 }
 
 bool SimPiano::IsTerminated() const
@@ -160,7 +147,7 @@ void SimPiano::TakePower()
 {
     char text[16];
     for (;;) {
-        const ssize_t count = recv(dsp.Get(), text, sizeof(text), 0);
+        const ssize_t count = read(dsp.Get(), text, sizeof(text));
         if (count < 0)
             return;
         const std::string value(text, static_cast<size_t>(count));

@@ -9,7 +9,6 @@
 #include "UnixSocket.h"
 
 #include <chrono>
-#include <optional>
 #include <string>
 
 // The process: the three peers of the program under test in one poll loop, and what controls them
@@ -25,6 +24,7 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+    static constexpr Clock::time_point kNever = Clock::time_point::max();
 
     std::string Path(const char* below) const { return options.root + below; }
     bool LoadFlash();
@@ -44,6 +44,6 @@ private:
     Descriptor dsp;
     Descriptor signals;
     Descriptor folderWatch;  // reports files in sim/
-    std::optional<Clock::time_point> patcherOpens;
-    std::optional<Clock::time_point> rcServerOpens;
+    Clock::time_point patcherOpens = kNever;
+    Clock::time_point rcServerOpens = kNever;
 };

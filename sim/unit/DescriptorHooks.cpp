@@ -31,13 +31,6 @@ ssize_t RaiseBrokenPipe(ssize_t count, int descriptor, bool quiet)
     return count;
 }
 
-// True for what may block: of everything that the unit's programs read and write, only sockets do.
-void AwaitSocket(const char* call, int descriptor, short events, int flags = 0)
-{
-    if (IsSocket(OwnerOf(descriptor)) && (flags & MSG_DONTWAIT) == 0)
-        AwaitDescriptor(call, descriptor, events);
-}
-
 // Sends all bytes, as a blocking call does, in pieces as large as the peer accepts, or those that
 // it accepts until the timeout of the socket.
 ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flags)
@@ -72,17 +65,10 @@ ssize_t read(int descriptor, void* bytes, std::size_t size)
 {
     static Real real(read);
     return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
-        AwaitSocket("read", descriptor, POLLIN);
+        // Of everything that the unit's programs read, only sockets may block.
+        if (IsSocket(OwnerOf(descriptor)))
+            AwaitDescriptor("read", descriptor, POLLIN);
         return real(descriptor, bytes, fits);
-    });
-}
-
-ssize_t recv(int descriptor, void* bytes, std::size_t size, int flags)
-{
-    static Real real(recv);
-    return TransferWithFaults(calls::read, descriptor, size, [&](std::size_t fits) {
-        AwaitSocket("recv", descriptor, POLLIN, flags);
-        return real(descriptor, bytes, fits, flags);
     });
 }
 

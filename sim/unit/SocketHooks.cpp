@@ -64,13 +64,6 @@ void SendAtOnce(int descriptor)
         syscall(SYS_setsockopt, descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
 }
 
-int TrackAccepted(int descriptor, int listener)
-{
-    if (descriptor >= 0)
-        SendAtOnce(descriptor);
-    return Track(descriptor, OwnerOf(listener));
-}
-
 // A connect to a UNIX socket waits for room in the listener's queue, which no poll reports: -1 with
 // EAGAIN when there is none until the timeout of the socket.
 template <typename Connect>
@@ -171,16 +164,10 @@ int accept(int descriptor, sockaddr* address, socklen_t* length)
     if (FailsNow(calls::accept, descriptor))
         return -1;
     AwaitDescriptor("accept", descriptor, POLLIN);
-    return TrackAccepted(real(descriptor, address, length), descriptor);
-}
-
-int accept4(int descriptor, sockaddr* address, socklen_t* length, int flags)
-{
-    static Real real(accept4);
-    if (FailsNow(calls::accept, descriptor))
-        return -1;
-    AwaitDescriptor("accept", descriptor, POLLIN);
-    return TrackAccepted(real(descriptor, address, length, flags), descriptor);
+    const int made = real(descriptor, address, length);
+    if (made >= 0)
+        SendAtOnce(made);
+    return Track(made, OwnerOf(descriptor));
 }
 
 }  // extern "C"

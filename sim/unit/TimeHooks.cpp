@@ -127,17 +127,6 @@ int poll(pollfd* polled, nfds_t count, int millis)
                       [&] { return real(polled, count, 0); });
 }
 
-int ppoll(pollfd* polled, nfds_t count, const timespec* timeout, const sigset_t* signals)
-{
-    static Real real(ppoll);
-    if (!HasClock() || signals != nullptr)
-        return real(polled, count, timeout, signals);
-    BoundedText name;
-    const timespec none = {};
-    return PollInTurn(name.Add("poll"), DeadlineOf(timeout, &timespec::tv_nsec, 1),
-                      [&] { return real(polled, count, &none, nullptr); });
-}
-
 int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
     static Real real(clock_gettime);
