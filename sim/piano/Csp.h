@@ -49,7 +49,7 @@ class Csp {
 public:
     Csp(Flash& itsFlash, Transcript& log) : flash(itsFlash), transcript(log) {}
 
-    void SetFaults(const CspFaults& asked) { faults = asked; }
+    void SetFaults(const CspFaults& chosen) { faults = chosen; }
     // The flash goes to this file after each finished write; empty: nowhere.
     void SetSaveFile(const std::string& path) { saveFile = path; }
 

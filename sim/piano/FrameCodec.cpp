@@ -38,11 +38,6 @@ FrameCodec::Found FrameCodec::Take(unsigned char byte)
     return block.empty() && IsPeer(byte) ? Found::Connect : Found::Stray;
 }
 
-bool FrameCodec::IsPeer(unsigned char byte)
-{
-    return byte == 0xE1 || byte == 0xE5;
-}
-
 const char* FrameCodec::Complaint(const FrameBytes& frame)
 {
     if (frame.size() != kFrameSize)
@@ -96,7 +91,7 @@ std::vector<FrameBytes> FrameCodec::ConsoleFrames(unsigned char first, unsigned 
     return frames;
 }
 
-std::vector<FrameBytes> FrameCodec::Cut(const FrameBytes& stuffed, size_t size, bool keepPairs)
+std::vector<FrameBytes> FrameCodec::Cut(const FrameBytes& stuffed, size_t size)
 {
     std::vector<FrameBytes> pieces;
     FrameBytes piece;
@@ -104,7 +99,7 @@ std::vector<FrameBytes> FrameCodec::Cut(const FrameBytes& stuffed, size_t size, 
     for (const unsigned char byte : stuffed) {
         piece.push_back(byte);
         inPair = !inPair && byte == kEscape;
-        if (piece.size() >= size && !(keepPairs && inPair)) {
+        if (piece.size() >= size && !inPair) {
             pieces.push_back(piece);
             piece.clear();
         }

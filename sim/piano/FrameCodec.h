@@ -38,7 +38,9 @@ public:
     // True when the stream stops inside a block.
     bool IsInside() const { return escaped || (!finished && !block.empty()); }
 
-    static bool IsPeer(unsigned char byte);
+    static constexpr unsigned char kFirstPeer = 0xE1;
+    static constexpr unsigned char kSecondPeer = 0xE5;
+    static bool IsPeer(unsigned char byte) { return byte == kFirstPeer || byte == kSecondPeer; }
     // What is wrong with a frame of the system; null when nothing is.
     static const char* Complaint(const FrameBytes& frame);
 
@@ -46,9 +48,9 @@ public:
     // The frames of one console line, each stuffed.
     static std::vector<FrameBytes> ConsoleFrames(unsigned char first, unsigned char peer,
                                                  const std::string& line);
-    // Cuts stuffed bytes into pieces of `size`. With `keepPairs` a pair that begins with FE isn't
-    // cut, and its piece is one byte longer.
-    static std::vector<FrameBytes> Cut(const FrameBytes& stuffed, size_t size, bool keepPairs);
+    // Cuts stuffed bytes into pieces of `size`, and one byte more where a pair that begins with FE
+    // would be parted.
+    static std::vector<FrameBytes> Cut(const FrameBytes& stuffed, size_t size);
 
 private:
     FrameBytes block;

@@ -21,9 +21,9 @@ constexpr char kFiles[] =
     "  rc.log     what the RC Server received\n"
     "  dsp.sock   takes \"3072\" (the piano side is switched off) and \"3073\" (on)\n"
     "  say        write it while simpiano runs: its lines are sent as one message as soon as the\n"
-    "             link is up, and it is removed. A line that begins with @ is an order instead:\n"
-    "               @faults OPTIONS   the CSP and the link take these options and drop all others\n"
-    "               @drop             drops the link\n"
+    "             link is up, and it is removed. With the line \"@faults OPTIONS\" the CSP and "
+    "the\n"
+    "             link take these options and drop all others\n"
     "\nExit status: 0; 3 if the system has sent anything bad; 2 if the start failed.\n";
 
 template <typename Number>
@@ -41,7 +41,6 @@ struct Reader {
     bool operator()(bool* flag) const { return *flag = true; }
     bool operator()(int* count) const { return ParseNumber(text, 10, count) && *count >= 0; }
     bool operator()(uint32_t* value) const { return ParseHex(text, value); }
-    bool operator()(std::optional<int>* count) const { return (*this)(&count->emplace()); }
     bool operator()(std::optional<uint32_t>* value) const { return (*this)(&value->emplace()); }
     bool operator()(std::vector<uint32_t>* all) const { return (*this)(&all->emplace_back()); }
     bool operator()(std::string* word) const { return !(*word = text).empty(); }
@@ -84,10 +83,8 @@ std::vector<Options::Option> Options::Table()
         {"--bad-checksum-at", "ADDR", "a wrong checksum in the record with ADDR",
          &csp.badChecksumAt},
 
-        {"--frame-bytes", "B", "cuts each frame into writes of B bytes, each when the last is read",
-         &link.frameBytes, "The link (a message is a line's frames and goes out in one write)"},
-        {"--cut-frames", "K", "the same with each message, after every K bytes", &link.streamBytes},
-        {"--keep-pairs", "", "cuts never part FE from the byte after it", &link.keepPairs},
+        {"--cut-frames", "K", "cuts messages into writes of K bytes, each when the last is read",
+         &link.pieceBytes, "The link (a message is a line's frames and goes out in one write)"},
         {"--join", "", "as many messages in one write as fit into 7000 bytes", &link.join},
         {"--cut-link-after", "K", "drops the link after the K-th frame from the system",
          &link.cutAfter},
@@ -145,24 +142,4 @@ std::string Options::HelpText()
 bool ParseHex(const std::string& text, uint32_t* value)
 {
     return ParseNumber(text, 16, value);
-}
-
-bool ParseEscapes(const std::string& text, std::string* plain)
-{
-    for (size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '\\') {
-            *plain += text[at];
-        } else if (text.compare(at, 2, "\\\\") == 0) {
-            *plain += '\\';
-            ++at;
-        } else {
-            uint32_t byte = 0;
-            if (text.compare(at, 2, "\\x") != 0 || at + 4 > text.size() ||
-                !ParseHex(text.substr(at + 2, 2), &byte))
-                return false;
-            *plain += static_cast<char>(byte);
-            at += 3;
-        }
-    }
-    return true;
 }

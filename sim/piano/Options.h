@@ -32,8 +32,8 @@ struct Options {
 private:
     // Where an option's argument is stored, which also determines its form: a flag (no argument), a
     // decimal count, a hexadecimal number (the last one counts, or all), a word.
-    using Target = std::variant<bool*, int*, std::optional<int>*, uint32_t*,
-                                std::optional<uint32_t>*, std::vector<uint32_t>*, std::string*>;
+    using Target = std::variant<bool*, int*, uint32_t*, std::optional<uint32_t>*,
+                                std::vector<uint32_t>*, std::string*>;
     struct Option {
         const char* name;
         const char* argument;
@@ -46,5 +46,3 @@ private:
 };
 
 bool ParseHex(const std::string& text, uint32_t* value);
-// Text with \xNN for any byte and "\\" for a backslash.
-bool ParseEscapes(const std::string& text, std::string* plain);

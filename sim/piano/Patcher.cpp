@@ -31,14 +31,6 @@ std::string HexText(const unsigned char* bytes, size_t count)
     return text;
 }
 
-FrameBytes Joined(const std::vector<FrameBytes>& parts)
-{
-    FrameBytes whole;
-    for (const FrameBytes& part : parts)
-        whole.insert(whole.end(), part.begin(), part.end());
-    return whole;
-}
-
 }  // namespace
 
 bool Patcher::Listen(const std::string& path)
@@ -170,29 +162,22 @@ void Patcher::Drop(const std::string& reason)
     client.Close();
     writes.clear();
     unread = 0;
-    wasEmpty = false;
     isLastSent = false;
     csp.LoseLink();
 }
 
-std::vector<FrameBytes> Patcher::FramesOf(const std::string& line) const
+// Adds the frames of a line to a message; none after the last one that the faults let through.
+void Patcher::AddLine(const std::string& line, FrameBytes& message)
 {
     transcript.Note("< console " + line);
-    return FrameCodec::ConsoleFrames(kFirstByte, Peer(), line);
-}
-
-// The frames that are sent when one of them is the last.
-std::vector<FrameBytes> Patcher::CutAfterLastFrame(const std::vector<FrameBytes>& frames)
-{
-    std::vector<FrameBytes> sent;
-    for (const FrameBytes& frame : frames) {
+    const unsigned char named = peer.value_or(FrameCodec::kFirstPeer);
+    for (const FrameBytes& frame : FrameCodec::ConsoleFrames(kFirstByte, named, line)) {
         if (isLastSent)
-            break;
-        sent.push_back(frame);
+            return;
+        message.insert(message.end(), frame.begin(), frame.end());
         ++sentFrameCount;
         isLastSent = sentFrameCount == faults.cutAfterSent || sentFrameCount == faults.dieAfterSent;
     }
-    return sent;
 }
 
 void Patcher::EndAfterLastFrame()
@@ -205,73 +190,53 @@ void Patcher::EndAfterLastFrame()
         Drop("dropped");
 }
 
-void Patcher::Enqueue(const std::vector<FrameBytes>& all)
+void Patcher::Enqueue(const FrameBytes& message)
 {
-    const std::vector<FrameBytes> frames = CutAfterLastFrame(all);
-    if (frames.empty())
-        return;
-    std::vector<FrameBytes> units{Joined(frames)};
-    size_t size = units[0].size();
-    if (faults.frameBytes > 0) {
-        units = frames;
-        size = static_cast<size_t>(faults.frameBytes);
-    } else if (faults.streamBytes > 0) {
-        size = static_cast<size_t>(faults.streamBytes);
-    }
-    for (const FrameBytes& unit : units) {
-        for (FrameBytes& piece : FrameCodec::Cut(unit, size, faults.keepPairs))
-            writes.push_back(std::move(piece));
-    }
+    const size_t size =
+        faults.pieceBytes > 0 ? static_cast<size_t>(faults.pieceBytes) : message.size();
+    for (FrameBytes& piece : FrameCodec::Cut(message, size))
+        writes.push_back(std::move(piece));
 }
 
 void Patcher::Say(const std::vector<std::string>& lines)
 {
-    std::vector<FrameBytes> frames;
-    for (const std::string& line : lines) {
-        for (FrameBytes& frame : FramesOf(line))
-            frames.push_back(std::move(frame));
-    }
-    if (!frames.empty())
-        Enqueue(frames);
+    FrameBytes message;
+    for (const std::string& line : lines)
+        AddLine(line, message);
+    Enqueue(message);
 }
 
 // The CSP's next line, or a write full of them.
 bool Patcher::FetchLines()
 {
-    std::vector<FrameBytes> frames;
-    size_t size = 0;
+    FrameBytes message;
     do {
         const auto line = csp.TakeNextLine();
         if (!line)
             break;
-        for (FrameBytes& frame : FramesOf(*line)) {
-            size += frame.size();
-            frames.push_back(std::move(frame));
-        }
-    } while (faults.join && size < kJoinLimit);
-    if (!frames.empty())
-        Enqueue(frames);
-    return !frames.empty();
+        AddLine(*line, message);
+    } while (faults.join && message.size() < kJoinLimit && !isLastSent);
+    Enqueue(message);
+    return !message.empty();
+}
+
+// The read that has emptied the socket continues while it finds more. It is over by the next turn.
+void Patcher::LookAtSocket()
+{
+    int waiting = 0;
+    const bool isEmpty = ioctl(client.Get(), SIOCOUTQ, &waiting) < 0 || waiting == 0;
+    if (isEmpty && wasEmpty)
+        unread = 0;
+    wasEmpty = isEmpty;
 }
 
 // The system decodes each read by itself and gathers at most 8193 bytes, so a longer backlog in the
 // socket would be cut in the middle of a frame and lost. A board that sends at the speed of a MIDI
 // line never gets that far ahead. Pieces of a cut message are sent singly for the opposite reason:
 // a read must end at the cut.
-bool Patcher::HasRoomFor(size_t size)
+bool Patcher::HasRoomFor(size_t size) const
 {
-    const bool singly = faults.frameBytes > 0 || faults.streamBytes > 0;
-    if (unread == 0 || (!singly && unread + size <= kMostUnread))
-        return true;
-    int waiting = 0;
-    const bool empty = ioctl(client.Get(), SIOCOUTQ, &waiting) < 0 || waiting == 0;
-    // The read that has emptied the socket continues while it finds more. It is over by the next
-    // turn.
-    const bool stillEmpty = empty && wasEmpty;
-    wasEmpty = empty && !stillEmpty;
-    if (stillEmpty)
-        unread = 0;
-    return stillEmpty;
+    return unread == 0 || (faults.pieceBytes == 0 && unread + size <= kMostUnread);
 }
 
 bool Patcher::WriteFront()
@@ -285,6 +250,7 @@ bool Patcher::WriteFront()
         return false;
     }
     unread += static_cast<size_t>(count);
+    wasEmpty = false;
     if (static_cast<size_t>(count) < front.size())
         front.erase(front.begin(), front.begin() + count);
     else
@@ -296,6 +262,7 @@ bool Patcher::Send()
 {
     if (!client)
         return false;
+    LookAtSocket();
     for (int i = 0; i < kWritesPerTurn && client && !over; ++i) {
         if (writes.empty() && (isLastSent || !FetchLines()))
             return false;

@@ -16,15 +16,13 @@ class Transcript;
 
 // How the link misbehaves. All off: each message is one write.
 struct LinkFaults {
-    int frameBytes = 0;      // each frame in writes of so many bytes
-    int streamBytes = 0;     // each message in writes of so many bytes, whatever its frames
-    bool keepPairs = false;  // cuts never part FE from the byte after it
-    bool join = false;       // as many messages in one write as fit
-    int cutAfter = 0;        // the link drops after so many frames of the system, once
-    int cutEvery = 0;        // ... again and again
-    int dieAfter = 0;        // the process ends after so many frames
-    int cutAfterSent = 0;    // the link drops after so many frames to the system, once
-    int dieAfterSent = 0;    // the process ends after so many
+    int pieceBytes = 0;    // each message in writes of so many bytes, whatever its frames
+    bool join = false;     // as many messages in one write as fit
+    int cutAfter = 0;      // the link drops after so many frames of the system, once
+    int cutEvery = 0;      // ... again and again
+    int dieAfter = 0;      // the process ends after so many frames
+    int cutAfterSent = 0;  // the link drops after so many frames to the system, once
+    int dieAfterSent = 0;  // the process ends after so many
 };
 
 // The MIDI Patcher: one connection at a time, the frames on it, and the lines that pass through it
@@ -33,7 +31,7 @@ class Patcher {
 public:
     Patcher(Csp& board, Transcript& log) : csp(board), transcript(log) {}
 
-    void SetFaults(const LinkFaults& asked) { faults = asked; }
+    void SetFaults(const LinkFaults& chosen) { faults = chosen; }
     bool Listen(const std::string& path);
     bool IsListening() const { return static_cast<bool>(listener); }
     bool IsConnected() const { return static_cast<bool>(client); }
@@ -59,14 +57,13 @@ private:
     void TakeFrame(const FrameBytes& frame);
     void CountFrame();
     void Die();
-    std::vector<FrameBytes> CutAfterLastFrame(const std::vector<FrameBytes>& frames);
     void EndAfterLastFrame();
 
-    unsigned char Peer() const { return peer.value_or(0xE1); }
-    std::vector<FrameBytes> FramesOf(const std::string& line) const;
-    void Enqueue(const std::vector<FrameBytes>& all);
+    void AddLine(const std::string& line, FrameBytes& message);
+    void Enqueue(const FrameBytes& message);
     bool FetchLines();
-    bool HasRoomFor(size_t size);
+    void LookAtSocket();
+    bool HasRoomFor(size_t size) const;
     bool WriteFront();
 
     Csp& csp;
@@ -86,6 +83,6 @@ private:
     bool over = false;
 
     std::deque<FrameBytes> writes;  // one write each
-    size_t unread = 0;              // bytes written since the socket was last seen empty
+    size_t unread = 0;              // bytes written since all was read
     bool wasEmpty = false;          // the socket, one turn ago
 };

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include <poll.h>
@@ -36,15 +37,15 @@ bool Complain(const std::string& what)
 
 }  // namespace
 
-SimPiano::SimPiano(const Options& asked)
-    : options(asked),
-      flash(kFlashStart, asked.size),
+SimPiano::SimPiano(const Options& chosen)
+    : options(chosen),
+      flash(kFlashStart, chosen.size),
       csp(flash, transcript),
       patcher(csp, transcript)
 {
-    csp.SetFaults(asked.csp);
-    csp.SetSaveFile(asked.saveFile);
-    patcher.SetFaults(asked.link);
+    csp.SetFaults(chosen.csp);
+    csp.SetSaveFile(chosen.saveFile);
+    patcher.SetFaults(chosen.link);
 }
 
 bool SimPiano::Open()
@@ -172,40 +173,27 @@ void SimPiano::TakeSayFile()
     if (!file.is_open())
         return;
 
+    const std::string order = "@faults";
     std::vector<std::string> message;
-    std::vector<std::string> orders;
-    std::string line;
-    while (std::getline(file, line)) {
-        std::string plain;
-        if (!line.empty() && line[0] == '@')
-            orders.push_back(line);
-        else if (ParseEscapes(line, &plain))
-            message.push_back(plain);
+    for (std::string line; std::getline(file, line);) {
+        if (line.compare(0, order.size(), order) == 0)
+            TakeFaults(line.substr(order.size()));
         else
-            Complain("say: " + line);
+            message.push_back(line);
     }
     unlink(Path(kSayFile).c_str());
     patcher.Say(message);
-    for (const std::string& order : orders)
-        TakeOrder(order);
 }
 
-void SimPiano::TakeOrder(const std::string& order)
+void SimPiano::TakeFaults(const std::string& words)
 {
-    std::istringstream words(order);
-    std::string word;
-    words >> word;
-    if (word == "@faults") {
-        std::vector<std::string> arguments;
-        for (std::string argument; words >> argument;)
-            arguments.push_back(argument);
-        Options fresh;
-        if (fresh.Parse(arguments).empty()) {
-            csp.SetFaults(fresh.csp);
-            return patcher.SetFaults(fresh.link);
-        }
-    } else if (word == "@drop") {
-        return patcher.Drop("dropped");
+    std::istringstream stream(words);
+    Options chosen;
+    const std::string complaint = chosen.Parse({std::istream_iterator<std::string>(stream), {}});
+    if (!complaint.empty()) {
+        Complain("say: " + complaint);
+        return;
     }
-    Complain("say: " + order);
+    csp.SetFaults(chosen.csp);
+    patcher.SetFaults(chosen.link);
 }

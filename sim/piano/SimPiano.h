@@ -15,7 +15,7 @@
 // from outside (the DSP's switch, the file `say`, SIGTERM).
 class SimPiano {
 public:
-    explicit SimPiano(const Options& options);
+    explicit SimPiano(const Options& chosen);
 
     // False, with the reason on standard error, when a file or socket can't be opened.
     bool Open();
@@ -32,7 +32,7 @@ private:
     bool OpenWhenDue();
     void TakePower();
     void TakeSayFile();
-    void TakeOrder(const std::string& order);
+    void TakeFaults(const std::string& words);
     bool IsTerminated() const;
 
     const Options options;

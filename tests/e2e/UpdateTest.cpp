@@ -43,7 +43,7 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
          "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n" + updated},
         {plain, "", "ioctl@PciDsp:EIO", finished,
          "Open MIDI Patcher - OK1\nOpen PciDsp - NG\n" + updated},
-        {plain, "--frame-bytes 4 --keep-pairs --no-status", "", finished, done},
+        {plain, "--cut-frames 5 --no-status", "", finished, done},
         {plain, "--join --garbage 40 --ng-at 90042000 --ng-at 90050FFF", "", finished, done},
         {plain, "--fail 1", "", finished, failed + "CSP Update Finished\n"},
         {plain, "--fail 2", "", "CSP Update Failed\n", failed + "CSP Update Failed\n"},
