@@ -37,6 +37,8 @@ namespace virtualtime {
 // Nanoseconds since 1970.
 using Moment = std::int64_t;
 constexpr Moment kSecond = 1000000000;
+constexpr Moment kMilli = 1000000;
+constexpr Moment kMicro = 1000;
 constexpr Moment kNever = std::numeric_limits<Moment>::max();
 constexpr Moment kBegin = 1700000000 * kSecond;  // of each unit
 

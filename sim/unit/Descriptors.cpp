@@ -1,9 +1,13 @@
 #include "Descriptors.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include <sys/stat.h>
 
 #include "FatName.h"
 #include "System.h"
+#include "Times.h"
 #include "Turn.h"
 
 namespace {
@@ -33,11 +37,9 @@ Owner OwnerOf(int descriptor)
 
 unsigned OpenDescriptors()
 {
-    unsigned count = 0;
-    for (int i = STDERR_FILENO + 1; i < kMostDescriptors; ++i)
-        if (owners[i] != Owner::None)
-            ++count;
-    return count;
+    const auto isOpen = [](Owner each) { return each != Owner::None; };
+    return static_cast<unsigned>(
+        std::count_if(owners + STDERR_FILENO + 1, std::end(owners), isOpen));
 }
 
 void StampFile(int descriptor)
@@ -48,24 +50,17 @@ void StampFile(int descriptor)
     virtualtime::Moment now = ClockNow();
     if (OwnerOf(descriptor) == Owner::Medium)
         now = FatTime(now / virtualtime::kSecond) * virtualtime::kSecond;
-    timespec time = {};
-    time.tv_sec = static_cast<decltype(time.tv_sec)>(now / virtualtime::kSecond);
-    time.tv_nsec = static_cast<decltype(time.tv_nsec)>(now % virtualtime::kSecond);
-    const timespec times[] = {time, time};
+    const timespec times[] = {TimespecOf(now), TimespecOf(now)};
     futimens(descriptor, times);
 }
 
 bool HasMediumFiles()
 {
-    for (const Owner owner : owners)
-        if (owner == Owner::Medium || owner == Owner::Gone)
-            return true;
-    return false;
+    const auto isOnMedium = [](Owner each) { return each == Owner::Medium || each == Owner::Gone; };
+    return std::any_of(std::begin(owners), std::end(owners), isOnMedium);
 }
 
 void ForgetMediumFiles()
 {
-    for (Owner& owner : owners)
-        if (owner == Owner::Medium)
-            owner = Owner::Gone;
+    std::replace(std::begin(owners), std::end(owners), Owner::Medium, Owner::Gone);
 }

@@ -3,48 +3,26 @@
 #include <algorithm>
 #include <cstdint>
 
-#include <ctime>
 #include <poll.h>
 #include <sys/select.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include "Faults.h"
 #include "Journal.h"
 #include "Real.h"
 #include "Settings.h"
+#include "Times.h"
 #include "Turn.h"
 
 #pragma GCC visibility push(default)
 
+using virtualtime::Moment;
+
 namespace {
-
-constexpr std::int64_t kMilli = 1000000;  // nanoseconds
-constexpr std::int64_t kMicro = 1000;
-
-// A time, or a duration, in a type with seconds and their parts of `nanos` each.
-template <typename Time, typename Part>
-Time TimeOf(virtualtime::Moment moment, Part Time::*part, std::int64_t nanos)
-{
-    Time result = {};
-    result.tv_sec = static_cast<decltype(result.tv_sec)>(moment / virtualtime::kSecond);
-    result.*part = static_cast<Part>(moment % virtualtime::kSecond / nanos);
-    return result;
-}
-
-// When a wait that begins now ends: never without a timeout.
-template <typename Time, typename Part>
-virtualtime::Moment DeadlineOf(const Time* timeout, Part Time::*part, std::int64_t nanos)
-{
-    if (timeout == nullptr)
-        return virtualtime::kNever;
-    const std::int64_t wait = timeout->tv_sec * virtualtime::kSecond + timeout->*part * nanos;
-    return ClockNow() + std::max<std::int64_t>(wait, 0);
-}
 
 // A select in virtual time. `call` makes a select without a wait, with the sets that it gets.
 template <typename RealCall>
-int SelectInTurn(virtualtime::Moment deadline, fd_set* readable, fd_set* writable, fd_set* special,
+int SelectInTurn(Moment deadline, fd_set* readable, fd_set* writable, fd_set* special,
                  RealCall call)
 {
     fd_set* const sets[] = {readable, writable, special};
@@ -61,22 +39,17 @@ int SelectInTurn(virtualtime::Moment deadline, fd_set* readable, fd_set* writabl
     });
 }
 
-// Journals a sleep of `nanos` and makes it.
-void Sleep(const char* name, unsigned number, std::int64_t nanos)
+// Journals a sleep and makes it.
+void Sleep(const char* name, unsigned number, Moment duration)
 {
     BoundedText line;
     if (Root() != nullptr)
         Journal(line.Add(name).Add("(").AddNumber(number).Add(")"));
     BoundedText call;
     if (HasClock())
-        return AwaitTurn(call.Add("sleep"), ClockNow() + nanos, [] { return false; });
-    const timespec time = TimeOf(nanos, &timespec::tv_nsec, 1);
+        return AwaitTurn(call.Add("sleep"), ClockNow() + duration, [] { return false; });
+    const timespec time = TimespecOf(duration);
     nanosleep(&time, nullptr);
-}
-
-bool IsVirtual(clockid_t clock)
-{
-    return HasClock() && clock != CLOCK_PROCESS_CPUTIME_ID && clock != CLOCK_THREAD_CPUTIME_ID;
 }
 
 }  // namespace
@@ -91,7 +64,7 @@ unsigned sleep(unsigned seconds)
 
 int usleep(useconds_t micros)
 {
-    Sleep("usleep", micros, micros * kMicro);
+    Sleep("usleep", micros, micros * virtualtime::kMicro);
     return 0;
 }
 
@@ -103,14 +76,14 @@ int select(int count, fd_set* readable, fd_set* writable, fd_set* special, timev
         return -1;
     if (!HasClock() || (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_usec < 0)))
         return real(count, readable, writable, special, timeout);
-    const virtualtime::Moment deadline = DeadlineOf(timeout, &timeval::tv_usec, kMicro);
+    const Moment deadline =
+        timeout == nullptr ? virtualtime::kNever : ClockNow() + MomentOf(*timeout);
     const int result = SelectInTurn(deadline, readable, writable, special, [&] {
         timeval none = {};
         return real(count, readable, writable, special, &none);
     });
     if (timeout != nullptr)
-        *timeout =
-            TimeOf(std::max<std::int64_t>(deadline - ClockNow(), 0), &timeval::tv_usec, kMicro);
+        *timeout = TimevalOf(std::max<Moment>(deadline - ClockNow(), 0));
     return result;
 }
 
@@ -121,18 +94,18 @@ int poll(pollfd* polled, nfds_t count, int millis)
         return -1;
     if (!HasClock())
         return real(polled, count, millis);
+    const Moment deadline =
+        millis < 0 ? virtualtime::kNever : ClockNow() + millis * virtualtime::kMilli;
     BoundedText name;
-    return PollInTurn(name.Add("poll"),
-                      millis < 0 ? virtualtime::kNever : ClockNow() + millis * kMilli,
-                      [&] { return real(polled, count, 0); });
+    return PollInTurn(name.Add("poll"), deadline, [&] { return real(polled, count, 0); });
 }
 
 int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
     static Real real(clock_gettime);
-    if (!IsVirtual(clock))
+    if (!HasClock())
         return real(clock, time);
-    *time = TimeOf(ClockNow(), &timespec::tv_nsec, 1);
+    *time = TimespecOf(ClockNow());
     return 0;
 }
 
@@ -157,7 +130,7 @@ int gettimeofday(timeval* time, void* zone) noexcept
     static Real real(gettimeofday);
     if (!HasClock())
         return real(time, zone);
-    *time = TimeOf(ClockNow(), &timeval::tv_usec, kMicro);
+    *time = TimevalOf(ClockNow());
     return 0;
 }
 

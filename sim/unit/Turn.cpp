@@ -9,6 +9,7 @@
 
 #include "Subject.h"
 #include "System.h"
+#include "Times.h"
 #include "UnixAddress.h"
 
 using virtualtime::Message;
@@ -159,11 +160,10 @@ bool AwaitDescriptor(const char* call, int descriptor, short events, Moment dead
 
 Moment SendDeadline(int socket)
 {
-    constexpr Moment kMicro = 1000;
     const KeepErrno kept;
     timeval timeout = {};
     socklen_t size = sizeof(timeout);
     getsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &timeout, &size);
-    const Moment wait = timeout.tv_sec * virtualtime::kSecond + timeout.tv_usec * kMicro;
+    const Moment wait = MomentOf(timeout);
     return wait > 0 ? ClockNow() + wait : virtualtime::kNever;
 }
