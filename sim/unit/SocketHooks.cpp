@@ -1,7 +1,6 @@
 // Sockets: UNIX addresses of the unit lie below the root; ports are the machine's.
 
 #include <algorithm>
-#include <cstring>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -17,6 +16,7 @@
 #include "System.h"
 #include "Turn.h"
 #include "UnitPath.h"
+#include "UnixAddress.h"
 
 #pragma GCC visibility push(default)
 
@@ -24,35 +24,35 @@ namespace {
 
 int Track(int descriptor, Owner owner)
 {
-    if (descriptor >= 0)
-        SetOwner(descriptor, owner);
+    SetOwner(descriptor, owner);
     return descriptor;
+}
+
+// The path of a UNIX address; empty for another address, and for the UNIX one without a path.
+BoundedText PathOf(const sockaddr* address, socklen_t length)
+{
+    constexpr std::size_t kBefore = offsetof(sockaddr_un, sun_path);
+    BoundedText path;
+    if (address == nullptr || address->sa_family != AF_UNIX || length <= kBefore)
+        return path;
+    // The path needs no NUL when the length ends it.
+    const std::size_t most = std::min<std::size_t>(length, sizeof(sockaddr_un)) - kBefore;
+    return path.Add(reinterpret_cast<const sockaddr_un*>(address)->sun_path, most);
 }
 
 // Makes a call with an address, mapped to one below the root when it is a path of the unit.
 template <typename RealCall>
 int CallAtAddress(const sockaddr* address, socklen_t length, RealCall call)
 {
-    sockaddr_un copy = {};
-    if (address == nullptr || length > sizeof(copy) || length <= offsetof(sockaddr_un, sun_path) ||
-        address->sa_family != AF_UNIX)
+    const BoundedText own = PathOf(address, length);
+    const UnitPath path(own.Get());
+    if (path.Real() == own.Get())
         return call(address, length);
-
-    // The path needs no NUL when the length ends it; the name without a path begins with one.
-    char asked[sizeof(copy.sun_path) + 1] = "";
-    std::memcpy(&copy, address, length);
-    std::memcpy(asked, copy.sun_path, length - offsetof(sockaddr_un, sun_path));
-    const UnitPath path(asked);
-    const std::size_t size = std::strlen(path.Real());
-    if (path.Real() == asked)
-        return call(address, length);
-    if (size >= sizeof(copy.sun_path)) {
-        errno = ENAMETOOLONG;
-        return -1;
-    }
-    std::memset(copy.sun_path, 0, sizeof(copy.sun_path));
-    std::memcpy(copy.sun_path, path.Real(), size);
-    return call(reinterpret_cast<const sockaddr*>(&copy), socklen_t{sizeof(copy)});
+    const UnixAddress mapped(path.Real());
+    if (mapped.Fits())
+        return call(mapped.Get(), UnixAddress::kSize);
+    errno = ENAMETOOLONG;
+    return -1;
 }
 
 // In virtual time, bytes that the kernel holds back would never arrive.
@@ -86,17 +86,6 @@ int ConnectInTurn(Connect& real, int descriptor, const sockaddr* address, sockle
     return error == 0 ? 0 : -1;
 }
 
-// The target of a connection, as journals name it.
-BoundedText AddressName(const sockaddr* address, socklen_t length)
-{
-    BoundedText name;
-    sockaddr_un copy = {};
-    if (address == nullptr || address->sa_family != AF_UNIX)
-        return name.Add("tcp");
-    std::memcpy(&copy, address, std::min<std::size_t>(length, sizeof(copy) - 1));
-    return name.Add(copy.sun_path);
-}
-
 // The port that a listener really has; 0 when it has none.
 unsigned PortOf(int descriptor)
 {
@@ -124,7 +113,8 @@ int socket(int family, int type, int protocol) noexcept
 int connect(int descriptor, const sockaddr* address, socklen_t length)
 {
     static Real real(connect);
-    if (FailsNow(calls::connect, AddressName(address, length).Get()))
+    const BoundedText path = PathOf(address, length);
+    if (FailsNow(calls::connect, path.Length() > 0 ? path.Get() : "tcp"))
         return -1;
     SendAtOnce(descriptor);
     if (OwnerOf(descriptor) == Owner::Tcp)
