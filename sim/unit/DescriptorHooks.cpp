@@ -20,17 +20,6 @@
 
 namespace {
 
-// An injected failure reports a vanished peer like the kernel: with the signal, unless the caller
-// has switched it off. A real failure has raised it already.
-ssize_t RaiseBrokenPipe(ssize_t count, int descriptor, bool quiet)
-{
-    if (count < 0 && errno == EPIPE && !quiet && IsSocket(OwnerOf(descriptor))) {
-        const KeepErrno kept;
-        std::raise(SIGPIPE);
-    }
-    return count;
-}
-
 // Sends all bytes, as a blocking call does, in pieces as large as the peer accepts, or those that
 // it accepts until the timeout of the socket.
 ssize_t SendInTurn(int descriptor, const char* bytes, std::size_t size, int flags)
@@ -57,6 +46,28 @@ bool SendsInTurn(int descriptor, int flags)
            MayBlock(descriptor);
 }
 
+// Writes with `call`, which gets the number of bytes, or to a socket in turn with the others.
+template <typename RealCall>
+ssize_t WriteWithFaults(int descriptor, const void* bytes, std::size_t size, int flags,
+                        RealCall call)
+{
+    bool isReal = false;
+    const ssize_t count = TransferWithFaults(calls::write, descriptor, size, [&](std::size_t fits) {
+        isReal = true;
+        if (SendsInTurn(descriptor, flags))
+            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, flags);
+        return call(fits);
+    });
+    // An injected failure reports a vanished peer like the kernel: with the signal, unless the
+    // caller has switched it off. A real failure has raised it already.
+    if (count < 0 && errno == EPIPE && !isReal && (flags & MSG_NOSIGNAL) == 0 &&
+        IsSocket(OwnerOf(descriptor))) {
+        const KeepErrno kept;
+        std::raise(SIGPIPE);
+    }
+    return count;
+}
+
 }  // namespace
 
 extern "C" {
@@ -75,27 +86,15 @@ ssize_t read(int descriptor, void* bytes, std::size_t size)
 ssize_t write(int descriptor, const void* bytes, std::size_t size)
 {
     static Real real(write);
-    bool done = false;
-    const ssize_t count = TransferWithFaults(calls::write, descriptor, size, [&](std::size_t fits) {
-        done = true;
-        if (SendsInTurn(descriptor, 0))
-            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, 0);
-        return real(descriptor, bytes, fits);
-    });
-    return RaiseBrokenPipe(count, descriptor, done);
+    return WriteWithFaults(descriptor, bytes, size, 0,
+                           [&](std::size_t fits) { return real(descriptor, bytes, fits); });
 }
 
 ssize_t send(int descriptor, const void* bytes, std::size_t size, int flags)
 {
     static Real real(send);
-    bool done = false;
-    const ssize_t count = TransferWithFaults(calls::write, descriptor, size, [&](std::size_t fits) {
-        done = true;
-        if (SendsInTurn(descriptor, flags))
-            return SendInTurn(descriptor, static_cast<const char*>(bytes), fits, flags);
-        return real(descriptor, bytes, fits, flags);
-    });
-    return RaiseBrokenPipe(count, descriptor, done || (flags & MSG_NOSIGNAL) != 0);
+    return WriteWithFaults(descriptor, bytes, size, flags,
+                           [&](std::size_t fits) { return real(descriptor, bytes, fits, flags); });
 }
 
 int ioctl(int descriptor, unsigned long request, ...) noexcept
