@@ -10,15 +10,6 @@ namespace {
 
 constexpr int kMostErrno = 133;
 
-int DigitOf(char letter, unsigned base)
-{
-    if (letter >= '0' && letter <= '9')
-        return letter - '0';
-    if (base > 10 && letter >= 'a' && letter <= 'f')
-        return letter - 'a' + 10;
-    return -1;
-}
-
 BoundedText ControlPath(const char* name)
 {
     return InRoot(kSimulation).Add("/").Add(name);
@@ -102,15 +93,11 @@ int ErrnoOf(const char* text)
 
 bool ParseNumber(const char* text, unsigned long long& number)
 {
-    unsigned base = 10;
-    if (text[0] == '0' && text[1] == 'x') {
-        base = 16;
-        text += 2;
-    }
-    if (DigitOf(*text, base) < 0)
+    constexpr unsigned kDecimal = 10;
+    const auto isDigit = [](char letter) { return letter >= '0' && letter <= '9'; };
+    if (!isDigit(*text))
         return false;
-    number = 0;
-    for (; DigitOf(*text, base) >= 0; ++text)
-        number = number * base + static_cast<unsigned>(DigitOf(*text, base));
+    for (number = 0; isDigit(*text); ++text)
+        number = number * kDecimal + static_cast<unsigned>(*text - '0');
     return true;
 }

@@ -24,5 +24,5 @@ int ControlErrno(const char* name);
 // The errno of that number or name; 0 when there is none.
 int ErrnoOf(const char* text);
 
-// A decimal or 0x number at the start of the text. False without a digit.
+// A decimal number at the start of the text. False without a digit.
 bool ParseNumber(const char* text, unsigned long long& number);
