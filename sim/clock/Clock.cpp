@@ -80,6 +80,12 @@ void Clock::Expect(pid_t process)
     participants.push_back({process, std::move(pidfd), Descriptor(), {}});
 }
 
+bool Clock::Has(pid_t process) const
+{
+    return std::any_of(participants.begin(), participants.end(),
+                       [&](const Participant& each) { return each.process == process; });
+}
+
 bool Clock::RunUntil(const std::function<bool()>& isMet, Moment limit, Moment step)
 {
     const Moment end = now + limit;

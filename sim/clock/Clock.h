@@ -20,6 +20,9 @@ public:
     // A process that will be a participant: time waits until it has connected or has ended.
     void Expect(pid_t process);
 
+    // False once a participant has ended, at the latest at the next quiet point.
+    bool Has(pid_t process) const;
+
     virtualtime::Moment Now() const { return now; }
 
     // The owner itself has used TCP: its packets arrive before anything else happens.
