@@ -21,7 +21,7 @@ int CallAtPath(Call& kind, Intent intent, const UnitPath& path, RealCall call)
         errno = ENAMETOOLONG;
         return -1;
     }
-    if (path.IsUnits() && FailsNow(kind, path.Asked()))
+    if (path.IsUnits() && FailsNow(kind, path.Own()))
         return -1;
     if (path.IsPulled()) {
         const bool makesFile = &kind == &calls::open && intent == Intent::Change;
@@ -64,34 +64,32 @@ inline void AwaitPipe(const UnitPath& path)
     direct::Close(file);
     BoundedText call;
     if (isPipe)
-        AwaitTurn(call.Add("open ").Add(path.Asked()), virtualtime::kNever, [] { return false; });
+        AwaitTurn(call.Add("open ").Add(path.Own()), virtualtime::kNever, [] { return false; });
 }
 
 // Opens a path of the program with `call`, which gets the mapped path, and records what the
 // descriptor belongs to. The machine itself isn't written to: an attempt is journalled as "stray".
 template <typename RealCall>
-int OpenMapped(const char* asked, int flags, RealCall call)
+int OpenMapped(const char* name, int flags, RealCall call)
 {
-    const UnitPath path(asked);
+    const UnitPath path(name);
     const bool changes = (flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0;
     if (changes && path.IsMachines()) {
         BoundedText line;
-        Journal(line.Add("stray open(").Add(asked).Add(")"));
+        Journal(line.Add("stray open(").Add(name).Add(")"));
         errno = EROFS;
         return -1;
     }
-    const Owner owner = OwnerAt(path);
     if ((flags & O_CREAT) != 0 && path.IsRefused()) {
         errno = EINVAL;
         return -1;
     }
     if ((flags & O_NONBLOCK) == 0)
         AwaitPipe(path);
+    const Owner owner = OwnerAt(path);
     const int made = CallAtPath(calls::open, changes ? Intent::Change : Intent::Look, path, call);
-    if (made >= 0)
-        SetOwner(made, owner);
-    if (made >= 0 && (owner == Owner::File || owner == Owner::Medium) &&
-        (flags & (O_CREAT | O_TRUNC)) != 0)
+    SetOwner(made, owner);
+    if (made >= 0 && IsUnits(owner) && (flags & (O_CREAT | O_TRUNC)) != 0)
         StampNewFile(made);
     return made;
 }

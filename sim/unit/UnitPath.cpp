@@ -1,5 +1,6 @@
 #include "UnitPath.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "Medium.h"
@@ -37,63 +38,55 @@ bool Fits(const Rule& rule, const char* path)
     return false;
 }
 
-bool IsMapped(const char* path)
+template <std::size_t count>
+bool FitsOne(const Rule (&rules)[count], const char* path)
 {
-    for (const Rule& rule : kUnitPaths)
-        if (Fits(rule, path))
-            return true;
-    return false;
+    return std::any_of(rules, rules + count, [&](const Rule& each) { return Fits(each, path); });
 }
 
-// True below the root, except for the simulation's own files.
 bool IsBelowRoot(const char* path)
 {
-    const std::size_t length = std::strlen(Root());
-    if (std::strncmp(path, Root(), length) != 0 || path[length] != '/')
-        return false;
-    return !Fits({kSimulation, Match::Tree}, path + length);
+    return Fits({Root(), Match::Tree}, path);
+}
+
+// True for the simulation's own files.
+bool IsSimulations(const char* path)
+{
+    return IsBelowRoot(path) && Fits({kSimulation, Match::Tree}, path + std::strlen(Root()));
 }
 
 }  // namespace
 
-UnitPath::UnitPath(const char* path) : asked(path)
+UnitPath::UnitPath(const char* path) : own(path)
 {
     if (Root() == nullptr || path == nullptr || path[0] == '\0')
         return;
-    OnMedium medium;
     FindOnMedium(path, medium);
-    isOnMedium = medium.file.Length() > 0;
-    isReadOnly = medium.isReadOnly;
-    if (isOnMedium)
+    if (IsOnMedium())
         mapped = medium.file;
     else if (std::strcmp(path, "/proc/mounts") == 0)
         mapped = InRoot(kMounts);
-    else if (IsMapped(path))
+    else if (FitsOne(kUnitPaths, path))
         mapped = InRoot(path);
-    isUnits = mapped.Length() > 0 || path[0] != '/' || IsBelowRoot(path);
+    isUnits = mapped.Length() > 0 || path[0] != '/' || (IsBelowRoot(path) && !IsSimulations(path));
 }
 
 bool UnitPath::IsPulled() const
 {
-    OnMedium medium;
-    if (isOnMedium)
-        FindOnMedium(asked, medium);
-    return medium.isPulled && !medium.isRoot;
+    OnMedium now;
+    if (IsOnMedium())
+        FindOnMedium(own, now);
+    return now.isPulled && !now.isRoot;
 }
 
 bool UnitPath::IsDspDevice() const
 {
-    return mapped.Length() > 0 && std::strcmp(asked, kDspDevice) == 0;
+    return mapped.Length() > 0 && std::strcmp(own, kDspDevice) == 0;
 }
 
 bool UnitPath::IsMachines() const
 {
-    if (Root() == nullptr || isUnits || asked == nullptr || asked[0] != '/')
-        return false;
     constexpr Rule kShared[] = {{"/dev", Match::Tree}, {"/proc", Match::Tree}};
-    for (const Rule& rule : kShared)
-        if (Fits(rule, asked))
-            return false;
-    const std::size_t length = std::strlen(Root());
-    return std::strncmp(asked, Root(), length) != 0 || asked[length] != '/';
+    return Root() != nullptr && own != nullptr && own[0] == '/' && !isUnits && !IsBelowRoot(own) &&
+           !FitsOne(kShared, own);
 }
