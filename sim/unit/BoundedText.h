@@ -28,7 +28,7 @@ public:
     }
 
     // At least `digits` digits.
-    BoundedText& AddNumber(unsigned long long number, unsigned base = kDecimal, unsigned digits = 1)
+    BoundedText& AddNumber(unsigned long long number, unsigned digits = 1, unsigned base = 10)
     {
         char reversed[kMostDigits];
         unsigned count = 0;
@@ -39,18 +39,9 @@ public:
         return *this;
     }
 
-    BoundedText& AddHex(unsigned long long number) { return Add("0x").AddNumber(number, kHex); }
-
-    BoundedText& AddSigned(long long number)
-    {
-        if (number >= 0)
-            return AddNumber(static_cast<unsigned long long>(number));
-        return Add("-").AddNumber(0ULL - static_cast<unsigned long long>(number));
-    }
+    BoundedText& AddHex(unsigned long long number) { return Add("0x").AddNumber(number, 1, 16); }
 
 private:
-    static constexpr unsigned kDecimal = 10;
-    static constexpr unsigned kHex = 16;
     static constexpr unsigned kMostDigits = 24;
 
     void AddByte(char byte)

@@ -145,22 +145,18 @@ int syncfs(int descriptor) noexcept
     return FlushWith(real, calls::syncfs, descriptor);
 }
 
-int statfs(const char* asked, struct statfs* found) noexcept
+int statfs(const char* path, struct statfs* found) noexcept
 {
     static Real real(static_cast<int (*)(const char*, struct statfs*) noexcept>(statfs));
-    const UnitPath path(asked);
-    const int result = CallAtPath(calls::statfs, Intent::Look, path,
+    const UnitPath examined(path);
+    const int result = CallAtPath(calls::statfs, Intent::Look, examined,
                                   [&](const char* at) { return real(at, found); });
-    if (!path.IsUnits())
+    if (!examined.IsUnits())
         return result;
-    if (result == 0 && path.IsOnMedium())
+    if (result == 0 && examined.IsOnMedium())
         SetFree(*found);
     BoundedText line;
-    line.Add("statfs(").Add(asked).Add(")");
-    if (result < 0)
-        return JournalResult(line, result);
-    Journal(line);
-    return result;
+    return JournalResult(line.Add("statfs(").Add(path).Add(")"), result);
 }
 
 }  // extern "C"

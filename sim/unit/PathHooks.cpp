@@ -15,16 +15,6 @@
 
 #pragma GCC visibility push(default)
 
-namespace {
-
-// The permission bits, which follow the flags when a file may be made.
-mode_t ModeOf(int flags, std::va_list arguments)
-{
-    return (flags & O_CREAT) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
-}
-
-}  // namespace
-
 extern "C" {
 
 int open(const char* path, int flags, ...)
@@ -32,7 +22,8 @@ int open(const char* path, int flags, ...)
     static Real real(open);
     std::va_list arguments;
     va_start(arguments, flags);
-    const mode_t mode = ModeOf(flags, arguments);
+    // The permission bits follow the flags when a file may be made.
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return OpenMapped(path, flags, [&](const char* at) { return real(at, flags, mode); });
 }

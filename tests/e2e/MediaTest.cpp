@@ -17,8 +17,8 @@ constexpr char kError[] = "Copy error.\n";
 constexpr char kNoMedium[] = "Floppy in not inserted.\n";
 
 // The journal's lines after the mount.
-constexpr char kRoom[] = "statfs(/mnt/usb/)\n";
-constexpr char kWritten[] = "statfs(/mnt/usb/)\nsync()\n";
+constexpr char kRoom[] = "statfs(/mnt/usb/) = 0\n";
+constexpr char kWritten[] = "statfs(/mnt/usb/) = 0\nsync()\n";
 
 // 600 bytes, some of them in runs, and the 17 bytes of their compressed form.
 const std::string kData = std::string(300, 'a') + "\xDD" + std::string(299, '\xFF');
