@@ -1,5 +1,6 @@
 #include "Csp.h"
 
+#include "Hex.h"
 #include "Transcript.h"
 
 #include <algorithm>
@@ -194,9 +195,9 @@ void Csp::TakeData(const PianoRecord& record)
     expected = end;
     if (end % kBlockSize != 0)
         return;
-    Answer("WR:" + EightDigits(end - 2 * (kBlockSize / 3)));
-    Answer("WR:" + EightDigits(end - kBlockSize / 3));
-    Answer("OK " + EightDigits(end));
+    Answer("WR:" + Hex(end - 2 * (kBlockSize / 3), 8));
+    Answer("WR:" + Hex(end - kBlockSize / 3, 8));
+    Answer("OK " + Hex(end, 8));
 }
 
 bool Csp::IsRefusedByFault(uint32_t address, uint32_t end)
@@ -214,7 +215,7 @@ bool Csp::IsRefusedByFault(uint32_t address, uint32_t end)
 void Csp::Refuse(uint32_t address)
 {
     wanted = address;
-    Answer("NG " + EightDigits(address));
+    Answer("NG " + Hex(address, 8));
 }
 
 void Csp::Store(uint32_t address, const std::vector<unsigned char>& data)
@@ -223,7 +224,7 @@ void Csp::Store(uint32_t address, const std::vector<unsigned char>& data)
         const uint32_t page = address & kUpperBits;
         if (erasedPages.insert(page).second) {
             flash.ErasePage(page);
-            Answer("Erasing " + EightDigits(page));
+            Answer("Erasing " + Hex(page, 8));
         }
         outside = !flash.Write(address, byte) || outside;
         ++address;

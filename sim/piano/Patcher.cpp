@@ -1,11 +1,11 @@
 #include "Patcher.h"
 
 #include "Csp.h"
+#include "Hex.h"
 #include "Transcript.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -23,11 +23,8 @@ constexpr int kWritesPerTurn = 64;          // then the other descriptors are se
 std::string HexText(const unsigned char* bytes, size_t count)
 {
     std::string text;
-    for (size_t i = 0; i < count; ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof(digits), i == 0 ? "%02X" : " %02X", bytes[i]);
-        text += digits;
-    }
+    for (size_t i = 0; i < count; ++i)
+        text += (i == 0 ? "" : " ") + Hex(bytes[i], 2);
     return text;
 }
 

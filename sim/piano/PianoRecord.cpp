@@ -1,42 +1,6 @@
 #include "PianoRecord.h"
 
-static int Digit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
-static void AppendByte(std::string& text, unsigned value)
-{
-    constexpr char kDigits[] = "0123456789ABCDEF";
-    text += kDigits[(value >> 4) & 0x0FU];
-    text += kDigits[value & 0x0FU];
-}
-
-std::optional<uint32_t> HexDigits(const std::string& text, size_t at, size_t digits)
-{
-    if (at > text.size() || text.size() - at < digits)
-        return std::nullopt;
-    uint32_t value = 0;
-    for (size_t i = at; i < at + digits; ++i) {
-        const int digit = Digit(text[i]);
-        if (digit < 0)
-            return std::nullopt;
-        value = (value << 4) | static_cast<uint32_t>(digit);
-    }
-    return value;
-}
-
-std::string EightDigits(uint32_t value)
-{
-    std::string text;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        AppendByte(text, value >> shift);
-    return text;
-}
+#include "Hex.h"
 
 std::optional<PianoRecord> PianoRecord::FromText(const std::string& text)
 {
@@ -69,7 +33,7 @@ std::string PianoRecord::ToText() const
     std::string text = ":";
     unsigned sum = 0;
     const auto append = [&](unsigned byte) {
-        AppendByte(text, byte);
+        text += Hex(byte, 2);
         sum += byte;
     };
     append(static_cast<unsigned>(data.size()));
@@ -78,6 +42,6 @@ std::string PianoRecord::ToText() const
     append(type);
     for (const unsigned char byte : data)
         append(byte);
-    AppendByte(text, (0x100U - (sum & 0xFFU)) & 0xFFU);
+    append(0x100U - (sum & 0xFFU));
     return text;
 }

@@ -20,7 +20,3 @@ struct PianoRecord {
     static std::optional<PianoRecord> FromText(const std::string& text);
     std::string ToText() const;
 };
-
-// Reads exactly `digits` upper-case digits at `at`.
-std::optional<uint32_t> HexDigits(const std::string& text, size_t at, size_t digits);
-std::string EightDigits(uint32_t value);

@@ -1,5 +1,7 @@
 #include "Transcript.h"
 
+#include "Hex.h"
+
 #include <chrono>
 #include <cstdio>
 
@@ -24,13 +26,10 @@ void Transcript::Note(const std::string& text)
     std::string line = stamp;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte < 0x7F) {
+        if (byte >= 0x20 && byte < 0x7F)
             line += c;
-            continue;
-        }
-        char escape[8];
-        std::snprintf(escape, sizeof(escape), "\\x%02X", byte);
-        line += escape;
+        else
+            line += "\\x" + Hex(byte, 2);
     }
     line += '\n';
     if (write(file.Get(), line.data(), line.size()) < 0)
