@@ -133,31 +133,22 @@ bool Clock::LetOneWork()
     for (std::size_t left = participants.size(); left > 0; --left) {
         if (each == participants.end())
             each = participants.begin();
-        const Place asked = each++;
+        const Place first = each++;
         Message answer;
-        if (asked->wait.deadline > now) {
-            if (!Send(*asked, Word::Check) || !Receive(*asked, answer)) {
-                next = each;
-                Remove(asked);
-                return true;  // others may wait for its end
-            }
-            if (answer.word == Word::Idle)
+        bool isThere = true;
+        if (first->wait.deadline > now) {
+            isThere = Send(*first, Word::Check) && Receive(*first, answer);
+            if (isThere && answer.word == Word::Idle)
                 continue;
         }
         next = each;
-        return LetWork(asked);
+        if (isThere && Send(*first, Word::Turn) && Receive(*first, first->wait))
+            usesTcp = usesTcp || first->wait.usesTcp;
+        else
+            Remove(first);  // others may wait for its end
+        return true;
     }
     return false;
-}
-
-// Returns when the participant's turn is over. Always true.
-bool Clock::LetWork(Place each)
-{
-    if (!Send(*each, Word::Turn) || !Receive(*each, each->wait))
-        Remove(each);
-    else
-        usesTcp = usesTcp || each->wait.usesTcp;
-    return true;
 }
 
 void Clock::AwaitStarted()

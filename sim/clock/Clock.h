@@ -51,7 +51,6 @@ private:
     using Place = std::list<Participant>::iterator;
 
     bool LetOneWork();
-    bool LetWork(Place each);
     void AwaitStarted();
     bool AcceptOne();
     bool Send(const Participant& to, virtualtime::Word word) const;
