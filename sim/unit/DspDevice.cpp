@@ -28,22 +28,16 @@ void SendToPiano(unsigned long argument)
     direct::Close(peer);
 }
 
-// 0, or the errno.
-int Outcome(unsigned long request)
-{
-    if (FailsNow(calls::ioctl, "/dev/PciDsp"))
-        return errno;
-    return request == kSetParameter ? 0 : ENOTTY;
-}
-
 }  // namespace
 
 int DspIoctl(unsigned long request, unsigned long argument)
 {
     BoundedText line;
     line.Add("ioctl(/dev/PciDsp, ").AddNumber(request).Add(", ").AddHex(argument).Add(")");
-    if (const int error = Outcome(request)) {
-        errno = error;
+    if (FailsNow(calls::ioctl, kDspDevice))
+        return JournalResult(line, -1);
+    if (request != kSetParameter) {
+        errno = ENOTTY;
         return JournalResult(line, -1);
     }
     SendToPiano(argument);

@@ -21,10 +21,7 @@ constexpr char kMountList[] = "mounts";
 // Empty when the medium was pulled out.
 BoundedText Device()
 {
-    BoundedText device;
-    if (!direct::Exists(InRoot(kMedium).Get()))
-        return device;
-    return HasControl(kDevice) ? ControlWord(kDevice) : device.Add(kMediumDevice);
+    return ControlWord(kDevice, kMediumDevice);
 }
 
 // A word of a line, which ends at a blank.

@@ -95,7 +95,7 @@ int mount(const char* source, const char* target, const char* type, unsigned lon
     if (Root() == nullptr)
         return real(source, target, type, flags, data);
     const char* options = data == nullptr ? "" : static_cast<const char*>(data);
-    int error = FailsNow(calls::mount, target) ? errno : ControlErrno("mount-errno");
+    int error = FailsNow(calls::mount, target) ? errno : ErrnoOf(ControlWord("mount-errno").Get());
     if (error == 0)
         error = MountMedium(source, target, flags, options);
     BoundedText line;

@@ -32,22 +32,22 @@ BoundedText InRoot(const char* path)
     return full;
 }
 
-BoundedText ReadControl(const char* name)
+BoundedText ReadControl(const char* name, const char* otherwise)
 {
     const KeepErrno kept;
     char text[PATH_MAX] = "";
     BoundedText content;
     const int file = direct::Open(ControlPath(name).Get(), O_RDONLY);
     if (file < 0)
-        return content;
+        return content.Add(otherwise);
     const long count = direct::Read(file, text, sizeof(text));
     direct::Close(file);
     return content.Add(text, static_cast<std::size_t>(count > 0 ? count : 0));
 }
 
-BoundedText ControlWord(const char* name)
+BoundedText ControlWord(const char* name, const char* otherwise)
 {
-    const BoundedText content = ReadControl(name);
+    const BoundedText content = ReadControl(name, otherwise);
     BoundedText word;
     return word.Add(content.Get(), std::strcspn(content.Get(), " \r\n"));
 }
@@ -55,12 +55,6 @@ BoundedText ControlWord(const char* name)
 bool ReadControl(const char* name, unsigned long long& number)
 {
     return ParseNumber(ControlWord(name).Get(), number);
-}
-
-bool HasControl(const char* name)
-{
-    const KeepErrno kept;
-    return direct::Exists(ControlPath(name).Get());
 }
 
 void WriteControl(const char* name, const BoundedText& text)
@@ -71,11 +65,6 @@ void WriteControl(const char* name, const BoundedText& text)
         return;
     direct::Write(file, text.Get(), text.Length());
     direct::Close(file);
-}
-
-int ControlErrno(const char* name)
-{
-    return ErrnoOf(ControlWord(name).Get());
 }
 
 int ErrnoOf(const char* text)

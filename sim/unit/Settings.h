@@ -10,16 +10,12 @@ const char* Root();
 // An absolute path below the root.
 BoundedText InRoot(const char* path);
 
-// The content of ROOT/sim/NAME, its first word, or the number in it: false when the file is absent
-// or empty.
-BoundedText ReadControl(const char* name);
-BoundedText ControlWord(const char* name);
+// The content of ROOT/sim/NAME, or its first word; `otherwise` when the file is absent.
+BoundedText ReadControl(const char* name, const char* otherwise = "");
+BoundedText ControlWord(const char* name, const char* otherwise = "");
+// The number in it. False when there is none.
 bool ReadControl(const char* name, unsigned long long& number);
-bool HasControl(const char* name);
 void WriteControl(const char* name, const BoundedText& text);
-
-// The errno, a number or a name, in ROOT/sim/NAME; 0 when the file is absent.
-int ControlErrno(const char* name);
 
 // The errno of that number or name; 0 when there is none.
 int ErrnoOf(const char* text);

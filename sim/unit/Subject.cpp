@@ -11,31 +11,26 @@
 
 namespace {
 
-// An address with room for a NUL after the longest path.
-struct Address {
-    sockaddr_un name = {};
-    char end = '\0';
-};
-
-bool HasAddress(long call, int descriptor, Address& address)
+bool GetAddress(long call, int descriptor, sockaddr_un& address)
 {
-    socklen_t length = sizeof(address.name);
-    return syscall(call, descriptor, &address.name, &length) == 0;
+    socklen_t length = sizeof(address);
+    return syscall(call, descriptor, &address, &length) == 0;
 }
 
 // False when it isn't a socket.
 bool NameSocket(int descriptor, BoundedText& name)
 {
-    Address own;
-    if (!HasAddress(SYS_getsockname, descriptor, own))
+    sockaddr_un own = {};
+    if (!GetAddress(SYS_getsockname, descriptor, own))
         return false;
-    Address peer;
-    if (own.name.sun_family == AF_INET)
+    sockaddr_un peer = {};
+    BoundedText path;
+    if (GetAddress(SYS_getpeername, descriptor, peer))
+        path.Add(peer.sun_path, sizeof(peer.sun_path));
+    if (own.sun_family == AF_INET)
         name.Add("tcp");
-    else if (HasAddress(SYS_getpeername, descriptor, peer) && peer.name.sun_path[0] != '\0')
-        name = SubjectName(peer.name.sun_path);
     else
-        name.Add("socket");
+        name = path.Length() > 0 ? SubjectName(path.Get()) : name.Add("socket");
     return true;
 }
 
