@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr uint32_t kLargestFlash = 0x10000000;
 constexpr uint32_t kPage = 0x10000;
 
 constexpr char kUsage[] =
@@ -113,16 +112,8 @@ std::string Options::Parse(const std::vector<std::string>& arguments)
         if (!std::visit(Reader{arguments[i]}, option->target))
             return name + " " + arguments[i] + ": not a valid " + option->argument;
     }
-    return FindMisfit();
-}
-
-std::string Options::FindMisfit() const
-{
-    if (size > kLargestFlash)
-        return "--size over 10000000";
-    if (csp.readCut == 0 || kPage % csp.readCut != 0)
-        return "--read-cut must divide 10000";
-    return "";
+    const bool isDivisor = csp.readCut > 0 && kPage % csp.readCut == 0;
+    return isDivisor ? "" : "--read-cut must divide 10000";
 }
 
 std::string Options::HelpText()

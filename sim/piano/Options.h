@@ -42,7 +42,6 @@ private:
         const char* heading = nullptr;  // of the help text, above the option
     };
     std::vector<Option> Table();
-    std::string FindMisfit() const;
 };
 
 bool ParseHex(const std::string& text, uint32_t* value);

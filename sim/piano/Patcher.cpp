@@ -33,7 +33,7 @@ std::string HexText(const unsigned char* bytes, size_t count)
 bool Patcher::Listen(const std::string& path)
 {
     listener = OpenSocket(path, SOCK_STREAM);
-    return IsListening();
+    return static_cast<bool>(listener);
 }
 
 // While one connection is open, the next one waits in the listener.

@@ -33,7 +33,6 @@ public:
 
     void SetFaults(const LinkFaults& chosen) { faults = chosen; }
     bool Listen(const std::string& path);
-    bool IsListening() const { return static_cast<bool>(listener); }
     bool IsConnected() const { return static_cast<bool>(client); }
 
     void AddTo(std::vector<pollfd>& watched) const;

@@ -32,13 +32,11 @@ void RcServer::AddTo(std::vector<pollfd>& watched) const
 static bool Append(int client, int log)
 {
     char buffer[4096];
-    for (;;) {
-        const ssize_t count = read(client, buffer, sizeof(buffer));
-        if (count <= 0)
-            return count < 0 && errno == EAGAIN;
+    ssize_t count = 0;
+    while ((count = read(client, buffer, sizeof(buffer))) > 0)
         if (write(log, buffer, static_cast<size_t>(count)) != count)
             std::perror("simpiano: rc.log");
-    }
+    return count < 0 && errno == EAGAIN;
 }
 
 void RcServer::Serve()

@@ -147,10 +147,8 @@ bool SimPiano::IsTerminated() const
 void SimPiano::TakePower()
 {
     char text[16];
-    for (;;) {
-        const ssize_t count = read(dsp.Get(), text, sizeof(text));
-        if (count < 0)
-            return;
+    ssize_t count = 0;
+    while ((count = read(dsp.Get(), text, sizeof(text))) >= 0) {
         const std::string value(text, static_cast<size_t>(count));
         if (value != kPianoOff && value != kPianoOn) {
             transcript.Bad("dsp " + value);
