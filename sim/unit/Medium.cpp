@@ -31,11 +31,10 @@ struct Word {
 
     explicit Word(const char* start) : text(start), length(std::strcspn(start, " \n")) {}
     const char* Next() const { return text + length + (text[length] == ' ' ? 1 : 0); }
-    bool Is(const char* other, std::size_t size) const
+    bool Is(const BoundedText& other) const
     {
-        return length == size && std::strncmp(text, other, size) == 0;
+        return length == other.Length() && std::strncmp(text, other.Get(), length) == 0;
     }
-    bool Is(const BoundedText& other) const { return Is(other.Get(), other.Length()); }
 };
 
 // A line of the list.
@@ -71,18 +70,13 @@ const char* LastLine(const BoundedText& mounts, Condition isWanted)
     return found;
 }
 
-std::size_t LengthWithoutSlash(const char* path)
+BoundedText WithoutSlash(const char* path)
 {
     std::size_t length = std::strlen(path);
     while (length > 1 && path[length - 1] == '/')
         --length;
-    return length;
-}
-
-const char* LineAt(const BoundedText& mounts, const char* target)
-{
-    const std::size_t length = LengthWithoutSlash(target);
-    return LastLine(mounts, [&](const Mount& each) { return each.point.Is(target, length); });
+    BoundedText point;
+    return point.Add(path, length);
 }
 
 bool HasWorkingDirectory()
@@ -134,14 +128,13 @@ int MountMedium(const char* source, const char* target, unsigned long flags, con
         return EINVAL;
     BoundedText mounts = ReadControl(kMountList);
     const bool isReadOnly = (flags & MS_RDONLY) != 0;
-    const std::size_t length = LengthWithoutSlash(target);
+    const BoundedText point = WithoutSlash(target);
     const auto isInTheWay = [&](const Mount& each) {
-        return each.device.Is(device) &&
-               (each.point.Is(target, length) || each.isReadOnly != isReadOnly);
+        return each.device.Is(device) && (each.point.Is(point) || each.isReadOnly != isReadOnly);
     };
     if (LastLine(mounts, isInTheWay) != nullptr)
         return EBUSY;
-    mounts.Add(source).Add(" ").Add(target, length).Add(isReadOnly ? " vfat ro" : " vfat rw");
+    mounts.Add(source).Add(" ").Add(point.Get()).Add(isReadOnly ? " vfat ro" : " vfat rw");
     mounts.Add((flags & MS_NOSUID) != 0 ? ",nosuid" : "");
     mounts.Add((flags & MS_NOEXEC) != 0 ? ",noexec" : "").Add(",relatime,").Add(options);
     WriteControl(kMountList, mounts.Add(" 0 0\n"));
@@ -152,7 +145,8 @@ int UnmountMedium(const char* target)
 {
     const KeepErrno kept;
     const BoundedText mounts = ReadControl(kMountList);
-    const char* line = LineAt(mounts, target);
+    const BoundedText point = WithoutSlash(target);
+    const char* line = LastLine(mounts, [&](const Mount& each) { return each.point.Is(point); });
     if (line == nullptr)
         return EINVAL;
     if (HasMediumFiles() || HasWorkingDirectory())

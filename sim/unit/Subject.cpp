@@ -40,8 +40,6 @@ BoundedText SubjectName(int descriptor)
 {
     const KeepErrno kept;
     BoundedText name;
-    if (descriptor < 0)
-        return name.Add("-");
     if (NameSocket(descriptor, name))
         return name;
     BoundedText link;

@@ -115,7 +115,7 @@ void SendWait(const BoundedText& call, Moment deadline)
     Send(message);
 }
 
-bool IsAsked()
+bool AwaitCheck()
 {
     const KeepErrno kept;
     Message message;

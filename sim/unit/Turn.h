@@ -13,7 +13,7 @@ virtualtime::Moment ClockNow();
 
 // The steps of a wait.
 void SendWait(const BoundedText& call, virtualtime::Moment deadline);
-bool IsAsked();  // Waits for the clock. True for a Check, false for a Turn.
+bool AwaitCheck();  // Waits for the clock. True for a Check, false for a Turn.
 void SendAnswer(bool isReady);
 
 // Waits for the next turn, which comes when `isReady` returns true, or at the deadline.
@@ -21,7 +21,7 @@ template <typename IsReady>
 void AwaitTurn(const BoundedText& call, virtualtime::Moment deadline, IsReady isReady)
 {
     SendWait(call, deadline);
-    while (IsAsked())
+    while (AwaitCheck())
         SendAnswer(isReady());
 }
 
