@@ -20,11 +20,11 @@ constexpr size_t kMostUnread = 8000;        // bytes in the socket
 constexpr size_t kJoinLimit = 7000;         // bytes in one write; the system gathers at most 8193
 constexpr int kWritesPerTurn = 64;          // then the other descriptors are served
 
-std::string HexText(const unsigned char* bytes, size_t count)
+std::string HexText(const FrameBytes& bytes)
 {
     std::string text;
-    for (size_t i = 0; i < count; ++i)
-        text += (i == 0 ? "" : " ") + Hex(bytes[i], 2);
+    for (const unsigned char byte : bytes)
+        text += (text.empty() ? "" : " ") + Hex(byte, 2);
     return text;
 }
 
@@ -75,9 +75,9 @@ void Patcher::Process()
         case FrameCodec::Found::Nothing: continue;
         case FrameCodec::Found::Connect:
             peer = codec.Second();
-            transcript.Note("connect " + HexText(&*peer, 1));
+            transcript.Note("connect " + Hex(*peer, 2));
             continue;
-        case FrameCodec::Found::Stray: transcript.Bad("pair FE " + HexText(&byte, 1)); continue;
+        case FrameCodec::Found::Stray: transcript.Bad("pair FE " + Hex(byte, 2)); continue;
         case FrameCodec::Found::Block: TakeBlock(); break;
         }
         CountFrame();
@@ -101,8 +101,7 @@ void Patcher::TakeBlock()
     if (complaint == nullptr && peer && frame[2] != *peer)
         complaint = "peer";
     if (complaint != nullptr) {
-        transcript.Bad("frame (" + std::string(complaint) + ") " +
-                       HexText(frame.data(), frame.size()));
+        transcript.Bad("frame (" + std::string(complaint) + ") " + HexText(frame));
         return;
     }
     peer = frame[2];
@@ -115,7 +114,7 @@ void Patcher::TakeFrame(const FrameBytes& frame)
     const unsigned char* data = frame.data() + 5;
     if ((kind & 0xF0U) != 0x30) {
         const FrameBytes group{data[1], data[2], data[3], data[0]};
-        transcript.Note("> midi " + HexText(&kind, 1) + " " + HexText(group.data(), group.size()));
+        transcript.Note("> midi " + Hex(kind, 2) + " " + HexText(group));
         csp.TakeMidi(group);
         return;
     }
