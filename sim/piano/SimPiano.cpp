@@ -21,7 +21,8 @@ namespace {
 constexpr char kSayFile[] = "/sim/say";
 constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
-// How soon to check again whether the system has read everything: nothing reports that.
+// How soon to look again whether the system has read everything: nothing reports that. In the unit's
+// time, this passes only when everybody waits.
 constexpr std::chrono::milliseconds kLookAgain{1};
 
 constexpr uint32_t kFlashStart = 0x90000000;

@@ -36,10 +36,8 @@ int DspIoctl(unsigned long request, unsigned long argument)
     line.Add("ioctl(/dev/PciDsp, ").AddNumber(request).Add(", ").AddHex(argument).Add(")");
     if (FailsNow(calls::ioctl, kDspDevice))
         return JournalResult(line, -1);
-    if (request != kSetParameter) {
-        errno = ENOTTY;
-        return JournalResult(line, -1);
-    }
+    if (request != kSetParameter)
+        return JournalResult(line, FailWith(ENOTTY));
     SendToPiano(argument);
     return JournalResult(line, 0);
 }

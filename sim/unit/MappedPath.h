@@ -17,21 +17,16 @@ enum class Intent { Look, Change };
 template <typename RealCall>
 int CallAtPath(Call& kind, Intent intent, const UnitPath& path, RealCall call)
 {
-    if (path.IsTooLong()) {
-        errno = ENAMETOOLONG;
-        return -1;
-    }
+    if (path.IsTooLong())
+        return FailWith(ENAMETOOLONG);
     if (path.IsUnits() && FailsNow(kind, path.Own()))
         return -1;
     if (path.IsPulled()) {
         const bool makesFile = &kind == &calls::open && intent == Intent::Change;
-        errno = &kind == &calls::statfs ? EIO : makesFile ? ENOSPC : ENOENT;
-        return -1;
+        return FailWith(&kind == &calls::statfs ? EIO : makesFile ? ENOSPC : ENOENT);
     }
-    if (intent == Intent::Change && path.IsReadOnly()) {
-        errno = EROFS;
-        return -1;
-    }
+    if (intent == Intent::Change && path.IsReadOnly())
+        return FailWith(EROFS);
     return call(path.Real());
 }
 
@@ -77,13 +72,10 @@ int OpenMapped(const char* name, int flags, RealCall call)
     if (changes && path.IsMachines()) {
         BoundedText line;
         Journal(line.Add("stray open(").Add(name).Add(")"));
-        errno = EROFS;
-        return -1;
+        return FailWith(EROFS);
     }
-    if ((flags & O_CREAT) != 0 && path.IsRefused()) {
-        errno = EINVAL;
-        return -1;
-    }
+    if ((flags & O_CREAT) != 0 && path.IsRefused())
+        return FailWith(EINVAL);
     if ((flags & O_NONBLOCK) == 0)
         AwaitPipe(path);
     const Owner owner = OwnerAt(path);

@@ -164,16 +164,13 @@ long LimitToMedium(std::size_t wanted, bool toMedium)
     unsigned long long left = 0;
     if (toMedium && ReadControl(kFullAfter, left) && left < room)
         room = left;
-    if (wanted > 0 && room == 0) {
-        errno = ENOSPC;
-        return -1;
-    }
+    if (wanted > 0 && room == 0)
+        return FailWith(ENOSPC);
     if (ReadControl(kPullAfter, left) && left < room)
         room = left;
     if (wanted > 0 && room == 0) {
         PullMedium();
-        errno = EIO;
-        return -1;
+        return FailWith(EIO);
     }
     return static_cast<long>(room);
 }

@@ -36,8 +36,7 @@ void SetFree(struct statfs& found)
 // The result of a simulated call with an outcome of 0 or an errno.
 int JournalOutcome(const BoundedText& line, int error)
 {
-    errno = error;
-    return JournalResult(line, error == 0 ? 0 : -1);
+    return JournalResult(line, error == 0 ? 0 : FailWith(error));
 }
 
 // Late write errors appear here: planned ones, and those of a medium that is gone, which syncfs

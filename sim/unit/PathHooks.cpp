@@ -53,14 +53,10 @@ int rename(const char* from, const char* to) noexcept
     both.Add(SubjectName(from).Get()).Add(">").Add(SubjectName(to).Get());
     if (source.IsUnits() && FailsNow(calls::rename, both.Get()))
         return -1;
-    if (source.IsOnMedium() != target.IsOnMedium()) {
-        errno = EXDEV;
-        return -1;
-    }
-    if (target.IsRefused()) {
-        errno = EINVAL;
-        return -1;
-    }
+    if (source.IsOnMedium() != target.IsOnMedium())
+        return FailWith(EXDEV);
+    if (target.IsRefused())
+        return FailWith(EINVAL);
     return CallAtPath(calls::uncounted, Intent::Change, source, [&](const char* sourceAt) {
         return CallAtPath(calls::uncounted, Intent::Change, target,
                           [&](const char* targetAt) { return real(sourceAt, targetAt); });

@@ -51,8 +51,7 @@ int CallAtAddress(const sockaddr* address, socklen_t length, RealCall call)
     const UnixAddress mapped(path.Real());
     if (mapped.Fits())
         return call(mapped.Get(), UnixAddress::kSize);
-    errno = ENAMETOOLONG;
-    return -1;
+    return FailWith(ENAMETOOLONG);
 }
 
 // In virtual time, bytes that the kernel holds back would never arrive.
@@ -82,8 +81,7 @@ int ConnectInTurn(Connect& real, int descriptor, const sockaddr* address, sockle
     };
     BoundedText call;
     PollInTurn(call.Add("connect"), SendDeadline(descriptor), attempt);
-    errno = error == 0 ? errno : error;
-    return error == 0 ? 0 : -1;
+    return error == 0 ? 0 : FailWith(error);
 }
 
 // The port that a listener really has; 0 when it has none.

@@ -49,6 +49,13 @@ inline bool Exists(const char* path)
 
 }  // namespace direct
 
+// The result of a call that fails in this way.
+inline int FailWith(int error)
+{
+    errno = error;
+    return -1;
+}
+
 // Restores errno, so that the caller doesn't see what the library does around a call.
 class KeepErrno {
 public:

@@ -37,8 +37,7 @@ inline ssize_t TransferGone(std::size_t size, bool isRead)
 {
     if (!isRead)
         return static_cast<ssize_t>(size);
-    errno = EIO;
-    return -1;
+    return FailWith(EIO);
 }
 
 template <typename RealCall>
