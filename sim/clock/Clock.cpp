@@ -133,19 +133,19 @@ bool Clock::LetOneWork()
     for (std::size_t left = participants.size(); left > 0; --left) {
         if (each == participants.end())
             each = participants.begin();
-        const Place first = each++;
+        const Place one = each++;
         Message answer;
         bool isThere = true;
-        if (first->wait.deadline > now) {
-            isThere = Send(*first, Word::Check) && Receive(*first, answer);
+        if (one->wait.deadline > now) {
+            isThere = Send(*one, Word::Check) && Receive(*one, answer);
             if (isThere && answer.word == Word::Idle)
                 continue;
         }
         next = each;
-        if (isThere && Send(*first, Word::Turn) && Receive(*first, first->wait))
-            usesTcp = usesTcp || first->wait.usesTcp;
+        if (isThere && Send(*one, Word::Turn) && Receive(*one, one->wait))
+            usesTcp = usesTcp || one->wait.usesTcp;
         else
-            Remove(first);  // others may wait for its end
+            Remove(one);  // others may wait for its end
         return true;
     }
     return false;

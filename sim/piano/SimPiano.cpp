@@ -21,7 +21,7 @@ namespace {
 constexpr char kSayFile[] = "/sim/say";
 constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
-// How soon to look again whether the system has read everything: nothing reports that. In the unit's
+// How soon to look again whether the system has read everything: nothing reports that. In virtual
 // time, this passes only when everybody waits.
 constexpr std::chrono::milliseconds kLookAgain{1};
 
