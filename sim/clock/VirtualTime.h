@@ -49,7 +49,7 @@ struct Message {
     Moment deadline = kNever;  // of a Wait
     Word word = Word::Idle;
     bool usesTcp = false;  // of a Wait: since the last one
-    char call[75] = "";    // of a Wait: "simpiano waits in poll", for the report
+    char call[75] = "";    // of a Wait: "simpiano waits in select", for the report
 };
 
 }  // namespace virtualtime

@@ -37,12 +37,12 @@ bool Patcher::Listen(const std::string& path)
 }
 
 // While one connection is open, the next one waits in the listener.
-void Patcher::AddTo(std::vector<pollfd>& watched) const
+void Patcher::AddTo(std::vector<int>& watched) const
 {
     if (client)
-        watched.push_back({client.Get(), POLLIN, 0});
+        watched.push_back(client.Get());
     else if (listener)
-        watched.push_back({listener.Get(), POLLIN, 0});
+        watched.push_back(listener.Get());
 }
 
 void Patcher::Accept()

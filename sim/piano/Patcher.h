@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
 class Csp;
 class Transcript;
 
@@ -35,7 +33,7 @@ public:
     bool Listen(const std::string& path);
     bool IsConnected() const { return static_cast<bool>(client); }
 
-    void AddTo(std::vector<pollfd>& watched) const;
+    void AddTo(std::vector<int>& watched) const;
     void Accept();
     // Receive reads the bytes, Process handles them. Between the two the caller can handle what was
     // sent before these bytes on other sockets.

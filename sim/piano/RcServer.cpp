@@ -20,12 +20,12 @@ bool RcServer::Listen(const std::string& socketPath)
     return static_cast<bool>(listener);
 }
 
-void RcServer::AddTo(std::vector<pollfd>& watched) const
+void RcServer::AddTo(std::vector<int>& watched) const
 {
     if (listener)
-        watched.push_back({listener.Get(), POLLIN, 0});
+        watched.push_back(listener.Get());
     for (const Descriptor& client : clients)
-        watched.push_back({client.Get(), POLLIN, 0});
+        watched.push_back(client.Get());
 }
 
 // False when the connection is over.

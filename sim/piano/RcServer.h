@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include <poll.h>
-
 // The RC Server: accepts every connection and appends what it receives to a file.
 class RcServer {
 public:
@@ -14,7 +12,7 @@ public:
     bool Open(const std::string& logPath);
     bool Listen(const std::string& socketPath);
 
-    void AddTo(std::vector<pollfd>& watched) const;
+    void AddTo(std::vector<int>& watched) const;
     // Accepts connections and reads bytes, without waiting for either.
     void Serve();
 

@@ -8,8 +8,8 @@
 #include <iterator>
 #include <sstream>
 
-#include <poll.h>
 #include <sys/inotify.h>
+#include <sys/select.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,7 +23,7 @@ constexpr char kPianoOff[] = "3072";
 constexpr char kPianoOn[] = "3073";
 // How soon to look again whether the system has read everything: nothing reports that. In virtual
 // time, this passes only when everybody waits.
-constexpr std::chrono::milliseconds kLookAgain{1};
+constexpr std::chrono::microseconds kLookAgain{250};
 
 constexpr uint32_t kFlashStart = 0x90000000;
 
@@ -126,17 +126,24 @@ int SimPiano::Run()
 
 void SimPiano::Wait(bool sendingSoon)
 {
-    std::vector<pollfd> watched{
-        {dsp.Get(), POLLIN, 0}, {signals.Get(), POLLIN, 0}, {folderWatch.Get(), POLLIN, 0}};
+    std::vector<int> watched{dsp.Get(), signals.Get(), folderWatch.Get()};
     patcher.AddTo(watched);
     rcServer.AddTo(watched);
+    fd_set readable;
+    FD_ZERO(&readable);
+    for (const int each : watched)
+        FD_SET(each, &readable);
 
     const Clock::time_point now = Clock::now();
     Clock::time_point until = std::min(patcherOpens, rcServerOpens);
     if (sendingSoon)
         until = std::min(until, now + kLookAgain);
-    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(std::max(until, now) - now);
-    poll(watched.data(), watched.size(), until == kNever ? -1 : static_cast<int>(wait.count()));
+    using std::chrono::microseconds;
+    const auto micros = std::chrono::ceil<microseconds>(std::max(until, now) - now).count();
+    timeval timeout = {};
+    timeout.tv_sec = static_cast<decltype(timeout.tv_sec)>(micros / 1000000);
+    timeout.tv_usec = static_cast<decltype(timeout.tv_usec)>(micros % 1000000);
+    select(FD_SETSIZE, &readable, nullptr, nullptr, until == kNever ? nullptr : &timeout);
 }
 
 bool SimPiano::IsTerminated() const

@@ -20,8 +20,8 @@ TEST(Clock, EndsWaitAtLimitOrDeadlock)
     EXPECT_EQ(UnitTime(), seconds(8));
 
     const std::string reports = testing::internal::GetCapturedStderr();
-    EXPECT_NE(reports.find("simpiano waits in poll until 8.000000 s\n"), std::string::npos);
-    EXPECT_NE(reports.find("simpiano waits in poll without a deadline\n"), std::string::npos);
+    EXPECT_NE(reports.find("simpiano waits in select until 8.000000 s\n"), std::string::npos);
+    EXPECT_NE(reports.find("simpiano waits in select without a deadline\n"), std::string::npos);
 }
 
 TEST(Clock, MakesRunsIdentical)
