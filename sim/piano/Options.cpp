@@ -61,7 +61,8 @@ std::vector<Options::Option> Options::Table()
 
         {"--no-patcher", "", "no MIDI Patcher", &noPatcher, "Which peers run"},
         {"--no-rc", "", "no RC Server", &noRcServer},
-        {"--late", "SECONDS", "the MIDI Patcher listens only so long after \"ready\"", &patcherLate},
+        {"--late", "SECONDS", "the MIDI Patcher listens only so long after \"ready\"",
+         &patcherLate},
         {"--rc-late", "SECONDS", "the same for the RC Server", &rcServerLate},
 
         {"--silent", "", "never sends anything", &csp.silent, "The CSP"},
