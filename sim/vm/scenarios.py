@@ -1,326 +1,223 @@
 """What the program does on a real kernel. Each scenario prints a line."""
 
-import hashlib
 import os
-import shutil
-import subprocess
+import re
 import sys
-import threading
 import time
+from pathlib import Path
 
-import cuts
-from machine import Machine, failing, logged, plain
+from cuts import read_file, run, sweep
+from unit import Unit
 
-FOLDER, OPTION, ONLY = sys.argv[1:]
-QUICK = OPTION == "--quick"
-TOOL = "build/release/diagctl"
-LOGS = "/usr/local/lib/diag"
-DISK_FILE, MEDIUM_FILE = LOGS + "/csp_param.hex", "csp_param.rlg"
+TOOL = "../release/diagctl"
+DISK_FILE, MEDIUM_FILE = "/lib/diag/csp_param.hex", "csp_param.rlg"
+LOG = "/usr/local/lib/diag/diagserver.log"
 DONE, ERROR, NO_ROOM = "Copy Success.", "Copy error.", "Free Disk space error."
-SECTORS = {12: 2880, 16: 32768, 32: 69632}
-FLASH_OFFSET = 0x40000  # of the parameters; the firmware made here begins there, too
-FINDS = [("usb", "hex"), ("usb", "rlg"), ("cdrom", "hex"), ("cdrom", "rlg"), ("floppy", "rlg")]
-
-# name, command, FAT, what is special, answer (None: not promised), answer with --strict
-COPIES = [(f"{command} on FAT{fat}", command, fat, "", DONE, DONE)
-          for fat in SECTORS for command in ("backup", "restore")] + [
-    ("backup to a protected stick", "backup", 16, "protected", ERROR, ERROR),
-    ("restore from a protected stick", "restore", 16, "protected", DONE, DONE),
-    ("backup to a full stick", "backup", 12, "full", NO_ROOM, NO_ROOM),
-    ("backup to a stick pulled before", "backup", 16, "pulled", ERROR, ERROR),
-    ("backup to a stick pulled meanwhile", "backup", 16, "pulled late", None, ERROR),
-    ("backup to a stick inserted again as sdb", "backup", 16, "swapped", ERROR, DONE),
-    ("backup to a stick with bad sectors", "backup", 16, "bad", None, ERROR),
-    ("backup to a stick with a partition table", "backup", 16, "parted", ERROR, DONE),
-    ("backup to a stick mounted twice", "backup", 16, "twice", ERROR, ERROR),
-    ("restore from a stick mounted twice", "restore", 16, "twice", DONE, DONE)]
-passed, failed = [], []
-
-def run(*command):
-    return subprocess.run(command, check=True, capture_output=True, timeout=200,
-                          env={**os.environ, "LC_ALL": "C.UTF-8"}).stdout
-
-def path(name):
-    return f"{FOLDER}/{name}"
-
-def content(name):
-    with open(path(name), "rb") as file:
-        return file.read()
-
-def scenario(name, action, *arguments):
-    if ONLY not in name and action.__name__ != "serve":  # the server is needed by the others
-        return
-    started = time.monotonic()
-    try:
-        result = f"passed {action(*arguments) or ''}"
-        passed.append(name)
-    except Exception as error:  # one that can't run has failed, too
-        result = f"FAILED {type(error).__name__}: {str(error)[:300]}"
-        failed.append(name)
-    print(f"{time.monotonic() - started:6.1f} s  {name}: {result}", flush=True)
-
-def make_image(name, sectors, *command):
-    with open(path(name), "wb") as file:
-        file.truncate(sectors * cuts.SECTOR)
-    run(*command, path(name))
-    return path(name)
-
-def make_stick(fat, files, start=0, name="stick.img"):
-    """A stick with the files {name there: name here}, in a partition if `start` isn't 0."""
-    image = make_image(name, start + SECTORS[fat], "true")
-    if start:
-        subprocess.run(["sfdisk", "-q", image], input=b"%d,,e" % start, check=True)
-    run("mkfs.vfat", "-F", str(fat), "-s", "1", "--offset", str(start), image,
-        str(SECTORS[fat] // 2))
-    for target, source in files.items():
-        run("mcopy", "-i", f"{image}@@{start * cuts.SECTOR}", path(source), "::" + target)
-    return image
+KILOBYTES = {12: 1440, 16: 16384, 32: 34816}  # of a stick
 
 def make_disk():
-    return make_image("disk.img", 65536, "mkfs.ext4", "-q", "-b", "4096", "-d", path("disk"))
+    """The unit's disk with parameters, older ones and firmware, each in all forms."""
+    run("bash", "-c", "rm -rf disk*; mkdir -p disk/{cwd,lib/diag}; touch disk/none.{hex,rlg}")
+    for file, size in ("disk/new", 0x60000), ("disk/old", 0x60000), ("disk/firmware", 0x30000):
+        Path("seed").write_bytes(os.urandom(size // 4).ljust(size, b"\xff"))
+        run("../../sim/mkfirmware", "--from", "seed", "--binary", file + ".bin", file + ".hex")
+        run(TOOL, "convert", file + ".hex", file + ".rlg")
+    run("mke2fs", "-q", "-t", "ext4", "-b", "4096", "-d", "disk", "disk.img", "32M")
 
-def make_files():
-    """The piano's parameters, old ones, firmware, and the unit's disk with them."""
-    shutil.rmtree(path("disk"), ignore_errors=True)
-    os.makedirs(path("disk/lib/diag"))
-    os.makedirs(path("disk/cwd"))
-    for name, size in (("new", 0x60000), ("old", 0x60000), ("fw", 0x30000)):
-        with open(path("seed"), "wb") as seed:
-            seed.write(os.urandom(size // 4).ljust(size, b"\xff"))
-        run("sim/mkfirmware", "--from", path("seed"), "--version", "KVT 2.00", "--record", "32",
-            "--binary", path(name + ".bin"), path(name + ".hex"))
-        run(TOOL, "--force", "convert", path(name + ".hex"), path(name + ".rlg"))
-        shutil.copy(path(name + ".hex"), path("disk"))
-    shutil.copy(path("new.bin"), path("disk"))
-    make_disk()
-    make_image("empty", 0, "true")
-    make_stick(12, {"csp_prog.rlg": "fw.rlg"}, name="floppy.img")
+def make_stick(fat, files, start=0, image="stick.img"):
+    """A stick with the files {name there: name here}, in a partition if `start` isn't 0."""
+    run("rm", "-f", image)
+    run("mkfs.vfat", "-C", "-F", f"{fat}", "-s", "1", "--offset", f"{start}", image,
+        f"{KILOBYTES[fat]}")
+    if start:
+        run("sh", "-c", f"echo {start},,e | sfdisk -q {image}")
+    for target, source in files.items():
+        run("mcopy", "-i", f"{image}@@{start * 512}", f"disk/{source}", "::" + target)
+    return image
 
-class Unit(Machine):
-    """The machine with the piano and the program in it."""
+def require(image, file, expected):
+    """The file in the image has the data of this one."""
+    found = "found" + Path(file).suffix
+    Path(found).write_bytes(read_file(image, file))
+    run(TOOL, "diff", found, f"disk/{expected}.hex")
 
-    def piano(self, *options):
-        running = "pidof diag_server simpiano >/tmp/pids"
-        self.sh(f"! {running} || kill $(cat /tmp/pids)")
-        self.until(f"! {running}")
-        self.sh("rm -f /sim/midi.log; simpiano --root / --load /usr/local/new.bin@90040000 "
-                f"--save /usr/local/flash.bin --allow-gaps {' '.join(options)} >/tmp/piano 2>&1 &")
-        self.until("grep -q ready /tmp/piano")
+def require_firmware(unit):
+    """The piano's flash begins 0x40000 bytes before the firmware and the parameters."""
+    unit.clean()
+    flash, firmware = read_file("disk.img", "/flash.bin"), Path("disk/firmware.bin").read_bytes()
+    assert flash[0x40000:].startswith(firmware), "the flash isn't the firmware"
 
-    def serve(self, words, start="exec"):
-        """A server whose read-back has failed, so that it serves the controller."""
-        self.piano("--bad-checksum-at", "90040000")
-        self.sh(f"({start} /bin/diag_server {words}) >/dev/null 2>&1 &")
-        assert "1.00" in (lines := self.ask("version")), f"no version: {lines}"
+def require_answer(unit, command, expected):
+    assert expected in (text := unit.ask(command)), f"{command}: {text[-80:]}"
 
-    def ask(self, command):
-        """The lines that the controller receives."""
-        done = subprocess.run([TOOL, "--port", str(self.port), "--wait", "90", command],
-                              capture_output=True, timeout=240, text=True, check=False)
-        return (done.stdout + done.stderr).splitlines()
-
-    def require(self, file, name, skip=0):
-        """The file in the machine must be this one, of the flash the part with the firmware."""
-        data = content(name)
-        found = self.sh(f"tail -c +{skip + 1} {file} | head -c {len(data)} | md5sum").split()[0]
-        assert found == hashlib.md5(data).hexdigest(), f"{file} isn't {name}"
-
-    def disk_file(self, name):
-        self.sh("sync")
-        shutil.copy(path("disk.img"), path("copy.img"))
-        return cuts.repair_and_read(path("copy.img"), name)
+def version(unit, words):
+    unit.serve(words)
+    require_answer(unit, "version", "1.00\n")
 
 def update(unit, words):
-    unit.piano()
-    unit.sh(f"timeout 150 diag_server {words} -f /usr/local/fw.hex >/tmp/out 2>&1")
-    unit.require("/usr/local/flash.bin", "fw.bin", FLASH_OFFSET)
+    unit.start_piano()
+    unit.sh(f"diag_server {words and '--strict --verify'} -f /usr/local/firmware.hex >/dev/null")
+    require_firmware(unit)
 
 def read_back(unit, words):
-    unit.piano()
-    unit.sh(f"rm -f csp_param.hex; timeout 150 diag_server {words} >/tmp/out 2>&1")
-    with open(path("readback.hex"), "wb") as file:
-        file.write(unit.disk_file("/cwd/csp_param.hex"))
-    run(TOOL, "diff", path("readback.hex"), path("new.hex"))
+    unit.start_piano()
+    unit.sh(f"rm -f csp_param.hex; diag_server {words} >/dev/null")
+    unit.clean()
+    require("disk.img", "/cwd/csp_param.hex", "new")
 
-def find(unit, place, form):
-    name, way = "csp_prog." + form, ("fd0", place)
-    if place == "floppy":
-        unit.sh("mount /dev/fd0 /mnt/floppy")
-        assert "KVT 2.00" in unit.ask("find-update"), "not found"
-        unit.sh("umount /mnt/floppy")  # a copy would take it for its medium
-        assert "CSP Update Success." in unit.ask("update"), "not updated"
-        return unit.require("/usr/local/flash.bin", "fw.bin", FLASH_OFFSET)
-    if place == "cdrom":
-        run("genisoimage", "-quiet", "-R", "-graft-points", "-o", path("cd.iso"),
-            f"{name}={path('fw.' + form)}")
-        node, way = plain(path("cd.iso"), **{"read-only": True}), ("sr0", place, "ro", "scsi-cd")
-    else:
-        node, way = plain(make_stick(32, {name: "fw." + form})), ()
-    with unit.inserted(node, *way):
-        assert "KVT 2.00" in unit.ask("find-update"), "not found"
+def find(unit, words, device, place, form):
+    name, firmware = f"csp_prog.{form}", f"firmware.{form}"
+    run("genisoimage", "-R", "-graft-points", "-o", "cd.img", f"{name}=disk/{firmware}")
+    image = "cd.img" if device == "sr0" else make_stick(32, {name: firmware})
+    unit.serve(words)
+    unit.insert(image, "protected", device, place)
+    require_answer(unit, "find-update", "KVT 2.00")
+    if (place, form) == ("usb", "hex"):
+        require_answer(unit, "update", "CSP Update Success.")
+        require_firmware(unit)
 
-def names(unit):
+def file_names(unit):
     """A name is UTF-8 where nothing else is said, and Shift JIS with utf8=0."""
-    name, ways = "\u30c6\u30b9\u30c8.hex", {"utf8=1": "utf-8", "utf8=0": "shift_jis"}
-    for option, encoding in ways.items():
-        with unit.inserted(plain(make_stick(16, {name: "fw.hex"})),
-                           options="codepage=932,iocharset=sjis," + option):
-            octal = "".join(f"\\{byte:03o}" for byte in name.encode(encoding))
-            assert "KVT 2.00" in unit.sh(f"diag_server -v -f \"/mnt/usb/$(printf '{octal}')\"")
+    name = "\u30c6\u30b9\u30c8.hex"
+    stick = make_stick(16, {name: "firmware.hex"})
+    for option, encoding in ("utf8=1", "utf-8"), ("utf8=0", "shift_jis"):
+        octal = "".join(f"\\{byte:03o}" for byte in name.encode(encoding))
+        unit.insert(stick, options="codepage=932,iocharset=sjis," + option)
+        assert "KVT 2.00" in unit.sh(f"diag_server -v -f \"/mnt/usb/$(printf '{octal}')\"")
+        unit.clean()
 
-def copy(unit, strict, name, command, fat, special, answer, strict_answer):
-    answer = strict_answer if strict else answer
-    source, target = ("new.hex", "old.rlg") if command == "backup" else ("old.hex", "new.rlg")
-    full = {"a": "new.hex", "b": "old.bin"} if special == "full" else {}
-    start = 2048 if special == "parted" else 0
-    image = make_stick(fat, {MEDIUM_FILE: target, **full}, start)
-    node = plain(image, **{"read-only": special == "protected"})
-    if special == "bad":
-        node = failing(image, range(550, 560))
-    if special == "pulled late":
-        node = {"driver": "throttle", "throttle-group": "slow", "file": node}
-    unit.sh(f"cp /usr/local/{source} {DISK_FILE}")
-    with unit.inserted(node, "sda1" if start else "sda",
-                       options="ro" if special in ("protected", "twice") else "rw") as medium:
-        if special == "twice":
-            unit.sh("mount -o ro /dev/sda /mnt/other")
-        if special in ("pulled", "swapped"):
-            unit.pull(medium)
-        if special == "swapped":
-            medium = unit.plug(node, "sdb")
-            unit.sh("mount /dev/sdb /mnt/usb")
-        if special == "pulled late":
-            threading.Timer(2, unit.pull, [medium]).start()
-        lines = unit.ask(command)
-        if medium in unit.media:  # as soon as the technician may
-            unit.pull(medium)
-    assert answer in lines if answer else lines, f"expected {answer}, received {lines}"
-    if strict and answer == ERROR:
-        assert ERROR not in unit.sh(f"tail -n 1 {LOGS}/diagserver.log"), "no reason in the log"
-    after = "new" if answer == DONE else "old"
-    if command == "restore":
-        unit.require(DISK_FILE, after + ".hex")
-    elif strict or answer in (DONE, NO_ROOM):
-        found = run("mcopy", "-i", f"{image}@@{start * cuts.SECTOR}", "::" + MEDIUM_FILE, "-")
-        assert found == content(after + ".rlg"), f"the file on the stick isn't the {after} one"
+def copy(unit, words, command, fat, special, answer, strict_answer):
+    answer = strict_answer if words else answer
+    source, target = ("new", "old") if command == "backup" else ("old", "new")
+    start, device = (2048, "sda1") if special == "with a partition table" else (0, "sda")
+    filling = {"a": "new.hex", "b": "firmware.bin"} if special == "full" else {}
+    stick = make_stick(fat, {MEDIUM_FILE: target + ".rlg", **filling}, start)
+    unit.serve(words)
+    unit.sh(f"cp /usr/local/{source}.hex /usr/local{DISK_FILE}")
+    unit.insert(stick, special, device, options="ro" if special == "mounted twice" else "rw")
+    if special == "mounted twice":
+        unit.sh("mount -o ro /dev/sda /mnt/other")
+    if special in ("pulled before", "inserted again as sdb"):
+        unit.pull()
+    if special == "inserted again as sdb":
+        unit.insert(stick, device="sdb")
+    copying = unit.start_asking(command)
+    if special == "pulled meanwhile":
+        unit.until("awk '{exit ($7 < 100)}' /sys/block/sda/stat")  # sectors written
+        unit.pull()
+    text = copying.communicate()[0]
+    unit.clean()
+    assert (answer or "") in text, f"expected {answer}, received {text}"
+    if words and answer == ERROR:
+        assert ERROR not in unit.sh(f"tail -n 1 {LOG}"), "no reason in the log"
+    if answer:
+        Path("partition.img").write_bytes(Path(stick).read_bytes()[start * 512:])
+        target = ("disk.img", DISK_FILE) if command == "restore" else ("partition.img", MEDIUM_FILE)
+        require(*target, "new" if answer == DONE else "old")
 
 def limits(unit):
     """The capabilities, devices and limits of the packaged service."""
-    settings = {}
-    with open("packaging/diag_server.service.in", encoding="utf-8") as file:
-        for key, _, value in (line.strip().partition("=") for line in file):
-            settings.setdefault(key, []).append(value)
-    devices = [f"c 1:{minor} rw" for minor in (3, 5, 7, 8, 9)] + ["b 8:* rw"]
-    assert "block-sd rw" in settings["DeviceAllow"] and "/dev/PciDsp rw" in settings["DeviceAllow"]
-    devices.append("c %d:%d rw" % tuple(
-        int(each, 16) for each in unit.sh("stat -c '%t %T' /dev/PciDsp").split()))
-    kept = ",".join("+" + each[4:].lower() for each in settings["CapabilityBoundingSet"])
-    unit.sh("mount -t cgroup -o devices none /cgroup && mkdir /cgroup/service && "
-            "cd /cgroup/service && echo a >devices.deny" + "".join(f" && echo '{d}' >devices.allow" for d in devices))
-    unit.serve("--strict", "echo 0 >/cgroup/service/cgroup.procs; umask 077; ulimit -n "
-               f"{settings['LimitNOFILE'][0]}; "
-               f"exec /bin/setpriv --no-new-privs --bounding-set -all,{kept}")
-    assert unit.sh("grep -c 'dsp on' /sim/midi.log").strip() == "1", "no power device"
-    for row in COPIES[:2]:
-        copy(unit, True, *row)
+    service = Path("../../packaging/diag_server.service.in").read_text("utf-8")
+    rules = {"/dev/PciDsp rw": "c $((0x$(stat -c %t /dev/PciDsp))):0 rw", "/dev/sda rw": "b 8:0 rw",
+             "block-sd rw": "b 8:* rw"}
+    allowed = [f"c 1:{minor} rw" for minor in (3, 5, 7, 8, 9)]
+    allowed += [rules[each] for each in re.findall("^DeviceAllow=(.*)", service, re.M)]
+    kept = re.search("CapabilityBoundingSet=CAP_(.*)", service)[1].lower().replace(" cap_", ",+")
+    files = re.search("LimitNOFILE=(.*)", service)[1]
+    unit.sh("mount -t cgroup -o devices none /cgroup; mkdir /cgroup/service; cd /cgroup/service; "
+            "echo a >devices.deny" + "".join(f'; echo "{each}" >devices.allow' for each in allowed))
+    unit.serve("--strict", f"echo 0 >/cgroup/service/cgroup.procs; umask 077; ulimit -n {files}; "
+               f"exec /bin/setpriv --no-new-privs --bounding-set -all,+{kept}")
+    copy(unit, "--strict", "backup", 16, "", DONE, DONE)
+    copy(unit, "--strict", "restore", 16, "", DONE, DONE)
+    assert unit.sh("grep -c 'dsp on' /sim/midi.log") == "1\n", "no power device"
+    unit.serving = None
 
-def cut(unit, command, fat, old):
+def cut(unit, over, command, fat):
     """Every power cut during a strict read-back, restore or backup. On the stick, the work file's
-    entry is in an earlier sector of the directory than the target's, but not with FAT12: there an
-    entry of the table may be in two sectors, and half of it may lead into the old file's chain.
-    The repair then cuts the file whose name comes second, whatever the program does."""
-    place, file, form = {"read-back": ("disk", "/cwd/csp_param.hex", "hex"),
-                         "restore": ("disk", "/lib/diag/csp_param.hex", "hex"),
-                         "backup": ("stick", MEDIUM_FILE, "rlg")}[command]
-    image, log = path(place + ".img"), path(place + ".log")
-    old = old and f"old.{form}"
-    stick = make_stick(fat, {f"P{each}": "empty" for each in range(16)})
-    if command == "restore" or old:
-        content_there = path(old if command == "backup" else "new.rlg")
-        run("mcopy", "-i", stick, content_there, "::" + MEDIUM_FILE)
-    if fat != 12:
-        run("mdel", "-i", stick, "::P3")
-    if place == "stick":
-        shutil.copy(stick, path("stick.base"))
-    if command == "read-back":
-        unit.piano()
-    with unit.inserted(logged(stick, log) if place == "stick" else plain(stick)):
-        # Linux doesn't flush a stick unless it hears that the stick has a cache.
-        unit.sh("for each in /sys/class/scsi_disk/*; do if [ -e $each/device/block/sda ]; then "
-                "echo temporary write back >$each/cache_type; fi; done; rm -f csp_param.hex; "
-                + (f"cp /usr/local/{old} /usr/local{file}; " if form == "hex" and old else
-                   f"rm -f /usr/local{file}; " if form == "hex" else
-                   f"cp /usr/local/new.hex {DISK_FILE}; ") + "sync; sync")
-        start = cuts.count(log)
-        if command == "read-back":
-            unit.sh(f"rm -f {LOGS}/diagserver.log; diag_server --strict >/tmp/out 2>&1 &")
-            unit.until(f"grep -q 'Read Success' {LOGS}/diagserver.log", 150)
-        else:
-            assert DONE in (lines := unit.ask(command)), f"{lines}"
-        reported = cuts.count(log)
-        unit.sh("sync; umount /mnt/usb; sync")
-        new = unit.disk_file(file) if command == "read-back" else content("new." + form)
-        if command == "read-back":
-            with open(path("readback.hex"), "wb") as saved:
-                saved.write(new)
-            run(TOOL, "diff", path("readback.hex"), path("new.hex"))
-        # Where there was no file an empty one does no harm, since a restore refuses it.
-        allowed = [content(old)] if old else ["missing", b""]
-        images, wrong = cuts.sweep(path(place + ".base"), log, file, [*allowed, new], start,
-                                   reported)
-    assert not wrong, f"{len(wrong)} of {images} images: {wrong[:3]}"
-    return f"{images} images"
+    entry is in an earlier sector of the directory than the target's: it is where P3 was."""
+    image, file, form, on_disk, on_stick = "disk.img", DISK_FILE, ".hex", over, "new"
+    if command == "backup":
+        image, file, form, on_disk, on_stick = "stick.img", MEDIUM_FILE, ".rlg", "new", over
+    files = {f"P{each}": "none.rlg" for each in range(16)}
+    make_stick(fat, {**files, MEDIUM_FILE: on_stick + ".rlg"})
+    run("mdel", "-i", "stick.img", "::P3", *["::" + MEDIUM_FILE] if on_stick == "none" else [])
+    unit.serve("--strict")
+    unit.insert("stick.img", "logged")
+    if command == "read":
+        unit.sh("echo @faults >/sim/say")  # the piano has none any more
+        unit.serving = None  # the server ends after it
+    unit.sh(f"cd /usr/local; cp {on_disk}.hex .{DISK_FILE}; "
+            f"[ -s {on_disk}.hex ] || rm .{DISK_FILE}; : >{LOG}; sync; sync")
+    run("cp", image, "base.img")
+    start = os.path.getsize(image + ".log")
+    asking = unit.start_asking(command)
+    unit.until(f"grep -q ' Success' {LOG}")
+    reported = os.path.getsize(image + ".log")
+    asking.wait()
+    unit.sh("umount /mnt/usb; sync")
+    old = Path("disk", over + form).read_bytes()
+    right = sweep("base.img", image + ".log", file, old, start, reported)
+    assert all(right), f"{right.count(False)} of {len(right)} images are wrong"
+    require(image, file, "new")
+    return f"{len(right)} images"
 
-def power_cut(unit):
-    """Right after the success of a restore."""
-    unit.plug(plain(make_stick(16, {MEDIUM_FILE: "new.rlg"})))
-    unit.sh(f"mount /dev/sda /mnt/usb; cp /usr/local/old.hex {DISK_FILE}; sync")
-    assert DONE in unit.ask("restore"), "not restored"
-    unit.kill()
-    found = cuts.repair_and_read(path("disk.img"), "/lib/diag/csp_param.hex")
-    assert found == content("new.hex"), "the restored file is lost"
+# command, FAT, what is special, answer (None: not promised), answer with --strict
+COPIES = [*[("backup", fat, "", DONE, DONE) for fat in KILOBYTES],
+          *[("restore", fat, "", DONE, DONE) for fat in KILOBYTES],
+          ("backup", 16, "protected", ERROR, ERROR),
+          ("restore", 16, "protected", DONE, DONE),
+          ("backup", 12, "full", NO_ROOM, NO_ROOM),
+          ("backup", 16, "pulled before", ERROR, ERROR),
+          ("backup", 16, "pulled meanwhile", None, ERROR),
+          ("backup", 16, "inserted again as sdb", ERROR, DONE),
+          ("backup", 16, "with bad sectors", None, ERROR),
+          ("backup", 16, "with a partition table", ERROR, DONE),
+          ("backup", 16, "mounted twice", ERROR, ERROR),
+          ("restore", 16, "mounted twice", DONE, DONE)]
+FINDS = [("sda", "usb", "hex"), ("sda", "usb", "rlg"), ("sr0", "cdrom", "hex"),
+         ("sr0", "cdrom", "rlg"), ("fd0", "floppy", "rlg")]
+CUTS = [("read", 16), ("restore", 16), ("backup", 16), ("backup", 32)]
+IN_BOTH_MODES = [("version", version), ("read-back", read_back), ("update", update),
+                 *[(f"find {row[2]} on {row[1]}", find, *row) for row in FINDS],
+                 *[(f"{row[0]} on FAT{row[1]} {row[2]}".rstrip(), copy, *row) for row in COPIES]]
+SCENARIOS = [*[(f"{row[0]} {words}", row[1], words, *row[2:])
+               for words in ("", "--strict") for row in IN_BOTH_MODES],
+             ("file names in both encodings", file_names), ("the service's limits", limits),
+             *[(f"cut: {row[0]} over {over} on FAT{row[1]}", cut, over, *row)
+               for over in ("old", "none") for row in CUTS]]
+QUICK = "(version|read-back|update|floppy|FAT16) --strict|limits|(restore|backup) over old on FAT16"
 
-def run_scenarios():
-    unit = Unit(FOLDER, plain(path("disk.img")))
-    for words in ("--strict",) if QUICK else ("", "--strict"):
-        scenario(f"read-back {words}", read_back, unit, words)
-        scenario(f"update {words}", update, unit, words and words + " --verify")
-        scenario(f"version {words}", unit.serve, words)
-        for row in FINDS[-1:] if QUICK else FINDS:
-            scenario(f"find {row[1]} on {row[0]} {words}", find, unit, *row)
-        for row in COPIES[:2] if QUICK else COPIES:
-            scenario(f"{row[0]} {words}", copy, unit, words, *row)
-    scenario("file names in both encodings", names, unit)
-    scenario("the service's limits", limits, unit)
-    unit.kill()
+def run_scenarios(unit, pattern):
+    """Those whose names contain the pattern."""
+    counts = {"passed": 0, "FAILED": 0}
+    for name, function, *arguments in SCENARIOS:
+        if not re.search(pattern, name):
+            continue
+        started = time.monotonic()
+        try:
+            unit.clean()
+            result, details = "passed", function(unit, *arguments) or ""
+        except Exception as error:  # one that can't run has failed, too
+            result, details = "FAILED", f"{type(error).__name__}: {str(error)[:300]}"
+        counts[result] += 1
+        print(f"{time.monotonic() - started:6.1f} s  {name}: {result} {details}", flush=True)
+    print(counts["passed"], "passed,", counts["FAILED"], "failed")
+    sys.exit(counts["FAILED"] > 0 or counts["passed"] == 0)
 
-def run_cuts():
-    shutil.copy(make_disk(), path("disk.base"))
-    unit = Unit(FOLDER, logged(path("disk.img"), path("disk.log")))
-    for old, over in (("old", "an old file"),) if QUICK else (("old", "an old file"), ("", "none")):
-        if not QUICK:
-            scenario(f"cut: read-back over {over}", cut, unit, "read-back", 16, old)
-        scenario("cut: version", unit.serve, "--strict")
-        scenario(f"cut: restore over {over}", cut, unit, "restore", 16, old)
-        for fat in (16,) if QUICK else SECTORS:
-            scenario(f"cut: backup on FAT{fat} over {over}", cut, unit, "backup", fat, old)
-    scenario("cut: right after a restore", power_cut, unit)
-
-def run_shell():
-    unit = Unit(FOLDER, plain(path("disk.img")), console=True)
-    unit.plug(plain(make_stick(16, {"csp_prog.hex": "fw.hex"})))
-    unit.sh(f"mount /dev/sda /mnt/usb; cp /usr/local/new.hex {DISK_FILE}")
+def show(unit):
+    """A unit with a stick, until its console ends."""
     unit.serve("")
-    print(f"\r\nThe controller: {TOOL} --port {unit.port} find-update\r\n"
-          f"The stick at /mnt/usb: {path('stick.img')}\r\n", flush=True)
-    unit.process.wait()
+    unit.insert(make_stick(16, {"csp_prog.hex": "firmware.hex"}))
+    unit.sh(f"cp /usr/local/new.hex /usr/local{DISK_FILE}")
+    print("\r\nThe stick at /mnt/usb: build/machine/stick.img\r\nThe controller: "
+          f"build/release/diagctl --port {unit.port} find-update\r\n", flush=True)
+    sys.exit(unit.process.wait())
 
-make_files()
-if OPTION == "--shell":
-    run_shell()
-else:
-    if not ONLY.startswith("cut"):
-        run_scenarios()
-    run_cuts()
-    print(f"{len(passed)} passed, {len(failed)} failed")
-    sys.exit(bool(failed))
+make_disk()
+make_stick(12, {"csp_prog.rlg": "firmware.rlg"}, image="floppy.img")
+wanted = sys.argv[1]
+machine = Unit(has_console=wanted == "--shell")
+if wanted == "--shell":
+    show(machine)
+run_scenarios(machine, QUICK if wanted == "--quick" else re.escape(wanted))
