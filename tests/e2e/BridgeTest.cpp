@@ -3,13 +3,13 @@
 
 #include <chrono>
 #include <cstddef>
-#include <fstream>
-#include <iterator>
+#include <regex>
 #include <set>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "HexText.h"
 #include "Scene.h"
 
 TEST(Bridge, ForwardsGroupsToPianoUnlessCommands)
@@ -18,20 +18,18 @@ TEST(Bridge, ForwardsGroupsToPianoUnlessCommands)
         const char* name;
         const char* groups;  // of one read
         const char* frames;
-        const char* replies;
+        const char* replies = "";
     } rows[] = {
-        {"seven bytes", "90 3C 40 02 91 3D 41", "C0 02 90 3C 40 00\n", ""},
-        {"the rest of a group that was cut", "03 90 3C 40", "C0 40 03 90 3C 00\n", ""},
-        {"the other kind before any command", "6C DF DF DF", "80 DF 6C DF DF 00\n", ""},
-        {"nearly commands", "DF DF 00 C5 DF 00 00 AA DF DF DF E2 DE DF DF DF",
-         "C0 C5 DF DF 00 00\nC0 AA DF 00 00 00\nC0 E2 DF DF DF 00\nC0 DF DE DF DF 00\n", ""},
-        {"escape bytes", "FE FE FF FE", "C0 FE FE FE FF 00\n", ""},
+        {"three bytes", "90 3C 40", ""},
+        {"seven bytes", "90 3C 40 02 91 3D 41", "C0 02 90 3C 40 00\n"},
+        {"the rest of a group that was cut", "03 90 3C 40", "C0 40 03 90 3C 00\n"},
+        {"the other kind before any command", "6C DF DF DF", "80 DF 6C DF DF 00\n"},
+        {"escape bytes", "FE FE FF FE", "C0 FE FE FE FF 00\n"},
         {"several", "6C 00 00 06 DF DF DF DF 90 3C 40 07 DF DF DF E1 80 3C 00 08",
          "80 06 6C 00 00 00\nC0 07 90 3C 40 00\nC0 08 80 3C 00 00\n", kServiceText},
     };
-    ServerWithPeers bridge;
-    bridge.Open();
-    EXPECT_EQ(bridge.Ask("90 3C 40"), "");
+    Scene bridge;
+    bridge.OpenWithPeers();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(bridge.Ask(row.groups), row.replies);
@@ -39,18 +37,18 @@ TEST(Bridge, ForwardsGroupsToPianoUnlessCommands)
     }
 }
 
+// A group that doesn't reach the piano is a command.
 TEST(Commands, MatchDocuments)
 {
-    ServerWithPeers bridge;
-    bridge.Open();
-    // A group that doesn't reach the piano is a command. The one that starts a read-back comes
-    // last, since it shuts out later groups.
+    Scene bridge;
+    bridge.OpenWithPeers();
     std::set<std::string> commands{kReadParameters};
     std::string groups;
     for (const std::string third : {"00", "DF"})
         for (int fourth = 0; fourth < 256; ++fourth)
             commands.insert("DF DF " + third + " " +
                             ToHex(std::string(1, static_cast<char>(fourth))));
+    // The one that starts a read-back comes last, since it shuts out later groups.
     for (const std::string& group : commands)
         groups += group == kReadParameters ? "" : group + " ";
     bridge.Send(groups);
@@ -62,42 +60,36 @@ TEST(Commands, MatchDocuments)
     for (std::size_t at = 0; (at = frames.find("C0 ", at)) != std::string::npos; at += 3)
         commands.erase(frames.substr(at + 6, 9) + frames.substr(at + 3, 2));
 
+    const std::regex group("DF DF [0-9A-F]{2} [0-9A-F]{2}");
     for (const std::string name : {"README.md", "docs/protocol.md", "packaging/diag_server.8"}) {
-        std::ifstream file(std::string(DIAG_SOURCE) + "/" + name);
-        const std::string text(std::istreambuf_iterator<char>(file), {});
-        std::set<std::string> listed;
-        for (std::size_t at = 0; (at = text.find("DF DF ", at)) != std::string::npos; at += 6) {
-            const std::string group = text.substr(at, 11);
-            if (group.find_first_not_of("0123456789ABCDEF ") == std::string::npos)
-                listed.insert(group);
-        }
+        const std::string text = ReadFile(DIAG_SOURCE "/" + name);
+        const std::set<std::string> listed{
+            std::sregex_token_iterator(text.begin(), text.end(), group), {}};
         EXPECT_EQ(listed, commands) << name;
     }
 }
 
 TEST(Bridge, ForwardsMessagesToControllerAsLinesOrBytes)
 {
-    const std::string marked = Frames({"abc"}, "\x60\x01\x02");
+    const std::string marked = Frames({"abc"}, "\x60\x01");
     const std::string longest = "\x61" + std::string(8186, 'x') + "\x37" + "12345";  // 8193 bytes
     const struct {
         const char* name;
-        std::vector<std::string> messages;
+        std::string message;
         std::string replies;
     } rows[] = {
-        {"lines of the other peer", {Frames({"de", "f"}, "\xE2\xE5\x06")}, "de\r\nf\r\n"},
-        {"any text", {Frames({"a", "", "100%s%n", "%"})}, "a\r\n\r\n100%s%n\r\n%\r\n"},
-        {"for the controller", {marked}, marked},
-        {"not for the controller",
-         {Frames({"x"}, "\x70\xE1\x06") + Frames({"y"}, "\x60\xE1\x06")},
+        {"lines of the other peer", Frames({"de", "f"}, "\xE2\xE5"), "de\r\nf\r\n"},
+        {"any text", Frames({"a", "", "100%s%n", "%"}), "a\r\n\r\n100%s%n\r\n%\r\n"},
+        {"for the controller", marked, marked},
+        {"not for the controller", Frames({"x"}, "\x70\xE1") + Frames({"y"}, "\x60\xE1"),
          "x\r\ny\r\n"},
-        {"the longest message", {longest}, longest},
+        {"the longest message", longest, longest},
     };
-    ServerWithPeers bridge;
-    bridge.Open();
+    Scene bridge;
+    bridge.OpenWithPeers();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        for (const std::string& message : row.messages)
-            bridge.Say(message);
+        bridge.Say(row.message);
         EXPECT_EQ(bridge.TakeReplies(), row.replies);
     }
 }
@@ -106,18 +98,15 @@ TEST(Bridge, SendsMessageBoxesToRcServerOrElseController)
 {
     for (const bool isThere : {true, false}) {
         SCOPED_TRACE(isThere);
-        ServerWithPeers bridge([isThere](Unit& unit) {
-            if (!isThere)
-                unit.Remove(kRCServerSocket);
-        });
-        bridge.Open();
+        Scene bridge;
+        bridge.OpenWithPeers(kAnyPort, isThere ? "none" : kRCServerSocket);
         const std::string boxes = "<message_box>100%s\r\n<message_box\r\n";
 
         bridge.Say(Frames({"<message_box>100%s", "<message_box", "<message_bo", "b"}));
 
         EXPECT_EQ(bridge.TakeReplies(), (isThere ? "" : boxes) + "<message_bo\r\nb\r\n");
-        EXPECT_EQ(bridge.rcServer.Received(), isThere ? boxes : "");
-        bridge.rcServer.Close();
+        EXPECT_EQ(bridge.rcServer->Received(), isThere ? boxes : "");
+        bridge.rcServer->Close();
         bridge.Say(Frames({"<message_box"}));
         EXPECT_EQ(bridge.TakeReplies(), "<message_box\r\n");
     }
@@ -125,27 +114,26 @@ TEST(Bridge, SendsMessageBoxesToRcServerOrElseController)
 
 TEST(MidiPatcher, IsReconnectedAtTimeout)
 {
-    ServerWithPeers bridge;
-    bridge.Open();
-    const std::string path = bridge.unit.Path(kMidiPatcherSocket);
+    Scene bridge;
+    bridge.OpenWithPeers();
+    const std::string path = bridge.Path(kMidiPatcherSocket);
     const std::string tried = "Trying to Connect MIDI Patcher...\n";
     std::filesystem::rename(path, path + ".gone");
     const auto begin = UnitTime();
 
-    bridge.patcher.Close();
-    EXPECT_TRUE(bridge.unit.WaitForLog("MIDI Patcher is dead.\n"));
-    bridge.Send("90 3C 40 01 DF DF DF DF 6C 3C 40 01");
-    EXPECT_TRUE(bridge.controller->WaitFor(kServiceText));
-    EXPECT_TRUE(WaitUntil([&] { return Count(bridge.unit.Log(), "is dead.\n") == 2; }));
+    bridge.patcher->Close();
+    EXPECT_TRUE(bridge.WaitForLog("MIDI Patcher is dead.\n"));
+    EXPECT_EQ(bridge.Ask("90 3C 40 01 DF DF DF DF 6C 3C 40 01", kServiceText), kServiceText);
+    EXPECT_TRUE(WaitUntil([&] { return Count(bridge.Log(), "is dead.\n") == 2; }));
     EXPECT_EQ(UnitTime() - begin, std::chrono::seconds(20));
-    const std::size_t before = bridge.patcher.Received().size();
+    const std::size_t before = bridge.patcher->Received().size();
     std::filesystem::rename(path + ".gone", path);
 
-    ASSERT_TRUE(bridge.patcher.Accept());
+    ASSERT_TRUE(bridge.patcher->Accept());
     bridge.Ask("90 3C 40 02");
     EXPECT_EQ(bridge.TakeFrames(), "C0 02 90 3C 40 00\n");
     // The peer was named once, at the start.
-    EXPECT_EQ(ToHex(bridge.patcher.Received()).substr(3 * before, 11), "E2 E0 E1 06");
+    EXPECT_EQ(ToHex(bridge.patcher->Received()).substr(3 * before, 11), "E2 E0 E1 06");
     EXPECT_EQ(bridge.TakeLog(), tried + "MIDI Patcher is dead.\nUpdate the Service Center.\n" +
                                     tried + "MIDI Patcher is dead.\n" + tried +
                                     "Connected to MIDI Patcher\n");
@@ -154,27 +142,27 @@ TEST(MidiPatcher, IsReconnectedAtTimeout)
 TEST(VersionRequest, KeepsReplyModeOfEarlierController)
 {
     constexpr char kServiceLog[] = "Update the Service Center.\n";
-    const std::string tooLong(2000, 'v');
+    const std::string cut(1023, 'v');
     const struct {
         std::string file;  // empty: none
         const char* groups;
         std::string replies;
         std::string log;
     } rows[] = {
-        {"1.00\n", "DF DF DF DF", kServiceText, kServiceLog},
+        {"1.00\n", kVersion, kServiceText, kServiceLog},
         {"2.0 %s\r\nsecond\n", "DF DF DF E0 DF DF DF DF", "2.0 %s\r\n", "2.0 %s\r\n"},
-        {"", "DF DF DF DF", "", ""},
+        {"", kVersion, "", ""},
         {"1.00\n", "DF DF DF E1 DF DF DF DF", kServiceText, kServiceLog},
-        {tooLong, "DF DF DF E0 DF DF DF DF", std::string(1023, 'v'), std::string(1023, 'v')},
+        {cut + "vv", "DF DF DF E0 DF DF DF DF", cut, cut},
     };
-    ServerWithPeers bridge;
-    bridge.Open();
+    Scene bridge;
+    bridge.OpenWithPeers();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.file.substr(0, 20) + " " + row.groups);
         bridge.Connect();
-        bridge.unit.Remove(kReleaseFile);
+        bridge.Remove(kReleaseFile);
         if (!row.file.empty())
-            bridge.unit.Write(kReleaseFile, row.file);
+            bridge.Write(kReleaseFile, row.file);
 
         EXPECT_EQ(bridge.Ask(row.groups), row.replies);
         EXPECT_EQ(bridge.TakeLog(), row.log);
@@ -183,13 +171,12 @@ TEST(VersionRequest, KeepsReplyModeOfEarlierController)
 
 TEST(Controllers, ReplaceEachOtherAndMayDisconnectAnytime)
 {
-    ServerWithPeers bridge;
-    bridge.Open();
+    Scene bridge;
+    bridge.OpenWithPeers();
     const std::string id = std::to_string(bridge.server->Id());
     const auto descriptors = ListDescriptors(id);
 
-    const std::unique_ptr<Controller> first = bridge.Connect();
-    EXPECT_TRUE(first->WaitForClose());
+    EXPECT_TRUE(bridge.Connect()->WaitForClose());
     EXPECT_EQ(bridge.Ask(kVersion), kServiceText);
     EXPECT_EQ(ListDescriptors(id), descriptors) << "the number was free again";
 
@@ -209,11 +196,10 @@ TEST(Controllers, ReplaceEachOtherAndMayDisconnectAnytime)
     bridge.SayBytes(message.substr(0, 9));
     bridge.controller->Close();
     bridge.Connect();
-    bridge.Send(kVersion);
-    EXPECT_TRUE(bridge.controller->WaitFor(kServiceText));
+    EXPECT_EQ(bridge.Ask(kVersion, kServiceText), kServiceText);
     EXPECT_EQ(UnitTime() - begin, std::chrono::seconds(5));
     bridge.SayBytes(message.substr(9));
-    EXPECT_EQ(bridge.TakeReplies(), std::string(kServiceText) + "\r\n");
+    EXPECT_EQ(bridge.TakeReplies(), "\r\n");
     EXPECT_EQ(ListDescriptors(id), descriptors);
 
     // No connection is left that wakes the loop again and again.
@@ -226,9 +212,10 @@ TEST(Controllers, ReplaceEachOtherAndMayDisconnectAnytime)
 
 TEST(Gate, DropsGroupsAndMessageBoxesDuringReadBack)
 {
-    const std::string message = Frames({"abc"}, "\x60\xE1\x06");
+    const std::string message = Frames({"abc"}, "\x60\xE1");
     constexpr char kFlashMode[] = "C0 7F BF 00 00 00\nC0 00 BF 66 01 00\n";
-    ServerWithPeers bridge;
+    Scene bridge;
+    bridge.StartWithPeers();
     bridge.TakeReplies();
     bridge.TakeFrames();
 
@@ -239,11 +226,11 @@ TEST(Gate, DropsGroupsAndMessageBoxesDuringReadBack)
     EXPECT_TRUE(bridge.controller->WaitFor(message));
     EXPECT_EQ(bridge.TakeReplies(), "Connecting to CSP\n" + message);
     EXPECT_EQ(bridge.TakeFrames(), kFlashMode);
-    EXPECT_EQ(bridge.rcServer.Received(), "");
+    EXPECT_EQ(bridge.rcServer->Received(), "");
 
     bridge.Open();
     bridge.Send("DF DF DF DF DF DF 00 C0 DF DF DF DF 90 3C 40 00");
-    EXPECT_TRUE(bridge.unit.WaitForLog("CSP Read status Inc.\n"));
+    EXPECT_TRUE(bridge.WaitForLog("CSP Read status Inc.\n"));
     EXPECT_EQ(bridge.TakeReplies(), std::string(kServiceText) + "Connecting to CSP\n");
     EXPECT_EQ(bridge.TakeFrames(), kFlashMode);
     EXPECT_EQ(bridge.TakeLog(), "Update the Service Center.\nStart Reading CSP Parameters\n"

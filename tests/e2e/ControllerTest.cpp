@@ -10,18 +10,29 @@
 
 namespace {
 
-Process& StartTool(Unit& unit, Unit::Words words)
-{
-    words.insert(words.begin(), {"--port", std::to_string(unit.Port())});
-    return unit.Start("diagctl", words);
-}
-
-Process& RunTool(Unit& unit, const Unit::Words& words)
-{
-    Process& tool = StartTool(unit, words);
-    tool.Wait();
-    return tool;
-}
+struct ToolScene : Scene {
+    Process& StartTool(const std::string& words)
+    {
+        return Start("diagctl", Split("--port " + std::to_string(Port()) + " " + words));
+    }
+    Process& RunTool(const std::string& words)
+    {
+        Process& tool = StartTool(words);
+        tool.Wait();
+        return tool;
+    }
+    static bool HasShown(const Process& tool, const std::string& text, std::size_t times = 1)
+    {
+        return WaitUntil([&] { return Count(tool.Output(), text) == times; });
+    }
+    // A tool that has requested a read-back or an update, which runs.
+    Process& StartWork(const std::string& words)
+    {
+        Process& tool = StartTool(words);
+        EXPECT_TRUE(WaitUntil([&] { return Contains(tool.Output(), "Connecting"); }));
+        return tool;
+    }
+};
 
 }  // namespace
 
@@ -31,45 +42,46 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         const char* faults;  // of the piano from now on; empty: as before
         const char* words;
         int status;
-        std::string output;  // its end
-        std::string error;   // likewise
+        std::string output;      // its end
+        std::string error = {};  // likewise
     } rows[] = {
-        {"", "version", 0, "1.00\n", ""},
-        {"", "send DFDFDFDF", 0, kServiceText, ""},
-        {"", "version on", 0, "", ""},
-        {"", "send DFDF DFDF", 0, "1.00\n", ""},
-        {"", "version off", 0, "", ""},
-        {"", "send DFDFDFDF", 0, kServiceText, ""},
+        {"", "version", 0, "1.00\n"},
+        {"", "send DFDFDFDF", 0, kServiceText},
+        {"", "version on", 0, ""},
+        {"", "send DFDF DFDF", 0, "1.00\n"},
+        {"", "version off", 0, ""},
+        {"", "send DFDFDFDF", 0, kServiceText},
         {"", "--json update", 1, "check the file with \\\"diagctl check\\\"\"}\n", "Update.\n"},
         {"--silent", "--timeout 2 read", 4, "CSP\n", "the unit has fallen silent\n"},
         {"", "version", 4, "", "(monitor shows it)\n"},
         {"", "--timeout 100 monitor", 1, "CSP...\n", "CSP Read Failed.\n"},
-        {"--join", "find-update --quiet", 0, "V7\n", ""},
-        {"", "--json update", 0, "\"status\":0,\"text\":\"\"}\n", ""},
+        {"--join", "find-update --quiet", 0, "V7\n"},
+        {"", "--json update", 0, "\"status\":0,\"text\":\"\"}\n"},
         {"", "upgrade --expect V8 --yes", 1, "expected:            V8\n",
          "another version than expected; nothing was changed\n"},
-        {"", "upgrade --dry-run --json", 0, "\"version\":\"V7\",\"text\":\"\"}\n", ""},
+        {"", "upgrade --dry-run --json", 0, "\"version\":\"V7\",\"text\":\"\"}\n"},
         {"", "upgrade", 2, "found on the medium: V7\n", "--yes is needed; nothing was changed\n"},
-        {"", "upgrade --expect V7 --yes", 0, "updated to V7 and restarted.\n", ""},
+        {"", "upgrade --expect V7 --yes", 0, "updated to V7 and restarted.\n"},
         {"", "find-parameters --json", 1, "the server\"}\n", "Parameter File is not exsit.\n"},
         {"", "backup", 1, "HD -> FD\nParameter file is not exists.\n", "not exists.\n"},
-        {"", "restore", 0, "FD -> HD\nCopy Success.\n", ""},
-        {"", "find-parameters --quiet", 0, ")\n", ""},
-        {"", "update-parameters", 0, "CSP Update Success.\nRebooting CSP...\n", ""},
-        {"", "backup --quiet", 0, "", ""},
-        {"--join --read-stop 90042000", "read", 0, "Success.\nRebooting CSP...\n", ""},
+        {"", "restore", 0, "FD -> HD\nCopy Success.\n"},
+        {"", "find-parameters --quiet", 0, ")\n"},
+        {"", "update-parameters", 0, "CSP Update Success.\nRebooting CSP...\n"},
+        {"", "backup --quiet", 0, ""},
+        {"--join --read-stop 90042000", "read", 0, "Success.\nRebooting CSP...\n"},
         {"", "version", 3, "", "serves a controller that came later\n"},
         {"", "version", 3, "", "(is the server running?)\n"},
     };
-    ServerWithPiano scene;
-    scene.unit.Mount("usb");
-    scene.unit.Write("medium/csp_prog.rlg", PackedText(FirmwareOf("V7", 0x4000)));
-    scene.unit.Write("medium/csp_param.rlg", PackedText(Firmware(0x4000)));
+    ToolScene scene;
+    scene.OpenWithPiano();
+    scene.Mount("usb");
+    scene.Write("medium/csp_prog.rlg", PackedText(Firmware(0x4000, "V7")));
+    scene.Write("medium/csp_param.rlg", PackedText(Firmware(0x4000)));
     for (const auto& row : rows) {
         SCOPED_TRACE(row.words);
         if (*row.faults != '\0')
             scene.SetFaults(row.faults);
-        Process& tool = RunTool(scene.unit, Split(row.words));
+        Process& tool = scene.RunTool(row.words);
 
         EXPECT_EQ(tool.Wait(), row.status);
         EXPECT_EQ(EndOf(tool.Output(), row.output), row.output);
@@ -77,143 +89,129 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         const std::string error = tool.Error().substr(0, tool.Error().find("  Cause: "));
         EXPECT_EQ(EndOf(error, row.error), row.error);
     }
-    scene.unit.SetOutput("/dev/full");
-    EXPECT_EQ(RunTool(scene.unit, {"--help"}).Wait(), 1);
+    scene.SetOutput("/dev/full");
+    EXPECT_EQ(scene.RunTool("--help").Wait(), 1);
 }
 
 TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
 {
     std::signal(SIGINT, SIG_DFL);  // which a script's background job ignores
-    ServerWithPiano scene;
-    Unit& unit = scene.unit;
-    unit.Mount("usb");
-    unit.Write("medium/csp_prog.rlg", PackedText(FirmwareOf("V7", 0x4000)));
-    const auto hasBegun = [](const Process& tool) {
-        return WaitUntil([&] { return tool.Output().find("Connecting") != std::string::npos; });
-    };
-    const Unit::Words commands[] = {
-        {"version"}, {"version", "on"},   {"version", "off"},    {"find-update"},
-        {"update"},  {"find-parameters"}, {"update-parameters"}, {"read"},
-        {"backup"},  {"restore"},
-    };
-    RunTool(unit, {"find-update"});
+    ToolScene scene;
+    scene.OpenWithPiano();
+    scene.Mount("usb");
+    scene.Write("medium/csp_prog.rlg", PackedText(Firmware(0x4000, "V7")));
+    const Words commands = {"version", "version on",      "version off",       "find-update",
+                            "update",  "find-parameters", "update-parameters", "read",
+                            "backup",  "restore"};
+    scene.RunTool("find-update");
     scene.SetFaults("--silent");
-    Process& updater = StartTool(unit, {"update"});
-    ASSERT_TRUE(hasBegun(updater));
+    Process& updater = scene.StartWork("update");
 
     const std::string busy = "diagctl: the unit is busy (connecting)\n";
-    for (const Unit::Words& command : commands) {
-        Process& tool = RunTool(unit, command);
+    for (const std::string& command : commands) {
+        Process& tool = scene.RunTool(command);
         EXPECT_EQ(tool.Wait(), 4);
-        EXPECT_EQ(tool.Error(), busy) << command[0];
+        EXPECT_EQ(tool.Error(), busy) << command;
     }
     EXPECT_EQ(updater.Wait(), 3);
-    EXPECT_NE(updater.Error().find("has closed the connection"), std::string::npos);
-    EXPECT_EQ(RunTool(unit, {"send", "DFDFDFDF"}).Error(), busy);
+    EXPECT_TRUE(Contains(updater.Error(), "has closed the connection")) << updater.Error();
+    EXPECT_EQ(scene.RunTool("send DFDFDFDF").Error(), busy);
 
     // A line end is no part of the release line.
-    unit.Write("etc/KVT-release", "1.00");
-    Process& patient = RunTool(unit, {"version", "--wait", "90", "--timeout", "100"});
+    scene.Write("etc/KVT-release", "1.00");
+    Process& patient = scene.RunTool("version --wait 90 --timeout 100");
     EXPECT_EQ(patient.Output(), "1.00\n");
     EXPECT_EQ(patient.Error(), busy);
     EXPECT_EQ(patient.Wait(), 0);
-    unit.Remove("etc/KVT-release");
-    EXPECT_EQ(RunTool(unit, {"version"}).Error(), "diagctl: the unit has no release line\n");
+    scene.Remove("etc/KVT-release");
+    EXPECT_EQ(scene.RunTool("version").Error(), "diagctl: the unit has no release line\n");
 
-    Process& reader = StartTool(unit, {"read"});
-    ASSERT_TRUE(hasBegun(reader));
+    Process& reader = scene.StartWork("read");
     EXPECT_EQ(reader.Kill(SIGINT), 128 + SIGINT);
     EXPECT_EQ(reader.Error(), "diagctl: the unit continues with the read-back\n");
 
-    Process& monitor = StartTool(unit, {"monitor"});
-    EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "Rebooting") > 0; }));
-    Process& second = StartTool(unit, {"read", "--wait", "300"});
+    Process& monitor = scene.StartTool("monitor");
+    EXPECT_TRUE(scene.HasShown(monitor, "Rebooting"));
+    Process& second = scene.StartTool("read --wait 300");
     EXPECT_EQ(monitor.Wait(), 3);
     EXPECT_EQ(monitor.Error(), updater.Error());
-    ASSERT_TRUE(hasBegun(second));
-    Process& waiting = StartTool(unit, {"version", "--wait", "300"});
+    EXPECT_TRUE(scene.HasShown(second, "Connecting"));
+    Process& waiting = scene.StartTool("version --wait 300");
     EXPECT_EQ(second.Wait(), 3) << "the unit had taken the command";
-    scene.server.Kill(SIGKILL);
+    scene.server->Kill(SIGKILL);
     const auto end = UnitTime();
     EXPECT_TRUE(WaitUntil([&] { return UnitTime() > end + std::chrono::seconds(1); }));
     EXPECT_EQ(waiting.Kill(SIGINT), 128 + SIGINT) << "between two attempts";
 
-    for (const Unit::Words& command : commands)
-        EXPECT_EQ(RunTool(unit, command).Wait(), 3) << command[0];
+    for (const std::string& command : commands)
+        EXPECT_EQ(scene.RunTool(command).Wait(), 3) << command;
 }
 
 TEST(ControllerTool, ShowsLineAfterBytesWithoutLineEnd)
 {
     const std::string longest = "\x61" + std::string(8186, 'x') + "\x37" + "12345";  // 8193 bytes
-    ServerWithPeers scene;
-    scene.Open();
-    Process& monitor = StartTool(scene.unit, {"monitor"});
+    ToolScene scene;
+    scene.OpenWithPeers();
+    Process& monitor = scene.StartTool("monitor");
     EXPECT_TRUE(scene.controller->WaitForClose());
     for (std::size_t messages = 1; messages <= 2; ++messages) {
         for (std::size_t i = 0; i < messages; ++i)
             scene.SayBytes(longest);
-        const auto said = UnitTime();
-        EXPECT_TRUE(WaitUntil([&] { return UnitTime() > said + std::chrono::seconds(2); }));
+        scene.Pass(std::chrono::seconds(2));
         scene.Say(Frames({"line"}));
-        EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "\nline\n") == messages; }));
+        EXPECT_TRUE(scene.HasShown(monitor, "\nline\n", messages));
     }
 }
 
 TEST(ControllerTool, SaysWhyTheServerOfAHealthyPianoHasEnded)
 {
-    ServerWithPiano scene;
+    ToolScene scene;
+    scene.OpenWithPiano();
     scene.SetFaults("--join --read-stop 90042000");
-    Process& reader = StartTool(scene.unit, {"read"});
-    EXPECT_TRUE(WaitUntil([&] { return Count(reader.Output(), "Connecting") > 0; }));
-    Process& second = RunTool(scene.unit, {"find-update", "--wait", "300"});
+    scene.StartWork("read");
+    Process& second = scene.RunTool("find-update --wait 300");
     EXPECT_EQ(second.Wait(), 5);
-    EXPECT_NE(second.Error().find("diag_server -f FILE"), std::string::npos) << second.Error();
+    EXPECT_TRUE(Contains(second.Error(), "diag_server -f FILE")) << second.Error();
 }
 
 TEST(ControllerTool, ShowsWhatAStrictUnitAdds)
 {
-    ServerWithPiano scene({"--strict", "-P", OwnPort()});
-    Unit& unit = scene.unit;
-    const std::string packed = PackedText(FirmwareOf("V7", 0x4000));
     const std::string note = "/mnt/usb/csp_prog.rlg: not verified, since there is no "
                              "/mnt/usb/csp_prog.sum\n";
-    EXPECT_EQ(RunTool(unit, {"backup"}).Error().find("diagctl: Floppy in not inserted. /mnt/"), 0U);
-    EXPECT_EQ(RunTool(unit, {"update"})
-                  .Error()
-                  .find("diagctl: Cannot Execute CSP Update. no search has found a file\n"),
-              0U);
-    unit.Mount("usb");
-    unit.Write("medium/csp_prog.rlg", packed);
-    EXPECT_EQ(EndOf(RunTool(unit, {"find-update"}).Output(), note), note);
-    EXPECT_EQ(RunTool(unit, {"upgrade", "--dry-run"}).Error(), "diagctl: " + note);
+    ToolScene scene;
+    scene.OpenWithPiano(StrictWords());
+    const auto expect = [&](const char* words, int status, const std::string& error) {
+        Process& tool = scene.RunTool(words);
+        EXPECT_EQ(tool.Wait(), status) << words;
+        EXPECT_EQ(tool.Error().substr(0, error.size() + 9), "diagctl: " + error);
+    };
+    expect("backup", 1, "Floppy in not inserted. /mnt/");
+    expect("update", 1, "Cannot Execute CSP Update. no search has found a file\n");
+    scene.Mount("usb");
+    scene.Write("medium/csp_prog.rlg", PackedText(Firmware(0x4000, "V7")));
+    EXPECT_EQ(EndOf(scene.RunTool("find-update").Output(), note), note);
+    expect("upgrade --dry-run", 0, note);
 
-    unit.Write("medium/csp_prog.sum", "1 2 csp_prog.rlg\n");
-    Process& refused = RunTool(unit, {"upgrade", "--yes"});
-    EXPECT_EQ(refused.Wait(), 1);
-    EXPECT_EQ(refused.Error().find("diagctl: Update File is not exsit. /mnt/usb/csp_prog.rlg: "
-                                   "damaged, since /mnt/usb/csp_prog.sum doesn't match\n"),
-              0U);
-    unit.Remove("medium/csp_prog.rlg");
-    const std::string cut = HexText(FirmwareOf("V7", 0x4000), 16, "\n").substr(0, 3000);
-    unit.Write("medium/csp_prog.hex", cut);
-    Process& damaged = RunTool(unit, {"upgrade", "--yes"});
-    EXPECT_EQ(damaged.Wait(), 1);
-    EXPECT_EQ(damaged.Error().find("diagctl: the unit reports about this file: /mnt/usb/csp_prog"),
-              0U)
-        << damaged.Error();
+    scene.Write("medium/csp_prog.sum", "1 2 csp_prog.rlg\n");
+    expect("upgrade --yes", 1,
+           "Update File is not exsit. /mnt/usb/csp_prog.rlg: damaged, since "
+           "/mnt/usb/csp_prog.sum doesn't match\n");
+    scene.Remove("medium/csp_prog.rlg");
+    scene.Write("medium/csp_prog.hex", HexText(Firmware(0x4000), 16, "\n").substr(0, 3000));
+    expect("upgrade --yes", 1, "the unit reports about this file: /mnt/usb/csp_prog");
 }
 
 TEST(ControllerTool, LeavesIgnoredSignalsIgnored)
 {
-    ServerWithPeers scene;
-    scene.Open();
+    ToolScene scene;
+    scene.OpenWithPeers();
     std::signal(SIGINT, SIG_IGN);
-    Process& monitor = StartTool(scene.unit, {"monitor"});
+    Process& monitor = scene.StartTool("monitor");
     std::signal(SIGINT, SIG_DFL);
     EXPECT_TRUE(scene.controller->WaitForClose());
     kill(monitor.Id(), SIGINT);
     scene.Say(Frames({"still here"}));
-    EXPECT_TRUE(WaitUntil([&] { return Count(monitor.Output(), "still here") > 0; }));
+    EXPECT_TRUE(scene.HasShown(monitor, "still here"));
 }
 
 TEST(ControllerTool, DocumentsNameEveryCommandAndOption)
@@ -229,8 +227,8 @@ TEST(ControllerTool, DocumentsNameEveryCommandAndOption)
         for (std::string line; std::getline(lines, line); ++names) {
             const std::string name = line.substr(0, line.find('\t'));
             const bool isOption = name[0] == '-';
-            EXPECT_GT(Count(manual, isOption ? "Fl " + name.substr(1) : name), 0U) << name;
-            EXPECT_TRUE(isOption || Count(readme, name) > 0) << name;
+            EXPECT_TRUE(Contains(manual, isOption ? "Fl " + name.substr(1) : name)) << name;
+            EXPECT_TRUE(isOption || Contains(readme, name)) << name;
         }
     }
     EXPECT_GT(names, 25);

@@ -11,10 +11,7 @@ constexpr char kCopy[] = "medium/csp_param.rlg";
 
 constexpr char kCopied[] = "Copy Success.\n";
 constexpr char kMissing[] = "Parameter file is not exists.\n";
-constexpr char kDamaged[] = "Binary file error.\n";
-constexpr char kNoRoom[] = "Free Disk space error.\n";
 constexpr char kError[] = "Copy error.\n";
-constexpr char kNoMedium[] = "Floppy in not inserted.\n";
 
 // The journal's lines after the mount.
 constexpr char kRoom[] = "statfs(/mnt/usb/) = 0\n";
@@ -22,9 +19,7 @@ constexpr char kWritten[] = "statfs(/mnt/usb/) = 0\nsync()\n";
 
 // 600 bytes, some of them in runs, and the 17 bytes of their compressed form.
 const std::string kData = std::string(300, 'a') + "\xDD" + std::string(299, '\xFF');
-const std::string kPacked = "\x04\x90\xDD"
-                            "a\xFF\xDD"
-                            "a\x2D\xDD\xDD\x01\xDD\xFF\xFF\xDD\xFF\x2C";
+const std::string kPacked = Bytes("04 90 DD 61 FF DD 61 2D DD DD 01 DD FF FF DD FF 2C");
 constexpr char kOld[] = "an old copy that is longer than what replaces it";
 
 // The journal's lines of the search for a medium and of its mount. Without a point there is none.
@@ -52,13 +47,13 @@ TEST(MediumCopy, ReportsResultAndReplacesOnlyByCompleteFile)
         std::string result;  // the medium's file after a backup, the unit's data after a restore
         const char* mounted = "0";
     } rows[] = {
-        {kBackup, "usb", "none", "", kCopied, kWritten, kPacked},
         {kBackup, "usb", kCopy, "", kCopied, kWritten, kPacked},
-        {kBackup, "", "none", "", kNoMedium, "", kOld},
+        {kBackup, "usb", "none", "", kCopied, kWritten, kPacked},
+        {kBackup, "", "none", "", "Floppy in not inserted.\n", "", kOld},
         {kBackup, "usb", "sim/mount-errno", "EROFS\n", kError, "", kOld, "-1 EROFS"},
         {kBackup, "usb", kParameterFile, "", kMissing, "", kOld},
-        {kBackup, "usb", kParameterFile, ":00000001FF\r\n", kDamaged, "", kOld},
-        {kBackup, "usb", "sim/free", "17\n", kNoRoom, kRoom, kOld},
+        {kBackup, "usb", kParameterFile, ":00000001FF\r\n", "Binary file error.\n", "", kOld},
+        {kBackup, "usb", "sim/free", "17\n", "Free Disk space error.\n", kRoom, kOld},
         {kBackup, "usb", "sim/full-after", "16\n", kError, kRoom, kPacked.substr(0, 16)},
         {kRestore, "usb", "none", "", kCopied, "", kData},
         {kRestore, "floppy", "none", "", kCopied, "", kData},
@@ -69,26 +64,26 @@ TEST(MediumCopy, ReportsResultAndReplacesOnlyByCompleteFile)
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.command << row.point << row.file << row.bytes);
         const bool isBackup = row.command == kBackup;
-        ServerWithPeers scene;
-        scene.Open();
-        scene.unit.Write(kCopy, isBackup ? kOld : kPacked);
-        scene.unit.Write(kParameterFile, HexText(isBackup ? kData : kOld, 32, "\r\n"));
+        Scene scene;
+        scene.OpenWithPeers();
+        scene.Write(kCopy, isBackup ? kOld : kPacked);
+        scene.Write(kParameterFile, HexText(isBackup ? kData : kOld, 32, "\r\n"));
         if (*row.point != '\0')
-            scene.unit.Mount(row.point);
+            scene.Mount(row.point);
         if (row.bytes.empty())
-            scene.unit.Remove(row.file);
+            scene.Remove(row.file);
         else
-            scene.unit.Write(row.file, row.bytes);
-        const std::size_t called = scene.unit.Journal().size();
+            scene.Write(row.file, row.bytes);
+        const std::size_t called = scene.Journal().size();
         const std::string texts = std::string("Copying CSP Parameters...") +
                                   (isBackup ? "HD -> FD\n" : "FD -> HD\n") + row.text;
 
         EXPECT_EQ(scene.Ask(row.command), texts);
 
         EXPECT_EQ(scene.TakeLog(), texts);
-        EXPECT_EQ(scene.unit.Journal().substr(called),
+        EXPECT_EQ(scene.Journal().substr(called),
                   MountLines(row.point, isBackup, row.mounted) + row.calls);
-        EXPECT_EQ(scene.unit.Read(isBackup ? kCopy : kParameterFile),
+        EXPECT_EQ(scene.Read(isBackup ? kCopy : kParameterFile),
                   isBackup ? row.result : HexText(row.result, 32, "\r\n"));
     }
 }

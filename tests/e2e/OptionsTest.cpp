@@ -9,39 +9,40 @@ namespace {
 
 std::string SmallFile(const std::string& version)
 {
-    return HexText(FirmwareOf(version, 0x800), 16, "\r\n");
+    return HexText(Firmware(0x800, version), 16, "\r\n");
 }
 
 }  // namespace
 
 TEST(CommandLine, PrintsUsageOrVersionWithoutOpeningLinks)
 {
+    constexpr char kUsage[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
     constexpr char kFileVersion[] = "Diag Server Ver.0.26\nCSP File Version: V1.02 a\n";
     const std::string longest(255, 'x');
     const struct {
-        Unit::Words words;
+        std::string words;
         std::string output;
-        std::string error;
+        std::string error = {};
     } rows[] = {
-        {{"-v", "-f", "prog.hex", "-h"}, "", "diag_server [-P Port] [-b] [-v] [-f filename]\n"},
-        {{"-a", longest + "x", "-v"}, "", "diag_server: file name is too long\n"},
-        {{"-v", "-f", longest}, "Diag Server Ver.0.26\n", ""},
-        {{"-a", "prog.hex", "-v"}, kFileVersion, ""},
-        {{"--help"}, "  --version   print the program's version, and end\n", ""},
-        {{"--version", "-x"}, "Diag Server Ver.0.26\n", ""},
-        {{"--strict", "-vf", "prog.hex"}, kFileVersion, ""},
-        {{"--strict", "-h", "-x"}, "", "diag_server [-P Port] [-b] [-v] [-f filename]\n"},
-        {{"-vf", "prog.hex", "--strict"}, kFileVersion, "diag_server: invalid option -- 't'\n"},
-        {{"-x", "-vf", "prog.hex"}, kFileVersion, "diag_server: invalid option -- 'x'\n"},
+        {"-v -f prog.hex -h", "", kUsage},
+        {"-a x" + longest + " -v", "", "diag_server: file name is too long\n"},
+        {"-v -f " + longest, "Diag Server Ver.0.26\n"},
+        {"-a prog.hex -v", kFileVersion},
+        {"--help", "  --version   print the program's version, and end\n"},
+        {"--version -x", "Diag Server Ver.0.26\n"},
+        {"--strict -vf prog.hex", kFileVersion},
+        {"--strict -h -x", "", kUsage},
+        {"-vf prog.hex --strict", kFileVersion, "diag_server: invalid option -- 't'\n"},
+        {"-x -vf prog.hex", kFileVersion, "diag_server: invalid option -- 'x'\n"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.words).substr(0, 40));
+        SCOPED_TRACE(row.words.substr(0, 40));
         Unit unit;
         unit.Write("cwd/prog.hex", SmallFile("V1.02 a"));
 
-        Process& program = unit.Run(row.words);
+        Process& program = unit.Run(Split(row.words));
 
-        ExpectCleanEnd(unit, program);
+        EXPECT_EQ(program.Wait(), 0);
         EXPECT_EQ(EndOf(program.Output(), row.output), row.output);
         EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
         EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
@@ -59,31 +60,28 @@ TEST(CommandLine, ChoosesModeAndPeer)
     constexpr char kPiano[] = "FE E1 E2 E0 E1 06 C0 00 BF 00 7F 00 FE FF";
     constexpr char kOther[] = "FE E5 E2 E0 E5 06 C0 00 BF 00 7F 00 FE FF";
     const struct {
-        Unit::Words words;
-        const char* log;
+        std::string words;
+        std::string log;
         const char* start;  // the first bytes on the MIDI Patcher's socket
     } rows[] = {
-        {{}, kServer, kReader},
-        {{"-v", "-f", "", "-P", "0"}, kServer, kReader},
-        {{"-c", "-f", "1.hex"}, kFirst, kPiano},
-        {{"-f", "1.hex", "-c"}, kFirst, kOther},
-        {{"-a", "1.hex", "-b"}, kFirst, kPiano},
-        {{"-f", "1.hex", "-a", "2.hex"}, kSecond, kOther},
+        {"", kServer, kReader},          {"-v -f '' -P 0", kServer, kReader},
+        {"-c -f 1.hex", kFirst, kPiano}, {"-f 1.hex -c", kFirst, kOther},
+        {"-a 1.hex -b", kFirst, kPiano}, {"-f 1.hex -a 2.hex", kSecond, kOther},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.words));
+        SCOPED_TRACE(row.words);
         Unit unit;
         unit.Write("cwd/1.hex", SmallFile("V1"));
         unit.Write("cwd/2.hex", SmallFile("V2"));
         MidiPeer patcher(unit.Path(kMidiPatcherSocket));
 
-        unit.Start("diag_server", row.words);
+        unit.Start("diag_server", Split(row.words));
 
         ASSERT_TRUE(patcher.Accept());
         EXPECT_TRUE(WaitUntil([&] { return patcher.Received().size() >= 14; }));
         EXPECT_EQ(ToHex(patcher.Received().substr(0, 14)), row.start);
-        const std::string log = LogTexts(unit, row.log == kServer ? kServerLog : kUpdateLog);
-        EXPECT_EQ(log.substr(0, std::string(row.log).size()), row.log);
+        const std::string log = unit.LogTexts() + unit.LogTexts(kUpdateLog);
+        EXPECT_EQ(log.substr(0, row.log.size()), row.log);
         const auto found = Count(unit.Journal(), "listen(tcp 4917)") + Count(log, "Port Open");
         EXPECT_EQ(found > 0, row.words.empty()) << "the port, if it is free";
     }
@@ -91,49 +89,44 @@ TEST(CommandLine, ChoosesModeAndPeer)
 
 TEST(ServerStart, LogsPeersInOrderAndRequiresMidiPatcher)
 {
-    constexpr char kNoPatcher[] =
-        "Diag Server Start Now.\nMIDI Patcher is not active.\nRC Server is active.\n";
+    const std::string start = "Diag Server Start Now.\n";
+    const std::string found = start + "MIDI Patcher is active.\n";
+    const std::string none = start + "MIDI Patcher is not active.\nRC Server is active.\n";
     const struct {
         const char* piano;
-        bool hasPort;
-        const char* removed;
-        const char* fault;
         std::size_t retries;
-        const char* output;  // its end; empty: the server runs on
-        const char* log;
+        std::string log;
+        const char* output = "";  // its end; empty: the server runs on
+        std::string removed = "none";
+        const char* fault = "";
+        bool hasPort = true;
     } rows[] = {
-        {"--rc-late 4", true, "none", "", 1, "",
-         "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is active.\n"
-         "Diag Server Initialize OK\n"},
-        {"--no-rc", false, "none", "", 2, "",
-         "Diag Server Start Now.\nMIDI Patcher is active.\nRC Server is not active.\n"
-         "Zaurus Socket Port Open Error\nDiag Server Initialize OK\n"},
-        {"", true, kLogFolder.c_str(), "", 0, "", ""},
-        {"--no-patcher", true, "none", "", 0, "MIDI Patcher is not active.\n", kNoPatcher},
-        {"", true, "none", "write@i2c_server_sock:EPIPE", 0, "MIDI Patcher is not connected\n",
-         kNoPatcher},
+        {"--rc-late 4", 1, found + "RC Server is active.\nDiag Server Initialize OK\n"},
+        {"--no-rc", 2,
+         found + "RC Server is not active.\nZaurus Socket Port Open Error\n"
+                 "Diag Server Initialize OK\n",
+         "", "none", "", false},
+        {"", 0, "", "", kLogFolder},
+        {"--no-patcher", 0, none, "MIDI Patcher is not active.\n"},
+        {"", 0, none, "MIDI Patcher is not connected\n", "none", "write@i2c_server_sock:EPIPE"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.piano) + row.removed + row.fault);
-        Unit unit;
+        SCOPED_TRACE(row.piano + row.removed + row.fault);
+        Scene scene(row.fault);
         const Port taken;
-        unit.Remove(row.removed);
-        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
-        unit.StartPiano(Split(std::string("--silent ") + row.piano));
+        scene.Remove(row.removed);
+        scene.StartWithPiano({"-P", row.hasPort ? "0" : std::to_string(taken.Number())},
+                             Split(std::string("--silent ") + row.piano));
 
-        Process& server =
-            unit.StartServer({"-P", row.hasPort ? "0" : std::to_string(taken.Number())});
-
-        const std::string output = row.output;
-        if (output.empty()) {
-            EXPECT_TRUE(unit.WaitFor("sim/midi.log", "> console STATUS"));
+        if (*row.output == '\0') {
+            EXPECT_TRUE(scene.WaitFor("sim/midi.log", "> console STATUS"));
         } else {
-            ExpectCleanEnd(unit, server);
-            EXPECT_NE(server.Output().find(output), std::string::npos) << server.Output();
+            EXPECT_EQ(scene.AwaitEnd(*scene.server), 0);
+            EXPECT_TRUE(Contains(scene.server->Output(), row.output)) << scene.server->Output();
         }
-        EXPECT_EQ(Count(unit.Journal(), "sleep(2)\n"), 1U);
-        EXPECT_EQ(Count(unit.Journal(), "sleep(5)\n"), row.retries);
-        EXPECT_EQ(LogTexts(unit), row.log);
+        EXPECT_EQ(Count(scene.Journal(), "sleep(2)\n"), 1U);
+        EXPECT_EQ(Count(scene.Journal(), "sleep(5)\n"), row.retries);
+        EXPECT_EQ(scene.LogTexts(), row.log);
     }
 }
 
@@ -146,10 +139,10 @@ TEST(ServerStart, TakesPeersThatDoNotAcceptForAbsentOnes)
     rcServer.FillQueue();
     const auto before = UnitTime();
 
-    ExpectCleanEnd(unit, unit.StartServer());
+    EXPECT_EQ(unit.AwaitEnd(unit.Run(kAnyPort)), 0);
 
-    EXPECT_EQ(LogTexts(unit), "Diag Server Start Now.\nMIDI Patcher is not active.\n"
-                              "RC Server is not active.\n");
+    EXPECT_EQ(unit.LogTexts(), "Diag Server Start Now.\nMIDI Patcher is not active.\n"
+                               "RC Server is not active.\n");
     EXPECT_EQ(UnitTime() - before, std::chrono::seconds(5 + 2 + 5 + 5 + 5)) << "3 times, 2 waits";
 }
 
@@ -164,9 +157,9 @@ TEST(UpdateStart, FailsWithoutLoadableFile)
 
         Process& program = unit.Run({"-f", name});
 
-        ExpectCleanEnd(unit, program);
-        EXPECT_NE(program.Output().find("No Update File!\n"), std::string::npos);
-        EXPECT_EQ(LogTexts(unit, kUpdateLog), std::string(50, '\n') + "CSP Updater Start Now.\n");
+        EXPECT_EQ(program.Wait(), 0);
+        EXPECT_TRUE(Contains(program.Output(), "No Update File!\n"));
+        EXPECT_EQ(unit.LogTexts(kUpdateLog), std::string(50, '\n') + "CSP Updater Start Now.\n");
         EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
     }
 }

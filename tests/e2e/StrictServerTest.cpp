@@ -1,7 +1,5 @@
 // The strict server: what it refuses to load, to copy or to wait for, and what the controller sees.
 
-#include <filesystem>
-
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -13,124 +11,113 @@
 
 namespace {
 
-constexpr char kStickImage[] = "medium/csp_param.rlg";
-constexpr char kStickSum[] = "medium/csp_param.sum";
 constexpr char kNoUpdateFile[] = "Update File is not exsit.\n";
 constexpr char kUpdateRefused[] = "Cannot Execute CSP Update.\n";
-const std::string kOwnSum = "that of the file";
-constexpr std::size_t kReadBackSize = 0x60000;
-
-const std::string kOldData = std::string(kReadBackSize, 'o');
-const std::string kNewData = std::string(kReadBackSize - 2, 'n') + "\xDD\xDD";
-
-std::string ParameterFile(const std::string& data)
-{
-    return HexText(data, 32, "\r\n");
-}
+const std::string kStickImage = "medium/csp_param.rlg";
+const std::string kStickSum = "medium/csp_param.sum";
 
 // What follows the first text in the answer.
 std::string After(const std::string& text, const std::string& answer)
 {
-    const std::size_t at = answer.find(text);
-    return at == std::string::npos ? "no " + text : answer.substr(at + text.size());
+    return Contains(answer, text) ? answer.substr(answer.find(text) + text.size()) : "no " + text;
 }
 
 // One call of the server fails, unless `fault` is empty.
-struct StrictServer : ServerWithPeers {
-    explicit StrictServer(const std::string& fault = "")
-        : ServerWithPeers([&](Unit& made) { made.Set("SIMUNIT_FAULT=" + fault); },
-                          {"--strict", "-P", OwnPort()})
-    {}
+struct StrictServer : Scene {
+    explicit StrictServer(const std::string& fault = "") : Scene(fault) { OpenWithPeers(StrictWords()); }
 };
 
 }  // namespace
 
 TEST(StrictSearch, ReportsDamageAtOnceAndRefusesUpdate)
 {
-    const std::string good = HexText(FirmwareOf("V1", 0x1000), 32, "\r\n");
-    const std::string packed = PackedText(FirmwareOf("V1", 0x1000));
-    const std::string plain = "/mnt/usb/csp_prog.hex";
-    const std::string compressed = "/mnt/usb/csp_prog.rlg";
+    const std::string good = HexText(Firmware(0x1000, "V1"), 32, "\r\n");
+    const std::string packed = PackedText(Firmware(0x1000, "V1"));
+    const std::string plain = "/mnt/usb/csp_prog.hex:";
+    const std::string compressed = "/mnt/usb/csp_prog.rlg: ";
     const std::string unverified =
-        compressed + ": not verified, since there is no /mnt/usb/csp_prog.sum\n";
-    std::string bomb = "\x04\x90";
-    for (int i = 0; i < 66000; ++i)
-        bomb += "\xDDx\xFF";
+        compressed + "not verified, since there is no /mnt/usb/csp_prog.sum\n";
     const struct {
-        const char* file;
+        const char* type;
         std::string bytes;
-        std::string sum;      // of the file next to it; empty: none
         bool isShown;         // its version, not that there is no file
         std::string reasons;  // also those of the refused update; none: it isn't refused
         std::string note = {};
+        std::string sum = {};  // of the file next to it; empty: none
     } rows[] = {
-        {"csp_prog.hex", good, "", true, ""},
-        {"csp_prog.hex", good.substr(0, good.size() - 13), "", true,
-         plain + ":129: no end record (type 1): the board waits for more\n"},
-        {"csp_prog.hex", good.substr(0, 17) + "\r\n\r\n\r\n\r\n" + good.substr(17), "", true,
-         plain + ":2: a blank line before the end record\n" + plain +
-             ":3: a blank line before the end record\nand more in the log: 2\n"},
-        {"csp_prog.hex", TooLargeFile('\n'), "", false, plain + ": File too large\n"},
-        {"csp_prog.rlg", packed, "", true, "", unverified},
-        {"csp_prog.rlg", packed, "1 2 csp_prog.rlg\n", false,
-         compressed + ": damaged, since /mnt/usb/csp_prog.sum doesn't match\n"},
-        {"csp_prog.rlg", TooLargeFile('x'), "", false, compressed + ": File too large\n"},
-        {"csp_prog.rlg", bomb, "", false,
-         compressed + ": cut off, or larger than the flash when expanded\n", unverified},
+        {"hex", good, true, ""},
+        {"hex", good.substr(0, good.size() - 13), true,
+         plain + "129: no end record (type 1): the board waits for more\n"},
+        {"hex", good.substr(0, 17) + "\r\n\r\n\r\n\r\n" + good.substr(17), true,
+         plain + "2: a blank line before the end record\n" + plain +
+             "3: a blank line before the end record\nand more in the log: 2\n"},
+        {"hex", Repeat("\n", 0x1000001), false, plain + " File too large\n"},
+        {"rlg", packed, true, "", unverified},
+        {"rlg", packed, false, compressed + "damaged, since /mnt/usb/csp_prog.sum doesn't match\n",
+         "", "1 2 csp_prog.rlg\n"},
+        {"rlg", Repeat("x", 0x1000001), false, compressed + "File too large\n"},
+        {"rlg", "\x04\x90" + Repeat("\xDDx\xFF", 66000), false,
+         compressed + "cut off, or larger than the flash when expanded\n", unverified},
     };
     StrictServer scene;
-    scene.Open();
-    EXPECT_EQ(scene.Ask(kUpdate), std::string(kUpdateRefused) + "no search has found a file\n");
+    const std::string noSearch = std::string(kUpdateRefused) + "no search has found a file\n";
+    EXPECT_EQ(scene.Ask(kUpdate), noSearch);
     for (const auto& row : rows) {
         SCOPED_TRACE(row.reasons);
-        scene.unit.Write(std::string("mnt/usb/") + row.file, row.bytes);
+        scene.Write(std::string("mnt/usb/csp_prog.") + row.type, row.bytes);
         if (!row.sum.empty())
-            scene.unit.Write("mnt/usb/csp_prog.sum", row.sum);
+            scene.Write("mnt/usb/csp_prog.sum", row.sum);
 
         const std::string found = scene.Ask(kFindUpdate);
 
         EXPECT_EQ(After(row.isShown ? "V1\n" : kNoUpdateFile, found), row.note + row.reasons);
-        EXPECT_NE(scene.TakeLog().find(row.reasons.substr(0, row.reasons.find('\n'))),
-                  std::string::npos);
+        EXPECT_TRUE(Contains(scene.TakeLog(), row.reasons.substr(0, row.reasons.find('\n'))));
         if (!row.reasons.empty()) {
             EXPECT_EQ(scene.Ask(kUpdate), kUpdateRefused + row.reasons);
         }
-        scene.unit.Remove(std::string("mnt/usb/") + row.file);
-        scene.unit.Remove("mnt/usb/csp_prog.sum");
+        scene.Remove(std::string("mnt/usb/csp_prog.") + row.type);
+        scene.Remove("mnt/usb/csp_prog.sum");
     }
-    EXPECT_EQ(scene.Ask(kFindUpdate),
-              std::string(kNoUpdateFile) + "the last search has found no file\n");
-    EXPECT_EQ(scene.Ask(kUpdate),
-              std::string(kUpdateRefused) + "the last search has found no file\n");
+    const std::string reason = "the last search has found no file\n";
+    EXPECT_EQ(scene.Ask(kFindUpdate), kNoUpdateFile + reason);
+    EXPECT_EQ(scene.Ask(kUpdate), kUpdateRefused + reason);
 }
 
 TEST(StrictServer, UpdatesOnceForEachSearchAndKeepsOthersOut)
 {
-    ServerWithPiano scene({"--strict", "-P", OwnPort()});
-    const std::string firmware = FirmwareOf("V1", 0x1000);
-    scene.unit.Write(kUsbFirmware, HexText(firmware, 32, "\r\n"));
-    Process& second = scene.unit.Run({"--strict", "-P", OwnPort()});
+    Scene scene;
+    scene.OpenWithPiano(StrictWords());
+    const std::string firmware = Firmware(0x1000, "V1");
+    scene.Write(kUsbFirmware, HexText(firmware, 32, "\r\n"));
+    Process& second = scene.Run(StrictWords());
 
     scene.Ask(kFindUpdate, "V1\n");
     scene.Ask(kUpdate, "CSP Update Success.\n");
     scene.Ask(kUpdate, std::string(kUpdateRefused) +
                            "the file that the last search has found was used; search again\n");
 
-    EXPECT_TRUE(scene.unit.Flash(kImageStart, firmware.size()) == firmware);
+    EXPECT_TRUE(scene.Flash(firmware.size()) == firmware);
     EXPECT_EQ(second.Wait(), 1);
     EXPECT_EQ(second.Error(), "diag_server: " + kLogFolder + "/diag_server.lock: process " +
-                                  std::to_string(scene.server.Id()) + " is running already\n");
+                                  std::to_string(scene.server->Id()) + " is running already\n");
 }
 
 // Either copy replaces its target whole or not at all. A failure comes with one line, the reason.
 TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
 {
+    constexpr std::size_t kReadBackSize = 0x60000;
+    const std::string data = std::string(kReadBackSize - 2, 'n') + "\xDD\xDD";
+    const std::string hex = HexText(data, 32, "\r\n");
+    const std::string packed = PackedText(data);
     const std::string file = kParameterFile;
     const std::string copy = "/mnt/usb/csp_param.rlg";
-    const std::string newPacked = PackedText(kNewData);
-    const std::string newFile = ParameterFile(kNewData);
-    const std::string incomplete = ": it doesn't cover exactly the parameter flash\n";
+    const std::string success = "Copy Success.\n";
     const std::string failed = ": Input/output error\n";
+    const std::string full = ": No space left on device\n";
+    const std::string incomplete = ": it doesn't cover exactly the parameter flash\n";
+    const std::string copyFailed = "Copy error.\n" + copy;
+    const std::string fileFailed = "Copy error.\n" + file;
+    const std::string damaged = "Binary file error.\n" + file;
     const struct {
         const char* command;
         std::string source;
@@ -139,96 +126,82 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
         bool isReplaced = false;
         std::string sum = {};  // next to a source on the medium
     } rows[] = {
-        {kBackup, newFile, "", "Copy Success.\n", true},
-        {kBackup, newFile.substr(0, 2434), "",
-         "Binary file error.\n" + file +
-             ":33: the last line has no line end, so the unit does not "
-             "load it; the file may be cut off\n"},
-        {kBackup, HexText("data", 4, "\r\n"), "", "Binary file error.\n" + file + incomplete},
-        {kBackup, newFile, "write@CSP_PARA.NEW:ENOSPC",
-         "Free Disk space error.\n" + copy + ": No space left on device\n"},
-        {kBackup, newFile, "fsync@CSP_PARA.NEW:EIO", "Copy error.\n" + copy + failed},
-        {kBackup, newFile, "fsync@CSP_SUM.NEW:EIO", "Copy error.\n" + copy + failed},
-        {kBackup, newFile, "fsync@CSP_PARA.NEW:pull", "Copy error.\n" + copy + failed},
-        {kBackup, newFile, "rename@csp_param.rlg:EIO", "Copy error.\n" + copy + failed},
-        {kBackup, newFile, "syncfs@medium:EIO", "Copy error.\n" + copy + failed},
-        {kBackup, newFile, "syncfs@medium#2:EIO", "Copy error.\n" + copy + failed, true},
-        {kRestore, newPacked, "", "Copy Success.\n", true, kOwnSum},
-        {kRestore, newPacked, "",
-         "Copy Success.\n" + copy + ": not verified, since there is no /mnt/usb/csp_param.sum\n",
-         true},
-        {kRestore, newPacked, "",
-         "Copy error.\n" + copy + ": damaged, since /mnt/usb/csp_param.sum doesn't match\n", false,
+        {kBackup, hex, "", success, true},
+        {kBackup, hex.substr(0, 2434), "",
+         damaged + ":33: the last line has no line end, so the unit does not load it; the file may "
+                   "be cut off\n"},
+        {kBackup, HexText("data", 4, "\r\n"), "", damaged + incomplete},
+        {kBackup, hex, "write@CSP_PARA.NEW:ENOSPC", "Free Disk space error.\n" + copy + full},
+        {kBackup, hex, "fsync@CSP_PARA.NEW:EIO", copyFailed + failed},
+        {kBackup, hex, "fsync@CSP_SUM.NEW:EIO", copyFailed + failed},
+        {kBackup, hex, "fsync@CSP_PARA.NEW:pull", copyFailed + failed},
+        {kBackup, hex, "rename@csp_param.rlg:EIO", copyFailed + failed},
+        {kBackup, hex, "syncfs@medium:EIO", copyFailed + failed},
+        {kBackup, hex, "syncfs@medium#2:EIO", copyFailed + failed, true},
+        {kRestore, packed, "", success, true, SumLine(packed, kStickImage)},
+        {kRestore, packed, "",
+         success + copy + ": not verified, since there is no /mnt/usb/csp_param.sum\n", true},
+        {kRestore, packed, "",
+         copyFailed + ": damaged, since /mnt/usb/csp_param.sum doesn't match\n", false,
          "1 2 csp_param.rlg\n"},
-        {kRestore, newPacked.substr(0, 2434), "",
-         "Copy error.\n" + copy + ": cut off, or larger than the flash when expanded\n"},
-        {kRestore, newPacked.substr(0, 2432), "",
-         "Copy error.\n" + copy + ", expanded" + incomplete},
-        {kRestore, newPacked.substr(0, 2), "",
-         "Copy error.\n" + copy + ", expanded:1: the file has no data\n"},
-        {kRestore, "\x05" + newPacked.substr(1), "",
-         "Copy error.\n" + copy + ", expanded" + incomplete},
-        {kRestore, newPacked, "write@csp_param.hex.new:ENOSPC",
-         "Copy error.\n" + file + ": No space left on device\n"},
-        {kRestore, newPacked, "fsync@csp_param.hex.new:EIO", "Copy error.\n" + file + failed},
-        {kRestore, newPacked, "rename@csp_param.hex:EIO", "Copy error.\n" + file + failed},
-        {kRestore, newPacked, "read@csp_param.rlg:EIO", "Copy error.\n" + copy + failed},
+        {kRestore, packed.substr(0, 2434), "",
+         copyFailed + ": cut off, or larger than the flash when expanded\n"},
+        {kRestore, packed.substr(0, 2432), "", copyFailed + ", expanded" + incomplete},
+        {kRestore, packed.substr(0, 2), "", copyFailed + ", expanded:1: the file has no data\n"},
+        {kRestore, "\x05" + packed.substr(1), "", copyFailed + ", expanded" + incomplete},
+        {kRestore, packed, "write@csp_param.hex.new:ENOSPC", fileFailed + full},
+        {kRestore, packed, "fsync@csp_param.hex.new:EIO", fileFailed + failed},
+        {kRestore, packed, "rename@csp_param.hex:EIO", fileFailed + failed},
+        {kRestore, packed, "read@csp_param.rlg:EIO", copyFailed + failed},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text + row.fault);
         const bool isBackup = row.command == kBackup;
+        const std::string target = isBackup ? kStickImage : file;
         StrictServer scene(row.fault);
-        scene.Open();
-        scene.unit.Write(isBackup ? kParameterFile : kStickImage, row.source);
-        scene.unit.Write(isBackup ? kStickImage : kParameterFile, "old");
-        const std::string ownSum = SumLine(scene.unit.Read(kStickImage), kStickImage);
-        if (isBackup || !row.sum.empty())
-            scene.unit.Write(kStickSum, isBackup || row.sum == kOwnSum ? ownSum : row.sum);
-        scene.unit.Mount("usb");
+        scene.Write(isBackup ? file : kStickImage, row.source);
+        scene.Write(target, "old");
+        const std::string sum = isBackup ? SumLine("old", kStickImage) : row.sum;
+        if (!sum.empty())
+            scene.Write(kStickSum, sum);
+        scene.Mount("usb");
 
         const std::string answer = scene.Ask(row.command);
 
         EXPECT_EQ(After(isBackup ? "HD -> FD\n" : "FD -> HD\n", answer), row.text);
         EXPECT_EQ(scene.TakeLog(), answer);
-        const std::string target = scene.unit.Read(isBackup ? kStickImage : kParameterFile);
-        EXPECT_TRUE(target == (row.isReplaced ? (isBackup ? newPacked : newFile) : "old"));
-        EXPECT_FALSE(scene.unit.Exists(kParameterFile + std::string(".new")));
-        const bool isPulled = Count(scene.unit.Journal(), "medium pulled") > 0;
-        EXPECT_EQ(scene.unit.Exists("medium/CSP_PARA.NEW"), isPulled);
+        EXPECT_TRUE(scene.Read(target) == (!row.isReplaced ? "old" : isBackup ? packed : hex));
+        EXPECT_FALSE(scene.Exists(file + ".new"));
+        EXPECT_EQ(scene.Exists("medium/CSP_PARA.NEW"), Contains(row.fault, "pull"));
         // Whichever image is there, the checksum has a line for it.
-        const std::string sum = "\n" + scene.unit.Read(kStickSum);
-        const std::string ownLine = SumLine(scene.unit.Read(kStickImage), kStickImage);
-        const std::string numbers = "\n" + ownLine.substr(0, ownLine.rfind(' '));
-        EXPECT_TRUE(!isBackup || sum.find(numbers) != std::string::npos) << sum;
+        EXPECT_TRUE(!isBackup || SumMatches(scene.Read(kStickSum), scene.Read(target)));
     }
 }
 
 TEST(StrictCopy, MountsDeviceThatIsMountedThere)
 {
     StrictServer scene("open@mounts#4:EACCES");
-    scene.Open();
-    scene.unit.Write(kParameterFile, ParameterFile(kNewData));
+    scene.Write(kParameterFile, HexText(std::string(0x60000, 'n'), 32, "\r\n"));
     const auto backUp = [&] { return After("HD -> FD\n", scene.Ask(kBackup)); };
     EXPECT_EQ(backUp(),
               "Floppy in not inserted.\n/mnt/floppy: not mounted; /mnt/usb: not mounted\n");
 
-    scene.unit.Write("sim/device", "/dev/sda1");
-    scene.unit.Mount("usb");
+    scene.Write("sim/device", "/dev/sda1");
+    scene.Mount("usb");
     EXPECT_EQ(backUp(), "Copy Success.\n") << "a partition";
 
-    scene.unit.Pull();
-    scene.unit.Insert();
-    scene.unit.Mount("usb");
+    scene.Pull();
+    scene.Insert();
+    scene.Mount("usb");
     EXPECT_EQ(backUp(), "Copy Success.\n") << "the stick has another name now";
-    EXPECT_EQ(Count(scene.unit.Journal(), "mount(/dev/sdb, /mnt/usb/, vfat, 0xc0ed000a"), 1U);
+    EXPECT_EQ(Count(scene.Journal(), "mount(/dev/sdb, /mnt/usb/, vfat, 0xc0ed000a"), 1U);
 
-    scene.unit.Write("sim/mounts", "/dev/sda /mnt/usb vfat rw 0 0\n");
-    scene.unit.Write("sim/device", "/dev/sda");
+    scene.Write("sim/mounts", "/dev/sda /mnt/usb vfat rw 0 0\n");
+    scene.Write("sim/device", "/dev/sda");
     EXPECT_EQ(backUp(), "Copy Success.\n") << "what is mounted there can't be found out";
 
-    scene.unit.Write("sim/device", "/dev/sdb");
-    scene.unit.Write("sim/mounts",
-                     "/dev/sdb /mnt/cdrom vfat ro 0 0\n/dev/sdb /mnt/usb vfat ro 0 0\n");
+    scene.Write("sim/device", "/dev/sdb");
+    scene.Write("sim/mounts", "/dev/sdb /mnt/cdrom vfat ro 0 0\n/dev/sdb /mnt/usb vfat ro 0 0\n");
     EXPECT_EQ(backUp(), "Copy error.\n/dev/sdb: Device or resource busy, since it is mounted at "
                         "/mnt/cdrom, too\n");
 }
@@ -237,11 +210,8 @@ TEST(StrictCopy, MountsDeviceThatIsMountedThere)
 TEST(StrictServerLimits, OneCopyForOneRead)
 {
     StrictServer scene;
-    scene.Open();
-    for (const char* command : {kBackup, kRestore, kFindUpdate, kFindParameters}) {
-        std::string groups = command;
-        for (int i = 0; i < 20; ++i)
-            groups += std::string(" ") + command + " " + kVersion;
+    for (const std::string command : {kBackup, kRestore, kFindUpdate, kFindParameters}) {
+        const std::string groups = command + Repeat(" " + command + " " + kVersion, 20);
         const std::string answer = scene.Ask(groups);
         EXPECT_EQ(Count(answer, "Copying") + Count(answer, " File is not exsit.\n"), 1U) << answer;
         EXPECT_EQ(Count(answer, kServiceText), 0U) << answer;
@@ -251,23 +221,22 @@ TEST(StrictServerLimits, OneCopyForOneRead)
 
 TEST(StrictServerLimits, ReadBackEndsAtRecordWithoutProgress)
 {
-    const std::string base = Record(4, 0, "\x90\x04");
+    const std::string base = UpperRecord(0);
+    const std::string data = Record(0, 0, "data");
     const struct {
-        std::vector<std::string> records;
+        Words records;
         const char* next;  // address
     } rows[] = {
-        {{":0000000000"}, "00000000"},
-        {{base, base}, "90040000"},
-        {{base, Record(0, 0, "")}, "90040000"},
-        {{Record(4, 0, "\x90\x03")}, "00000000"},
-        {{base, Record(0, 0, "data"), base}, "90040004"},
-        {{base, Record(0, 0, "data") + "  "}, "90040000"},
+        {{":0000000000"}, "00000000"},          {{base, base}, "90040000"},
+        {{base, Record(0, 0, "")}, "90040000"}, {{Record(4, 0, "\x90\x03")}, "00000000"},
+        {{base, data, base}, "90040004"},       {{base, data + "  "}, "90040000"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.records));
-        StrictServer scene;
+        Scene scene;
+        scene.StartWithPeers(StrictWords());
         scene.Say(Frames({"Status:Flash Idle", "Start READ"}));
-        EXPECT_TRUE(scene.patcher.WaitForLine("NEXT   :"));
+        EXPECT_TRUE(scene.patcher->WaitForLine("NEXT   :"));
         scene.TakeReplies();
         scene.Say(Frames(row.records));
         EXPECT_EQ(
@@ -284,15 +253,14 @@ TEST(StrictServerLimits, WriteToPeerThatDoesNotReadEnds)
     for (const char* kind : {"text ", "<message_box "}) {
         SCOPED_TRACE(kind);
         StrictServer scene;
-        scene.Open();
         const bool isText = kind[0] == 't';
-        Connection& peer = isText ? *scene.controller : static_cast<Connection&>(scene.rcServer);
-        const std::string line = kind + std::string(900, 'x');
+        Connection& peer = isText ? *scene.controller : static_cast<Connection&>(*scene.rcServer);
+        const std::string line = Frames({kind + std::string(900, 'x')});
         bool isClosed = false;
         for (int round = 0; round < 3 && !isClosed; ++round) {
             const auto before = UnitTime();
             for (int i = 0; i < 40000 && UnitTime() - before < kBound; ++i)
-                scene.Say(Frames({line}));
+                scene.Say(line);
             EXPECT_EQ(UnitTime() - before, kBound);
             isClosed = WaitUntil([&] { return peer.IsClosed(); }, std::chrono::seconds(1));
         }
@@ -306,32 +274,27 @@ TEST(StrictServerLimits, WriteToPeerThatDoesNotReadEnds)
 TEST(StrictServerLimits, LogKeepsNewestEntries)
 {
     constexpr std::size_t kMost = 0x200000;
+    constexpr std::size_t kCut = kMost / 2 + 1000;
     const std::string entry = "06/03/14/09:05:07 - old\n";
-    std::string log;
-    while (log.size() + entry.size() <= kMost)
-        log += entry;
-    StrictServer scene;
-    scene.unit.Write(kServerLog, log);
+    Scene scene;
+    scene.StartWithPeers(StrictWords());
+    scene.Write(kServerLog, Repeat(entry, kMost / entry.size()));
     scene.Open();
-    const std::string cut = scene.unit.Log();
-    EXPECT_LT(cut.size(), kMost / 2 + 1000);
-    EXPECT_EQ(cut.substr(0, 2 * entry.size()), entry + entry);
-    EXPECT_EQ(Count(cut, " - CSP Read Failed.\n"), 1U) << "the entry that was too much";
-    EXPECT_EQ(scene.Ask(kVersion), kServiceText);
-    scene.unit.Write(kServerLog, std::string(kMost - 1, 'x') + "\n");
+    const std::string log = scene.Log();
+    EXPECT_LT(log.size(), kCut);
+    EXPECT_EQ(log.substr(0, 2 * entry.size()), entry + entry);
+    EXPECT_EQ(Count(log, " - CSP Read Failed.\n"), 1U) << "the entry that was too much";
+    scene.Write(kServerLog, std::string(kMost - 1, 'x') + "\n");
     EXPECT_EQ(scene.Ask(kVersion), kServiceText) << "a log of one line";
-    EXPECT_LT(scene.unit.Log().size(), kMost / 2 + 1000);
-    EXPECT_EQ(EndOf(scene.unit.Log(), "Update the Service Center.\n"),
-              "Update the Service Center.\n");
+    EXPECT_LT(scene.Log().size(), kCut);
+    EXPECT_EQ(EndOf(scene.Log(), " - Update the Service Center.\n"),
+              " - Update the Service Center.\n");
 }
 
 TEST(StrictServerLimits, ListensAtOneAddress)
 {
-    Unit unit;
-    unit.StartPiano({"--bad-checksum-at", "90040000"});
-    const std::string port = OwnPort();
-    unit.Start("diag_server", {"--strict", "--listen", "127.0.0.2", "-P", port});
-    EXPECT_TRUE(unit.WaitForLog("CSP Read Failed.\n"));
-    EXPECT_TRUE(Controller(std::stoi(port)).IsClosed());
-    EXPECT_FALSE(Controller(std::stoi(port), 2).IsClosed());
+    Scene scene;
+    scene.StartWithPeers({"--strict", "--listen", "127.0.0.2", "-P", OwnPort()});
+    EXPECT_TRUE(scene.controller->IsClosed());
+    EXPECT_FALSE(Controller(scene.Port(), 2).IsClosed());
 }

@@ -13,58 +13,33 @@ constexpr char kUsageLine[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
 constexpr char kFirstLine[] = ":20040000";  // begins the second line of the image
 constexpr char kEnd[] = ":00000001FF\r\n";
 
-const std::string kImage = FirmwareOf("V1", 0x3000);
+const std::string kImage = Firmware(0x3000, "V1");
+const std::string kGood = HexText(kImage, 32, "\r\n");
 
 // The firmware file with the line that begins so replaced.
 std::string FileWith(const std::string& line, const std::string& replacement)
 {
-    std::string text = HexText(kImage, 32, "\r\n");
-    const std::size_t at = text.find(line);
-    return text.replace(at, text.find('\n', at) + 1 - at, replacement);
+    const std::size_t at = kGood.find(line);
+    return std::string(kGood).replace(at, kGood.find('\n', at) + 1 - at, replacement);
 }
-const std::string kGood = FileWith(kEnd, kEnd);
 
-struct Row {
-    std::string words;
-    std::string error;         // the end of standard error
-    std::string file = kGood;  // prog.hex
-    const char* fault = "";    // of one call
-    const char* piano = "";    // its options
-};
-
-// A unit with prog.hex in which the program has ended.
-struct StrictRun {
-    explicit StrictRun(const Row& row) : piano(unit.StartPiano(Split(row.piano)))
-    {
-        unit.Write("cwd/prog.hex", row.file);
-        if (*row.fault != '\0')
-            unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
-        Process& program = unit.Run(Split("--strict " + row.words));
-        status = program.Wait();
-        EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
-    }
-
-    bool HasOpenedLinks() const { return Count(unit.Journal(), "ioctl") > 0; }
-    std::string Logs() const { return unit.Log() + unit.Log(kUpdateLog); }
-    bool HasWritten()
-    {
-        piano.Kill(SIGTERM);
-        return unit.Flash(kImageStart, kImage.size()) == kImage;
-    }
-
-    Unit unit;
-    Process& piano;
-    int status = -1;
-};
+// 16 bytes at the start of 64 KiB of the flash.
+std::string Row(const std::string& upper)
+{
+    return Record(4, 0, upper) + "\r\n" + Record(0, 0, std::string(16, 'x')) + "\r\n";
+}
 
 }  // namespace
 
-TEST(StrictCommandLine, RefusesMistakes)
+TEST(Strict, RefusesMistakesOnCommandLine)
 {
     const std::string noFile = "need a file\n";
     const std::string noPort = "the port is not a number from 1 to 65535\n";
     const std::string noAddress = "--listen needs an IPv4 address\n";
-    const Row rows[] = {
+    const struct {
+        std::string words;
+        std::string error;
+    } rows[] = {
         {"-x -f prog.hex", "option -- 'x'\n"},
         {"-x -h", "option -- 'x'\n"},
         {"prog.hex", "not an option: prog.hex\n"},
@@ -84,24 +59,39 @@ TEST(StrictCommandLine, RefusesMistakes)
         {"--listen 127.0.0.1 -f prog.hex",
          "can't be used with a file, for which nothing listens\n"},
     };
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.words);
-        StrictRun run({row.words, row.error + kUsageLine});
-        EXPECT_EQ(run.status, 2);
-        EXPECT_TRUE(run.Logs().empty() && !run.HasOpenedLinks());
+        Unit unit;
+        unit.Write("cwd/prog.hex", kGood);
+        Process& program = unit.Run(Split("--strict " + row.words));
+        const std::string error = row.error + kUsageLine;
+        EXPECT_EQ(EndOf(program.Error(), error), error);
+        EXPECT_EQ(program.Wait(), 2);
+        EXPECT_EQ(unit.Journal() + unit.Log() + unit.Log(kUpdateLog), "exit descriptors=0\n");
     }
 }
 
-TEST(StrictStart, RefusesWhatWouldFailLater)
+TEST(Strict, EndsWithStatusAndReason)
 {
+    enum { Nothing, OpenedLinks, WroteFlash };
     const Port taken;
     const std::string port = std::to_string(taken.Number());
     const std::string update = "-f prog.hex";
     const std::string lock = kLogFolder + "/diag_server.lock: ";
     const std::string noSocket = "/home/i2c_server_sock: No such file or directory\n";
-    const std::string outside =
-        Record(4, 0, "\x27\x91") + "\r\n" + Record(0, 0, "data") + "\r\n" + kGood;
-    const Row rows[] = {
+    const std::string powerFailed = "/dev/PciDsp: Input/output error\n";
+    const std::string kept = "prog.hex: keeps its name, since ";
+    const std::string outside = Row("\x27\x91") + kGood;
+    const struct {
+        std::string words;
+        std::string error;         // the end of standard error, which is in a log, too
+        std::string file = kGood;  // prog.hex
+        const char* fault = "";    // of one call
+        const char* piano = "";    // its options
+        int done = Nothing;
+        int status = 1;
+    } rows[] = {
+        // Refused before a link is opened.
         {"-f none", "none: No such file or directory\n"},
         {"-f .", ".: can't be used\n"},
         {update, ": no end record (type 1): the board waits for more\n", FileWith(kEnd, "")},
@@ -112,7 +102,7 @@ TEST(StrictStart, RefusesWhatWouldFailLater)
         {update, "introduces: a line may be lost\n", FileWith(kFirstLine, "")},
         {update, "prog.hex: errors not listed: 1\n", std::string(19, '\n')},
         {update, "data at 27910000, outside the flash (90000000 to 90FFFFFF)\n", outside},
-        {update, "prog.hex: File too large\n", TooLargeFile('\n')},
+        {update, "prog.hex: File too large\n", Repeat("\n", 0x1000001)},
         {update, kLogFolder + "/cspupdate.log: Read-only file system\n", kGood,
          "open@cspupdate.log:EROFS"},
         {update, lock + "Read-only file system\n", kGood, "open@diag_server.lock:EROFS"},
@@ -121,142 +111,114 @@ TEST(StrictStart, RefusesWhatWouldFailLater)
         {"", noSocket, kGood, "", "--no-patcher"},
         {"-P " + port, "port " + port + ": Address already in use\n"},
         {"--listen 203.0.113.1", "port 4917 at 203.0.113.1: Cannot assign requested address\n"},
+        // Failures of the update.
+        {update, "the MIDI Patcher could not be reached before, but can be now\n", kGood,
+         "write@i2c_server_sock:EPIPE", "", OpenedLinks},
+        {update, "the update has failed\n", kGood, "", "--silent", OpenedLinks},
+        {update, powerFailed, kGood, "ioctl@PciDsp#2:EIO", "", WroteFlash},
+        {"--verify " + update, powerFailed, kGood, "ioctl@PciDsp#4:EIO", "--size A1000",
+         WroteFlash},
+        // Successes. V2.hex is there, and dangles.
+        {update, "", kGood, "", "", WroteFlash, 0},
+        {"-b " + update, kept + "it has no version text\n",
+         FileWith(kFirstLine, Record(0, 0x400, ". ." + std::string(29, '\0')) + "\r\n"), "", "",
+         OpenedLinks, 0},
+        {"-b " + update, kept + "the rename has failed\n", kGood, "rename@V1.hex:EROFS", "",
+         WroteFlash, 0},
+        {"-b " + update, kept + "V2.hex exists\n", HexText(Firmware(0x3000, "V2"), 32, "\r\n"), "",
+         "", OpenedLinks, 0},
+        // Nobody has described the flash of the other peer, and -v writes nothing.
+        {"-v -a prog.hex",
+         "prog.hex:2: data at 27910000, outside the flash (90000000 to 90FFFFFF)\n", outside, "",
+         "", Nothing, 0},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.error);
-        StrictRun run(row);
-        EXPECT_EQ(run.status, 1);
-        EXPECT_FALSE(run.HasOpenedLinks());
-        EXPECT_NE(run.Logs().find(row.error), std::string::npos);
-    }
-    // Nobody has described the flash of the other peer, and -v writes nothing.
-    StrictRun warned({"-v -a prog.hex",
-                      "prog.hex:2: data at 27910000, outside the flash "
-                      "(90000000 to 90FFFFFF)\n",
-                      outside});
-    EXPECT_EQ(warned.status, 0);
-}
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.words + row.error);
+        Unit unit(row.fault);
+        unit.Write("cwd/prog.hex", row.file);
+        std::filesystem::create_symlink("nowhere", unit.Path("cwd/V2.hex"));
+        Process& piano = unit.StartPiano(Split(row.piano));
 
-TEST(StrictUpdate, EndsWithStatusAndReason)
-{
-    const std::string update = "-f prog.hex";
-    const std::string keeps = "prog.hex: keeps its name, since ";
-    const std::string noVersion =
-        FileWith(kFirstLine, Record(0, 0x400, ". ." + std::string(29, '\0')) + "\r\n");
-    const struct {
-        Row row;
-        int status;
-        bool isWritten;
-    } rows[] = {
-        {{update, ""}, 0, true},
-        {{"-b " + update, keeps + "it has no version text\n", noVersion}, 0, false},
-        {{"-b " + update, keeps + "the rename has failed\n", kGood, "rename@V1.hex:EROFS"},
-         0,
-         true},
-        {{update, "the MIDI Patcher could not be reached before, but can be now\n", kGood,
-          "write@i2c_server_sock:EPIPE"},
-         1,
-         false},
-        {{update, "the update has failed\n", kGood, "", "--silent"}, 1, false},
-        {{update, "/dev/PciDsp: Input/output error\n", kGood, "ioctl@PciDsp#2:EIO"}, 1, true},
-        {{"--verify " + update, "/dev/PciDsp: Input/output error\n", kGood, "ioctl@PciDsp#4:EIO",
-          "--size A1000"},
-         1,
-         true},
-    };
-    for (const auto& [row, status, isWritten] : rows) {
-        SCOPED_TRACE(row.error);
-        StrictRun run(row);
-        EXPECT_EQ(run.status, status);
-        EXPECT_EQ(run.HasWritten(), isWritten);
-        EXPECT_TRUE(run.unit.Exists("cwd/prog.hex"));
-        EXPECT_NE(run.Logs().find(row.error), std::string::npos);
-    }
-}
+        Process& program = unit.Run(Split("--strict " + row.words));
 
-TEST(StrictUpdate, KeepsFileAtNewName)
-{
-    Unit unit;
-    unit.Write("cwd/prog.hex", kGood);
-    std::filesystem::create_symlink("nowhere", unit.Path("cwd/V1.hex"));
-    unit.StartPiano();
-    Process& program = unit.Run(Split("--strict -b -f prog.hex"));
-    EXPECT_EQ(program.Wait(), 0);
-    EXPECT_EQ(program.Error(), "diag_server: prog.hex: keeps its name, since V1.hex exists\n");
-    EXPECT_TRUE(std::filesystem::is_symlink(unit.Path("cwd/V1.hex")));
+        EXPECT_EQ(program.Wait(), row.status);
+        EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
+        const std::string logs = unit.Log() + unit.Log(kUpdateLog);
+        EXPECT_TRUE(Contains(logs, row.error));
+        EXPECT_EQ(Contains(unit.Journal(), "ioctl"), row.done != Nothing);
+        piano.Kill(SIGTERM);
+        EXPECT_EQ(unit.Flash(kImage.size()) == kImage, row.done == WroteFlash);
+        EXPECT_TRUE(unit.Read("cwd/prog.hex") == row.file);
+        EXPECT_TRUE(std::filesystem::is_symlink(unit.Path("cwd/V2.hex")));
+    }
 }
 
 // A read-back that isn't saved has failed: the server goes on and takes commands.
 TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
 {
-    const std::string file = "csp_param.hex: ";
     const struct {
         std::string reason;  // empty: it succeeds
         const char* fault;
-        const char* piano;
+        const char* piano = "";
     } rows[] = {
-        {"", "", ""},
+        {"", ""},
         {"csp_param.hex: it doesn't cover exactly the parameter flash", "", "--read-stop 90041000"},
         {"what the CSP sent was not the next record, that of 90042000", "",
          "--bad-checksum-at 90042000"},
-        {"csp_param.hex: No space left on device", "write@csp_param.hex.new:ENOSPC", ""},
-        {"csp_param.hex: Input/output error", "fsync@csp_param.hex.new:EIO", ""},
-        {"csp_param.hex: Read-only file system", "open@csp_param.hex.new:EROFS", ""},
-        {"csp_param.hex: Permission denied", "rename@csp_param.hex:EACCES", ""},
+        {"csp_param.hex: No space left on device", "write@csp_param.hex.new:ENOSPC"},
+        {"csp_param.hex: Input/output error", "fsync@csp_param.hex.new:EIO"},
+        {"csp_param.hex: Read-only file system", "open@csp_param.hex.new:EROFS"},
+        {"csp_param.hex: Permission denied", "rename@csp_param.hex:EACCES"},
     };
     constexpr auto kPrivate = std::filesystem::perms::owner_read;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.reason);
         const bool isSaved = row.reason.empty();
-        Unit unit;
-        std::filesystem::permissions(unit.Write("cwd/csp_param.hex", "old"), kPrivate);
-        unit.StartPiano(Split(row.piano));
-        if (*row.fault != '\0')
-            unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
-        Process& server = unit.Start("diag_server", {"--strict", "-P", OwnPort()});
+        Scene scene(row.fault);
+        const std::string file = scene.Write("cwd/csp_param.hex", "old");
+        std::filesystem::permissions(file, kPrivate);
+        scene.StartWithPiano(StrictWords(), Split(row.piano));
 
-        EXPECT_TRUE(unit.WaitForLog("Rebooting CSP...5sec\n"));
-        EXPECT_TRUE(!isSaved || server.Wait() == 0);
+        EXPECT_TRUE(scene.WaitForLog("Rebooting CSP...5sec\n"));
+        EXPECT_TRUE(!isSaved || scene.server->Wait() == 0);
 
-        const std::string result = LogTexts(unit);
-        EXPECT_EQ(Count(result, "CSP Read Success.\n"), isSaved ? 1U : 0U);
-        EXPECT_EQ(Count(result, "CSP Read Failed.\n" + row.reason + "\n"), isSaved ? 0U : 1U);
-        EXPECT_EQ(server.IsRunning(), !isSaved);
-        EXPECT_EQ(unit.Read("cwd/csp_param.hex") == "old", !isSaved);
-        EXPECT_EQ(std::filesystem::status(unit.Path("cwd/csp_param.hex")).permissions(), kPrivate);
-        EXPECT_FALSE(unit.Exists("cwd/csp_param.hex.new"));
+        const std::string result =
+            isSaved ? "CSP Read Success.\n" : "CSP Read Failed.\n" + row.reason + "\n";
+        EXPECT_EQ(Count(scene.LogTexts(), "CSP Read "), 1U);
+        EXPECT_TRUE(Contains(scene.LogTexts(), result));
+        EXPECT_EQ(scene.server->IsRunning(), !isSaved);
+        EXPECT_EQ(ReadFile(file) == "old", !isSaved);
+        EXPECT_EQ(std::filesystem::status(file).permissions(), kPrivate);
+        EXPECT_FALSE(scene.Exists("cwd/csp_param.hex.new"));
     }
 }
 
 TEST(Strict, ExitsWhenPortIsTakenDuringStart)
 {
-    Unit unit;
-    unit.StartPiano();
-    const std::string port = OwnPort();
-    Process& server = unit.Start("diag_server", {"--strict", "-P", port});
-    EXPECT_TRUE(unit.WaitForLog("Diag Server Start Now.\n"));
-    const Port taken(std::stoi(port));
+    Scene scene;
+    scene.StartWithPiano(StrictWords(), {});
+    EXPECT_TRUE(scene.WaitForLog("Diag Server Start Now.\n"));
+    const Port taken(std::stoi(OwnPort()));
 
-    EXPECT_EQ(server.Wait(), 1);
-    EXPECT_EQ(server.Error(), "diag_server: port " + port + ": Address already in use\n");
+    EXPECT_EQ(scene.server->Wait(), 1);
+    EXPECT_EQ(scene.server->Error(),
+              "diag_server: port " + OwnPort() + ": Address already in use\n");
 }
 
 TEST(Strict, ComparesFlashWithFileAfterUpdate)
 {
-    const std::string before =
-        Record(4, 0, "\x90\x03") + "\r\n" + Record(0, 0xFFF0, std::string(16, 'x')) + "\r\n";
-    const std::string image = before + HexText(FirmwareOf("V1", 0x1000), 32, "\r\n");
-    const std::string rest =
-        Record(4, 0, "\x90\x0A") + "\r\n" + Record(0, 0, std::string(16, 'x')) + "\r\n";
+    const std::string image = Record(4, 0, "\x90\x03") + "\r\n" +
+                              Record(0, 0xFFF0, std::string(16, 'x')) + "\r\n" +
+                              HexText(Firmware(0x1000, "V1"), 32, "\r\n");
     const struct {
         std::string added;     // to the file, in front of its end record
         std::size_t changed;   // bytes of flash, while the CSP restarts
         const char* piano;     // from then on
         std::size_t attempts;  // to read it
         int status;
-        std::string error = {};  // its end
+        std::string error;  // its end
     } rows[] = {
-        {rest, 0, "", 1, 0,
+        {Row("\x90\x0A"), 0, "", 1, 0,
          "diag_server: not verified: 9003FFF0 to 9003FFFF\n"
          "diag_server: not verified: 900A0000 to 900A000F\n"},
         {"", 2, "", 1, 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},
@@ -275,12 +237,11 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
         const std::string loaded = unit.Write("sim/loaded", flash);
         unit.StartPiano(Split("--size A1000 --load " + loaded + " " + row.piano));
 
-        EXPECT_EQ(program.Wait(), row.status);
+        EXPECT_EQ(unit.AwaitEnd(program), row.status);
 
         EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
         EXPECT_EQ(Count(unit.Journal(), "usleep(500000)\n"), 1U + row.attempts);
         EXPECT_EQ(Count(unit.Journal(), "ioctl(/dev/PciDsp, 33, 0xc00) = 0\n"), 2U);
-        EXPECT_EQ(Count(unit.Journal(), "exit descriptors=0\n"), 1U);
         EXPECT_FALSE(unit.Exists("cwd/csp_param.hex"));
     }
 }

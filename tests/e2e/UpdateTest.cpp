@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include "Descriptor.h"
 #include "HexText.h"
 #include "Scene.h"
-#include "UniqueFd.h"
 
 TEST(Update, LogsResultRenamesFileAndRestartsPiano)
 {
@@ -58,29 +58,28 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
          "mnt/usb/xV102.hex"},
         {"-b -f prog.hex", "", "rename@V102.hex:EACCES", kept, done + "Update File Rename Error\n"},
     };
-    const std::string firmware = FirmwareOf("../x\\V 1.02", 0x11000);
+    const std::string firmware = Firmware(0x11000, "../x\\V 1.02");
     const std::string image = HexText(firmware, 32, "\r\n");
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.words) + " " + row.piano + " " + row.fault);
-        const bool restarts = row.log.find("Error No.") == std::string::npos;
-        Unit unit;
+        const bool restarts = !Contains(row.log, "Error No.");
+        Unit unit(row.fault);
         unit.Write("cwd/prog.hex", image);
         unit.Write("mnt/usb/prog.hex", image);
         unit.Write("mnt/usb/xV102.hex", "older");
-        unit.Set(std::string("SIMUNIT_FAULT=") + row.fault);
         unit.StartPiano(Split(row.piano));
 
         Process& program = unit.Run(Split(row.words));
 
-        ExpectCleanEnd(unit, program);
-        EXPECT_EQ(LogTexts(unit, kUpdateLog),
+        EXPECT_EQ(unit.AwaitEnd(program), 0);
+        EXPECT_EQ(unit.LogTexts(kUpdateLog),
                   "CSP Updater Start Now.\nCSP File Version: ../x\\V 1.02\n" + row.log +
                       (restarts ? "Rebooting CSP...5sec\n" : ""));
-        EXPECT_NE(program.Output().find(row.output), std::string::npos) << program.Output();
+        EXPECT_TRUE(Contains(program.Output(), row.output)) << program.Output();
         EXPECT_LE(UnitTime(), std::chrono::seconds(20 + Count(program.Output(), "Inc 1+")));
         EXPECT_TRUE(unit.Read(row.name) == image);
-        EXPECT_EQ(unit.Flash(kImageStart, firmware.size()) == firmware,
-                  row.log.find("CSP Update Finished\n") != std::string::npos);
+        EXPECT_EQ(unit.Flash(firmware.size()) == firmware,
+                  Contains(row.log, "CSP Update Finished\n"));
         EXPECT_EQ(Count(unit.MidiLog(), " bad "), 0U) << unit.MidiLog();
         const std::string journal = unit.Journal();
         EXPECT_EQ(Count(journal, "\nusleep(500000)\n"), restarts ? 1U : 0U);
@@ -98,12 +97,12 @@ TEST(Update, SucceedsWithoutStandardOutput)
     for (const bool fromTheStart : {true, false}) {
         SCOPED_TRACE(fromTheStart);
         Unit unit;
-        const std::string firmware = FirmwareOf("V1", 0x4000);
+        const std::string firmware = Firmware(0x4000, "V1");
         unit.Write("cwd/prog.hex", HexText(firmware, 32, "\r\n"));
         Process& piano = unit.StartPiano();
         const std::string pipe = unit.Path("sim/output");
         ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-        UniqueFd reader(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        Descriptor reader(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         unit.SetOutput(fromTheStart ? "" : pipe);
 
         Process& program = unit.Start("diag_server", {"-f", "prog.hex"});
@@ -112,11 +111,11 @@ TEST(Update, SucceedsWithoutStandardOutput)
         EXPECT_EQ(read(reader.Get(), &first, 1), fromTheStart ? 0 : 1) << "texts leave at once";
         const std::string error = "/proc/" + std::to_string(program.Id()) + "/fd/2";
         EXPECT_EQ(std::filesystem::read_symlink(error) == "/dev/null", fromTheStart);
-        close(reader.Release());
+        reader.Close();
 
-        ExpectCleanEnd(unit, program);
-        EXPECT_EQ(Count(LogTexts(unit, kUpdateLog), "CSP Update Finished\n"), 1U);
+        EXPECT_EQ(unit.AwaitEnd(program), 0);
+        EXPECT_EQ(Count(unit.LogTexts(kUpdateLog), "CSP Update Finished\n"), 1U);
         EXPECT_EQ(piano.Kill(SIGTERM), 0) << piano.Error();
-        EXPECT_TRUE(unit.Flash(kImageStart, firmware.size()) == firmware);
+        EXPECT_TRUE(unit.Flash(firmware.size()) == firmware);
     }
 }

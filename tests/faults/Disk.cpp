@@ -6,7 +6,7 @@
 #include <sstream>
 #include <utility>
 
-#include "FaultyUnit.h"
+#include "Texts.h"
 
 namespace fs = std::filesystem;
 
@@ -61,15 +61,12 @@ void Disk::Take(const CallLine& call)
     else if (kind == "fsync" && fs::path(path).has_extension())
         FlushFile(Identity(path));
     else if (kind == "fsync")
-        FlushDirectory(path);
-    TakeFlushOfAll(kind, IsOnMedium(path + "/"));
-}
+        FlushNames([&](const std::string& name) { return fs::path(name).parent_path() == path; });
 
-void Disk::TakeFlushOfAll(const std::string& kind, bool isOnMedium)
-{
-    if (kind == "sync" || (kind == "syncfs" && isOnMedium))
-        isMediumWritten = true;
-    if (kind == "sync" || (kind == "syncfs" && !isOnMedium))
+    const bool isOnMedium = IsOnMedium(path + "/");
+    const bool isSyncFs = kind == "syncfs";
+    isMediumWritten = isMediumWritten || kind == "sync" || (isSyncFs && isOnMedium);
+    if (kind == "sync" || (isSyncFs && !isOnMedium))
         FlushAll(false);
     if (kind == "fsync" && isOnMedium && std::exchange(isMediumWritten, false))
         FlushAll(true);
@@ -136,29 +133,23 @@ void Disk::FlushFile(int file)
     replacing.erase(found);
 }
 
-void Disk::FlushDirectory(const std::string& path)
+void Disk::FlushNames(const IsMeant& isMeant)
 {
     std::vector<Change> left;
-    for (const Change& change : changes) {
-        const std::string& name = change.to.empty() ? change.from : change.to;
-        if (fs::path(name).parent_path() == path)
+    for (const Change& change : changes)
+        if (isMeant(change.to.empty() ? change.from : change.to))
             change.Apply(flushed);
         else
             left.push_back(change);
-    }
     changes = left;
 }
 
 void Disk::FlushAll(bool ofMedium)
 {
-    std::set<std::string> directories;
-    for (const Change& change : changes)
-        directories.insert(fs::path(change.to.empty() ? change.from : change.to).parent_path());
-    for (const std::string& directory : directories)
-        if (IsOnMedium(directory + "/") == ofMedium)
-            FlushDirectory(directory);
+    const IsMeant isMeant = [=](const std::string& path) { return IsOnMedium(path) == ofMedium; };
+    FlushNames(isMeant);
     for (const auto& [path, file] : names)
-        if (IsOnMedium(path) == ofMedium)
+        if (isMeant(path))
             FlushFile(file);
 }
 

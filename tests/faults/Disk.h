@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -13,10 +14,6 @@ struct CallLine {
 
     // "write:3:EIO".
     std::string Fault(const std::string& what) const { return kind + ":" + number + ":" + what; }
-    bool IsLike(const CallLine& other) const
-    {
-        return kind == other.kind && subject == other.subject;
-    }
 };
 std::vector<CallLine> CallLines(const std::string& text);
 
@@ -46,6 +43,7 @@ public:
 
 private:
     using Names = std::map<std::string, int>;  // of files, each a number
+    using IsMeant = std::function<bool(const std::string& path)>;
 
     // Without `from` a file is new, without `to` it is removed.
     struct Change {
@@ -59,9 +57,8 @@ private:
     int Identity(const std::string& path);
     void Move(const std::string& from, const std::string& to);
     void FlushFile(int file);
-    void FlushDirectory(const std::string& path);
+    void FlushNames(const IsMeant& isMeant);
     void FlushAll(bool ofMedium);
-    void TakeFlushOfAll(const std::string& kind, bool isOnMedium);
     Files Outcome(unsigned choice, bool isLost);
 
     int lastFile = 0;

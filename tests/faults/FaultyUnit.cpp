@@ -1,8 +1,8 @@
 #include "FaultyUnit.h"
 
+#include <algorithm>
 #include <csignal>
 #include <sstream>
-#include <stdexcept>
 
 #include "HexText.h"
 
@@ -13,21 +13,10 @@ constexpr std::chrono::seconds kEndLimit{6000};
 
 }  // namespace
 
-bool Contains(const std::string& text, const std::string& piece)
+std::vector<CallLine> FaultyUnit::Calls(const std::string& first) const
 {
-    return text.find(piece) != std::string::npos;
-}
-
-void Check(bool condition, const std::string& otherwise)
-{
-    if (!condition)
-        throw std::runtime_error(otherwise);
-}
-
-FaultyUnit::FaultyUnit(const std::string& itsFault) : fault(itsFault)
-{
-    if (Contains(fault, ":"))
-        Set("SIMUNIT_FAULT=" + fault);
+    const std::string all = Read("sim/calls");
+    return CallLines(all.substr(std::min(all.find(first), all.size())));
 }
 
 std::string FaultyUnit::SeenFault() const
@@ -47,13 +36,12 @@ bool FaultyUnit::IsHit(const Causes& causes) const
 {
     const std::string line = SeenFault();
     for (const std::string& cause : causes) {
-        const std::size_t blank = cause.find(' ');
-        const std::string subject = cause.substr(blank + 1);
-        if (blank != std::string::npos && !Contains(line, "fault " + cause.substr(0, blank + 1)))
-            continue;
+        const std::size_t kindSize = cause.find(' ') + 1;  // 0 without a kind
+        const std::string subject = cause.substr(kindSize);
         // A socket that isn't connected yet may be for either peer.
         const bool isLink = subject == kMidiLink || subject == kRcLink;
-        if (Contains(line, subject) || (isLink && Contains(line, " on socket")))
+        if (Contains(line, "fault " + cause.substr(0, kindSize)) &&
+            (Contains(line, subject) || (isLink && Contains(line, " on socket"))))
             return true;
     }
     return false;
@@ -99,40 +87,19 @@ bool FaultyUnit::Judge(const Reply& reply, const std::vector<Result>& results)
 
 Outcome FaultyUnit::GetOutcome() const
 {
-    if (lost > 0)
-        return Outcome::Lost;
-    return hasFailed ? Outcome::Reported : Outcome::Kept;
-}
-
-std::string FaultyUnit::CheckErrors(const Process& program)
-{
-    std::string errors = program.Error();
-    Check(!Contains(errors, "Sanitizer") && !Contains(errors, "runtime error"),
-          "a sanitizer reports " + errors);
-    return errors;
+    return lost > 0 ? Outcome::Lost : hasFailed ? Outcome::Reported : Outcome::Kept;
 }
 
 bool FaultyUnit::CheckEnd(Process& program, bool isStrict)
 {
-    const int status = program.Wait(kEndLimit);
-    const std::string errors = CheckErrors(program);
-    Check(status != -1, "it hangs");
-    const bool isReported = isStrict && status == 1 && !errors.empty();
+    const int status = AwaitEnd(program, kEndLimit);
+    const bool isReported = isStrict && status == 1 && !program.Error().empty();
     Check(status == 0 || isReported, "exit status " + std::to_string(status));
-    Check(Contains("\n" + Journal(), "\nexit descriptors=0\n"), "a descriptor is left");
     hasFailed = hasFailed || isReported;
     return status == 0;
 }
 
-Process& FaultyUnit::StartFaultyPiano(Words options)
-{
-    const std::size_t blank = fault.find(' ');
-    if (blank != std::string::npos)
-        options.insert(options.end(), {fault.substr(0, blank), fault.substr(blank + 1)});
-    return StartPiano(options);
-}
-
-Unit::Words FaultyUnit::ReadBackOptions(int size) const
+Words FaultyUnit::ReadBackOptions(int size) const
 {
     std::ostringstream stop;
     stop << std::hex << 0x90040000U + static_cast<unsigned>(size);
@@ -141,29 +108,23 @@ Unit::Words FaultyUnit::ReadBackOptions(int size) const
     return {"--join", "--read-cut", "8", "--load", flash, "--read-stop", stop.str()};
 }
 
-void FaultyUnit::Run(const Scenario& scenario)
+void FaultyUnit::RunScenario(const Scenario& scenario)
 {
     if (scenario.flash == kNoServer)
         return scenario.run(*this);
     // The bad record is the last one, so that nothing follows it.
-    const Words failing = {"--join",      "--bad-checksum-at", "90040000",
-                           "--read-stop", "9004000C",          "--allow-gaps"};
-    StartServing(scenario.flash == kFailingRead ? failing : ReadBackOptions(scenario.flash),
-                 {"-P", "0"});
+    const std::string failing =
+        "--join --bad-checksum-at 90040000 --read-stop 9004000C --allow-gaps";
+    StartWithPiano(kAnyPort, scenario.flash == kFailingRead ? Split(failing)
+                                                            : ReadBackOptions(scenario.flash));
     AwaitFirstReadBack();
     hasFailed = Contains(Log(), "MIDI Patcher is not active.") && IsHit({kMidiLink});
     if (!hasFailed)
         scenario.run(*this);
-    StopPiano();
+    piano->Kill(SIGTERM);
     if (IsServing())
         EndServer();
     CheckEnd(*server);
-}
-
-void FaultyUnit::StartServing(const Words& options, const Words& words)
-{
-    piano = &StartFaultyPiano(options);
-    server = &Start("diag_server", words);
 }
 
 void FaultyUnit::AwaitFirstReadBack()
@@ -178,24 +139,16 @@ void FaultyUnit::AwaitFirstReadBack()
     Check(WaitUntil(isOver, kEndLimit), "the first read-back has no end");
 }
 
-std::string FaultyUnit::KillServer()
-{
-    server->Kill(SIGTERM);
-    return CheckErrors(*server);
-}
-
-Reply FaultyUnit::Ask(const std::string& groups, std::chrono::nanoseconds time)
+Reply FaultyUnit::Try(const std::string& groups, std::chrono::nanoseconds time)
 {
     if (!IsServing())
         return {};
     if (!controller || controller->IsClosed())
-        controller = std::make_unique<Controller>(Port());
-    const std::size_t shownBefore = controller->Received().size();
-    const std::size_t loggedBefore = Log().size();
+        Connect();
+    const std::size_t before = Log().size();
     controller->Send(Bytes(groups));
-    const auto end = UnitTime() + time;
-    WaitUntil([&] { return UnitTime() >= end || !IsServing(); }, 2 * time);
-    return {controller->Received().substr(shownBefore), Log().substr(loggedBefore)};
+    Pass(time);
+    return {TakeReplies(), Log().substr(before)};
 }
 
 void FaultyUnit::EndServer()
@@ -208,7 +161,7 @@ void FaultyUnit::EndServer()
     // while a read-back runs.
     for (const auto limit = UnitTime() + kEndLimit; IsServing() && UnitTime() < limit;) {
         controller.reset();
-        Ask("DF DF 00 C0", std::chrono::seconds(80));
+        Try(kReadParameters, std::chrono::seconds(80));
     }
     Check(!IsServing(), "no command ends it: it drops them, or hangs");
     ExpectReadBack(kParameterFile);

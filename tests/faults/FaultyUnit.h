@@ -1,19 +1,16 @@
 #pragma once
 
 #include <chrono>
-#include <memory>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "Unit.h"
-
-bool Contains(const std::string& text, const std::string& piece);
-// Throws std::runtime_error with the text when the condition is false.
-void Check(bool condition, const std::string& otherwise);
+#include "Disk.h"
+#include "Scene.h"
 
 // What a fault can hit: a part of its name in the journal, after the kind of call unless any kind
 // counts ("csp_param.hex", "umount /mnt").
-using Causes = std::vector<std::string>;
+using Causes = Words;
 constexpr char kMidiLink[] = "i2c_server_sock";
 constexpr char kRcLink[] = "rcseq_socket";
 constexpr char kController[] = "tcp";
@@ -37,34 +34,20 @@ struct Result {
 // cost one, unreported; or one was broken for no reason.
 enum class Outcome { Kept, Reported, Lost, Violation };
 
-class FaultyUnit;
+struct Scenario;
 
-// One flow of the program, from the start of its processes to their end. It throws when a promise
-// is broken for no reason.
-struct Scenario {
-    std::string name;
-    // The frames in each direction after which the link is cut, or the piano ends: all, or the last
-    // few.
-    int frames;
-    // Bytes for the server's first read-back. With none it fails, and the server takes commands.
-    // Below 0 `run` starts the program itself.
-    int flash;
-    void (*run)(FaultyUnit&);
-};
-constexpr int kAllFrames = 1000000;
-constexpr int kFailingRead = 0;
-constexpr int kNoServer = -1;
-
-extern const std::vector<Scenario> kScenarios;
-
-// A unit in which one thing fails: a call of the program, "write:3:EIO", or the piano's link by an
-// option of simpiano, "--die-after 12". Nothing fails when the fault is empty.
-//
-// Its one rule: a promise is kept unless the fault has hit what it depends on.
-class FaultyUnit : public Unit {
+// A unit in which one thing fails. Its one rule: a promise is kept unless the fault has hit what it
+// depends on.
+class FaultyUnit : public Scene {
 public:
-    explicit FaultyUnit(const std::string& itsFault);
+    explicit FaultyUnit(const std::string& itsFault) : Scene(itsFault), fault(itsFault)
+    {
+        Set("SIMUNIT_CALLS=" + Path("sim/calls"));
+    }
 
+    const std::string& Fault() const { return fault; }
+    // The calls of the program, from the first one on that begins so.
+    std::vector<CallLine> Calls(const std::string& first = "") const;
     // True once the fault has occurred.
     bool HasFault() const { return !SeenFault().empty(); }
     bool IsHit(const Causes& causes) const;
@@ -78,40 +61,53 @@ public:
     // The same for the results of a command, one of which is shown and logged. True for a success.
     bool Judge(const Reply& reply, const std::vector<Result>& results);
 
+    void NoteReportedFailure() { hasFailed = true; }
     Outcome GetOutcome() const;
     int Lost() const { return lost; }
 
     // Starts a server with a piano, runs the scenario after the first read-back, and ends the
     // server by a read-back from a new, good piano.
-    void Run(const Scenario& scenario);
-
-    // Starts a piano with the options, and a server in front of it.
-    void StartServing(const Words& options, const Words& words);
+    void RunScenario(const Scenario& scenario);
     void AwaitFirstReadBack();
-
-    Process& StartFaultyPiano(Words options);
-    // Waits for the end of a program and checks its exit status, errors and descriptors. With
-    // --strict it may fail, with a reason: then the result is false.
+    // Waits for the end of a program and checks its exit status. With --strict it may fail, with a
+    // reason: then the result is false.
     bool CheckEnd(Process& program, bool isStrict = false);
 
     bool IsServing() { return server->IsRunning(); }
-    // Ends the server, and returns what it has printed on standard error.
-    std::string KillServer();
-    void StopPiano() { piano->Kill(SIGTERM); }
-    // Sends groups and lets time pass. Returns what is shown and logged meanwhile.
-    Reply Ask(const std::string& groups, std::chrono::nanoseconds time = std::chrono::seconds(20));
+    // Sends groups and lets time pass.
+    Reply Try(const std::string& groups, std::chrono::nanoseconds time = std::chrono::seconds(20));
 
 private:
     // Such as "fault write #3 EIO on tcp"; empty until it occurs.
     std::string SeenFault() const;
-    static std::string CheckErrors(const Process& program);
     Words ReadBackOptions(int size) const;
     void EndServer();
 
     std::string fault;
     int lost = 0;
     bool hasFailed = false;
-    Process* piano = nullptr;
-    Process* server = nullptr;
-    std::unique_ptr<Controller> controller;
 };
+
+// Which faults a scenario is tried with: every call fails, and the link after each of so many last
+// frames in each direction; the last calls fail, and the medium is pulled out before each; or the
+// power is cut after each call that changes a file.
+enum class Points { Calls, LastCalls, LastCallsAndPulls, Cuts };
+
+// One flow of the program, from the start of its processes to their end. It throws when a promise
+// is broken for no reason.
+struct Scenario {
+    std::string name;
+    int frames;  // see above
+    // Bytes for the server's first read-back. With none it fails, and the server takes commands.
+    // Below 0 `run` starts the program itself.
+    int flash;
+    std::function<void(FaultyUnit&)> run;
+    Points points = Points::Calls;
+};
+constexpr int kAllFrames = 1000000;
+constexpr int kFailingRead = 0;
+constexpr int kNoServer = -1;
+
+// Those of the default behaviour and of the strict update; the strict runs that replace a file.
+std::vector<Scenario> DefaultScenarios();
+std::vector<Scenario> StrictScenarios();

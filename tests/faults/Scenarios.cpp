@@ -7,7 +7,7 @@ namespace {
 
 void StartWithoutPiano(FaultyUnit& unit)
 {
-    unit.CheckEnd(unit.StartServer());
+    unit.CheckEnd(unit.Start("diag_server", kAnyPort));
     unit.ExpectLog(
         {"Diag Server Start Now.", "MIDI Patcher is not active.", "RC Server is not active."});
     Check(!Contains(unit.Log(), "Initialize OK"), "a start without a piano is reported as good");
@@ -53,7 +53,7 @@ struct UpdateImage {
 void CheckFlash(const FaultyUnit& unit)
 {
     const std::string flash = UpdateImage().flash;
-    Check(unit.Flash(0x90040000, flash.size()) == flash, "finished with a wrong flash");
+    Check(unit.Flash(flash.size()) == flash, "finished with a wrong flash");
 }
 
 std::string LogEntries(int from)
@@ -69,7 +69,7 @@ void UpdateAlone(FaultyUnit& unit)
     const std::string hex = UpdateImage().hex;
     unit.Write("cwd/fw.hex", hex);
     unit.Write(kUpdateLog, LogEntries(0));
-    Process& piano = unit.StartFaultyPiano({"--allow-gaps"});
+    Process& piano = unit.StartPiano({"--allow-gaps"});
     Process& program = unit.Start("diag_server", {"-b", "-f", "fw.hex"});
     unit.CheckEnd(program);
     piano.Kill(SIGTERM);
@@ -98,7 +98,7 @@ void UpdateStrictly(FaultyUnit& unit)
 {
     const std::string hex = UpdateImage(true).hex;
     unit.Write("cwd/fw.hex", hex);
-    Process& piano = unit.StartFaultyPiano({"--allow-gaps"});
+    Process& piano = unit.StartPiano({"--allow-gaps"});
     Process& program = unit.Start("diag_server", {"--strict", "-b", "-f", "fw.hex"});
     const bool hasSucceeded = unit.CheckEnd(program, true);
     piano.Kill(SIGTERM);
@@ -111,31 +111,30 @@ void UpdateFromMedium(FaultyUnit& unit)
 {
     unit.Write("medium/csp_prog.hex", UpdateImage().hex);
     unit.Mount("usb");
-    unit.Ask("DF DF 00 AA");
+    unit.Try(kFindUpdate);
     // A piano that is off is silent. Without a file the command is refused.
-    if (unit.Judge(unit.Ask("DF DF 00 BB", std::chrono::seconds(600)),
+    if (unit.Judge(unit.Try(kUpdate, std::chrono::seconds(600)),
                    {{"CSP Update Success.\n", {}},
                     {"CSP Update Failed.\n", {kMidiLink, "PciDsp"}},
                     {"Cannot Execute CSP Update.\n", {"csp_prog.hex", kController}}})) {
-        unit.StopPiano();
+        unit.piano->Kill(SIGTERM);
         CheckFlash(unit);
     }
 }
 
 void Bridge(FaultyUnit& unit)
 {
-    const std::string version = unit.Ask("90 3C 40 00 6C 01 02 03 DF DF DF DF").shown;
-    unit.Expect(Contains(version, "KVT : Update the Service Center.\n"), "an answer",
-                {kController});
+    const std::string version = unit.Try("90 3C 40 00 6C 01 02 03 DF DF DF DF").shown;
+    unit.Expect(Contains(version, kServiceText), "an answer", {kController});
     unit.Expect(Contains(unit.MidiLog(), "> midi C0 90 3C 40 00\n") &&
                     Contains(unit.MidiLog(), "> midi 80 6C 01 02 03\n"),
                 "every group", {kController, kMidiLink});
-    const std::string release = unit.Ask("DF DF DF E0 DF DF DF DF").shown;
+    const std::string release = unit.Try("DF DF DF E0 DF DF DF DF").shown;
     unit.Expect(Contains(release, "1.00\n"), "the release", {kController, "KVT-release"});
 
     constexpr char kBox[] = "<message_box a>\r\n";
     unit.Control("say", "<message_box a>\nhello");
-    const std::string received = unit.Ask("").shown;
+    const std::string received = unit.Try("").shown;
     const std::string shown = unit.Read("sim/rc.log");
     unit.Expect(Contains(received, "hello\r\n"), "a line", {kController, kMidiLink});
     // A box that isn't shown goes to the controller, but one cut short counts as shown.
@@ -174,17 +173,17 @@ void Search(FaultyUnit& unit)
         unit.Write(source, isPacked ? parameters.packed : UpdateImage().hex);
         unit.Write(kExpandedFirmware, "an older one");
         // The packed file has no version, so the answer has an empty line.
-        const bool isFound = Contains(unit.Ask("DF DF 00 AA").shown,
+        const bool isFound = Contains(unit.Try(kFindUpdate).shown,
                                       isPacked ? "Update File ]\n\n" : "Update File ]\n1.2\n");
         unit.Remove(source);
         unit.Expect(isFound, "a file is found", {"csp_prog", kController});
         Check(!isFound || !isPacked || unit.Read(kExpandedFirmware) == parameters.hex,
               "another file was expanded");
     }
-    unit.Expect(Contains(unit.Ask("DF DF 00 AA").shown, "Update File is not exsit.\n"),
+    unit.Expect(Contains(unit.Try(kFindUpdate).shown, "Update File is not exsit.\n"),
                 "no file is found", {kController});
     unit.Write(kParameterFile, parameters.hex);
-    unit.Expect(Contains(unit.Ask("DF DF 00 C1").shown, "CSP Parameter : "),
+    unit.Expect(Contains(unit.Try(kFindParameters).shown, "CSP Parameter : "),
                 "the parameter file is found", {"csp_param.hex", kController});
     Check(unit.Lost() <= 1, "one fault has cost more than one answer");
 }
@@ -204,7 +203,7 @@ void Backup(FaultyUnit& unit)
     unit.Write(kParameterFile, parameters.hex);
     unit.Write(kCopy, "old");
     unit.Mount("usb");
-    const Reply reply = unit.Ask("DF DF 00 C3");
+    const Reply reply = unit.Try(kBackup);
     const bool isCopied = unit.Judge(reply, kCopyResults);
     const std::string copy = unit.Read(kCopy);
     Check(unit.Read(kParameterFile) == parameters.hex, "the parameter file has changed");
@@ -222,7 +221,7 @@ void Restore(FaultyUnit& unit)
     unit.Write(kParameterFile, old);
     unit.Write("medium/csp_param.rlg", parameters.packed);
     unit.Mount("floppy");
-    const bool isCopied = unit.Judge(unit.Ask("DF DF 00 C4"), kCopyResults);
+    const bool isCopied = unit.Judge(unit.Try(kRestore), kCopyResults);
     // The file is written in place, so a failure of the last step leaves it cut.
     Check(unit.Read(kParameterFile) == (isCopied ? parameters.hex : old) ||
               (!isCopied && unit.IsHit({"write csp_param.hex", "read csp_param.bin"})),
@@ -231,17 +230,20 @@ void Restore(FaultyUnit& unit)
 
 }  // namespace
 
-const std::vector<Scenario> kScenarios = {
-    {"start without a piano", 0, kNoServer, StartWithoutPiano},
-    {"start-up", kAllFrames, 0x18, ReadBack},
-    {"read-back", kAllFrames, 0x2010, ReadBack},
-    // The last frames are those around the 64 KiB boundary and of the last block.
-    {"read-back over 64 KiB", 60, 0x10010, ReadBack},
-    {"stand-alone update", kAllFrames, kNoServer, UpdateAlone},
-    {"strict update", kAllFrames, kNoServer, UpdateStrictly},
-    {"server update", kAllFrames, kFailingRead, UpdateFromMedium},
-    {"bridge", 0, kFailingRead, Bridge},
-    {"search", 0, kFailingRead, Search},
-    {"backup", 0, kFailingRead, Backup},
-    {"restore", 0, kFailingRead, Restore},
-};
+std::vector<Scenario> DefaultScenarios()
+{
+    return {
+        {"start without a piano", 0, kNoServer, StartWithoutPiano},
+        {"start-up", kAllFrames, 0x18, ReadBack},
+        {"read-back", kAllFrames, 0x2010, ReadBack},
+        // The last frames are those around the 64 KiB boundary and of the last block.
+        {"read-back over 64 KiB", 60, 0x10010, ReadBack},
+        {"stand-alone update", kAllFrames, kNoServer, UpdateAlone},
+        {"strict update", kAllFrames, kNoServer, UpdateStrictly},
+        {"server update", kAllFrames, kFailingRead, UpdateFromMedium},
+        {"bridge", 0, kFailingRead, Bridge},
+        {"search", 0, kFailingRead, Search},
+        {"backup", 0, kFailingRead, Backup},
+        {"restore", 0, kFailingRead, Restore},
+    };
+}

@@ -1,8 +1,8 @@
 // Makes every call of every scenario fail, one at a time, with every error that fits it, and in the
 // read-backs and updates cuts the piano's link or ends the piano after every frame. Prints a table
 // of the outcomes, which docs/testing.md explains.
-//
-// Cuts the power in the strict runs after each call that changes a file.
+// The strict runs that replace a file have their last calls tried, a medium that is pulled out
+// before each, and a power cut after each call that changes a file.
 //
 //   sweep [EVERY [SCENARIO [FAULT]]]
 //
@@ -13,11 +13,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <exception>
-#include <functional>
 #include <iostream>
 #include <map>
 #include <numeric>
-#include <optional>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -26,11 +25,8 @@
 #include <unistd.h>
 
 #include "FaultyUnit.h"
-#include "StrictRun.h"
 
 namespace {
-
-using Words = Unit::Words;
 
 const std::map<std::string, Words> kErrors = {
     {"socket read", {"ECONNRESET", "EIO", "EINTR", "short"}},
@@ -74,21 +70,12 @@ struct Faults {
     int frames = 0;
 };
 
-void AddCalls(Faults& faults, const std::vector<CallLine>& calls)
-{
-    faults.calls += calls.size();
-    for (const CallLine& call : calls)
-        for (const std::string& error : ErrorsOf(call.kind, call.subject))
-            faults.all.push_back(call.Fault(error));
-}
-
-// The piano of the scenario ends first, and then records its frames.
+// The frames that the piano has recorded at its end.
 void AddFrames(Faults& faults, const std::string& passed, int most)
 {
     constexpr char kFrames[] = " frames ";
-    const std::size_t at = passed.find(kFrames);
-    Check(at != std::string::npos, "the piano hasn't recorded its frames");
-    std::istringstream words(passed.substr(at + sizeof(kFrames) - 1));
+    Check(Contains(passed, kFrames), "the piano hasn't recorded its frames");
+    std::istringstream words(passed.substr(passed.find(kFrames) + sizeof(kFrames) - 1));
     std::string to;
     for (const Words& options : {Words{"--cut-link-after ", "--die-after "},
                                  Words{"--cut-after-sent ", "--die-after-sent "}}) {
@@ -101,46 +88,80 @@ void AddFrames(Faults& faults, const std::string& passed, int most)
     }
 }
 
-using Attempt = std::function<Outcome(const std::string& fault)>;
-
-// Makes the attempt. What it throws is a violation.
-Outcome Judge(const std::string& row, const std::string& fault, const Attempt& attempt)
+// True for a call that may change a file of which something is promised.
+bool Changes(const CallLine& call)
 {
-    try {
-        return attempt(fault);
-    } catch (const std::exception& violation) {
-        std::cerr << row + ", " + fault + ": " + violation.what() + "\n";
-        return Outcome::Violation;
-    }
+    static const std::set<std::string> kinds = {"write", "fwrite", "open", "rename",   "unlink",
+                                                "fsync", "syncfs", "sync", "ftruncate"};
+    const auto isOf = [&](const char* name) { return Contains(call.subject, name); };
+    return kinds.count(call.kind) > 0 && !isOf(kLogs) && !isOf(kController) && !isOf("_sock");
 }
 
-// Runs the scenario with a fault. Collects all faults if `faults` isn't null.
+// The power fails after each call that changes a file; of a run of writes to one file, only around
+// the first and the last. An empty fault is the end.
+void AddCuts(Faults& faults, const std::vector<CallLine>& calls)
+{
+    const auto areAlike = [&](std::size_t i) {
+        return calls[i].kind == calls[i + 1].kind && calls[i].subject == calls[i + 1].subject;
+    };
+    for (std::size_t i = 0; i + 1 < calls.size(); ++i)
+        if (Changes(calls[i]) && !(i > 0 && areAlike(i - 1) && areAlike(i)))
+            faults.all.push_back(calls[i + 1].Fault("crash"));
+    faults.all.emplace_back();
+}
+
+Faults FaultsOf(const Scenario& scenario, const FaultyUnit& unit)
+{
+    constexpr std::size_t kLastCalls = 60;
+    // A copy begins right after the controller has connected.
+    std::vector<CallLine> calls = unit.Calls(scenario.points == Points::Calls ? "" : "accept ");
+    Faults faults;
+    if (scenario.points == Points::Cuts)
+        AddCuts(faults, calls);
+    else if (scenario.points != Points::Calls)
+        calls.erase(calls.begin(), calls.end() - std::min(calls.size(), kLastCalls));
+    faults.calls = calls.size();
+    for (const CallLine& call : calls) {
+        if (scenario.points == Points::Cuts)
+            continue;
+        for (const std::string& error : ErrorsOf(call.kind, call.subject))
+            faults.all.push_back(call.Fault(error));
+        if (scenario.points == Points::LastCallsAndPulls)
+            faults.all.push_back(call.Fault("pull"));
+    }
+    if (scenario.frames > 0)
+        AddFrames(faults, unit.MidiLog(), scenario.frames);
+    return faults;
+}
+
+// Runs the scenario with a fault. What it throws is a violation. Finds all faults if `faults` isn't
+// null.
 Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults = nullptr)
 {
-    FaultyUnit unit(fault);
-    if (faults != nullptr)
-        unit.Set("SIMUNIT_CALLS=" + unit.Path("sim/calls"));
-    unit.Run(scenario);
-    if (faults != nullptr)
-        AddCalls(*faults, CallLines(unit.Read("sim/calls")));
-    if (faults != nullptr && scenario.frames > 0)
-        AddFrames(*faults, unit.MidiLog(), scenario.frames);
-    Check(unit.HasFault() == !fault.empty(), "the fault hasn't occurred");
-    return unit.GetOutcome();
+    try {
+        FaultyUnit unit(fault);
+        unit.RunScenario(scenario);
+        if (faults != nullptr)
+            *faults = FaultsOf(scenario, unit);
+        Check(unit.HasFault() == !fault.empty(), "the fault hasn't occurred");
+        return unit.GetOutcome();
+    } catch (const std::exception& violation) {
+        std::cerr << scenario.name + ", " + fault + ": " + violation.what() + "\n";
+        return Outcome::Violation;
+    }
 }
 
 using Counts = std::atomic<std::size_t>[static_cast<int>(Outcome::Violation) + 1];
 
 // Tries every N-th fault. Each job is a process, since a unit starts others.
-void TryAll(const std::string& row, const Words& faults, std::size_t every, const Attempt& attempt,
-            Counts& counts)
+void TryAll(const Scenario& scenario, const Words& faults, std::size_t every, Counts& counts)
 {
     const std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
     for (std::size_t job = 0; job < jobs; ++job) {
         if (fork() != 0)
             continue;
         for (std::size_t i = job * every; i < faults.size(); i += jobs * every)
-            ++counts[static_cast<int>(Judge(row, faults[i], attempt))];
+            ++counts[static_cast<int>(Try(scenario, faults[i]))];
         _exit(0);
     }
     while (wait(nullptr) > 0) {
@@ -148,64 +169,22 @@ void TryAll(const std::string& row, const Words& faults, std::size_t every, cons
 }
 
 // Prints a row of the table. False when a promise is broken or a fault wasn't tried.
-bool PrintRow(const std::string& name, const Faults& faults, std::size_t every,
-              const Attempt& attempt)
+bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
 {
+    Faults faults{{only}};
+    if (only.empty() && Try(scenario, "", &faults) != Outcome::Kept)
+        return false;
     auto& counts = *static_cast<Counts*>(
         mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    TryAll(name, faults.all, every, attempt, counts);
+    TryAll(scenario, faults.all, every, counts);
     const std::size_t tried = std::accumulate(std::begin(counts), std::end(counts), std::size_t{});
-    std::cout << "| " << name << " | " << faults.calls << " | " << faults.frames << " | " << tried;
+    std::cout << "| " << scenario.name << " | " << faults.calls << " | " << faults.frames << " | "
+              << tried;
     for (const auto& count : counts)
         std::cout << " | " << count;
     std::cout << " |" << std::endl;
     return tried == (faults.all.size() + every - 1) / every &&
            counts[static_cast<int>(Outcome::Violation)] == 0;
-}
-
-bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
-{
-    Faults faults{{only}};
-    const auto plan = [&](const std::string& none) { return Try(scenario, none, &(faults = {})); };
-    if (only.empty() && Judge(scenario.name, "", plan) != Outcome::Kept)
-        return false;
-    return PrintRow(scenario.name, faults, every,
-                    [&](const std::string& fault) { return Try(scenario, fault); });
-}
-
-// The faults of a strict run: its last calls, and a medium that is pulled out before one.
-Faults FaultsOf(const StrictRun& run, bool usesMedium)
-{
-    constexpr std::size_t kMostCalls = 60;
-    std::vector<CallLine> calls = run.Calls();
-    calls.erase(calls.begin(),
-                calls.end() - static_cast<std::ptrdiff_t>(std::min(calls.size(), kMostCalls)));
-    Faults faults;
-    AddCalls(faults, calls);
-    for (const CallLine& call : calls)
-        if (usesMedium)
-            faults.all.push_back(call.Fault("pull"));
-    return faults;
-}
-
-constexpr char kPowerCut[] = ", power cut";
-
-// The faults, or the power cuts.
-bool Sweep(const StrictRun::Scenario& scenario, const std::string& row, std::size_t every,
-           const std::string& only)
-{
-    std::optional<StrictRun> run;
-    Faults faults{{only}};
-    const auto plan = [&](const std::string&) {
-        run.emplace(scenario);
-        if (only.empty() && row == scenario.name)
-            faults = FaultsOf(*run, !scenario.group.empty());
-        else if (only.empty())
-            faults = {run->Cuts(), run->Calls().size()};
-        return Outcome::Kept;
-    };
-    return Judge(row, "no fault", plan) == Outcome::Kept &&
-           PrintRow(row, faults, every, [&](const std::string& fault) { return run->Try(fault); });
 }
 
 }  // namespace
@@ -225,16 +204,9 @@ int main(int argc, char** argv)
               << std::endl;
     int good = 0;
     int failed = 0;
-    const std::string only = words.size() == 3 ? words[2] : "";
-    const auto isWanted = [&](const std::string& row) {
-        return words.size() < 2 || words[1] == row;
-    };
-    for (const Scenario& scenario : kScenarios)
-        if (isWanted(scenario.name))
-            ++(Sweep(scenario, every, only) ? good : failed);
-    for (const StrictRun::Scenario& scenario : StrictRun::kScenarios)
-        for (const std::string& row : {scenario.name, scenario.name + kPowerCut})
-            if (isWanted(row))
-                ++(Sweep(scenario, row, every, only) ? good : failed);
+    for (const auto& scenarios : {DefaultScenarios(), StrictScenarios()})
+        for (const Scenario& scenario : scenarios)
+            if (words.size() < 2 || words[1] == scenario.name)
+                ++(Sweep(scenario, every, words.size() == 3 ? words[2] : "") ? good : failed);
     return good > 0 && failed == 0 ? 0 : 1;
 }

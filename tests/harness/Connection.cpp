@@ -2,20 +2,31 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <stdexcept>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <unistd.h>
+
+#include "Texts.h"
+#include "UnixSocket.h"
 
 namespace {
 
-template <typename Address>
-const sockaddr* General(const Address& address)
+// The address of a TCP port at 127.0.0.`last`.
+sockaddr_in Loopback(int port, int last)
 {
-    return reinterpret_cast<const sockaddr*>(&address);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + static_cast<unsigned>(last));
+    return address;
+}
+
+void TurnOn(int descriptor, int level, int option)
+{
+    const int on = 1;
+    setsockopt(descriptor, level, option, &on, sizeof(on));
 }
 
 }  // namespace
@@ -39,8 +50,7 @@ const std::string& Connection::Received()
 {
     // The program's next text isn't sent before the last one is acknowledged. The kernel delays
     // that unless it is requested each time. Has no effect on a UNIX socket.
-    const int on = 1;
-    setsockopt(Number(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
+    TurnOn(Number(), IPPROTO_TCP, TCP_QUICKACK);
     char bytes[8192];
     while (!closed) {
         const ssize_t count = recv(Number(), bytes, sizeof(bytes), MSG_DONTWAIT);
@@ -81,16 +91,11 @@ void Connection::Attach(int connected)
 
 Controller::Controller(int port, int address)
 {
-    sockaddr_in server = {};
-    server.sin_family = AF_INET;
-    server.sin_port = htons(static_cast<std::uint16_t>(port));
-    server.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + address);
-    const int made = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    Attach(made);
+    const sockaddr_in server = Loopback(port, address);
+    Attach(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     // Bytes are sent at once, even if earlier ones aren't acknowledged yet.
-    const int on = 1;
-    setsockopt(made, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-    if (connect(made, General(server), sizeof(server)) < 0)
+    TurnOn(Number(), IPPROTO_TCP, TCP_NODELAY);
+    if (connect(Number(), reinterpret_cast<const sockaddr*>(&server), sizeof(server)) < 0)
         Close();
     NoteTcp();
 }
@@ -105,22 +110,14 @@ void Controller::Reset()
 Peer::Peer()
 {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) < 0)
-        throw std::runtime_error("no pair of sockets");
+    Check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "no pair of sockets");
     Attach(ends[0]);
     other = ends[1];
 }
 
 Neighbour::Neighbour(const std::string& path)
-    : address(path.c_str()),
-      listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
-{
-    constexpr int kBacklog = 4;
-    unlink(path.c_str());
-    if (bind(listener.Get(), address.Get(), UnixAddress::kSize) < 0 ||
-        listen(listener.Get(), kBacklog) < 0)
-        throw std::runtime_error("can't listen at " + path);
-}
+    : address(path.c_str()), listener(OpenSocket(path, SOCK_STREAM))
+{}
 
 bool Neighbour::Accept(std::chrono::nanoseconds limit)
 {
@@ -133,6 +130,7 @@ bool Neighbour::Accept(std::chrono::nanoseconds limit)
 
 void Neighbour::FillQueue()
 {
+    listen(listener.Get(), 0);
     do
         waiting.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     while (connect(waiting.back().Get(), address.Get(), UnixAddress::kSize) == 0);
@@ -140,12 +138,13 @@ void Neighbour::FillQueue()
 
 Port::Port(int wanted) : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_in address = {};
+    sockaddr_in address = Loopback(wanted, 1);
     socklen_t size = sizeof(address);
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(wanted));
-    if (bind(taken.Get(), General(address), size) < 0 ||
-        getsockname(taken.Get(), reinterpret_cast<sockaddr*>(&address), &size) < 0)
-        throw std::runtime_error("no free port");
+    auto* const general = reinterpret_cast<sockaddr*>(&address);
+    // The port may have connections of an earlier test that are closing.
+    TurnOn(taken.Get(), SOL_SOCKET, SO_REUSEADDR);
+    Check(bind(taken.Get(), general, size) == 0 && listen(taken.Get(), 1) == 0 &&
+              getsockname(taken.Get(), general, &size) == 0,
+          "no free port");
     number = ntohs(address.sin_port);
 }

@@ -1,22 +1,18 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
-// The bytes of a text such as "E2 E0 E1 06". Throws on anything but pairs of hexadecimal digits.
+// The bytes of a text such as "E2 E0 E1 06".
 inline std::string Bytes(const std::string& hex)
 {
     std::istringstream words(hex);
     std::string bytes;
-    for (std::string word; words >> word;) {
-        std::size_t used = 0;
-        bytes += static_cast<char>(std::stoi(word, &used, 16));
-        if (used != 2 || word.size() != 2)
-            throw std::invalid_argument("no byte: " + word);
-    }
+    for (unsigned byte = 0; words >> std::hex >> byte;)
+        bytes += static_cast<char>(byte);
     return bytes;
 }
 
@@ -28,8 +24,7 @@ inline std::string ToHex(const std::string& bytes, const char* separator = " ")
     for (const char byte : bytes) {
         const auto value = static_cast<unsigned char>(byte);
         hex += hex.empty() ? "" : separator;
-        hex += kDigits[value / 16];
-        hex += kDigits[value % 16];
+        hex += {kDigits[value / 16], kDigits[value % 16]};
     }
     return hex;
 }
@@ -46,14 +41,22 @@ inline std::string Record(unsigned type, std::size_t address, const std::string&
     return ":" + ToHex(bytes + static_cast<char>(-sum), "");
 }
 
-// An image from 0x90040000 on as a hex file.
+// The record that sets the upper half of the address for 64 KiB of an image from 0x90040000 on.
+inline std::string UpperRecord(std::size_t at)
+{
+    return Record(4, 0, {'\x90', static_cast<char>(4 + (at >> 16U))});
+}
+
+// An image from 0x90040000 on as a hex file. Records end where a block of the CSP does.
 inline std::string HexText(const std::string& data, std::size_t perRecord, const char* lineEnd)
 {
+    constexpr std::size_t kBlock = 0x1000;
     std::string text;
-    for (std::size_t at = 0; at < data.size(); at += perRecord) {
+    for (std::size_t at = 0, size = 0; at < data.size(); at += size) {
         if (at % 0x10000 == 0)
-            text += Record(4, 0, {'\x90', static_cast<char>(4 + (at >> 16U))}) + lineEnd;
-        text += Record(0, at % 0x10000, data.substr(at, perRecord)) + lineEnd;
+            text += UpperRecord(at) + lineEnd;
+        size = std::min(perRecord, kBlock - at % kBlock);
+        text += Record(0, at % 0x10000, data.substr(at, size)) + lineEnd;
     }
     return text + ":00000001FF" + lineEnd;
 }
@@ -71,9 +74,11 @@ inline std::string PackedText(const std::string& data)
     return packed;
 }
 
-// Bytes without a pattern that a misplaced record could repeat, interrupted by erased stretches.
-inline std::string Firmware(std::size_t size)
+// Bytes without a pattern that a misplaced record could repeat, interrupted by erased stretches,
+// and a version where the unit looks for it, unless that is empty.
+inline std::string Firmware(std::size_t size, const std::string& version = "")
 {
+    constexpr std::size_t kVersionAt = 0x400;
     std::string bytes(size, '\xFF');
     std::uint32_t state = 1;
     for (std::size_t i = 0; i < size; ++i) {
@@ -81,5 +86,7 @@ inline std::string Firmware(std::size_t size)
         if (i % 1024 < 900)
             bytes[i] = static_cast<char>(state >> 24U);
     }
+    if (!version.empty())
+        bytes.replace(kVersionAt, version.size() + 1, version.c_str(), version.size() + 1);
     return bytes;
 }

@@ -26,15 +26,9 @@ std::string MidiPeer::Stuff(const std::string& block)
 std::string MidiPeer::EncodeLines(const std::vector<std::string>& lines, const std::string& head)
 {
     std::string frames;
-    for (const std::string& line : lines) {
-        for (std::size_t at = 0; at < line.size(); at += kData) {
-            std::string data = line.substr(at, kData);
-            frames += head + static_cast<char>(0x30U + data.size());
-            data.resize(kData);
-            frames += data;
-        }
-        frames += head + kLineEnd + std::string(kData, '\0');
-    }
+    for (const std::string& line : lines)
+        for (const FrameBytes& frame : FrameCodec::ConsoleFrames(head[0], head[1], line))
+            frames.append(frame.begin(), frame.end() - 2);  // without the end of a block
     return frames;
 }
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include "TempDir.h"
-#include "Unit.h"
 
 // A simulated unit for a test program that links its library: the product's fixed paths are below
 // Path(). There is one, from before the first test to the end.

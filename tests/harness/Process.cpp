@@ -1,7 +1,6 @@
 #include "Process.h"
 
 #include <cstdlib>
-#include <stdexcept>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -9,6 +8,7 @@
 #include <unistd.h>
 
 #include "Clock.h"
+#include "Texts.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ constexpr int kNotStarted = 127;
 constexpr int kSignalled = 128;
 
 // Replaces a stream by the file, or closes it without a path. The lower streams are open.
-void Reopen(int stream, const std::string& path, int flags)
+void Reopen(int stream, const std::string& path, int flags = O_WRONLY | O_CREAT | O_TRUNC)
 {
     close(stream);
     if (!path.empty())
@@ -28,18 +28,16 @@ void Reopen(int stream, const std::string& path, int flags)
 Process::Process(const Setup& begin) : setup(begin)
 {
     id = fork();
-    if (id < 0)
-        throw std::runtime_error("no process");
+    Check(id >= 0, "no process");
     if (id > 0) {
         if (setup.clock != nullptr)
             setup.clock->Expect(id);
         return;
     }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC;
     Reopen(STDIN_FILENO, "/dev/null", O_RDONLY);
-    Reopen(STDERR_FILENO, setup.error, kNew);
-    Reopen(STDOUT_FILENO, setup.output, kNew);
+    Reopen(STDERR_FILENO, setup.error);
+    Reopen(STDOUT_FILENO, setup.output);
     for (std::string& variable : setup.environment)
         putenv(variable.data());
     std::vector<char*> words;
@@ -73,6 +71,13 @@ int Process::Wait(std::chrono::nanoseconds limit)
 {
     WaitUntil([this] { return !IsRunning(); }, limit);
     return status;
+}
+
+std::string Process::Error() const
+{
+    std::string error = ReadFile(setup.error);
+    Check(!Contains(error, "Sanitizer") && !Contains(error, "runtime error"), error);
+    return error;
 }
 
 int Process::Kill(int signal)

@@ -37,7 +37,8 @@ public:
 
     pid_t Id() const { return id; }
     std::string Output() const { return ReadFile(setup.output); }
-    std::string Error() const { return ReadFile(setup.error); }
+    // Must not have a report of a sanitizer.
+    std::string Error() const;
 
 private:
     Setup setup;

@@ -37,6 +37,9 @@ inline std::string ReadFile(const std::string& path)
     return bytes;
 }
 
+// Makes a unit in the empty directory, as `simunit new` does.
+void CopyNewUnit(const std::string& root);
+
 // A directory of a test, removed with its content at the end of the scope. Names are relative to
 // it, also those with a slash in front, such as a path of the unit.
 class TempDir {

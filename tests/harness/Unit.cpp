@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <iostream>
 #include <sstream>
-#include <stdexcept>
+#include <utility>
 
 #include <unistd.h>
 
@@ -13,22 +13,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::uint32_t kFlashBase = 0x90000000;
-
 // The command that runs a program for another processor; empty when it is for this one.
-const Unit::Words kEmulator = {DIAG_EMULATOR};
+const Words kEmulator = {DIAG_EMULATOR};
 
 // An emulator is a program of this machine, so only the program in it gets the library.
 std::string Preload()
 {
     const std::string preload = "LD_PRELOAD=" + Program("libsimunit.so");
     return kEmulator.empty() ? preload : "QEMU_SET_ENV=" + preload;
-}
-
-Unit::Words Join(Unit::Words words, const Unit::Words& more)
-{
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
 }
 
 }  // namespace
@@ -48,11 +40,13 @@ void CopyNewUnit(const std::string& root)
     fs::copy(DIAG_NEW_UNIT, root, fs::copy_options::recursive);
 }
 
-Unit::Unit()
+Unit::Unit(const std::string& fault) : linkFault(Contains(fault, "--") ? Split(fault) : Words{})
 {
     CopyNewUnit(Path());
     clock.emplace(Path("sim/clock"));
     SetClock(&*clock);
+    if (Contains(fault, ":"))
+        Set("SIMUNIT_FAULT=" + fault);
     Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" DIAG_LEAKS);
 }
 
@@ -61,9 +55,8 @@ Unit::~Unit()
     processes.clear();
     SetClock(nullptr);
     const std::string journal = Journal();
-    const std::size_t stray = journal.find("stray ");
-    if (stray != std::string::npos) {
-        std::cerr << "writes outside the unit: " << journal.substr(stray);
+    if (Contains(journal, "stray ")) {
+        std::cerr << "writes outside the unit: " << journal.substr(journal.find("stray "));
         std::abort();
     }
     if (std::getenv("DIAG_KEEP") != nullptr) {
@@ -88,11 +81,6 @@ Process& Unit::Start(const std::string& program, const Words& arguments)
                  Join(environment, {"SIMUNIT_ROOT=" + Path()}));
 }
 
-Process& Unit::StartServer(const Words& arguments)
-{
-    return Start("diag_server", Join({"-P", "0"}, arguments));
-}
-
 Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
 {
     Process& program = Start("diag_server", arguments);
@@ -100,27 +88,41 @@ Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
     return program;
 }
 
+int Unit::AwaitEnd(Process& program, std::chrono::nanoseconds limit) const
+{
+    const int status = program.Wait(limit);
+    Check(status != -1, "it hangs: " + program.Error());
+    Check(Contains("\n" + Journal(), "\nexit descriptors=0\n"), "a descriptor is left");
+    return status;
+}
+
 Process& Unit::StartPiano(const Words& arguments)
 {
     // The flash is saved again and again, so it ends where the parameters end.
     const Words command{Program("simpiano"), "--root", Path(), "--save",
                         Path("flash.bin"),   "--size", "A0000"};
-    Process& piano = Spawn(Join(command, arguments), {});
-    if (!WaitUntil([&] { return piano.Output() == "ready\n" || !piano.IsRunning(); }))
-        throw std::runtime_error("simpiano isn't ready: " + piano.Error());
+    Process& piano = Spawn(Join(command, Join(arguments, std::exchange(linkFault, {}))), {});
+    Check(WaitUntil([&] { return piano.Output() == "ready\n"; }), piano.Error());
     return piano;
 }
 
 int Unit::Port() const
 {
-    constexpr char kListens[] = "listen(tcp ";
-    if (!WaitForJournal(kListens))
+    const std::string listens = "listen(tcp ";
+    if (!WaitForJournal(listens))
         return 0;
     const std::string journal = Journal();
-    const std::size_t at = journal.rfind(kListens);
-    constexpr int kDecimal = 10;
-    const char* number = journal.c_str() + at + sizeof(kListens) - 1;
-    return static_cast<int>(std::strtol(number, nullptr, kDecimal));
+    return std::stoi(journal.substr(journal.rfind(listens) + listens.size()));
+}
+
+std::string Unit::LogTexts(const std::string& path) const
+{
+    constexpr std::size_t kStampSize = 20;  // "06/03/14/09:05:07 - "
+    std::istringstream lines(Log(path));
+    std::string texts;
+    for (std::string line; std::getline(lines, line);)
+        texts += line.substr(std::min(kStampSize, line.size())) + (lines.eof() ? "" : "\n");
+    return texts;
 }
 
 std::string Unit::Journal() const
@@ -133,10 +135,9 @@ std::string Unit::Journal() const
     return calls;
 }
 
-bool Unit::WaitFor(const std::string& name, const std::string& text,
-                   std::chrono::nanoseconds limit) const
+bool Unit::WaitFor(const std::string& name, const std::string& text) const
 {
-    return WaitUntil([&] { return Read(name).find(text) != std::string::npos; }, limit);
+    return WaitUntil([&] { return Contains(Read(name), text); });
 }
 
 void Unit::Control(const std::string& name, const std::string& text) const
@@ -159,8 +160,9 @@ void Unit::Insert() const
     Remove("sim/pull-after");
 }
 
-std::string Unit::Flash(std::uint32_t address, std::size_t size) const
+std::string Unit::Flash(std::size_t size, std::uint32_t address) const
 {
+    constexpr std::uint32_t kFlashBase = 0x90000000;
     const std::string flash = Read("flash.bin");
     return flash.substr(std::min<std::size_t>(address - kFlashBase, flash.size()), size);
 }

@@ -6,14 +6,11 @@
 #include <list>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "Clock.h"
-#include "Connection.h"
-#include "HexText.h"
-#include "MidiPeer.h"
 #include "Process.h"
 #include "TempDir.h"
+#include "Texts.h"
 #include "UnitPaths.h"
 #include "Wait.h"
 
@@ -26,17 +23,14 @@ std::string Program(const std::string& name);
 // A port that differs for each process of the tests, and is below those that the system chooses.
 std::string OwnPort();
 
-// Makes a unit in the empty directory, as `simunit new` does.
-void CopyNewUnit(const std::string& root);
-
 // A simulated unit, whose files have their paths below its root ("etc/KVT-lang"), with the programs
 // that run in it. At the end of the scope they are killed and the directory is removed, unless
 // DIAG_KEEP is set: then its path is printed.
 class Unit : public TempDir {
 public:
-    using Words = std::vector<std::string>;
-
-    Unit();
+    // One thing fails: a call of a program, "write:3:EIO" or "open@fw.hex:EIO", or the link of the
+    // first piano by an option of simpiano, "--die-after 12". Nothing fails if the fault is empty.
+    explicit Unit(const std::string& fault = "");
     ~Unit();
 
     void Remove(const std::string& name) const { std::filesystem::remove_all(Path(name)); }
@@ -49,26 +43,26 @@ public:
     // a path it is closed, and standard error with it.
     void SetOutput(const std::string& path) { output = path; }
 
-    // Starts a program of the build in the unit.
+    // Starts a program of the build in the unit. Run waits for the end of diag_server.
     Process& Start(const std::string& program, const Words& arguments = {});
-    // Starts diag_server as a server, on a free port.
-    Process& StartServer(const Words& arguments = {});
-    // Runs diag_server to its end.
     Process& Run(const Words& arguments, std::chrono::nanoseconds limit = kLimit);
-    // Starts simpiano and waits until it is ready; throws when it fails. Its flash is in flash.bin
-    // after each update and at its end.
+    // Waits for the end of a program, which must leave no descriptor open. Returns its status.
+    int AwaitEnd(Process& program, std::chrono::nanoseconds limit = kLimit) const;
+    // Starts simpiano and waits until it is ready. Its flash is in flash.bin after each update and
+    // at its end.
     Process& StartPiano(const Words& arguments = {});
 
     // The port of the server started last; 0 when none listens in time.
     int Port() const;
 
     std::string Log(const std::string& path = kServerLog) const { return Read(path); }
+    // Its entries without their time stamps.
+    std::string LogTexts(const std::string& path = kServerLog) const;
     // The simulated calls, "call(arguments) = result" on each line, without time and process.
     std::string Journal() const;
     std::string MidiLog() const { return Read("sim/midi.log"); }
     // Waits for a text in a file of the unit.
-    bool WaitFor(const std::string& name, const std::string& text,
-                 std::chrono::nanoseconds limit = kLimit) const;
+    bool WaitFor(const std::string& name, const std::string& text) const;
     bool WaitForLog(const std::string& text) const { return WaitFor(kServerLog, text); }
     bool WaitForJournal(const std::string& text) const { return WaitFor("sim/journal", text); }
 
@@ -82,8 +76,8 @@ public:
     void Pull() const { Write("sim/device", ""); }
     void Insert() const;
 
-    // The bytes at an address of the piano's flash, as it was last saved.
-    std::string Flash(std::uint32_t address, std::size_t size) const;
+    // The bytes of the piano's flash from `address` on, as it was last saved.
+    std::string Flash(std::size_t size, std::uint32_t address = 0x90040000) const;
 
 private:
     Process& Spawn(const Words& command, const Words& variables);
@@ -91,5 +85,6 @@ private:
     std::optional<Clock> clock;
     std::optional<std::string> output;
     Words environment;
+    Words linkFault;
     std::list<Process> processes;
 };
