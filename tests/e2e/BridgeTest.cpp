@@ -14,27 +14,21 @@
 
 TEST(Bridge, ForwardsGroupsToPianoUnlessCommands)
 {
-    const struct {
-        const char* name;
-        const char* groups;  // of one read
-        const char* frames;
-        const char* replies = "";
-    } rows[] = {
-        {"three bytes", "90 3C 40", ""},
-        {"seven bytes", "90 3C 40 02 91 3D 41", "C0 02 90 3C 40 00\n"},
-        {"the rest of a group that was cut", "03 90 3C 40", "C0 40 03 90 3C 00\n"},
-        {"the other kind before any command", "6C DF DF DF", "80 DF 6C DF DF 00\n"},
-        {"escape bytes", "FE FE FF FE", "C0 FE FE FE FF 00\n"},
-        {"several", "6C 00 00 06 DF DF DF DF 90 3C 40 07 DF DF DF E1 80 3C 00 08",
-         "80 06 6C 00 00 00\nC0 07 90 3C 40 00\nC0 08 80 3C 00 00\n", kServiceText},
+    const std::pair<const char*, std::string> rows[] = {
+        {"90 3C 40", ""},
+        {"90 3C 40 02 91 3D 41", "C0 02 90 3C 40 00\n"},
+        // The rest of a group that was cut, and a group of the other kind that nearly is a command.
+        {"03 90 3C 40", "C0 40 03 90 3C 00\n"},
+        {"6C DF DF DF", "80 DF 6C DF DF 00\n"},
+        {"FE FE FF FE", "C0 FE FE FE FF 00\n"},
+        {"6C 00 00 06 DF DF DF DF 90 3C 40 07 DF DF DF E1 80 3C 00 08",
+         kServiceText + std::string("80 06 6C 00 00 00\nC0 07 90 3C 40 00\nC0 08 80 3C 00 00\n"
+                                    "Update the Service Center.\n")},
     };
     Scene bridge;
     bridge.OpenWithPeers();
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(bridge.Ask(row.groups), row.replies);
-        EXPECT_EQ(bridge.TakeFrames(), row.frames);
-    }
+    for (const auto& [groups, effects] : rows)
+        EXPECT_EQ(bridge.Exchange(groups), effects) << groups;
 }
 
 // A group that doesn't reach the piano is a command.
@@ -71,26 +65,20 @@ TEST(Commands, MatchDocuments)
 
 TEST(Bridge, ForwardsMessagesToControllerAsLinesOrBytes)
 {
-    const std::string marked = Frames({"abc"}, "\x60\x01");
+    const std::string marked = Frames({"abc"}, "\x60\x01");  // for the controller
     const std::string longest = "\x61" + std::string(8186, 'x') + "\x37" + "12345";  // 8193 bytes
-    const struct {
-        const char* name;
-        std::string message;
-        std::string replies;
-    } rows[] = {
-        {"lines of the other peer", Frames({"de", "f"}, "\xE2\xE5"), "de\r\nf\r\n"},
-        {"any text", Frames({"a", "", "100%s%n", "%"}), "a\r\n\r\n100%s%n\r\n%\r\n"},
-        {"for the controller", marked, marked},
-        {"not for the controller", Frames({"x"}, "\x70\xE1") + Frames({"y"}, "\x60\xE1"),
-         "x\r\ny\r\n"},
-        {"the longest message", longest, longest},
+    const std::pair<std::string, std::string> rows[] = {
+        {Frames({"lines of", "the other peer"}, "\xE2\xE5"), "lines of\r\nthe other peer\r\n"},
+        {Frames({"a", "", "100%s%n", "%"}), "a\r\n\r\n100%s%n\r\n%\r\n"},
+        {marked, marked},
+        {Frames({"not"}, "\x70\xE1") + Frames({"marked"}, "\x60\xE1"), "not\r\nmarked\r\n"},
+        {longest, longest},
     };
     Scene bridge;
     bridge.OpenWithPeers();
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        bridge.Say(row.message);
-        EXPECT_EQ(bridge.TakeReplies(), row.replies);
+    for (const auto& [message, replies] : rows) {
+        bridge.Say(message);
+        EXPECT_EQ(bridge.TakeReplies(), replies);
     }
 }
 
@@ -141,31 +129,28 @@ TEST(MidiPatcher, IsReconnectedAtTimeout)
 
 TEST(VersionRequest, KeepsReplyModeOfEarlierController)
 {
-    constexpr char kServiceLog[] = "Update the Service Center.\n";
+    constexpr char kRelease[] = "DF DF DF E0 DF DF DF DF";
+    const std::string service = kServiceText + std::string("Update the Service Center.\n");
     const std::string cut(1023, 'v');
     const struct {
-        std::string file;  // empty: none
+        std::string file;
         const char* groups;
-        std::string replies;
-        std::string log;
+        std::string effects;  // the reply and the entry
     } rows[] = {
-        {"1.00\n", kVersion, kServiceText, kServiceLog},
-        {"2.0 %s\r\nsecond\n", "DF DF DF E0 DF DF DF DF", "2.0 %s\r\n", "2.0 %s\r\n"},
-        {"", kVersion, "", ""},
-        {"1.00\n", "DF DF DF E1 DF DF DF DF", kServiceText, kServiceLog},
-        {cut + "vv", "DF DF DF E0 DF DF DF DF", cut, cut},
+        {"1.00\n", kVersion, service},
+        {"2.0 %s\r\nsecond\n", kRelease, "2.0 %s\r\n2.0 %s\r\n"},
+        {"none", kVersion, ""},
+        {"1.00\n", "DF DF DF E1 DF DF DF DF", service},
+        {cut + "vv", kRelease, cut + cut},
     };
     Scene bridge;
     bridge.OpenWithPeers();
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.file.substr(0, 20) + " " + row.groups);
         bridge.Connect();
-        bridge.Remove(kReleaseFile);
-        if (!row.file.empty())
-            bridge.Write(kReleaseFile, row.file);
-
-        EXPECT_EQ(bridge.Ask(row.groups), row.replies);
-        EXPECT_EQ(bridge.TakeLog(), row.log);
+        bridge.Write(kReleaseFile, row.file);
+        if (row.file == "none")
+            bridge.Remove(kReleaseFile);
+        EXPECT_EQ(bridge.Exchange(row.groups), row.effects);
     }
 }
 

@@ -14,39 +14,73 @@ std::string SmallFile(const std::string& version)
 
 }  // namespace
 
-TEST(CommandLine, PrintsUsageOrVersionWithoutOpeningLinks)
+TEST(CommandLine, MayEndProgramBeforeLinksOpen)
 {
-    constexpr char kUsage[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
-    constexpr char kFileVersion[] = "Diag Server Ver.0.26\nCSP File Version: V1.02 a\n";
+    const std::string usage = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
+    const std::string version = "Diag Server Ver.0.26\n";
+    const std::string fileVersion = version + "CSP File Version: V1.02 a\n";
+    const std::string noFile = "need a file\n";
+    const std::string noPort = "the port is not a number from 1 to 65535\n";
+    const std::string noAddress = "--listen needs an IPv4 address\n";
     const std::string longest(255, 'x');
-    const struct {
+    const std::string newLog = std::string(50, '\n') + "CSP Updater Start Now.\n";
+    struct Row {
         std::string words;
         std::string output;
         std::string error = {};
-    } rows[] = {
-        {"-v -f prog.hex -h", "", kUsage},
-        {"-a x" + longest + " -v", "", "diag_server: file name is too long\n"},
-        {"-v -f " + longest, "Diag Server Ver.0.26\n"},
-        {"-a prog.hex -v", kFileVersion},
-        {"--help", "  --version   print the program's version, and end\n"},
-        {"--version -x", "Diag Server Ver.0.26\n"},
-        {"--strict -vf prog.hex", kFileVersion},
-        {"--strict -h -x", "", kUsage},
-        {"-vf prog.hex --strict", kFileVersion, "diag_server: invalid option -- 't'\n"},
-        {"-x -vf prog.hex", kFileVersion, "diag_server: invalid option -- 'x'\n"},
+        int status = 0;
+        std::string log = std::string(60, '\n');  // of updates, as it was
     };
-    for (const auto& row : rows) {
+    std::vector<Row> rows = {
+        {"-v -f prog.hex -h", "", usage},
+        {"-a x" + longest + " -v", "", "diag_server: file name is too long\n"},
+        {"-v -f " + longest, version},
+        {"-a prog.hex -v", fileVersion},
+        {"--help", "  --version   print the program's version, and end\n"},
+        {"--version -x", version},
+        {"--strict -vf prog.hex", fileVersion},
+        {"--strict -h -x", "", usage},
+        {"-vf prog.hex --strict", fileVersion, "diag_server: invalid option -- 't'\n"},
+        {"-x -vf prog.hex", fileVersion, "diag_server: invalid option -- 'x'\n"},
+        {"-f none.hex", "No Update File!\nDelete Midicom\n", "", 0, newLog},
+        {"-f long.hex", "No Update File!\nDelete Midicom\n", "", 0, newLog},
+    };
+    const std::pair<std::string, std::string> mistakes[] = {
+        {"-x -f prog.hex", "option -- 'x'\n"},
+        {"-x -h", "option -- 'x'\n"},
+        {"prog.hex", "not an option: prog.hex\n"},
+        {"-f", "requires an argument -- 'f'\n"},
+        {"-f ''", "the file name is empty\n"},
+        {"-f x" + longest, "file name is too long\n"},
+        {"-P 1 -P 65535 -v", noFile},
+        {"--verify", noFile},
+        {"--verify -x", "diag_server: invalid option -- 'x'\n"},
+        {"-P 0", noPort},
+        {"-P 65536", noPort},
+        {"-P 80x", noPort},
+        {"-P 000080", noPort},
+        {"--listen", noAddress},
+        {"--verify --listen 127.1 -P 80", noAddress},
+        {"--listen -P 4917", noAddress},
+        {"--listen 127.0.0.1 -f prog.hex",
+         "can't be used with a file, for which nothing listens\n"},
+    };
+    for (const auto& [words, error] : mistakes)
+        rows.push_back({"--strict " + words, "", error + usage, 2});
+    for (const Row& row : rows) {
         SCOPED_TRACE(row.words.substr(0, 40));
         Unit unit;
         unit.Write("cwd/prog.hex", SmallFile("V1.02 a"));
+        unit.Write("cwd/long.hex", SmallFile("V3") + std::string(80, '0') + "\n");
+        unit.Write(kUpdateLog, Row().log);
 
         Process& program = unit.Run(Split(row.words));
 
-        EXPECT_EQ(program.Wait(), 0);
+        EXPECT_EQ(program.Wait(), row.status);
         EXPECT_EQ(EndOf(program.Output(), row.output), row.output);
         EXPECT_EQ(EndOf(program.Error(), row.error), row.error);
         EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
-        EXPECT_EQ(unit.Log() + unit.Log(kUpdateLog), "");
+        EXPECT_EQ(unit.LogTexts() + unit.LogTexts(kUpdateLog), row.log);
     }
 }
 
@@ -144,22 +178,4 @@ TEST(ServerStart, TakesPeersThatDoNotAcceptForAbsentOnes)
     EXPECT_EQ(unit.LogTexts(), "Diag Server Start Now.\nMIDI Patcher is not active.\n"
                                "RC Server is not active.\n");
     EXPECT_EQ(UnitTime() - before, std::chrono::seconds(5 + 2 + 5 + 5 + 5)) << "3 times, 2 waits";
-}
-
-TEST(UpdateStart, FailsWithoutLoadableFile)
-{
-    for (const char* name : {"none.hex", "long.hex"}) {
-        SCOPED_TRACE(name);
-        Unit unit;
-        unit.Write("cwd/long.hex", SmallFile("V3") + std::string(80, '0') + "\n");
-        unit.Write(kUpdateLog, std::string(60, '\n'));
-        unit.StartPiano();
-
-        Process& program = unit.Run({"-f", name});
-
-        EXPECT_EQ(program.Wait(), 0);
-        EXPECT_TRUE(Contains(program.Output(), "No Update File!\n"));
-        EXPECT_EQ(unit.LogTexts(kUpdateLog), std::string(50, '\n') + "CSP Updater Start Now.\n");
-        EXPECT_EQ(unit.Journal(), "exit descriptors=0\n");
-    }
 }

@@ -18,9 +18,7 @@ TEST(ReadBack, RequestsOnlyFirstBlockIfCspStartsUnrequested)
 {
     Scene scene;
     scene.StartWithPeers();
-    scene.Say(Frames({"Status:Flash Idle", "Start READ"}));
-    EXPECT_TRUE(scene.patcher->WaitForLine("NEXT   :"));
-    scene.TakeReplies();
+    scene.StartReading();
     scene.Say(Frames({UpperRecord(0)}));
     for (std::size_t at = 0; at < 0x2000; at += 128)
         scene.Say(Frames({Record(0, at, std::string(128, 'x'))}));

@@ -24,7 +24,10 @@ std::string After(const std::string& text, const std::string& answer)
 
 // One call of the server fails, unless `fault` is empty.
 struct StrictServer : Scene {
-    explicit StrictServer(const std::string& fault = "") : Scene(fault) { OpenWithPeers(StrictWords()); }
+    explicit StrictServer(const std::string& fault = "") : Scene(fault)
+    {
+        OpenWithPeers(StrictWords());
+    }
 };
 
 }  // namespace
@@ -190,8 +193,7 @@ TEST(StrictCopy, MountsDeviceThatIsMountedThere)
     scene.Mount("usb");
     EXPECT_EQ(backUp(), "Copy Success.\n") << "a partition";
 
-    scene.Pull();
-    scene.Insert();
+    scene.Write("sim/device", "/dev/sdb");
     scene.Mount("usb");
     EXPECT_EQ(backUp(), "Copy Success.\n") << "the stick has another name now";
     EXPECT_EQ(Count(scene.Journal(), "mount(/dev/sdb, /mnt/usb/, vfat, 0xc0ed000a"), 1U);
@@ -223,26 +225,19 @@ TEST(StrictServerLimits, ReadBackEndsAtRecordWithoutProgress)
 {
     const std::string base = UpperRecord(0);
     const std::string data = Record(0, 0, "data");
-    const struct {
-        Words records;
-        const char* next;  // address
-    } rows[] = {
+    const std::pair<Words, const char*> rows[] = {
         {{":0000000000"}, "00000000"},          {{base, base}, "90040000"},
         {{base, Record(0, 0, "")}, "90040000"}, {{Record(4, 0, "\x90\x03")}, "00000000"},
         {{base, data, base}, "90040004"},       {{base, data + "  "}, "90040000"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.records));
+    const std::string reason = "what the CSP sent was not the next record, that of ";
+    for (const auto& [records, next] : rows) {
         Scene scene;
         scene.StartWithPeers(StrictWords());
-        scene.Say(Frames({"Status:Flash Idle", "Start READ"}));
-        EXPECT_TRUE(scene.patcher->WaitForLine("NEXT   :"));
-        scene.TakeReplies();
-        scene.Say(Frames(row.records));
-        EXPECT_EQ(
-            scene.TakeReplies(),
-            std::string("CSP Read Failed.\nwhat the CSP sent was not the next record, that of ") +
-                row.next + "\nRebooting CSP...\n");
+        scene.StartReading();
+        scene.Say(Frames(records));
+        EXPECT_EQ(scene.TakeReplies(),
+                  "CSP Read Failed.\n" + reason + next + "\nRebooting CSP...\n");
     }
 }
 

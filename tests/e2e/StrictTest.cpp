@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr char kUsageLine[] = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
 constexpr char kFirstLine[] = ":20040000";  // begins the second line of the image
 constexpr char kEnd[] = ":00000001FF\r\n";
 
@@ -30,46 +29,6 @@ std::string Row(const std::string& upper)
 }
 
 }  // namespace
-
-TEST(Strict, RefusesMistakesOnCommandLine)
-{
-    const std::string noFile = "need a file\n";
-    const std::string noPort = "the port is not a number from 1 to 65535\n";
-    const std::string noAddress = "--listen needs an IPv4 address\n";
-    const struct {
-        std::string words;
-        std::string error;
-    } rows[] = {
-        {"-x -f prog.hex", "option -- 'x'\n"},
-        {"-x -h", "option -- 'x'\n"},
-        {"prog.hex", "not an option: prog.hex\n"},
-        {"-f", "requires an argument -- 'f'\n"},
-        {"-f ''", "the file name is empty\n"},
-        {"-f " + std::string(256, 'x'), "file name is too long\n"},
-        {"-P 1 -P 65535 -v", noFile},
-        {"--verify", noFile},
-        {"--verify -x", "diag_server: invalid option -- 'x'\n"},
-        {"-P 0", noPort},
-        {"-P 65536", noPort},
-        {"-P 80x", noPort},
-        {"-P 000080", noPort},
-        {"--listen", noAddress},
-        {"--verify --listen 127.1 -P 80", noAddress},
-        {"--listen -P 4917", noAddress},
-        {"--listen 127.0.0.1 -f prog.hex",
-         "can't be used with a file, for which nothing listens\n"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.words);
-        Unit unit;
-        unit.Write("cwd/prog.hex", kGood);
-        Process& program = unit.Run(Split("--strict " + row.words));
-        const std::string error = row.error + kUsageLine;
-        EXPECT_EQ(EndOf(program.Error(), error), error);
-        EXPECT_EQ(program.Wait(), 2);
-        EXPECT_EQ(unit.Journal() + unit.Log() + unit.Log(kUpdateLog), "exit descriptors=0\n");
-    }
-}
 
 TEST(Strict, EndsWithStatusAndReason)
 {

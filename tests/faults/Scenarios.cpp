@@ -144,22 +144,10 @@ void Bridge(FaultyUnit& unit)
 }
 
 // The packed form of a long run, a short run, the escape byte and other bytes, and its hex file.
-struct Parameters {
-    std::string packed = Bytes("04 90 61 62 DD 63 05 DD DD 02 64 DD DD 01");
-    std::string hex;
-
-    Parameters()
-    {
-        constexpr std::size_t kSize = 64;
-        constexpr std::size_t kEscape = 0xDD;
-        std::string bytes = Bytes("61 62 63 63 63 63 63 DD DD 64 DD");
-        for (std::size_t i = 0; bytes.size() < kSize; ++i) {
-            bytes += static_cast<char>(i % kEscape);
-            packed += bytes.back();
-        }
-        hex = HexText(bytes, 32, "\r\n");
-    }
-};
+const std::string kRest = "Other bytes of which none is the same as the one here";
+const std::string kPacked = Bytes("04 90 61 62 DD 63 05 DD DD 02 64 DD DD 01") + kRest;
+const std::string kParameterHex =
+    HexText(Bytes("61 62 63 63 63 63 63 DD DD 64 DD") + kRest, 32, "\r\n");
 
 // Where firmware is searched, in this order; packed files are expanded to the unit's disk.
 constexpr const char* kSources[] = {kUsbFirmware, kUsbCompressedFirmware, kCdFirmware,
@@ -167,22 +155,21 @@ constexpr const char* kSources[] = {kUsbFirmware, kUsbCompressedFirmware, kCdFir
 
 void Search(FaultyUnit& unit)
 {
-    const Parameters parameters;
     for (const char* source : kSources) {
         const bool isPacked = Contains(source, ".rlg");
-        unit.Write(source, isPacked ? parameters.packed : UpdateImage().hex);
+        unit.Write(source, isPacked ? kPacked : UpdateImage().hex);
         unit.Write(kExpandedFirmware, "an older one");
         // The packed file has no version, so the answer has an empty line.
         const bool isFound = Contains(unit.Try(kFindUpdate).shown,
                                       isPacked ? "Update File ]\n\n" : "Update File ]\n1.2\n");
         unit.Remove(source);
         unit.Expect(isFound, "a file is found", {"csp_prog", kController});
-        Check(!isFound || !isPacked || unit.Read(kExpandedFirmware) == parameters.hex,
+        Check(!isFound || !isPacked || unit.Read(kExpandedFirmware) == kParameterHex,
               "another file was expanded");
     }
     unit.Expect(Contains(unit.Try(kFindUpdate).shown, "Update File is not exsit.\n"),
                 "no file is found", {kController});
-    unit.Write(kParameterFile, parameters.hex);
+    unit.Write(kParameterFile, kParameterHex);
     unit.Expect(Contains(unit.Try(kFindParameters).shown, "CSP Parameter : "),
                 "the parameter file is found", {"csp_param.hex", kController});
     Check(unit.Lost() <= 1, "one fault has cost more than one answer");
@@ -199,31 +186,29 @@ const std::vector<Result> kCopyResults = {
 void Backup(FaultyUnit& unit)
 {
     constexpr char kCopy[] = "medium/csp_param.rlg";
-    const Parameters parameters;
-    unit.Write(kParameterFile, parameters.hex);
+    unit.Write(kParameterFile, kParameterHex);
     unit.Write(kCopy, "old");
     unit.Mount("usb");
     const Reply reply = unit.Try(kBackup);
     const bool isCopied = unit.Judge(reply, kCopyResults);
     const std::string copy = unit.Read(kCopy);
-    Check(unit.Read(kParameterFile) == parameters.hex, "the parameter file has changed");
+    Check(unit.Read(kParameterFile) == kParameterHex, "the parameter file has changed");
     // Stdio shows a failed read as the end of the file.
     if (isCopied)
-        unit.Expect(copy == parameters.packed, "the copy is complete", {"fread csp_param.hex"});
+        unit.Expect(copy == kPacked, "the copy is complete", {"fread csp_param.hex"});
     else if (!Contains(reply.shown, "Copy error.\n") || unit.IsHit({"mount /mnt"}))
         Check(copy == "old", "the old copy is gone");
 }
 
 void Restore(FaultyUnit& unit)
 {
-    const Parameters parameters;
     const std::string old = HexText(Firmware(0x20), 32, "\r\n");
     unit.Write(kParameterFile, old);
-    unit.Write("medium/csp_param.rlg", parameters.packed);
+    unit.Write("medium/csp_param.rlg", kPacked);
     unit.Mount("floppy");
     const bool isCopied = unit.Judge(unit.Try(kRestore), kCopyResults);
     // The file is written in place, so a failure of the last step leaves it cut.
-    Check(unit.Read(kParameterFile) == (isCopied ? parameters.hex : old) ||
+    Check(unit.Read(kParameterFile) == (isCopied ? kParameterHex : old) ||
               (!isCopied && unit.IsHit({"write csp_param.hex", "read csp_param.bin"})),
           "the file is neither the new one nor the old one");
 }

@@ -68,14 +68,8 @@ void WriteFiles(const Unit& unit, const Replacement& replacement, bool isThere)
 // The texts by which the controller learns of a failure.
 bool IsFailure(const std::string& shown)
 {
-    constexpr const char* kFailures[] = {"Copy error.\n",
-                                         "Binary file error.\n",
-                                         "Parameter file is not exists.\n",
-                                         "Free Disk space error.\n",
-                                         "Floppy in not inserted.\n",
-                                         "CSP Read Failed.\n"};
-    return std::any_of(std::begin(kFailures), std::end(kFailures),
-                       [&](const char* text) { return Contains(shown, text); });
+    return Contains(shown, " error.\n") || Contains(shown, " is not exists.\n") ||
+           Contains(shown, " not inserted.\n") || Contains(shown, "CSP Read Failed.\n");
 }
 
 void CheckFiles(const Files& files, const Replacement& replacement, const std::string& older,
@@ -114,8 +108,9 @@ void Replace(FaultyUnit& unit, const Replacement& replacement, bool isThere)
     const std::string older = Content(before, replacement.target);
     const std::string flash = unit.Write("sim/flash", kData) + "@90040000";
     const bool isReadBack = replacement.group.empty();
-    unit.StartWithPiano(StrictWords(), isReadBack ? Words{"--join", "--load", flash}
-                                            : Words{"--join", "--bad-checksum-at", "90040000"});
+    unit.StartWithPiano(StrictWords(), isReadBack
+                                           ? Words{"--join", "--load", flash}
+                                           : Words{"--join", "--bad-checksum-at", "90040000"});
     if (!isReadBack)
         unit.AwaitFirstReadBack();
     const std::string shown = unit.Try(replacement.group, std::chrono::seconds(60)).shown;

@@ -10,7 +10,6 @@
 // single fault, such as "write:3:EIO" or "--die-after 12", and keeps its unit.
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -20,7 +19,6 @@
 #include <sstream>
 #include <thread>
 
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -151,40 +149,43 @@ Outcome Try(const Scenario& scenario, const std::string& fault, Faults* faults =
     }
 }
 
-using Counts = std::atomic<std::size_t>[static_cast<int>(Outcome::Violation) + 1];
-
-// Tries every N-th fault. Each job is a process, since a unit starts others.
-void TryAll(const Scenario& scenario, const Words& faults, std::size_t every, Counts& counts)
+// Tries every N-th fault and counts the outcomes. Each attempt is a process, since a unit starts
+// others.
+std::vector<std::size_t> TryAll(const Scenario& scenario, const Words& faults, std::size_t every)
 {
-    const std::size_t jobs = std::max(1U, std::thread::hardware_concurrency());
-    for (std::size_t job = 0; job < jobs; ++job) {
-        if (fork() != 0)
-            continue;
-        for (std::size_t i = job * every; i < faults.size(); i += jobs * every)
-            ++counts[static_cast<int>(Try(scenario, faults[i]))];
-        _exit(0);
+    std::vector<std::size_t> counts(static_cast<int>(Outcome::Violation) + 1);
+    std::size_t running = 0;
+    const auto awaitOne = [&] {
+        int status = 0;
+        wait(&status);
+        ++counts[WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(Outcome::Violation)];
+        --running;
+    };
+    for (std::size_t i = 0; i < faults.size(); i += every) {
+        if (running == std::max(1U, std::thread::hardware_concurrency()))
+            awaitOne();
+        if (fork() == 0)
+            _exit(static_cast<int>(Try(scenario, faults[i])));
+        ++running;
     }
-    while (wait(nullptr) > 0) {
-    }
+    while (running > 0)
+        awaitOne();
+    return counts;
 }
 
-// Prints a row of the table. False when a promise is broken or a fault wasn't tried.
+// Prints a row of the table. False when a promise is broken.
 bool Sweep(const Scenario& scenario, std::size_t every, const std::string& only)
 {
     Faults faults{{only}};
     if (only.empty() && Try(scenario, "", &faults) != Outcome::Kept)
         return false;
-    auto& counts = *static_cast<Counts*>(
-        mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    TryAll(scenario, faults.all, every, counts);
-    const std::size_t tried = std::accumulate(std::begin(counts), std::end(counts), std::size_t{});
+    const std::vector<std::size_t> counts = TryAll(scenario, faults.all, every);
     std::cout << "| " << scenario.name << " | " << faults.calls << " | " << faults.frames << " | "
-              << tried;
-    for (const auto& count : counts)
+              << std::accumulate(counts.begin(), counts.end(), std::size_t{});
+    for (const std::size_t count : counts)
         std::cout << " | " << count;
     std::cout << " |" << std::endl;
-    return tried == (faults.all.size() + every - 1) / every &&
-           counts[static_cast<int>(Outcome::Violation)] == 0;
+    return counts.back() == 0;
 }
 
 }  // namespace

@@ -51,10 +51,16 @@ void Scene::StartWithPeers(const Words& words, const std::string& absent)
     Connect();
 }
 
-void Scene::Open()
+void Scene::StartReading()
 {
     patcher->SendLines({"Status:Flash Idle", "Start READ"});
     Check(patcher->WaitForLine("NEXT   :"), "the read-back requests no block");
+    TakeReplies();
+}
+
+void Scene::Open()
+{
+    StartReading();
     patcher->SendLines({"no record"});
     Check(WaitForJournal(kPianoOn), "the read-back has no end");
     TakeReplies();
@@ -126,4 +132,11 @@ std::string Scene::TakeLog()
 {
     Settle();
     return TakeFresh(LogTexts(), logSize);
+}
+
+std::string Scene::Exchange(const std::string& groups)
+{
+    std::string all = Ask(groups);
+    all += TakeFrames();
+    return all += TakeLog();
 }

@@ -42,8 +42,9 @@ public:
     void SetFaults(const std::string& options) const;
 
     // Starts a server with peers, without the one at the path `absent`. It begins where the first
-    // read-back asks for the CSP's state. Open lets that fail.
+    // read-back asks for the CSP's state, and goes on to the first record. Open lets that fail.
     void StartWithPeers(const Words& words = kAnyPort, const std::string& absent = "none");
+    void StartReading();
     void Open();
     void OpenWithPeers(const Words& words = kAnyPort, const std::string& absent = "none");
 
@@ -69,6 +70,8 @@ public:
     std::string TakeReplies();
     std::string TakeFrames();
     std::string TakeLog();
+    // All three after groups were sent.
+    std::string Exchange(const std::string& groups);
 
     Process* piano = nullptr;
     Process* server = nullptr;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -8,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+
+#include "FileBytes.h"
 
 // The numbers of the open descriptors of this process, or of the one with the id.
 inline std::set<std::string> ListDescriptors(const std::string& id = "self")
@@ -18,23 +19,12 @@ inline std::set<std::string> ListDescriptors(const std::string& id = "self")
     return numbers;
 }
 
-// All bytes of the file; empty when it doesn't exist. Not by a C++ stream, which needs a
-// descriptor: in a test program that is a simulated unit itself, a file of the unit has none.
+// All bytes of the file; empty when it doesn't exist.
 inline std::string ReadFile(const std::string& path)
 {
-    constexpr std::size_t kChunk = 65536;
-    std::string bytes;
-    std::FILE* const file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr)
-        return bytes;
-    std::size_t size = 0;
-    do {
-        bytes.resize(size + kChunk);
-        size += std::fread(&bytes[size], 1, kChunk, file);
-    } while (size == bytes.size());
-    std::fclose(file);
-    bytes.resize(size);
-    return bytes;
+    FileBytes bytes;
+    ReadWholeFile(path.c_str(), bytes);
+    return std::string(bytes.Text());
 }
 
 // Makes a unit in the empty directory, as `simunit new` does.

@@ -152,17 +152,9 @@ void Unit::Mount(const std::string& point) const
     Write("sim/mounts", Read("sim/mounts") + device + " /mnt/" + point + " vfat rw,relatime 0 0\n");
 }
 
-// A mount of a medium that was pulled out keeps the name of its device in use.
-void Unit::Insert() const
+std::string Unit::Flash(std::size_t size) const
 {
-    const bool isInUse = Read("sim/mounts").find("/dev/sda") != std::string::npos;
-    Write("sim/device", isInUse ? "/dev/sdb" : "/dev/sda");
-    Remove("sim/pull-after");
-}
-
-std::string Unit::Flash(std::size_t size, std::uint32_t address) const
-{
-    constexpr std::uint32_t kFlashBase = 0x90000000;
+    constexpr std::size_t kParameters = 0x40000;
     const std::string flash = Read("flash.bin");
-    return flash.substr(std::min<std::size_t>(address - kFlashBase, flash.size()), size);
+    return flash.substr(std::min(kParameters, flash.size()), size);
 }

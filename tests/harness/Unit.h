@@ -1,7 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
+#include <cstddef>
 #include <filesystem>
 #include <list>
 #include <optional>
@@ -72,12 +72,9 @@ public:
     void Control(const std::string& name, const std::string& text) const;
     // Mounts the medium at "usb", "cdrom" or "floppy", as the unit does when one is inserted.
     void Mount(const std::string& point) const;
-    // Pulls the medium out, or inserts it again; its mount stays.
-    void Pull() const { Write("sim/device", ""); }
-    void Insert() const;
 
-    // The bytes of the piano's flash from `address` on, as it was last saved.
-    std::string Flash(std::size_t size, std::uint32_t address = 0x90040000) const;
+    // The first bytes of the parameter flash, as the piano has last saved it.
+    std::string Flash(std::size_t size) const;
 
 private:
     Process& Spawn(const Words& command, const Words& variables);

@@ -98,7 +98,8 @@ TEST_F(UnitTest, ReportsLateWriteErrorsOfPulledMedium)
               "fsync(/medium/file) = -1 EIO\nsyncfs(/medium/file) = 0\nsync()\nexit "
               "descriptors=1\n");
 
-    unit.Insert();
+    unit.Write("sim/device", "/dev/sdb");
+    unit.Remove("sim/pull-after");
     unit.Set("SIMUNIT_FAULT=unlink:1:pull");
     ExpectCalls({"mount /mnt/usb = -1 ENOENT", "mount-b /mnt/usb = 0", "stat /mnt/usb/file = 150",
                  "umount /mnt/usb = 0", "stat /mnt/usb/file = -1 ENOENT", "umount /mnt/usb = 0",
