@@ -1,11 +1,7 @@
 // The idle server as a bridge between the controller and the piano's side, with peers that send
 // anything and disconnect at any time.
 
-#include <chrono>
-#include <cstddef>
 #include <regex>
-#include <set>
-#include <string>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,5 @@
 // The controller's tool with the server, as its user and a script see it.
 
-#include <csignal>
-#include <sstream>
-
 #include <gtest/gtest.h>
 
 #include "HexText.h"

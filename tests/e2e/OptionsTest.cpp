@@ -5,15 +5,6 @@
 #include "HexText.h"
 #include "Scene.h"
 
-namespace {
-
-std::string SmallFile(const std::string& version)
-{
-    return HexText(Firmware(0x800, version), 16, "\r\n");
-}
-
-}  // namespace
-
 TEST(CommandLine, MayEndProgramBeforeLinksOpen)
 {
     const std::string usage = "diag_server [-P Port] [-b] [-v] [-f filename]\n";
@@ -127,30 +118,29 @@ TEST(ServerStart, LogsPeersInOrderAndRequiresMidiPatcher)
     const std::string found = start + "MIDI Patcher is active.\n";
     const std::string none = start + "MIDI Patcher is not active.\nRC Server is active.\n";
     const struct {
-        const char* piano;
+        std::string faults;  // of a call and of the piano
         std::size_t retries;
         std::string log;
         const char* output = "";  // its end; empty: the server runs on
-        std::string removed = "none";
-        const char* fault = "";
         bool hasPort = true;
+        std::string removed = "none";
     } rows[] = {
         {"--rc-late 4", 1, found + "RC Server is active.\nDiag Server Initialize OK\n"},
         {"--no-rc", 2,
          found + "RC Server is not active.\nZaurus Socket Port Open Error\n"
                  "Diag Server Initialize OK\n",
-         "", "none", "", false},
-        {"", 0, "", "", kLogFolder},
+         "", false},
+        {"", 0, "", "", true, kLogFolder},
         {"--no-patcher", 0, none, "MIDI Patcher is not active.\n"},
-        {"", 0, none, "MIDI Patcher is not connected\n", "none", "write@i2c_server_sock:EPIPE"},
+        {"write@i2c_server_sock:EPIPE ", 0, none, "MIDI Patcher is not connected\n"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.piano + row.removed + row.fault);
-        Scene scene(row.fault);
+        SCOPED_TRACE(row.faults + row.removed);
+        Scene scene(row.faults);
         const Port taken;
         scene.Remove(row.removed);
         scene.StartWithPiano({"-P", row.hasPort ? "0" : std::to_string(taken.Number())},
-                             Split(std::string("--silent ") + row.piano));
+                             {"--silent"});
 
         if (*row.output == '\0') {
             EXPECT_TRUE(scene.WaitFor("sim/midi.log", "> console STATUS"));

@@ -1,7 +1,5 @@
 // The strict mode: what it refuses before a link is opened, and what it compares at the end.
 
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "HexText.h"
@@ -45,8 +43,7 @@ TEST(Strict, EndsWithStatusAndReason)
         std::string words;
         std::string error;         // the end of standard error, which is in a log, too
         std::string file = kGood;  // prog.hex
-        const char* fault = "";    // of one call
-        const char* piano = "";    // its options
+        const char* faults = "";   // of a call and of the piano
         int done = Nothing;
         int status = 1;
     } rows[] = {
@@ -66,37 +63,36 @@ TEST(Strict, EndsWithStatusAndReason)
          "open@cspupdate.log:EROFS"},
         {update, lock + "Read-only file system\n", kGood, "open@diag_server.lock:EROFS"},
         {update, lock + "No space left on device\n", kGood, "write@diag_server.lock:ENOSPC"},
-        {update, noSocket, kGood, "", "--no-patcher"},
-        {"", noSocket, kGood, "", "--no-patcher"},
+        {update, noSocket, kGood, "--no-patcher"},
+        {"", noSocket, kGood, "--no-patcher"},
         {"-P " + port, "port " + port + ": Address already in use\n"},
         {"--listen 203.0.113.1", "port 4917 at 203.0.113.1: Cannot assign requested address\n"},
         // Failures of the update.
         {update, "the MIDI Patcher could not be reached before, but can be now\n", kGood,
-         "write@i2c_server_sock:EPIPE", "", OpenedLinks},
-        {update, "the update has failed\n", kGood, "", "--silent", OpenedLinks},
-        {update, powerFailed, kGood, "ioctl@PciDsp#2:EIO", "", WroteFlash},
-        {"--verify " + update, powerFailed, kGood, "ioctl@PciDsp#4:EIO", "--size A1000",
-         WroteFlash},
+         "write@i2c_server_sock:EPIPE", OpenedLinks},
+        {update, "the update has failed\n", kGood, "--silent", OpenedLinks},
+        {update, powerFailed, kGood, "ioctl@PciDsp#2:EIO", WroteFlash},
+        {"--verify " + update, powerFailed, kGood, "ioctl@PciDsp#4:EIO", WroteFlash},
         // Successes. V2.hex is there, and dangles.
-        {update, "", kGood, "", "", WroteFlash, 0},
+        {update, "", kGood, "", WroteFlash, 0},
         {"-b " + update, kept + "it has no version text\n",
-         FileWith(kFirstLine, Record(0, 0x400, ". ." + std::string(29, '\0')) + "\r\n"), "", "",
+         FileWith(kFirstLine, Record(0, 0x400, ". ." + std::string(29, '\0')) + "\r\n"), "",
          OpenedLinks, 0},
-        {"-b " + update, kept + "the rename has failed\n", kGood, "rename@V1.hex:EROFS", "",
-         WroteFlash, 0},
+        {"-b " + update, kept + "the rename has failed\n", kGood, "rename@V1.hex:EROFS", WroteFlash,
+         0},
         {"-b " + update, kept + "V2.hex exists\n", HexText(Firmware(0x3000, "V2"), 32, "\r\n"), "",
-         "", OpenedLinks, 0},
+         OpenedLinks, 0},
         // Nobody has described the flash of the other peer, and -v writes nothing.
         {"-v -a prog.hex",
          "prog.hex:2: data at 27910000, outside the flash (90000000 to 90FFFFFF)\n", outside, "",
-         "", Nothing, 0},
+         Nothing, 0},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.words + row.error);
-        Unit unit(row.fault);
+        Unit unit(row.faults);
         unit.Write("cwd/prog.hex", row.file);
         std::filesystem::create_symlink("nowhere", unit.Path("cwd/V2.hex"));
-        Process& piano = unit.StartPiano(Split(row.piano));
+        Process& piano = unit.StartPiano();
 
         Process& program = unit.Run(Split("--strict " + row.words));
 
@@ -117,12 +113,11 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
 {
     const struct {
         std::string reason;  // empty: it succeeds
-        const char* fault;
-        const char* piano = "";
+        const char* faults;
     } rows[] = {
         {"", ""},
-        {"csp_param.hex: it doesn't cover exactly the parameter flash", "", "--read-stop 90041000"},
-        {"what the CSP sent was not the next record, that of 90042000", "",
+        {"csp_param.hex: it doesn't cover exactly the parameter flash", "--read-stop 90041000"},
+        {"what the CSP sent was not the next record, that of 90042000",
          "--bad-checksum-at 90042000"},
         {"csp_param.hex: No space left on device", "write@csp_param.hex.new:ENOSPC"},
         {"csp_param.hex: Input/output error", "fsync@csp_param.hex.new:EIO"},
@@ -133,10 +128,10 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.reason);
         const bool isSaved = row.reason.empty();
-        Scene scene(row.fault);
+        Scene scene(row.faults);
         const std::string file = scene.Write("cwd/csp_param.hex", "old");
         std::filesystem::permissions(file, kPrivate);
-        scene.StartWithPiano(StrictWords(), Split(row.piano));
+        scene.StartWithPiano(StrictWords());
 
         EXPECT_TRUE(scene.WaitForLog("Rebooting CSP...5sec\n"));
         EXPECT_TRUE(!isSaved || scene.server->Wait() == 0);
@@ -155,7 +150,7 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
 TEST(Strict, ExitsWhenPortIsTakenDuringStart)
 {
     Scene scene;
-    scene.StartWithPiano(StrictWords(), {});
+    scene.StartWithPiano(StrictWords());
     EXPECT_TRUE(scene.WaitForLog("Diag Server Start Now.\n"));
     const Port taken(std::stoi(OwnPort()));
 
@@ -187,14 +182,14 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
         SCOPED_TRACE(row.error);
         Unit unit;
         unit.Write("cwd/prog.hex", std::string(image).insert(image.size() - 13, row.added));
-        Process& piano = unit.StartPiano({"--size", "A1000"});
+        Process& piano = unit.StartPiano();
         Process& program = unit.Start("diag_server", Split("--strict --verify -b -f prog.hex"));
         EXPECT_TRUE(unit.WaitForJournal("ioctl(/dev/PciDsp, 33, 0xc00)"));
         piano.Kill(SIGTERM);
         std::string flash = unit.Read("flash.bin");
         flash.replace(0x40800, row.changed, row.changed, '\0');
         const std::string loaded = unit.Write("sim/loaded", flash);
-        unit.StartPiano(Split("--size A1000 --load " + loaded + " " + row.piano));
+        unit.StartPiano(Split("--load " + loaded + " " + row.piano));
 
         EXPECT_EQ(unit.AwaitEnd(program), row.status);
 

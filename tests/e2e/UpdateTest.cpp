@@ -1,7 +1,5 @@
 // The stand-alone update with its peers present, late and absent, and with a piano that has faults.
 
-#include <csignal>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,46 +26,45 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
     const char* const kept = "APE Update Finished\nRename NG\n";
     const struct {
         const char* words;
-        const char* piano;
-        const char* fault;                  // of the program
+        std::string faults;                 // of a call and of the piano
         const char* output;                 // a part of it
         std::string log;                    // from the version to the restart
         const char* name = "cwd/prog.hex";  // the file's last one
     } rows[] = {
-        {plain, "--no-patcher", "", "Open i2c error\nError:-3\n", kNoPatcher},
-        {plain, "--late 3", "write@i2c_server_sock:EPIPE", "Connect i2c error\nError:-3\n",
+        {plain, "--no-patcher", "Open i2c error\nError:-3\n", kNoPatcher},
+        {plain, "write@i2c_server_sock:EPIPE --late 3", "Connect i2c error\nError:-3\n",
          kNoPatcher},
-        {plain, "", "write@i2c_server_sock:EPIPE", "Connect i2c error2\nError:-3\n",
+        {plain, "write@i2c_server_sock:EPIPE", "Connect i2c error2\nError:-3\n",
          "Open MIDI Patcher - NG1\nOpen PciDsp - OK\nUpdate Error No.-3\n"},
-        {plain, "--late 3", "", finished,
+        {plain, "--late 3", finished,
          "Open MIDI Patcher - NG1\nOpen MIDI Patcher - OK2\nOpen PciDsp - OK\n" + updated},
-        {plain, "", "ioctl@PciDsp:EIO", finished,
+        {plain, "ioctl@PciDsp:EIO", finished,
          "Open MIDI Patcher - OK1\nOpen PciDsp - NG\n" + updated},
-        {plain, "--cut-frames 5 --no-status", "", finished, done},
-        {plain, "--join --garbage 40 --ng-at 90042000 --ng-at 90050FFF", "", finished, done},
-        {plain, "--fail 1", "", finished, failed + "CSP Update Finished\n"},
-        {plain, "--fail 2", "", "CSP Update Failed\n", failed + "CSP Update Failed\n"},
-        {plain, "--garbage-endless", "", "Error !\n", ready + "Piano Comunication Error !\n"},
-        {plain, "--die-after 1", "", "connected 2\n", ready + "Piano is not connected 2\n"},
-        {plain, "--silent", "select@-#40:EINTR", "Send WriteCommand\nSend WriteCommand\n",
+        {plain, "--cut-frames 5 --no-status", finished, done},
+        {plain, "--join --garbage 40 --ng-at 90042000 --ng-at 90050FFF", finished, done},
+        {plain, "--fail 1", finished, failed + "CSP Update Finished\n"},
+        {plain, "--fail 2", "CSP Update Failed\n", failed + "CSP Update Failed\n"},
+        {plain, "--garbage-endless", "Error !\n", ready + "Piano Comunication Error !\n"},
+        {plain, "--die-after 1", "connected 2\n", ready + "Piano is not connected 2\n"},
+        {plain, "select@-#40:EINTR --silent", "Send WriteCommand\nSend WriteCommand\n",
          ready + "Piano is not connected 2\n"},
-        {plain, "--cut-link-after 3000", "", "no reply\n",
+        {plain, "--cut-link-after 3000", "no reply\n",
          ready + "Start CSP Update\nPiano is no reply\n"},
-        {"-a prog.hex -c", "", "", renamed, done + "Update File Renamed\n", "cwd/xV102.hex"},
-        {"-b -f ../mnt/usb/prog.hex", "", "", renamed, done + "Update File Renamed\n",
+        {"-a prog.hex -c", "", renamed, done + "Update File Renamed\n", "cwd/xV102.hex"},
+        {"-b -f ../mnt/usb/prog.hex", "", renamed, done + "Update File Renamed\n",
          "mnt/usb/xV102.hex"},
-        {"-b -f prog.hex", "", "rename@V102.hex:EACCES", kept, done + "Update File Rename Error\n"},
+        {"-b -f prog.hex", "rename@V102.hex:EACCES", kept, done + "Update File Rename Error\n"},
     };
     const std::string firmware = Firmware(0x11000, "../x\\V 1.02");
     const std::string image = HexText(firmware, 32, "\r\n");
     for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.words) + " " + row.piano + " " + row.fault);
+        SCOPED_TRACE(row.words + (" " + row.faults));
         const bool restarts = !Contains(row.log, "Error No.");
-        Unit unit(row.fault);
+        Unit unit(row.faults);
         unit.Write("cwd/prog.hex", image);
         unit.Write("mnt/usb/prog.hex", image);
         unit.Write("mnt/usb/xV102.hex", "older");
-        unit.StartPiano(Split(row.piano));
+        unit.StartPiano();
 
         Process& program = unit.Run(Split(row.words));
 

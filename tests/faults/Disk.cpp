@@ -1,9 +1,7 @@
 #include "Disk.h"
 
-#include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <sstream>
 #include <utility>
 
 #include "Texts.h"
@@ -29,15 +27,6 @@ std::string PathOf(std::string subject)
 }
 
 }  // namespace
-
-std::vector<CallLine> CallLines(const std::string& text)
-{
-    std::istringstream words(text);
-    std::vector<CallLine> lines;
-    for (CallLine line; words >> line.kind >> line.number >> line.subject;)
-        lines.push_back(line);
-    return lines;
-}
 
 Disk::Disk(const Files& before)
 {

@@ -15,7 +15,6 @@ struct CallLine {
     // "write:3:EIO".
     std::string Fault(const std::string& what) const { return kind + ":" + number + ":" + what; }
 };
-std::vector<CallLine> CallLines(const std::string& text);
 
 using Files = std::map<std::string, std::string>;  // full paths in the unit, and contents
 

@@ -1,9 +1,5 @@
 #include "FaultyUnit.h"
 
-#include <algorithm>
-#include <csignal>
-#include <sstream>
-
 #include "HexText.h"
 
 namespace {
@@ -16,7 +12,11 @@ constexpr std::chrono::seconds kEndLimit{6000};
 std::vector<CallLine> FaultyUnit::Calls(const std::string& first) const
 {
     const std::string all = Read("sim/calls");
-    return CallLines(all.substr(std::min(all.find(first), all.size())));
+    std::istringstream words(all.substr(std::min(all.find(first), all.size())));
+    std::vector<CallLine> calls;
+    for (CallLine call; words >> call.kind >> call.number >> call.subject;)
+        calls.push_back(call);
+    return calls;
 }
 
 std::string FaultyUnit::SeenFault() const

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <functional>
-#include <string>
-#include <vector>
-
 #include "Disk.h"
 #include "Scene.h"
 

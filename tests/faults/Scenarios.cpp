@@ -1,4 +1,3 @@
-#include <csignal>
 
 #include "FaultyUnit.h"
 #include "HexText.h"

@@ -5,10 +5,6 @@
 // lost after a cut. It is the new one once the controller has been sent the success, and a failure
 // is reported.
 
-#include <algorithm>
-#include <csignal>
-#include <filesystem>
-
 #include "Disk.h"
 #include "FaultyUnit.h"
 #include "HexText.h"

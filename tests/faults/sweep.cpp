@@ -9,14 +9,9 @@
 // tries every N-th fault, by default every one, of all rows of the table or of one. Or it tries a
 // single fault, such as "write:3:EIO" or "--die-after 12", and keeps its unit.
 
-#include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <map>
 #include <numeric>
-#include <set>
-#include <sstream>
 #include <thread>
 
 #include <sys/wait.h>

@@ -64,9 +64,9 @@ const std::string& Connection::Received()
     return received;
 }
 
-bool Connection::WaitFor(const std::string& text, std::chrono::nanoseconds limit)
+bool Connection::WaitFor(const std::string& text)
 {
-    return WaitUntil([&] { return Received().find(text) != std::string::npos; }, limit);
+    return WaitUntil([&] { return Contains(Received(), text); });
 }
 
 bool Connection::IsClosed()

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -16,7 +15,7 @@ public:
 
     // Everything that was received since the start.
     const std::string& Received();
-    bool WaitFor(const std::string& text, std::chrono::nanoseconds limit = kLimit);
+    bool WaitFor(const std::string& text);
 
     // True once the peer has closed, or when there never was one.
     bool IsClosed();

@@ -90,3 +90,9 @@ inline std::string Firmware(std::size_t size, const std::string& version = "")
         bytes.replace(kVersionAt, version.size() + 1, version.c_str(), version.size() + 1);
     return bytes;
 }
+
+// A small firmware file with the version.
+inline std::string SmallFile(const std::string& version)
+{
+    return HexText(Firmware(0x800, version), 32, "\r\n");
+}

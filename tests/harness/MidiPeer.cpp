@@ -1,9 +1,5 @@
 #include "MidiPeer.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <utility>
-
 #include "FrameCodec.h"
 #include "HexText.h"
 

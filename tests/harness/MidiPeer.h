@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <string>
-#include <vector>
-
 #include "Connection.h"
 
 // Simulates the MIDI Patcher for a test that controls each byte and each moment.

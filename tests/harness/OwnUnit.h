@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdlib>
-
 #include <unistd.h>
 
 #include "TempDir.h"

@@ -1,7 +1,5 @@
 #include "Process.h"
 
-#include <cstdlib>
-
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>

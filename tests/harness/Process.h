@@ -1,8 +1,6 @@
 #pragma once
 
-#include <chrono>
 #include <csignal>
-#include <string>
 #include <vector>
 
 #include <sys/types.h>

@@ -1,11 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
-#include <memory>
-#include <optional>
-#include <string>
-
 #include "Connection.h"
 #include "MidiPeer.h"
 #include "Unit.h"
@@ -36,7 +30,7 @@ public:
 
     // Starts a server with simpiano. Open waits until the first read-back has failed, so that the
     // server takes commands, and connects a controller.
-    void StartWithPiano(const Words& words, const Words& options);
+    void StartWithPiano(const Words& words, const Words& options = {});
     void OpenWithPiano(const Words& words = kAnyPort);
     // The piano misbehaves in this way from now on; without options not at all.
     void SetFaults(const std::string& options) const;

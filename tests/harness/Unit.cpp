@@ -1,11 +1,6 @@
 #include "Unit.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
-#include <sstream>
-#include <utility>
 
 #include <unistd.h>
 
@@ -40,13 +35,15 @@ void CopyNewUnit(const std::string& root)
     fs::copy(DIAG_NEW_UNIT, root, fs::copy_options::recursive);
 }
 
-Unit::Unit(const std::string& fault) : linkFault(Contains(fault, "--") ? Split(fault) : Words{})
+Unit::Unit(const std::string& faults) : pianoFaults(Split(faults))
 {
     CopyNewUnit(Path());
     clock.emplace(Path("sim/clock"));
     SetClock(&*clock);
-    if (Contains(fault, ":"))
-        Set("SIMUNIT_FAULT=" + fault);
+    if (Contains(faults, ":")) {
+        Set("SIMUNIT_FAULT=" + pianoFaults[0]);
+        pianoFaults.erase(pianoFaults.begin());
+    }
     Set("LSAN_OPTIONS=print_suppressions=0:suppressions=" DIAG_LEAKS);
 }
 
@@ -81,10 +78,10 @@ Process& Unit::Start(const std::string& program, const Words& arguments)
                  Join(environment, {"SIMUNIT_ROOT=" + Path()}));
 }
 
-Process& Unit::Run(const Words& arguments, std::chrono::nanoseconds limit)
+Process& Unit::Run(const Words& arguments)
 {
     Process& program = Start("diag_server", arguments);
-    program.Wait(limit);
+    program.Wait();
     return program;
 }
 
@@ -98,10 +95,10 @@ int Unit::AwaitEnd(Process& program, std::chrono::nanoseconds limit) const
 
 Process& Unit::StartPiano(const Words& arguments)
 {
-    // The flash is saved again and again, so it ends where the parameters end.
+    // The flash is saved again and again, so it ends soon after the parameters.
     const Words command{Program("simpiano"), "--root", Path(), "--save",
-                        Path("flash.bin"),   "--size", "A0000"};
-    Process& piano = Spawn(Join(command, Join(arguments, std::exchange(linkFault, {}))), {});
+                        Path("flash.bin"),   "--size", "A1000"};
+    Process& piano = Spawn(Join(command, Join(arguments, std::exchange(pianoFaults, {}))), {});
     Check(WaitUntil([&] { return piano.Output() == "ready\n"; }), piano.Error());
     return piano;
 }

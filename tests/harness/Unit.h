@@ -1,11 +1,6 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
-#include <filesystem>
-#include <list>
 #include <optional>
-#include <string>
 
 #include "Clock.h"
 #include "Process.h"
@@ -28,9 +23,9 @@ std::string OwnPort();
 // DIAG_KEEP is set: then its path is printed.
 class Unit : public TempDir {
 public:
-    // One thing fails: a call of a program, "write:3:EIO" or "open@fw.hex:EIO", or the link of the
-    // first piano by an option of simpiano, "--die-after 12". Nothing fails if the fault is empty.
-    explicit Unit(const std::string& fault = "");
+    // What fails: a call of a program, "write:3:EIO" or "open@fw.hex:EIO", and then what options of
+    // simpiano say of the first piano, "--die-after 12". Each may be missing.
+    explicit Unit(const std::string& faults = "");
     ~Unit();
 
     void Remove(const std::string& name) const { std::filesystem::remove_all(Path(name)); }
@@ -45,7 +40,7 @@ public:
 
     // Starts a program of the build in the unit. Run waits for the end of diag_server.
     Process& Start(const std::string& program, const Words& arguments = {});
-    Process& Run(const Words& arguments, std::chrono::nanoseconds limit = kLimit);
+    Process& Run(const Words& arguments);
     // Waits for the end of a program, which must leave no descriptor open. Returns its status.
     int AwaitEnd(Process& program, std::chrono::nanoseconds limit = kLimit) const;
     // Starts simpiano and waits until it is ready. Its flash is in flash.bin after each update and
@@ -82,6 +77,6 @@ private:
     std::optional<Clock> clock;
     std::optional<std::string> output;
     Words environment;
-    Words linkFault;
+    Words pianoFaults;
     std::list<Process> processes;
 };

@@ -1,8 +1,5 @@
 // The unit's time: it jumps when everyone waits, the same way in each run.
 
-#include <chrono>
-#include <filesystem>
-
 #include <gtest/gtest.h>
 
 #include "Unit.h"

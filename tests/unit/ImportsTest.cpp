@@ -1,11 +1,8 @@
 // The preload library sees every call that the unit's programs make to libc and that matters here.
 
 #include <array>
-#include <cstdio>
 #include <cstring>
-#include <memory>
 #include <regex>
-#include <set>
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,5 @@
 // The simulated unit, tested with a probe that makes calls like those of the product.
 
-#include <filesystem>
-
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
