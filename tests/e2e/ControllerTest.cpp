@@ -20,13 +20,13 @@ struct ToolScene : Scene {
     }
     static bool HasShown(const Process& tool, const std::string& text, std::size_t times = 1)
     {
-        return WaitUntil([&] { return Count(tool.Output(), text) == times; });
+        return WaitUntil([&] { return Count(tool.Output(), text) >= times; });
     }
     // A tool that has requested a read-back or an update, which runs.
     Process& StartWork(const std::string& words)
     {
         Process& tool = StartTool(words);
-        EXPECT_TRUE(WaitUntil([&] { return Contains(tool.Output(), "Connecting"); }));
+        EXPECT_TRUE(HasShown(tool, "Connecting"));
         return tool;
     }
 };

@@ -212,8 +212,8 @@ TEST(StrictCopy, MountsDeviceThatIsMountedThere)
 TEST(StrictServerLimits, OneCopyForOneRead)
 {
     StrictServer scene;
-    for (const std::string command : {kBackup, kRestore, kFindUpdate, kFindParameters}) {
-        const std::string groups = command + Repeat(" " + command + " " + kVersion, 20);
+    for (const char* command : {kBackup, kRestore, kFindUpdate, kFindParameters}) {
+        const std::string groups = Repeat(std::string(command) + " " + kVersion + " ", 20);
         const std::string answer = scene.Ask(groups);
         EXPECT_EQ(Count(answer, "Copying") + Count(answer, " File is not exsit.\n"), 1U) << answer;
         EXPECT_EQ(Count(answer, kServiceText), 0U) << answer;

@@ -115,11 +115,8 @@ void Disk::Move(const std::string& from, const std::string& to)
 void Disk::FlushFile(int file)
 {
     unflushed.erase(file);
-    const auto found = replacing.find(file);
-    if (found == replacing.end())
-        return;
-    flushed[found->second] = file;
-    replacing.erase(found);
+    if (const auto replaced = replacing.extract(file))
+        flushed[replaced.mapped()] = file;
 }
 
 void Disk::FlushNames(const IsMeant& isMeant)

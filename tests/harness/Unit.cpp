@@ -1,6 +1,7 @@
 #include "Unit.h"
 
 #include <iostream>
+#include <regex>
 
 #include <unistd.h>
 
@@ -114,22 +115,14 @@ int Unit::Port() const
 
 std::string Unit::LogTexts(const std::string& path) const
 {
-    constexpr std::size_t kStampSize = 20;  // "06/03/14/09:05:07 - "
-    std::istringstream lines(Log(path));
-    std::string texts;
-    for (std::string line; std::getline(lines, line);)
-        texts += line.substr(std::min(kStampSize, line.size())) + (lines.eof() ? "" : "\n");
-    return texts;
+    static const std::regex stamp("\\d\\d/\\d\\d/\\d\\d/\\d\\d:\\d\\d:\\d\\d - ");
+    return std::regex_replace(Log(path), stamp, "");
 }
 
 std::string Unit::Journal() const
 {
-    std::istringstream lines(Read("sim/journal"));
-    std::string calls;
-    std::string skipped;
-    for (std::string call; lines >> skipped >> skipped && std::getline(lines >> std::ws, call);)
-        calls += call + "\n";
-    return calls;
+    static const std::regex timeAndProcess("(^|\n)\\S+ +\\S+ +");
+    return std::regex_replace(Read("sim/journal"), timeAndProcess, "$1");
 }
 
 bool Unit::WaitFor(const std::string& name, const std::string& text) const

@@ -1,7 +1,5 @@
 // The preload library sees every call that the unit's programs make to libc and that matters here.
 
-#include <array>
-#include <cstring>
 #include <regex>
 
 #include <gtest/gtest.h>
@@ -13,16 +11,17 @@ namespace {
 // The functions of libc that a program imports, or those that the library defines.
 std::set<std::string> Functions(const std::string& file, const char* which)
 {
-    const std::string command = "readelf --dyn-syms -W '" + Program(file) +
-                                "' | awk '$4 == \"FUNC\" && " + which +
-                                " { sub(/@.*/, \"\", $8); print $8 }'";
-    // NOLINTNEXTLINE(cert-env33-c): the command names a file of the build
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> lines(popen(command.c_str(), "r"),
-                                                                pclose);
-    std::set<std::string> names;
-    for (std::array<char, 256> line; std::fgets(line.data(), line.size(), lines.get()) != nullptr;)
-        names.insert(std::string(line.data(), std::strcspn(line.data(), "\n")));
-    return names;
+    const TempDir dir;
+    Process list({{"sh", "-c",
+                   "readelf --dyn-syms -W '" + Program(file) + "' | awk '$4 == \"FUNC\" && " +
+                       which + " { sub(/@.*/, \"\", $8); print $8 }'"},
+                  {},
+                  "/",
+                  dir.Path("names"),
+                  ""});
+    list.Wait();
+    const Words names = Split(list.Output());
+    return {names.begin(), names.end()};
 }
 
 }  // namespace
