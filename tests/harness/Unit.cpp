@@ -52,7 +52,7 @@ Unit::~Unit()
 {
     processes.clear();
     SetClock(nullptr);
-    const std::string journal = Journal();
+    const std::string journal = Read("sim/journal");
     if (Contains(journal, "stray ")) {
         std::cerr << "writes outside the unit: " << journal.substr(journal.find("stray "));
         std::abort();
