@@ -12,12 +12,6 @@ struct ToolScene : Scene {
     {
         return Start("diagctl", Split("--port " + std::to_string(Port()) + " " + words));
     }
-    Process& RunTool(const std::string& words)
-    {
-        Process& tool = StartTool(words);
-        tool.Wait();
-        return tool;
-    }
     static bool HasShown(const Process& tool, const std::string& text, std::size_t times = 1)
     {
         return WaitUntil([&] { return Count(tool.Output(), text) >= times; });
@@ -28,6 +22,13 @@ struct ToolScene : Scene {
         Process& tool = StartTool(words);
         EXPECT_TRUE(HasShown(tool, "Connecting"));
         return tool;
+    }
+    // `error` begins the tool's standard error. Returns its output.
+    static std::string ExpectEnd(Process& tool, int status, const std::string& error = "")
+    {
+        EXPECT_EQ(tool.Wait(), status) << tool.Error();
+        EXPECT_EQ(tool.Error().substr(0, error.size()), error);
+        return tool.Output();
     }
 };
 
@@ -78,7 +79,7 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         SCOPED_TRACE(row.words);
         if (*row.faults != '\0')
             scene.SetFaults(row.faults);
-        Process& tool = scene.RunTool(row.words);
+        Process& tool = scene.StartTool(row.words);
 
         EXPECT_EQ(tool.Wait(), row.status);
         EXPECT_EQ(EndOf(tool.Output(), row.output), row.output);
@@ -87,7 +88,7 @@ TEST(ControllerTool, ShowsAnswersAndEndsWithStatus)
         EXPECT_EQ(EndOf(error, row.error), row.error);
     }
     scene.SetOutput("/dev/full");
-    EXPECT_EQ(scene.RunTool("--help").Wait(), 1);
+    EXPECT_EQ(scene.StartTool("--help").Wait(), 1);
 }
 
 TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
@@ -100,38 +101,33 @@ TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
     const Words commands = {"version", "version on",      "version off",       "find-update",
                             "update",  "find-parameters", "update-parameters", "read",
                             "backup",  "restore"};
-    scene.RunTool("find-update");
+    scene.StartTool("find-update").Wait();
     scene.SetFaults("--silent");
     Process& updater = scene.StartWork("update");
 
     const std::string busy = "diagctl: the unit is busy (connecting)\n";
-    for (const std::string& command : commands) {
-        Process& tool = scene.RunTool(command);
-        EXPECT_EQ(tool.Wait(), 4);
-        EXPECT_EQ(tool.Error(), busy) << command;
-    }
-    EXPECT_EQ(updater.Wait(), 3);
-    EXPECT_TRUE(Contains(updater.Error(), "has closed the connection")) << updater.Error();
-    EXPECT_EQ(scene.RunTool("send DFDFDFDF").Error(), busy);
+    for (const std::string& command : commands)
+        scene.ExpectEnd(scene.StartTool(command), 4, busy);
+    scene.ExpectEnd(updater, 3);
+    const std::string lost = updater.Error();
+    EXPECT_TRUE(Contains(lost, "has closed the connection")) << lost;
+    scene.ExpectEnd(scene.StartTool("send DFDFDFDF"), 0, busy);
 
     // A line end is no part of the release line.
     scene.Write("etc/KVT-release", "1.00");
-    Process& patient = scene.RunTool("version --wait 90 --timeout 100");
-    EXPECT_EQ(patient.Output(), "1.00\n");
-    EXPECT_EQ(patient.Error(), busy);
-    EXPECT_EQ(patient.Wait(), 0);
+    Process& patient = scene.StartTool("version --wait 90 --timeout 100");
+    EXPECT_EQ(scene.ExpectEnd(patient, 0, busy), "1.00\n");
     scene.Remove("etc/KVT-release");
-    EXPECT_EQ(scene.RunTool("version").Error(), "diagctl: the unit has no release line\n");
+    scene.ExpectEnd(scene.StartTool("version"), 1, "diagctl: the unit has no release line\n");
 
     Process& reader = scene.StartWork("read");
-    EXPECT_EQ(reader.Kill(SIGINT), 128 + SIGINT);
-    EXPECT_EQ(reader.Error(), "diagctl: the unit continues with the read-back\n");
+    reader.Kill(SIGINT);
+    scene.ExpectEnd(reader, 128 + SIGINT, "diagctl: the unit continues with the read-back\n");
 
     Process& monitor = scene.StartTool("monitor");
     EXPECT_TRUE(scene.HasShown(monitor, "Rebooting"));
     Process& second = scene.StartTool("read --wait 300");
-    EXPECT_EQ(monitor.Wait(), 3);
-    EXPECT_EQ(monitor.Error(), updater.Error());
+    scene.ExpectEnd(monitor, 3, lost);
     EXPECT_TRUE(scene.HasShown(second, "Connecting"));
     Process& waiting = scene.StartTool("version --wait 300");
     EXPECT_EQ(second.Wait(), 3) << "the unit had taken the command";
@@ -141,7 +137,7 @@ TEST(ControllerTool, WaitsForBusyUnitAndReportsLostOne)
     EXPECT_EQ(waiting.Kill(SIGINT), 128 + SIGINT) << "between two attempts";
 
     for (const std::string& command : commands)
-        EXPECT_EQ(scene.RunTool(command).Wait(), 3) << command;
+        scene.ExpectEnd(scene.StartTool(command), 3);
 }
 
 TEST(ControllerTool, ShowsLineAfterBytesWithoutLineEnd)
@@ -166,8 +162,8 @@ TEST(ControllerTool, SaysWhyTheServerOfAHealthyPianoHasEnded)
     scene.OpenWithPiano();
     scene.SetFaults("--join --read-stop 90042000");
     scene.StartWork("read");
-    Process& second = scene.RunTool("find-update --wait 300");
-    EXPECT_EQ(second.Wait(), 5);
+    Process& second = scene.StartTool("find-update --wait 300");
+    scene.ExpectEnd(second, 5);
     EXPECT_TRUE(Contains(second.Error(), "diag_server -f FILE")) << second.Error();
 }
 
@@ -178,24 +174,22 @@ TEST(ControllerTool, ShowsWhatAStrictUnitAdds)
     ToolScene scene;
     scene.OpenWithPiano(StrictWords());
     const auto expect = [&](const char* words, int status, const std::string& error) {
-        Process& tool = scene.RunTool(words);
-        EXPECT_EQ(tool.Wait(), status) << words;
-        EXPECT_EQ(tool.Error().substr(0, error.size() + 9), "diagctl: " + error);
+        return scene.ExpectEnd(scene.StartTool(words), status, error);
     };
-    expect("backup", 1, "Floppy in not inserted. /mnt/");
-    expect("update", 1, "Cannot Execute CSP Update. no search has found a file\n");
+    expect("backup", 1, "diagctl: Floppy in not inserted. /mnt/");
+    expect("update", 1, "diagctl: Cannot Execute CSP Update. no search has found a file\n");
     scene.Mount("usb");
     scene.Write("medium/csp_prog.rlg", PackedText(Firmware(0x4000, "V7")));
-    EXPECT_EQ(EndOf(scene.RunTool("find-update").Output(), note), note);
-    expect("upgrade --dry-run", 0, note);
+    EXPECT_EQ(EndOf(expect("find-update", 0, ""), note), note);
+    expect("upgrade --dry-run", 0, "diagctl: " + note);
 
     scene.Write("medium/csp_prog.sum", "1 2 csp_prog.rlg\n");
     expect("upgrade --yes", 1,
-           "Update File is not exsit. /mnt/usb/csp_prog.rlg: damaged, since "
+           "diagctl: Update File is not exsit. /mnt/usb/csp_prog.rlg: damaged, since "
            "/mnt/usb/csp_prog.sum doesn't match\n");
     scene.Remove("medium/csp_prog.rlg");
     scene.Write("medium/csp_prog.hex", HexText(Firmware(0x4000), 16, "\n").substr(0, 3000));
-    expect("upgrade --yes", 1, "the unit reports about this file: /mnt/usb/csp_prog");
+    expect("upgrade --yes", 1, "diagctl: the unit reports about this file: /mnt/usb/csp_prog");
 }
 
 TEST(ControllerTool, LeavesIgnoredSignalsIgnored)
