@@ -84,31 +84,27 @@ TEST(CommandLine, ChoosesModeAndPeer)
     constexpr char kReader[] = "FE E1 E2 E0 E1 06 C0 7F BF 00 00 00 FE FF";
     constexpr char kPiano[] = "FE E1 E2 E0 E1 06 C0 00 BF 00 7F 00 FE FF";
     constexpr char kOther[] = "FE E5 E2 E0 E5 06 C0 00 BF 00 7F 00 FE FF";
-    const struct {
-        std::string words;
-        std::string log;
-        const char* start;  // the first bytes on the MIDI Patcher's socket
-    } rows[] = {
+    const std::tuple<std::string, std::string, const char*> rows[] = {
         {"", kServer, kReader},          {"-v -f '' -P 0", kServer, kReader},
         {"-c -f 1.hex", kFirst, kPiano}, {"-f 1.hex -c", kFirst, kOther},
         {"-a 1.hex -b", kFirst, kPiano}, {"-f 1.hex -a 2.hex", kSecond, kOther},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.words);
+    for (const auto& [words, entries, start] : rows) {
+        SCOPED_TRACE(words);
         Unit unit;
         unit.Write("cwd/1.hex", SmallFile("V1"));
         unit.Write("cwd/2.hex", SmallFile("V2"));
         MidiPeer patcher(unit.Path(kMidiPatcherSocket));
 
-        unit.Start("diag_server", Split(row.words));
+        unit.Start("diag_server", Split(words));
 
         ASSERT_TRUE(patcher.Accept());
         EXPECT_TRUE(WaitUntil([&] { return patcher.Received().size() >= 14; }));
-        EXPECT_EQ(ToHex(patcher.Received().substr(0, 14)), row.start);
+        EXPECT_EQ(ToHex(patcher.Received().substr(0, 14)), start);
         const std::string log = unit.LogTexts() + unit.LogTexts(kUpdateLog);
-        EXPECT_EQ(log.substr(0, row.log.size()), row.log);
+        EXPECT_EQ(log.substr(0, entries.size()), entries);
         const auto found = Count(unit.Journal(), "listen(tcp 4917)") + Count(log, "Port Open");
-        EXPECT_EQ(found > 0, row.words.empty()) << "the port, if it is free";
+        EXPECT_EQ(found > 0, words.empty()) << "the port, if it is free";
     }
 }
 

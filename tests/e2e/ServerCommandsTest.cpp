@@ -129,11 +129,7 @@ TEST(UpdateSearch, DecidesWhetherUpdateStarts)
 
 TEST(ServerUpdate, ReportsProgressAndResultWhileControllerInterferes)
 {
-    const struct {
-        const char* faults;
-        std::string end;  // of the texts
-        std::size_t timeouts;
-    } rows[] = {
+    const std::tuple<const char*, std::string, std::size_t> rows[] = {
         {"--join",
          "Connecting to CSP\nSending Data 30%\nSending Data 38%\nSending Data 46%\n"
          "Sending Data 76%\nSending Data 84%\nSending Data 92%\nSending Data 100%\n"

@@ -111,10 +111,7 @@ TEST(Strict, EndsWithStatusAndReason)
 // A read-back that isn't saved has failed: the server goes on and takes commands.
 TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
 {
-    const struct {
-        std::string reason;  // empty: it succeeds
-        const char* faults;
-    } rows[] = {
+    const std::pair<std::string, const char*> rows[] = {
         {"", ""},
         {"csp_param.hex: it doesn't cover exactly the parameter flash", "--read-stop 90041000"},
         {"what the CSP sent was not the next record, that of 90042000",
@@ -125,10 +122,10 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
         {"csp_param.hex: Permission denied", "rename@csp_param.hex:EACCES"},
     };
     constexpr auto kPrivate = std::filesystem::perms::owner_read;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.reason);
-        const bool isSaved = row.reason.empty();
-        Scene scene(row.faults);
+    for (const auto& [reason, faults] : rows) {
+        SCOPED_TRACE(reason);
+        const bool isSaved = reason.empty();
+        Scene scene(faults);
         const std::string file = scene.Write("cwd/csp_param.hex", "old");
         std::filesystem::permissions(file, kPrivate);
         scene.StartWithPiano(StrictWords());
@@ -137,7 +134,7 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
         EXPECT_TRUE(!isSaved || scene.server->Wait() == 0);
 
         const std::string result =
-            isSaved ? "CSP Read Success.\n" : "CSP Read Failed.\n" + row.reason + "\n";
+            isSaved ? "CSP Read Success.\n" : "CSP Read Failed.\n" + reason + "\n";
         EXPECT_EQ(Count(scene.LogTexts(), "CSP Read "), 1U);
         EXPECT_TRUE(Contains(scene.LogTexts(), result));
         EXPECT_EQ(scene.server->IsRunning(), !isSaved);

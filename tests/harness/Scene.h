@@ -35,8 +35,9 @@ public:
     // The piano misbehaves in this way from now on; without options not at all.
     void SetFaults(const std::string& options) const;
 
-    // Starts a server with peers, without the one at the path `absent`. It begins where the first
-    // read-back asks for the CSP's state, and goes on to the first record. Open lets that fail.
+    // Starts a server with peers, without the one at the path `absent`, up to the request for the
+    // CSP's state. StartReading goes on to the request for the first record, and Open lets the
+    // read-back fail there.
     void StartWithPeers(const Words& words = kAnyPort, const std::string& absent = "none");
     void StartReading();
     void Open();

@@ -23,8 +23,8 @@ std::string OwnPort();
 // DIAG_KEEP is set: then its path is printed.
 class Unit : public TempDir {
 public:
-    // What fails: a call of a program, "write:3:EIO" or "open@fw.hex:EIO", and then what options of
-    // simpiano say of the first piano, "--die-after 12". Each may be missing.
+    // What fails: a call of a program, "write:3:EIO" or "open@fw.hex:EIO", and then the first
+    // piano, as an option of simpiano describes it, "--die-after 12". Either may be missing.
     explicit Unit(const std::string& faults = "");
     ~Unit();
 

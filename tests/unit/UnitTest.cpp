@@ -123,11 +123,7 @@ TEST_F(UnitTest, FailsNthCallOfKind)
 {
     unit.Write("etc/KVT-release", std::string(250, 'x'));
     const std::string opened = "open /etc/KVT-release = 0";
-    const struct {
-        const char* fault;
-        const char* subject;  // in the journal
-        Words calls;
-    } rows[] = {
+    const std::tuple<std::string, std::string, Words> rows[] = {
         {"read:2:EIO", "/etc/KVT-release", {opened, "read = 100", "read = -1 EIO", "read = 100"}},
         {"read:1:short", "/etc/KVT-release", {opened, "read = 50", "read = 100"}},
         {"fsync:1:5", "/cwd/copy", {"create copy = 0", "fsync = -1 EIO", "fsync = 0"}},
@@ -137,11 +133,11 @@ TEST_F(UnitTest, FailsNthCallOfKind)
         {"select:1:EINTR", "-", {"select 0 = -1 EINTR", "select 0 = 0"}},
         {"fwrite:1:ENOSPC", "/cwd/copy", {"fappend copy = -1 ENOSPC", "fappend copy = 100"}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.fault);
-        unit.Set("SIMUNIT_FAULT=" + std::string(row.fault));
-        ExpectCalls(row.calls);
-        EXPECT_TRUE(Contains(unit.Journal(), std::string(" on ") + row.subject + "\n"));
+    for (const auto& [fault, subject, calls] : rows) {
+        SCOPED_TRACE(fault);
+        unit.Set("SIMUNIT_FAULT=" + fault);
+        ExpectCalls(calls);
+        EXPECT_TRUE(Contains(unit.Journal(), " on " + subject + "\n"));
         unit.Remove("sim/journal");
     }
 }
