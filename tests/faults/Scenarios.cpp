@@ -37,7 +37,7 @@ struct UpdateImage {
     {
         constexpr std::size_t kRows[] = {0,      0x400,   0x1FF0,  0x3FF0,
                                          0xFFF0, 0x10000, 0x11FF0, 0x12000};
-        const std::string image = Firmware(0x12010).replace(0x400, 4, "1.2\0", 4);
+        const std::string image = Firmware(0x12010, "1.2");
         for (const std::size_t at : kRows) {
             const std::string row = image.substr(at, 16);
             if (isStrict || at % 0x10000 == 0)
