@@ -1,23 +1,25 @@
+// Lists of items and of lines, and the files that they are read from.
+#include <algorithm>
+#include <cstdint>
 #include <string>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "FileBytes.h"
 #include "TSList.h"
 #include "TSStringList.h"
 #include "TSStringVector.h"
 #include "TempDir.h"
+#include "UniqueFd.h"
 
 namespace {
 
 int items[] = {0, 1, 2, 3, 4};
-
-void Fill(TSList& list, int size)
-{
-    for (int item = 0; item < size; ++item)
-        list.Add(&items[item]);
-}
 
 // The numbers of the items in the order of the list. GetItem must agree, and be null elsewhere.
 std::string Numbers(TSList& list)
@@ -30,9 +32,8 @@ std::string Numbers(TSList& list)
         EXPECT_EQ(list.GetItem(index), item);
     }
     EXPECT_EQ(list.count, index);
-    EXPECT_EQ(list.GetNext(), nullptr);
-    EXPECT_EQ(list.GetItem(index), nullptr);
-    EXPECT_EQ(list.GetItem(-1), nullptr);
+    for (void* const none : {list.GetNext(), list.GetItem(index), list.GetItem(-1)})
+        EXPECT_EQ(none, nullptr);
     return numbers;
 }
 
@@ -40,28 +41,32 @@ std::string Numbers(TSList& list)
 const std::string kLong(1023, 'x');
 const std::string kContent = "a\r\n\n" + kLong + "yz\n" + kLong + "\nend";
 
+std::size_t readLimit = SIZE_MAX;  // the most bytes that one read returns
+
 }  // namespace
+
+// Replaces libc's in this program.
+extern "C" ssize_t read(int descriptor, void* target, std::size_t size)
+{
+    return syscall(SYS_read, descriptor, target, std::min(size, readLimit));
+}
 
 TEST(List, InsertsAndDeletesAtEveryPosition)
 {
     const struct {
-        const char* name;
-        int size;
-        int index;
-        const char* inserted;
-        const char* deleted;
-    } rows[] = {
-        {"empty list", 0, 0, "4", ""},         {"only item", 1, 0, "40", ""},
-        {"middle", 3, 1, "0412", "02"},        {"last", 3, 2, "0142", "01"},
-        {"at the count", 3, 3, "0124", "012"}, {"negative", 3, -1, "4012", "012"},
-    };
+        int size, index;
+        const char *inserted, *deleted;
+    } rows[] = {{0, 0, "4", ""},       {1, 0, "40", ""},      {3, 1, "0412", "02"},
+                {3, 2, "0142", "01"},  {3, 3, "0124", "012"},  // at the count
+                {3, -1, "4012", "012"}};
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(testing::Message() << row.index << " of " << row.size);
         TSList inserted;
         TSList deleted;
-        Fill(inserted, row.size);
-        Fill(deleted, row.size);
-
+        for (int item = 0; item < row.size; ++item) {
+            inserted.Add(&items[item]);
+            deleted.Add(&items[item]);
+        }
         inserted.Insert(row.index, &items[4]);
         deleted.Delete(row.index);
 
@@ -103,8 +108,7 @@ TEST(StringList, ReplacesEntriesByFileAndSavesSameBytes)
     for (const std::string& content : {kContent, std::string()}) {
         EXPECT_TRUE(list.LoadFromFile(dir.Write("in", content).c_str()));
         EXPECT_EQ(list.count, content.empty() ? 0 : 7);
-        EXPECT_TRUE(list.SaveToFile(dir.Path("out").c_str()));
-        EXPECT_TRUE(dir.Exists("out"));
+        EXPECT_TRUE(list.SaveToFile(dir.Path("out").c_str()) && dir.Exists("out"));
         EXPECT_EQ(dir.Read("out"), content);
         EXPECT_TRUE(list.GetNextString() == "") << "past the last entry";
     }
@@ -125,10 +129,42 @@ TEST(StringVector, AppendsLoadedLines)
     testing::internal::CaptureStdout();
     vector.Print();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "old" + kContent);
-
     EXPECT_TRUE(vector.SaveToFile(dir.Path("out").c_str()));
     EXPECT_EQ(dir.Read("out"), "old" + kContent);
     EXPECT_FALSE(vector.SaveToFile(dir.Path("no/out").c_str()));
     vector.Clear();
     EXPECT_EQ(vector.Count(), 0);
+}
+
+TEST(FileBytes, AreReadInFullOrNotAtAll)
+{
+    const TempDir dir;
+    FileBytes bytes;
+    readLimit = 3;
+    for (const char* content : {"", "x", "abcdefg"}) {
+        const UniqueFd file(open(dir.Write("file", content).c_str(), O_RDONLY));
+        lseek(file.Get(), 2, SEEK_SET);
+        EXPECT_TRUE(ReadWholeFile(file.Get(), bytes));
+        EXPECT_EQ(std::string(bytes.data.get(), bytes.data.get() + bytes.size), content);
+    }
+    const UniqueFd file(open(dir.Path("file").c_str(), O_RDWR));
+    EXPECT_FALSE(ReadWholeFile(-1, bytes)) << "no size";
+    readLimit = 0;
+    EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "fewer bytes than the size";
+    EXPECT_EQ(truncate64(dir.Path("file").c_str(), INT32_MAX), 0);
+    EXPECT_FALSE(ReadWholeFile(file.Get(), bytes));
+    EXPECT_EQ(lseek(file.Get(), 0, SEEK_CUR), 0) << "the largest size is tried";
+    readLimit = SIZE_MAX;
+    EXPECT_EQ(truncate64(dir.Path("file").c_str(), 0x80000000), 0);
+    EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "2 GiB";
+    EXPECT_EQ(fcntl(UniqueFd(OpenToRead("/dev/null")).Get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST(UniqueFd, OwnsDescriptorZero)
+{
+    EXPECT_TRUE(static_cast<bool>(UniqueFd(0)));
+    EXPECT_EQ(open("/dev/null", O_RDONLY), 0) << "closed with its owner";
+    UniqueFd input(0);
+    EXPECT_EQ(input.Release(), 0);
+    EXPECT_FALSE(static_cast<bool>(input));
 }

@@ -30,22 +30,17 @@ void ExpectTexts(std::initializer_list<TextRow> rows)
 
 }  // namespace
 
-TEST(Hex, WritesUpperCaseDigits)
+TEST(Hex, WritesUpperCaseReadsBadDigitsAsZeroAndComparesRange)
 {
     char byte[] = "xxx";
     CharToHex(0xAF, byte);
     ExpectTexts({
         {"byte without NUL", byte, "AFx"},
-        {"cut", UIntToSHex(0x1A2B, 3), "A2B"},
         {"more than 8 digits", UIntToSHex(UINT_MAX, 10), "00FFFFFFFF"},
         {"width below 0", UIntToSHex(255, -1), ""},
     });
     EXPECT_TRUE(UIntToHex(0x1A2, byte, 2));
-    EXPECT_STREQ(byte, "A2");
-}
-
-TEST(Hex, ReadsBadDigitOfByteAndFieldWithBadDigitAsZero)
-{
+    EXPECT_STREQ(byte, "A2") << "cut";
     EXPECT_EQ(HexToChar("a9"), 9) << "first digit in lower case";
     EXPECT_EQ(HexToChar("Fx"), 0xF0) << "bad second digit";
     EXPECT_EQ(HexToChar("@G"), 0) << "neighbours of the letters";
@@ -53,60 +48,39 @@ TEST(Hex, ReadsBadDigitOfByteAndFieldWithBadDigitAsZero)
     EXPECT_EQ(SHexToUInt("aF", 0), 0xAFU) << "all of the text";
     EXPECT_EQ(SHexToUInt("1g", 1), 1U) << "bad digit past the field";
     EXPECT_EQ(SHexToUInt("1", 2), 0U) << "field longer than the text";
-    EXPECT_EQ(SHexToUInt("0G", 2), 0U) << "bad digit in the field";
     EXPECT_EQ(SHexToUInt("123456789", 9), 0x23456789U) << "9 digits";
-}
-
-TEST(Compare, ChecksFirstToLastIndex)
-{
-    EXPECT_TRUE(strcompare("xbcx", "abcd", 1, 2));
-    EXPECT_TRUE(strcompare("a", "b", 1, 0)) << "no index at all";
+    EXPECT_TRUE(strcompare("xbcx", "abcd", 1, 2)) << "from the first to the last index";
     EXPECT_FALSE(strcompare("a\0b", "a\0c", 0, 2)) << "a NUL is a byte like others";
 }
 
 TEST(Path, SplitsIntoDirectoryNameAndExtension)
 {
     ExpectTexts({
-        {"new extension", ChangeFileExtSX("a.hex", ".bin"), "a.bin"},
         {"dot in a directory", ChangeFileExtSX("rel.old/img", ".bin"), "rel.bin"},
-        {"no dot", ChangeFileExtSX("i", ".bin"), "i.bin"},
         {"dot in first place", ChangeFileExtSX(".hex", ".bin"), ".hex.bin"},
         {"extension", ExtractFileExtSX("/x.y/a.b.hex"), ".hex"},
         {"no extension", ExtractFileExtSX("img"), ""},
-        {"name", ExtractFileNameSX("/mnt/usb/a.hex"), "a.hex"},
-        {"past a pair", ExtractFileNameSX("\x83\x5C\\a"), "a"},
-        {"pair from 0x80", ExtractFileNameSX("x/\x80\\a"), "\x80\\a"},
-        {"pair to 0x9F", ExtractFileNameSX("x/\x9F\\a"), "\x9F\\a"},
-        {"no pair from 0xA0", ExtractFileNameSX("x/\xA0\\a"), "a"},
-        {"pair from 0xE0", ExtractFileNameSX("x/\xE0\\a"), "\xE0\\a"},
-        {"pair to 0xEF", ExtractFileNameSX("x/\xEF\\a"), "\xEF\\a"},
-        {"no pair from 0xF0", ExtractFileNameSX("x/\xF0\\a"), "a"},
+        {"pairs", ExtractFileNameSX("/\x80\\\x9F\\\xE0\\\xEF\\a"), "\x80\\\x9F\\\xE0\\\xEF\\a"},
         {"under the root", ExtractFileDirSX("/a.hex"), ""},
         {"drive keeps its colon", ExtractFileDirSX("c:a.hex"), "c:"},
-        {"no directory", ExtractFileDirSX("a\x83\x5C"), "a\x83\x5C"},
     });
+    for (const char* path : {"/mnt/a", "\x83\x5C\\a", "\x7F\\a", "\xA0\\a", "\xDF\\a", "\xF0\\a"})
+        EXPECT_STREQ(ExtractFileNameSX(path).c_str(), "a") << path;
     char output[16] = "untouched";
     for (const char* path : {"", "a.d/", "a.d\\", "a.d:"}) {
-        EXPECT_FALSE(ChangeFileExtX(path, ".bin", output)) << path;
-        EXPECT_FALSE(ExtractFileExtX(path, output)) << path;
+        EXPECT_FALSE(ChangeFileExtX(path, ".bin", output) || ExtractFileExtX(path, output)) << path;
         EXPECT_FALSE(ExtractFileNameX(path, output)) << path;
         EXPECT_STREQ(output, "untouched") << path;
     }
-    EXPECT_TRUE(ExtractFileDirX("a/b", output));
-    EXPECT_STREQ(output, "a");
 }
 
 TEST(String, ConvertsNumbersAndTexts)
 {
     const char unterminated[] = {'a', 'b'};
     char digits[kIntTextSize];
-    EXPECT_EQ(UIntToStr(-10LL, digits), 2);
     ExpectTexts({
-        {"digits without a sign", digits, "10"},
         {"null", TSString(nullptr), ""},
         {"zero", TSString(0), "0"},
-        {"unsigned", TSString(4294967295U), "4294967295"},
-        {"lowest int", TSString(INT_MIN), "-2147483648"},
         {"width fills with zeros", TSString(5, 3), "005"},
         {"width reads the bits as unsigned", TSString(-1, 2), "95"},
         {"width 0", TSString(123, 0), ""},
@@ -122,6 +96,13 @@ TEST(String, ConvertsNumbersAndTexts)
     EXPECT_EQ(buffer.Length(), 3) << "at once";
     EXPECT_EQ(TSString(buffer).Length(), 0) << "a copy is that of the text";
     EXPECT_EQ(TSString(nullptr, -1).Length(), 0);
+
+    EXPECT_EQ(TSString("-007").ToInt(), -7);
+    EXPECT_EQ(TSString("9223372036854775807").ToLongLongInt(), LLONG_MAX);
+    for (const char* text : {"12a", "-a1", " 12", "+1", "-", "--1", ""})
+        EXPECT_EQ(TSString(text).ToInt(), 0) << text;
+    EXPECT_EQ(TSString("-12").ToLongLongInt(), 0);
+    EXPECT_EQ(StrToInt(" -12x"), -12);
 }
 
 TEST(String, AssignsAndAppendsEvenPartsOfItself)
@@ -129,7 +110,6 @@ TEST(String, AssignsAndAppendsEvenPartsOfItself)
     TSString text("abc");
     const TSString& same = text;
     text = same;
-    EXPECT_STREQ(text.c_str(), "abc");
     text = text.c_str() + 1;
     text += text;
     EXPECT_STREQ(text.c_str(), "bcbc");
@@ -137,10 +117,8 @@ TEST(String, AssignsAndAppendsEvenPartsOfItself)
     EXPECT_STREQ((TSString("") + "" + "x" + TSString(1)).c_str(), "x1");
     TSString copy(text);
     copy[0] = 'X';
-    EXPECT_EQ(text[0], 'b');
-    EXPECT_TRUE(copy == "Xbcbccbc");
-    EXPECT_FALSE(copy == "xbcbccbc");
-    EXPECT_TRUE(copy != "Xbcbccb");
+    EXPECT_TRUE(copy == "Xbcbccbc" && text == "bbcbccbc");
+    EXPECT_TRUE(copy != "Xbcbccb" && copy != "xbcbccbc");
     testing::internal::CaptureStdout();
     TSString("100%s").Print(false);
     TSString("line\n").Print(true);
@@ -151,27 +129,22 @@ TEST(String, EditsAndSearchesByPositionsFromOne)
 {
     const TSString five("abcde");
     ExpectTexts({
-        {"delete to the end", TSString(five).Delete(2, INT_MAX), "a"},
         {"delete at the lowest position", TSString(five).Delete(INT_MIN, 1), "bcde"},
         {"delete past the text", TSString(five).Delete(100, 1) + "|", "abcde|"},
         {"delete a negative count", TSString(five).Delete(2, INT_MIN), "abcde"},
-        {"insert in the middle", TSString(five).Insert("XY", 3), "abXYcde"},
         {"insert far past the text", TSString(five).Insert("X", 100), "abcdeX"},
         {"insert at a negative position", TSString(five).Insert("X", -5), "Xabcde"},
         {"can't grow", TSString(five).SetLength(100), "abcde"},
         {"length below 0", TSString(five).SetLength(-1), ""},
-        {"more than there is", five.SubString(4, INT_MAX), "de"},
         {"position below 1", five.SubString(INT_MIN, 2), "ab"},
         {"the last byte can't be had", five.SubString(5), ""},
         {"trim both ends", TSString("\t\x01 !a b\r\n").Trim(), "!a b"},
-        {"trim all", TSString(" \n").Trim(), ""},
         {"strip a set", TSString("-1:2:-3").Strip(":-"), "123"},
         {"lower", TSString("@AZ[\x83\x41").LowerCase(), "@az[\x83\x61"},
         {"upper", TSString("`az{\x83\x61").UpperCase(), "`AZ{\x83\x41"},
-        {"lower, no pair at 0x80", TSString("\x80Z\x81Z\x9FZ").LowerCaseSJIS(), "\x80z\x81Z\x9FZ"},
-        {"lower, none at 0xA0", TSString("\xA0Z\xDFZ\xE0Z").LowerCaseSJIS(), "\xA0z\xDFz\xE0Z"},
-        {"lower, none at 0xFD", TSString("\xFCZ\xFDZ\x81\x81Z").LowerCaseSJIS(),
-         "\xFCZ\xFDz\x81\x81z"},
+        {"lower outside pairs",
+         TSString("\x80Z\x81Z\x9FZ\xA0Z\xDFZ\xE0Z\xFCZ\xFDZ\x81\x81Z").LowerCaseSJIS(),
+         "\x80z\x81Z\x9FZ\xA0z\xDFz\xE0Z\xFCZ\xFDz\x81\x81z"},
         {"upper outside pairs", TSString("\x81z`az{").UpperCaseSJIS(), "\x81z`AZ{"},
         {"double all", TSString("'a\\\x83\x5C\"").SQLString(1), "''a\\\\\x83\x5C\x5C\""},
         {"double outside pairs", TSString("\x83\x5C'\\").SQLString(0), "\x83\x5C''\\\\"},
@@ -180,22 +153,11 @@ TEST(String, EditsAndSearchesByPositionsFromOne)
     EXPECT_EQ(TSString("a\x83\x5C\x5C").AnsiPos("\\"), 3) << "any byte";
     EXPECT_EQ(TSString("abc").AnsiPos("abcd"), 0) << "no occurrence";
     EXPECT_EQ(TSString("\x83\x5C\x5C\x5C").AnsiPosSJIS("\\"), 3) << "outside pairs";
-    EXPECT_EQ(TSString("a\x83\x41").AnsiPosSJIS("\x83\x41"), 2) << "a pair";
     EXPECT_EQ(TSString("\x83\x41").AnsiPosSJIS("A"), 0) << "no occurrence outside pairs";
     EXPECT_EQ(TSString("").AnsiPosSJIS(""), 1) << "nothing sought";
 }
 
-TEST(String, ParsesOnlyNumbersOfDigits)
-{
-    EXPECT_EQ(TSString("-007").ToInt(), -7);
-    EXPECT_EQ(TSString("9223372036854775807").ToLongLongInt(), LLONG_MAX);
-    for (const char* text : {"12a", "-a1", " 12", "12\n", "+1", "-", "--1", ""})
-        EXPECT_EQ(TSString(text).ToInt(), 0) << text;
-    EXPECT_EQ(TSString("-12").ToLongLongInt(), 0);
-    EXPECT_EQ(StrToInt(" -12x"), -12);
-}
-
-TEST(Text, TrimsAndChangesCaseInPlace)
+TEST(Text, IsChangedInPlace)
 {
     Line mixed("aB1\xB1");
     char target[8];
@@ -203,23 +165,16 @@ TEST(Text, TrimsAndChangesCaseInPlace)
         {"chop at CR", chop(Line("ab\rc\nd").data()), "ab"},
         {"chop at LF", chop(Line("ab\nc\rd").data()), "ab"},
         {"skip all white space", skipspace(Line(" \t\v\f\r\nab ").data()), "ab "},
-        {"skip no high byte", skipspace(Line("\xA0 a").data()), "\xA0 a"},
         {"comment alone", uncomment(Line("#c").data()), ""},
         {"lower into a target", mystrtolower(mixed.data(), target), "ab1\xB1"},
-        {"any mode is lower", str_up_low(mixed.data(), target, 0), "ab1\xB1"},
         {"upper in place", mystrtoupper(mixed.data(), nullptr), "AB1\xB1"},
         {"changed in place", mixed.data(), "AB1\xB1"},
     });
-    EXPECT_EQ(chop(nullptr), nullptr);
-    EXPECT_EQ(skipspace(nullptr), nullptr);
+    EXPECT_TRUE(chop(nullptr) == nullptr && skipspace(nullptr) == nullptr);
     char blanks[] = " a!b\x80 c ";
     trimleft(blanks, 6);
     trimleft(blanks + 7, 0);
     EXPECT_EQ(std::string(blanks, 8), std::string("\0a!b\x80\0c ", 8));
-}
-
-TEST(Text, SplitsOffFirstWord)
-{
     for (const char* separator : {" ", "\f", "\n", "\r", "\t", "\v"}) {
         Line line = std::string("a") + separator + " c";
         EXPECT_STREQ(cdr(Line(line).data()), " c");
@@ -230,46 +185,38 @@ TEST(Text, SplitsOffFirstWord)
     }
 }
 
-TEST(Text, AppendsAndEscapesWithinLimit)
+TEST(Text, IsAppendedAndEscapedWithinLimit)
 {
     char text[8] = "ab";
     EXPECT_EQ(mystrcat(text, "cd", 8), text);
-    EXPECT_STREQ(text, "abcd");
     EXPECT_STREQ(mystrcat(text, "efgh", 7), "abcdef") << "source cut";
-    EXPECT_STREQ(mystrcat(text, "x", 7), "abcdef") << "no room";
-    EXPECT_STREQ(mystrcat(text, "x", -1), "abcdef") << "size below 0";
+    EXPECT_STREQ(mystrcat(text, "x", -1), "abcdef") << "no room";
     EXPECT_EQ(mystr_escquote("ab", text, -1), 0);
     EXPECT_STREQ(text, "abcdef") << "limit below 0";
     EXPECT_EQ(mystr_escquote("a'b\"", text, 7), 6);
     EXPECT_STREQ(text, "a\\'b\\\"");
     EXPECT_EQ(mystr_escquote("a'b", text, 3), 1) << "2 bytes of room for a quote";
-    EXPECT_STREQ(text, "a");
     EXPECT_EQ(mystr_escquote("'x", text, 3), 3);
     EXPECT_STREQ(text, "\\'x");
     EXPECT_EQ(mystr_escquote("ab", text, 0), 0);
     EXPECT_STREQ(text, "");
 }
 
-TEST(Text, FormatsAndQuotes)
+TEST(Text, IsFormattedQuotedAndChecked)
 {
     for (const char* format : {"5", ".2", "5.", "5.2s%", "*.2", "99999999999.2"})
         EXPECT_STREQ(FormatFloat(format, 1.0F).c_str(), "") << format;
     ExpectTexts({
         {"width and places", FormatFloat("5.2", 3.14159F), " 3.14"},
-        {"flag", FormatFloat("+.1", 1.0F), "+1.0"},
         {"any width", FormatFloat("300.1", 1.0F), (std::string(297, ' ') + "1.0").c_str()},
         {"plain", DoubleQuoteString("a;b\x81\x83"), "a;b\x81\x83"},
         {"blank", DoubleQuoteString("a b"), "\"a b\""},
         {"double quotes", DoubleQuoteString("\"a\"b"), "\"\"\"a\"\"b\""},
     });
-}
-
-TEST(Text, RecognizesShiftJisPairs)
-{
     for (const char* text :
          {"", "\x01\x7F", "\xA1\xDF", "\x81\x40", "\xFC\xFC", "\x9F\x80z", "a\xE0", "\x81\x81\x3F"})
         EXPECT_TRUE(is_SJIS(text)) << testing::PrintToString(text);
     for (const char* text :
-         {"\x80", "\xA0", "\xFD", "\x81\x3F", "\x81\x7F", "\x81\xFD", "\x81\x81\x81\x3F"})
+         {"\x80", "\xA0", "\xE0?", "\xFD", "\x81\x3F", "\x81\x7F", "\x81\xFD", "\x81\x81\x81\x3F"})
         EXPECT_FALSE(is_SJIS(text)) << testing::PrintToString(text);
 }

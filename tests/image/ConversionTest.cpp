@@ -1,8 +1,10 @@
+// The forms of an image, each conversion between files and in memory, and the checksum's file.
 #include <algorithm>
 #include <climits>
-#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
+#include <tuple>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,6 +17,7 @@
 #include "HexText.h"
 #include "IntelBin.h"
 #include "RunLength.h"
+#include "SumFile.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
 
@@ -38,6 +41,14 @@ struct {
     int calls = INT_MAX;               // reads and writes that succeed before all others fail
     std::size_t readLimit = SIZE_MAX;  // the most bytes that one read returns
 } disk;
+
+// Converts a file of the bytes into one with older bytes. The result, and what is in that file.
+std::pair<bool, std::string> ConvertFile(Convert convert, const std::string& bytes)
+{
+    const TempDir dir;
+    const bool isDone = convert(dir.Write("from", bytes).c_str(), dir.Write("to", "old").c_str());
+    return {isDone, dir.Read("to")};
+}
 
 // How often the conversion fails if one more read or write succeeds each time.
 int CountFailures(Convert convert, const std::string& from, const std::string& to)
@@ -63,100 +74,73 @@ extern "C" ssize_t write(int descriptor, const void* data, std::size_t size)
     return disk.calls-- > 0 ? syscall(SYS_write, descriptor, data, size) : -1;
 }
 
-TEST(Intel2Bin, WritesUpperAddressAndData)
+TEST(Convert, FromHexToUpperAddressAndData)
 {
-    const struct {
-        const char* name;
-        std::string hex, binary;
-        bool result = true;
-    } cases[] = {
-        {"CR LF", kUpper + kData + kEnd, kHead + "ABC"},
-        {"LF, none at the end", ":02000004900466\n:0300000041424337", kHead + "ABC"},
-        {"upper address alone", kUpper, kHead},
-        {"gap", kUpper + kData + ":02000004900763\r\n" + kData, kHead + "ABCABC"},
-        {"other lines", kUpper + ":040000059004000063\r\n\r\n:00\r\n" + kData, kHead + "ABC"},
-        {"neither case nor checksum", ":02000004900a00\n:02000000aBCd00", "\x0A\x90\xAB\xCD"},
-        {"bad digits", ":02000004900G66\n:030000004x42x337", "\0\0\0B\0"s},
-        {"cut data", kUpper + ":0300000041424", kHead + "AB\0"s},
-        {"lying count", kUpper + ":FF00000041", kHead + "A" + Times(254, '\0')},
-        {"cut upper address", ":02000004", "\0\0"s},
-        {"data first", kData + kUpper, "", false},
-        {"an empty file", "", "", false},
-        {"a NUL", kUpper + ":02000000\0004142"s, kHead + "\0\0"s},
-        {"a long line", kUpper + Times(1023, 'x') + kData, kHead + "ABC"},
+    const std::tuple<const char*, std::string, bool, std::string> rows[] = {
+        {"LF, none at the end", ":02000004900466\n:0300000041424337", true, kHead + "ABC"},
+        {"other lines", kUpper + ":040000059004000063\r\n\r\n:00\r\n" + kData, true, kHead + "ABC"},
+        {"any case", ":02000004900a00\n:02000000aBCd00", true, "\x0A\x90\xAB\xCD"},
+        {"bad digits", ":02000004900G66\n:030000004x42x337", true, "\0\0\0B\0"s},
+        {"cut data", kUpper + ":0300000041424", true, kHead + "AB\0"s},
+        {"lying count", kUpper + ":FF00000041", true, kHead + "A" + Times(254, '\0')},
+        {"data first", kData + kUpper, false, ""},
+        {"a NUL", kUpper + ":02000000\0004142"s, true, kHead + "\0\0"s},
+        {"a long line", kUpper + Times(1023, 'x') + kData, true, kHead + "ABC"},
     };
-    const TempDir dir;
-    for (const auto& c : cases) {
-        const std::string hex = dir.Write("image.hex", c.hex);
-        EXPECT_EQ(Intel2Bin(hex.c_str(), dir.Write("image.bin", "old").c_str()), c.result)
-            << c.name;
-        EXPECT_EQ(dir.Read("image.bin"), c.binary) << c.name;
-        EXPECT_EQ(BinaryFromHex(c.hex), c.result ? std::optional(c.binary) : std::nullopt)
-            << c.name;
+    for (const auto& [name, hex, isDone, binary] : rows) {
+        EXPECT_EQ(ConvertFile(Intel2Bin, hex), std::pair(isDone, binary)) << name;
+        EXPECT_EQ(BinaryFromHex(hex), isDone ? std::optional(binary) : std::nullopt) << name;
     }
 }
 
-TEST(Bin2Intel, WritesFullRecordsDespiteShortReads)
+TEST(Convert, FromBinaryToFullRecordsDespiteShortReads)
 {
-    const struct {
-        const char* name;
-        std::string binary, hex;
-    } cases[] = {
+    const std::tuple<const char*, std::string, std::string> rows[] = {
         {"FF is data", "\xFF\x7F\xFE\xFF", ":020000047FFF7C\r\n:02000000FEFF01\r\n" + kEnd},
         {"no data", kHead, kEnd},
         {"32 bits", "\xFF\xFF" + Times(0x10001, 'A'),
          ":020000040000FA\r\n:0100000041BE\r\n" + kEnd},
     };
-    const TempDir dir;
-    for (const auto& c : cases) {
+    for (const auto& [name, binary, end] : rows) {
         for (const std::size_t limit : {1U, 21U, 1000U}) {
-            const std::string binary = dir.Write("image.bin", c.binary);
-            dir.Write("image.hex", "old");
             disk.readLimit = limit;
-            EXPECT_TRUE(Bin2Intel(binary.c_str(), dir.Path("image.hex").c_str()));
+            const auto [isDone, hex] = ConvertFile(Bin2Intel, binary);
             disk = {};
-            const std::string hex = dir.Read("image.hex");
-            EXPECT_EQ(hex.substr(std::max(hex.size(), c.hex.size()) - c.hex.size()), c.hex)
-                << c.name;
-            EXPECT_EQ(HexFromBinary(c.binary), hex) << c.name;
+            EXPECT_TRUE(isDone) << name;
+            EXPECT_EQ(hex.substr(std::max(hex.size(), end.size()) - end.size()), end) << name;
+            EXPECT_EQ(HexFromBinary(binary), hex) << name;
         }
     }
     EXPECT_EQ(HexFromBinary("x"), std::nullopt);
 }
 
-TEST(RunLength, EncodesAndDecodesRuns)
+TEST(Convert, RunsToItemsAndBack)
 {
     const struct {
         std::string plain, coded;
         bool isCoders = true;  // false: a form that the coder doesn't write
         bool isWhole = true;   // false: the last item is cut
-    } cases[] = {
+    } rows[] = {
         {"", ""},
         {"AAAAX\xDDZZ", "\xDD\x41\x04X\xDD\xDD\x01ZZ"},
         {"AAA", "\xDD\x41\x03"},
-        {Times(255, 'A') + "B", "\xDD\x41\xFF\x42"},
         {Times(257, 'A'), "\xDD\x41\xFF\x41\x41"},
-        {Times(258, 'A'), "\xDD\x41\xFF\xDD\x41\x03"},
         {Times(256, '\xDD'), "\xDD\xDD\xFF\xDD\xDD\x01"},
         {"\xFF\xFF\xFF\0\0\0\0"s, "\xDD\xFF\x03\xDD\0\x04"s},
         {"ABBC", "\xDD\x41\x01\xDD\x42\x02\xDD\xDD\0\x43"s, false},
         {"A", "\x41\xDD", false, false},
         {"A", "\x41\xDD\x42", false, false},
     };
-    const TempDir dir;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::PrintToString(c.coded));
-        const std::string plain = dir.Write("plain", c.plain);
-        const std::string coded = dir.Write("coded", c.isCoders ? "old" : c.coded);
-        EXPECT_TRUE(!c.isCoders || RL_Compress(plain.c_str(), coded.c_str()));
-        EXPECT_EQ(dir.Read("coded"), c.coded);
-        EXPECT_EQ(RL_Decompress(coded.c_str(), plain.c_str()), c.isWhole);
-        EXPECT_EQ(dir.Read("plain"), c.plain);
-
-        EXPECT_TRUE(!c.isCoders || RunLengthCode(c.plain) == c.coded);
-        const auto result = c.isWhole ? std::optional(c.plain) : std::nullopt;
-        EXPECT_EQ(RunLengthExpand(c.coded, c.plain.size()), result);
-        EXPECT_TRUE(c.plain.empty() || !RunLengthExpand(c.coded, c.plain.size() - 1));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.coded));
+        if (row.isCoders) {
+            EXPECT_EQ(ConvertFile(RL_Compress, row.plain), std::pair(true, row.coded));
+            EXPECT_EQ(RunLengthCode(row.plain), row.coded);
+        }
+        EXPECT_EQ(ConvertFile(RL_Decompress, row.coded), std::pair(row.isWhole, row.plain));
+        const auto result = row.isWhole ? std::optional(row.plain) : std::nullopt;
+        EXPECT_EQ(RunLengthExpand(row.coded, row.plain.size()), result);
+        EXPECT_TRUE(row.plain.empty() || !RunLengthExpand(row.coded, row.plain.size() - 1));
     }
 }
 
@@ -167,12 +151,12 @@ TEST(RunLength, WritesCountsInGroupsOf7Bits)
     for (const unsigned long value : {0x7FUL, 0UL, 0x80UL, 0x4000UL, 0xFFFFFFFFUL})
         EXPECT_EQ(WriteCount(output.Get(), value), 0);
     EXPECT_EQ(dir.Read("counts"), "\x7F\0\x81\0\x81\x80\0\x8F\xFF\xFF\xFF\x7F"s);
-    EXPECT_EQ(WriteCount(-1, 5), -1);
-    EXPECT_EQ(WriteCount(-1, 500), -1);
+    for (const unsigned long value : {5UL, 500UL})
+        EXPECT_EQ(WriteCount(-1, value), -1);
     EXPECT_TRUE(flush(-1, escape, 0)) << "nothing to write";
 }
 
-TEST(CompressedImage, ExpandsToSameHexFile)
+TEST(CompressedImage, ExpandsToSameHexFileUpToTheFlash)
 {
     const TempDir dir;
     for (const std::size_t size : {1U, 32U, 0x10000U, 0x1A123U}) {
@@ -184,14 +168,10 @@ TEST(CompressedImage, ExpandsToSameHexFile)
         EXPECT_EQ(dir.Read("to.hex"), HexText(data, 32, "\r\n"));
         EXPECT_EQ(CompressImage(dir.Read("from.hex")), dir.Read("image.rlg"));
         EXPECT_EQ(ExpandImage(dir.Read("image.rlg")), dir.Read("to.hex"));
-        EXPECT_EQ(dir.Read("from.bin"), kHead + data);
-        EXPECT_EQ(dir.Read("to.bin"), kHead + data);
+        for (const char* binary : {"from.bin", "to.bin"})
+            EXPECT_EQ(dir.Read(binary), kHead + data);
     }
-}
-
-TEST(CompressedImage, ExpandsToTheFlashAtMost)
-{
-    std::string coded = kHead + Times(1, 'x');
+    std::string coded = kHead + "x";
     for (std::size_t i = 0; i < 0x1000000 / 255; ++i)
         coded += "\xDD\x41\xFF";
     EXPECT_TRUE(ExpandImage(coded)) << "exactly the flash";
@@ -215,17 +195,40 @@ TEST(CompressedImage, FailsWhenAnyStepFails)
     const std::string pipe = dir.Path("pipe");
     EXPECT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const auto descriptors = ListDescriptors();
+    const auto fails = [&](Convert convert, const std::string& from) {
+        return !convert(from.c_str(), old.c_str());
+    };
     for (const Convert convert : std::initializer_list<Convert>{
              Intel2Bin, Bin2Intel, RL_Compress, RL_Decompress, Compress, Decompress}) {
-        EXPECT_FALSE(convert(dir.Path("missing").c_str(), old.c_str()));
-        EXPECT_FALSE(convert(pipe.c_str(), old.c_str())) << "it has no writer";
+        EXPECT_TRUE(fails(convert, dir.Path("missing")));
+        EXPECT_TRUE(fails(convert, pipe)) << "it has no writer";
         EXPECT_FALSE(convert(hex.c_str(), dir.Path("no/out").c_str()));
     }
-    EXPECT_FALSE(Bin2Intel(dir.Write("1.bin", "x").c_str(), old.c_str()));
-    EXPECT_FALSE(RL_Compress(dir.Path().c_str(), old.c_str()));
-    EXPECT_FALSE(Compress(dir.Write("bad.hex", kEnd).c_str(), old.c_str()));
-    EXPECT_FALSE(Compress((dir.Path() + "/").c_str(), old.c_str()));
-    EXPECT_FALSE(Decompress(dir.Write("cut.rlg", kHead + "AB\xDD\x43").c_str(), old.c_str()));
+    EXPECT_TRUE(fails(Bin2Intel, dir.Write("1.bin", "x")));
+    EXPECT_TRUE(fails(RL_Compress, dir.Path()));
+    EXPECT_TRUE(fails(Compress, dir.Write("bad.hex", kEnd)) && fails(Compress, dir.Path() + "/"));
+    EXPECT_TRUE(fails(Decompress, dir.Write("cut.rlg", kHead + "AB\xDD\x43")));
     EXPECT_EQ(dir.Read("old"), "old");
     EXPECT_EQ(ListDescriptors(), descriptors);
+}
+
+TEST(SumFile, IsTheLineOfCksum)
+{
+    const TempDir dir;
+    const std::string some = "123456789";
+    for (const std::string& bytes : {""s, "\0"s, some, Firmware(0x10123)}) {
+        const std::string path = dir.Write("csp_prog.rlg", bytes);
+        const std::string command = "cksum " + path + " >" + dir.Path("sum");
+        ASSERT_EQ(std::system(command.c_str()), 0);  // NOLINT(cert-env33-c): the test's own words
+        const std::string sum = dir.Read("sum");
+        EXPECT_EQ(SumLine(bytes, path), sum);
+        EXPECT_TRUE(SumMatches(sum, bytes));
+        EXPECT_FALSE(SumMatches(sum, bytes + '\0'));
+    }
+    for (const char* text : {"930766865 9", "930766865 9 any name\r\nmore", "930766865 9\r\n",
+                             "930766865 9 \n", "1 2 other\n930766865 9"})
+        EXPECT_TRUE(SumMatches(text, some)) << text;
+    for (const char* text : {"930766865 99", "930766865  9", " 930766865 9", "0930766865 9",
+                             "930766865", "930766864 9", "930766865 9\tx", "930766865 8", ""})
+        EXPECT_FALSE(SumMatches(text, some)) << text;
 }

@@ -1,4 +1,4 @@
-// The link to the MIDI Patcher: connecting, frames out, messages in.
+// The link to the MIDI Patcher: connecting, frames out, messages in, and the lines in messages.
 
 #include <csignal>
 #include <future>
@@ -19,6 +19,8 @@
 
 namespace {
 
+using Lines = std::vector<std::string>;
+
 const unsigned char kGroup[] = {0xBF, 0x66, 0x01, 0x00};
 const std::string kEndFrame = Bytes("00 E1 06 37 00 00 00 00 00");
 const std::string kEnd = MidiPeer::Stuff(kEndFrame);
@@ -37,16 +39,18 @@ struct MidiLink {
     {
         return asText ? midi.WriteConsole(0, "STATUS", 6) : midi.WriteMidi(0, kGroup);
     }
-    // One message, or the result of a read without one.
+    // One message, or the result of a read without one. The rest of the buffer stays as it is.
     std::string Read()
     {
         std::string buffer(TMidiCom::kMaxMessage, 'u');
         const int result = midi.ReadMessage(buffer.data());
-        return result > 0 ? buffer.substr(0, static_cast<std::size_t>(result))
-                          : std::to_string(result);
+        if (result <= 0)
+            return std::to_string(result);
+        EXPECT_EQ(buffer.find_first_not_of('u', result), std::string::npos);
+        return buffer.substr(0, result);
     }
     // What the link reads from now on, a piece at a time. Its peer closes after the last one.
-    void SendInPieces(const std::vector<std::string>& pieces) const
+    void SendInPieces(const Lines& pieces) const
     {
         int ends[2];
         ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
@@ -63,6 +67,30 @@ struct MidiLink {
     TMidiCom midi;
 };
 
+// The frames of complete lines.
+std::string Frames(const Lines& lines)
+{
+    return MidiPeer::EncodeLines(lines);
+}
+
+// The frames of a line without its end.
+std::string Begun(const std::string& text)
+{
+    const std::string frames = Frames({text});
+    return frames.substr(0, frames.size() - 9);
+}
+
+// The lines of a message, or "bad" for a bad frame. A byte that would end a line follows each
+// message, so that a read past the end shows.
+Lines TakeLines(TMidiCom& midi, const std::string& message, std::size_t capacity = 100)
+{
+    std::string bytes = message + '7';
+    std::vector<char*> lines(capacity);
+    const int count = midi.ToConsole2(bytes.data(), static_cast<int>(message.size()), lines.data(),
+                                      static_cast<int>(capacity));
+    return count < 0 ? Lines{"bad"} : Lines{lines.begin(), lines.begin() + count};
+}
+
 }  // namespace
 
 TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
@@ -70,14 +98,11 @@ TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
     const unsigned char groups[][4] = {
         {0x6C, 0x01, 0x7F, 0xFF}, {0xBF, 0x66, 0x01, 0x02}, {0xFE, 0xFF, 0xFE, 0xFE}};
     MidiLink link;
-    EXPECT_TRUE(link.midi.Connect_i2cserver());
-    EXPECT_TRUE(link.midi.WriteMidi(1, groups[0]));
-    EXPECT_TRUE(link.midi.WriteMidi(-1, groups[1]));
-    EXPECT_TRUE(link.midi.WriteMidi(0, groups[2]));
-    EXPECT_TRUE(link.midi.WriteConsole(0, "STATUS", 6));
-    EXPECT_TRUE(link.midi.WriteConsole(0, "ABCDE", 5));
-    EXPECT_TRUE(link.midi.WriteConsole(1, "\xFE\xFF", 2));
-    EXPECT_TRUE(link.midi.WriteConsole(33, "", 0));
+    TMidiCom& midi = link.midi;
+    EXPECT_TRUE(midi.Connect_i2cserver() && midi.WriteMidi(1, groups[0]));
+    EXPECT_TRUE(midi.WriteMidi(-1, groups[1]) && midi.WriteMidi(0, groups[2]));
+    EXPECT_TRUE(link.Write(true) && midi.WriteConsole(0, "ABCDE", 5));
+    EXPECT_TRUE(midi.WriteConsole(1, "\xFE\xFF", 2) && midi.WriteConsole(33, "", 0));
     EXPECT_EQ(ToHex(link.patcher.Received()),
               "FE E1 E2 E0 E1 06 80 FF 6C 01 7F 00 FE FF "
               "E2 E0 E1 06 34 02 BF 66 01 00 FE FF "
@@ -88,23 +113,17 @@ TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
               "E2 E0 E1 06 3A FE FE FF 00 00 00 FE FF E2 E0 E1 06 3F 00 00 00 00 00 FE FF "
               "E2 E0 E1 06 3F 00 00 00 00 00 FE FF");
     char plain[] = "kept";
-    EXPECT_EQ(link.midi.Change_i2c2bin("x", plain, 0), 0);
+    EXPECT_EQ(midi.Change_i2c2bin("x", plain, 0), 0);
     EXPECT_STREQ(plain, "kept");
-    EXPECT_EQ(link.midi.Change_bin2i2c("x", plain, 0), 2) << "only the end of a block";
-}
+    EXPECT_EQ(midi.Change_bin2i2c("x", plain, 0), 2) << "only the end of a block";
 
-TEST(MidiLink, SendsTextOf8193BytesAndNothingOfLongerOne)
-{
     const std::string text(8194, 't');
-    MidiLink link;
-
-    EXPECT_FALSE(link.midi.WriteConsole(0, text.data(), 8194));
-    EXPECT_EQ(link.patcher.Received(), "");
-
-    auto sent = std::async(std::launch::async,
-                           [&] { return link.midi.WriteConsole(0, text.data(), 8193); });
-    EXPECT_TRUE(link.patcher.WaitForLine(text.substr(1)));
-    EXPECT_TRUE(sent.get());
+    const std::size_t before = link.patcher.Received().size();
+    EXPECT_FALSE(midi.WriteConsole(0, text.data(), 8194));
+    EXPECT_EQ(link.patcher.Received().size(), before) << "nothing of a text that is too long";
+    auto sent =
+        std::async(std::launch::async, [&] { return midi.WriteConsole(0, text.data(), 8193); });
+    EXPECT_TRUE(link.patcher.WaitForLine(text.substr(1)) && sent.get());
 }
 
 TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
@@ -124,8 +143,7 @@ TEST(MidiLink, ClosesOnFailedFrameWithoutSignalAndCanBeReopened)
             EXPECT_TRUE(link.patcher.IsClosed());
 
             link.midi.Set_connecttype(225);
-            EXPECT_FALSE(link.Write(asText));
-            EXPECT_FALSE(link.midi.Connect_i2cserver());
+            EXPECT_FALSE(link.Write(asText) || link.midi.Connect_i2cserver());
             EXPECT_EQ(link.midi.SetMidiDescriptor(link.dir.Path("missing").c_str()), -1);
             EXPECT_GE(link.midi.SetMidiDescriptor(link.path.c_str()), 0);
             EXPECT_TRUE(link.Write(asText));
@@ -167,8 +185,8 @@ TEST(MidiMessage, IsGatheredUpToEndFrame)
     const std::string escapes = Bytes("00 E1 06 CF 01 02 03 FE FF");
     const std::string shortest = Bytes("37 00 00 00 00 00");
     const std::string wire = MidiPeer::Stuff(text) + kEnd;
-    std::vector<std::string> pieces = {MidiPeer::Stuff(text), kEnd, MidiPeer::Stuff(escapes),
-                                       MidiPeer::Stuff(shortest), kEnd + wire};
+    Lines pieces = {MidiPeer::Stuff(text), kEnd, MidiPeer::Stuff(escapes),
+                    MidiPeer::Stuff(shortest), kEnd + wire};
     for (std::size_t at = 0; at < wire.size(); at += pieces.back().size())
         pieces.push_back(wire.substr(at, wire[at] == '\xFE' ? 2 : 1));  // pairs stay together
     MidiLink link;
@@ -190,29 +208,11 @@ TEST(MidiMessage, IsDroppedAbove8193BytesOr4TimesThatOnSocket)
     MidiLink link;
     link.SendInPieces({longest.substr(0, 100), longest.substr(100), "x", longest, kEnd, ends, ends,
                        ends, ends, "\xFE\xFF", "\xFE\xFF", "x", kEnd});
-
     EXPECT_EQ(link.Read(), longest);
     EXPECT_EQ(link.Read(), "-1");
     EXPECT_EQ(link.Read(), kEndFrame) << "the link is up, and nothing was kept";
     EXPECT_EQ(link.Read(), "-1");
     EXPECT_EQ(link.Read(), kEndFrame);
-}
-
-TEST(MidiMessage, ContainsNothingOfEarlierOne)
-{
-    const std::string earlier = std::string(8193 - 9, 'x') + kEndFrame;
-    const std::string cut = Bytes("E7 E1 06 35 41 42");  // looks complete and announces 5 bytes
-    MidiLink link;
-    link.SendInPieces({earlier, cut, kEnd});
-
-    EXPECT_EQ(link.Read(), earlier);
-    std::string buffer(TMidiCom::kMaxMessage, 'u');
-    EXPECT_EQ(link.midi.ReadMessage(buffer.data()), 6);
-    EXPECT_EQ(buffer, cut + std::string(8193 - 6, 'u'));
-    char* lines[1];
-    EXPECT_EQ(link.midi.ToConsole2(buffer.data(), 6, lines, 1), 0);
-    EXPECT_EQ(link.midi.ReadConsoleMessage2(buffer.data(), lines, 1), 1);
-    EXPECT_STREQ(lines[0], "AB\r\n");
 }
 
 TEST(MidiMessage, IsDroppedWhenPeerClosesMidway)
@@ -226,4 +226,55 @@ TEST(MidiMessage, IsDroppedWhenPeerClosesMidway)
     EXPECT_EQ(link.Read(), "0");
     EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
     EXPECT_EQ(link.Read(), "-1") << "the link is down";
+}
+
+TEST(ConsoleLines, ConsistOfTextThatFramesAnnounce)
+{
+    const std::string line = Frames({"x"});
+    const std::pair<std::string, const char*> rows[] = {
+        // Counts of 0, 1, 4 and 6.
+        {Bytes("E2 E1 06 30 41 42 43 44 45 E2 E1 06 31 41 42 43 44 45 "
+               "E2 E1 06 34 41 42 43 44 45 E2 E1 06 36 41 42 43 44 45") +
+             line,
+         "AABCDABCDEx\r\n"},
+        // Any first byte, any channel.
+        {Bytes("00 E5 06 3A 41 42 43 44 45 FF E1 06 3F 41 42 43 44 45"), "AB\r\n"},
+        // Frames without text, and cut ones.
+        {Bytes("E2 E1 06 C5 41 42 43 44 45 E2 E1 06 87 41 42 43 44 45") + line, "x\r\n"},
+        {line + Bytes("E2 E1 06 35 41"), "x\r\n"},
+        {line + Bytes("E2 E1 06"), "x\r\n"},
+        {line + Bytes("E2 E1"), "x\r\n"},
+        {line + Bytes("E2"), "x\r\n"},
+    };
+    for (const auto& [message, text] : rows) {
+        TMidiCom midi;
+        EXPECT_EQ(TakeLines(midi, message), Lines{text}) << ToHex(message);
+    }
+}
+
+TEST(ConsoleLines, ContinueInNextMessageEvenAfterBadFrame)
+{
+    const std::string half(500, 'h');
+    TMidiCom midi;
+    EXPECT_EQ(TakeLines(midi, Frames({"a"}) + Begun(half)), Lines{"a\r\n"});
+    EXPECT_EQ(TakeLines(midi, Begun("middle")), Lines{});
+    EXPECT_EQ(TakeLines(midi, Frames({half, "b"})),
+              (Lines{half + "middle" + half + "\r\n", "b\r\n"}));
+    EXPECT_EQ(TakeLines(midi, Frames({"lost"}) + Begun("kept") + Bytes("E2 E0 06 31")),
+              Lines{"bad"});
+    EXPECT_EQ(TakeLines(midi, Bytes("E2 E1 05 31")), Lines{"bad"});
+    EXPECT_EQ(TakeLines(midi, Frames({"", "OK"})), (Lines{"kept\r\n", "OK\r\n"}));
+}
+
+TEST(ConsoleLines, AreCutAt1021BytesAndLimitedToCallersTable)
+{
+    const std::string longest(1021, 'x');
+    TMidiCom midi;
+    EXPECT_EQ(TakeLines(midi, Frames({longest, longest + "tail", "short"})),
+              (Lines{longest + "\r\n", longest + "\r\n", "short\r\n"}));
+    EXPECT_EQ(TakeLines(midi, Frames({"1", "2", "3"}) + Begun("begun"), 2),
+              (Lines{"1\r\n", "2\r\n"}));
+    EXPECT_EQ(TakeLines(midi, Frames({" on"})), Lines{"begun on\r\n"}) << "not the dropped line";
+    EXPECT_EQ(TakeLines(midi, Frames(Lines(910)) + MidiPeer::kHead, TMidiCom::kMaxLines),
+              Lines(910, "\r\n"));
 }

@@ -1,7 +1,7 @@
 // Operations of the server that its loop doesn't call, or whose result it ignores.
 
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include <fcntl.h>
@@ -41,13 +41,17 @@ protected:
 
 TEST_F(ServerTest, SendsCommandsOfKeyboard)
 {
+    const UniqueFd keyboard(dup(STDIN_FILENO));
+    const auto type = [this](const std::string& path) {
+        const UniqueFd typed(open(path.c_str(), O_RDONLY));
+        dup2(typed.Get(), STDIN_FILENO);
+        testing::internal::CaptureStdout();
+        char buffer[kBufferSize];
+        server.ProcessKeyboard(buffer);
+        return testing::internal::GetCapturedStdout();
+    };
     const std::string tooLong(kBufferSize, 'x');
-    const struct {
-        std::string typed;
-        std::vector<std::string> sent;
-        std::string text;
-        bool isReadable = true;
-    } rows[] = {
+    const std::tuple<std::string, std::vector<std::string>, std::string> rows[] = {
         {"v\n", {"00 BF 00 7F 00", "00 BF 51 00 00", "STATUS"}, "v"},
         {"f\n", {"00 BF 00 7F 00", "00 BF 66 01 00"}, "f"},
         {"read %s\nv\n", {"READ   :901A0000:901F0000:10"}, "read %s"},
@@ -57,47 +61,34 @@ TEST_F(ServerTest, SendsCommandsOfKeyboard)
         {"V\n", {}, "V"},
         {"\nv\n", {}, ""},
         {"", {}, ""},
-        {"v\n", {}, "", false},
         {tooLong, {}, tooLong.substr(1)},
     };
-    const UniqueFd keyboard(dup(STDIN_FILENO));
     patcher.TakeSent();
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.typed.substr(0, 10));
-        const std::string path = row.isReadable ? files.Write("typed", row.typed) : "/dev/null";
-        const UniqueFd typed(open(path.c_str(), row.isReadable ? O_RDONLY : O_WRONLY));
-        dup2(typed.Get(), STDIN_FILENO);
-        testing::internal::CaptureStdout();
-        char buffer[kBufferSize];
-        server.ProcessKeyboard(buffer);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), "KEYBOARD: " + row.text + "\n");
-        EXPECT_EQ(patcher.TakeSent(), row.sent);
+    for (const auto& [bytes, sent, text] : rows) {
+        EXPECT_EQ(type(files.Write("typed", bytes)), "KEYBOARD: " + text + "\n");
+        EXPECT_EQ(patcher.TakeSent(), sent) << bytes;
     }
+    EXPECT_EQ(type(files.Path()), "KEYBOARD: \n") << "a directory can't be read";
     dup2(keyboard.Get(), STDIN_FILENO);
 }
 
-TEST(Language, IsJapaneseOnlyIfFirstLineNamesIt)
+TEST_F(ServerTest, ReadsLanguageAndReleaseFromFirstLines)
 {
-    const std::pair<const char*, int> rows[] = {
-        {"", 0}, {"en\nja\n", 0}, {"jap", 0}, {" ja\r\n", 1}};
-    for (const auto& [text, language] : rows) {
+    for (const auto& [text, language] :
+         {std::pair("", 0), {"en\nja\n", 0}, {"jap", 0}, {" ja\r\n", 1}}) {
         ownUnit.Write(kLanguageFile, text);
         EXPECT_EQ(GetIOCLanguage(), language) << text;
     }
-}
-
-TEST_F(ServerTest, LogsReleaseFileIfItOpens)
-{
     EXPECT_FALSE(server.SendIOVersion(files.Path("missing").c_str()));
     EXPECT_TRUE(server.SendIOVersion(files.Write("empty", "").c_str()));
     const std::string release = files.Write("release", "1.00\n");
     // With room for one more descriptor: the file is closed before the log opens.
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
-    const rlim_t usual = std::exchange(limit.rlim_cur, UniqueFd(dup(STDIN_FILENO)).Get() + 1);
-    setrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit little = {static_cast<rlim_t>(UniqueFd(dup(STDIN_FILENO)).Get() + 1),
+                           limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &little);
     EXPECT_TRUE(server.SendIOVersion(release.c_str()));
-    limit.rlim_cur = usual;
     setrlimit(RLIMIT_NOFILE, &limit);
     const std::string log = ownUnit.Read(kServerLog);
     EXPECT_NE(log.find(" - 1.00\n"), std::string::npos) << log;

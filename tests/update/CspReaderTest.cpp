@@ -1,12 +1,8 @@
 // The read-back's state machine, seen from the CSP, the controller and the file.
 
 #include <filesystem>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "HexFormat.h"
-#include "HexText.h"
 #include "Peers.h"
 #include "TCspReader.h"
 
@@ -17,6 +13,7 @@ namespace {
 constexpr char kConnecting[] = "Connecting to CSP\n";
 constexpr char kBase[] = ":02000004900466";
 constexpr char kEndOfFile[] = ":00000001FF";
+const std::string kData(0x80, 'x');  // of a record
 
 const Lines kConnect = {"7F BF 00 00 00", "00 BF 66 01 00", "STATUS"};
 const Lines kRequest = {"READ   :90040000:900A0000:0C"};
@@ -27,10 +24,14 @@ const Lines kGivenUp = {kRequest[0], kCancel[0]};
 
 // A read-back to param.hex. The name is relative: the unit's library keeps the program from
 // changing other files of the machine.
-class ReadBack : public Peers {
-public:
+struct ReadBack : Peers {
     ReadBack()
     {
+        step = [this] { return reader.UpdateStatus(&midi, &zaurus); };
+        countTimeout = [this] { reader.IncReaderCounter(); };
+        hear = [this](const char* message, int length) {
+            reader.GetCSPMessage(&midi, &zaurus, message, length);
+        };
         std::filesystem::current_path(dir.Path());
         reader.SetReaderParameter(0, 0, "param.hex");
         reader.SetReaderStatus(Connect);
@@ -44,22 +45,15 @@ public:
                   {"Status:Flash Idle", kRequest},
                   {"Start READ", kNext}});
     }
-    int Step() override { return reader.UpdateStatus(&midi, &zaurus); }
 
     TCspReader reader;
-
-private:
-    void CountTimeout() override { reader.IncReaderCounter(); }
-    void Hear(const char* message, int length) override
-    {
-        reader.GetCSPMessage(&midi, &zaurus, message, length);
-    }
 };
 
 }  // namespace
 
 TEST(CspReader, RequestsReadUntilCspStarts)
 {
+    const std::string request = "READ   :90040000:900A0000:0C\nUpdate Status CSP\n";
     ReadBack read;
     EXPECT_EQ(read.Converse({{"nothing", kConnect, 1, kConnecting},
                              {"30 s"},
@@ -70,9 +64,8 @@ TEST(CspReader, RequestsReadUntilCspStarts)
                              {"Start READ now", kNext}}),
               "Update Status CSP\nSend Flash Mode TCspReader Update\nUpdate Status CSP\n"
               "Canceled\nUpdate Status CSP\nSend Flash Mode TCspReader Update\n"
-              "Status:Flash Idle\nUpdate Status CSP\nREAD   :90040000:900A0000:0C\n"
-              "Update Status CSP\nREAD   :90040000:900A0000:0C\n"
-              "Update Status CSP\nREAD   :90040000:900A0000:0C\nUpdate Status CSP\n");
+              "Status:Flash Idle\nUpdate Status CSP\n" +
+                  request + request + request);
 }
 
 TEST(CspReader, EndsAfterMoreThan30SecondsOfSilence)
@@ -124,48 +117,40 @@ TEST(CspReader, TakesNoDataPastEndIfProgressIsRequired)
     ReadBack read;
     read.reader.RequireProgress();
     read.Begin();
-    const std::string data(0x80, 'x');
-    for (std::size_t at = 0; at < 0x60000; at += data.size()) {
+    for (std::size_t at = 0; at < 0x60000; at += kData.size()) {
         if (at % 0x10000 == 0)
             read.Let(Record(4, 0, {'\x90', static_cast<char>(4 + (at >> 16U))}));
-        read.Let(Record(0, at % 0x10000, data));
+        read.Let(Record(0, at % 0x10000, kData));
         read.TakeSent();
     }
     EXPECT_EQ(read.reader.GetNextAddress(), kParameterEnd);
     read.Let(Record(4, 0, "\x90\x0A"));
     read.Let(Record(0, 0, "y"));
-    EXPECT_EQ(read.Step(), -1);
+    EXPECT_EQ(read.step(), -1);
 }
 
-TEST(CspReader, StartsCleanNextTime)
+TEST(CspReader, StartsCleanNextTimeAndSavesToDefaultFileForEmptyOrLongName)
 {
-    const std::string data(0x80, 'x');
     ReadBack read;
     for (int i = 0; i < 2; ++i) {
         read.Begin();
         read.Let(kBase);
-        for (std::size_t at = 0; at < 0xF80; at += data.size())
-            read.Let(Record(0, at, data));
-        EXPECT_EQ(read.Converse({{Record(0, 0xF80, data), kNext}}),
+        for (std::size_t at = 0; at < 0xF80; at += kData.size())
+            read.Let(Record(0, at, kData));
+        EXPECT_EQ(read.Converse({{Record(0, 0xF80, kData), kNext}}),
                   "NEXT   :90041000\nUpdate Status CSP\n");
     }
-    read.Begin();
-    EXPECT_EQ(read.Converse({{kEndOfFile, {}, 0}}), "Update Status CSP\nCSP Update Finished\n");
-    EXPECT_EQ(read.dir.Read("param.hex"), std::string(kEndOfFile) + "\r\n");
-}
-
-TEST(CspReader, SavesToDefaultFileForEmptyOrLongName)
-{
     std::string dots;
     while (dots.size() < 254)
         dots += "./";
-    ReadBack read;
-    for (const auto& [name, saved] : {std::pair(std::string(), "csp_param.hex"),
+    for (const auto& [name, saved] : {std::pair(std::string("param.hex"), "param.hex"),
+                                      {"", "csp_param.hex"},
                                       {dots + "x", "x"},
                                       {dots + "yy", "csp_param.hex"}}) {
         read.reader.SetReaderParameter(0, 0, name.c_str());
         read.Begin();
-        read.Converse({{kEndOfFile, {}, 0}});
-        EXPECT_TRUE(std::filesystem::remove(saved)) << name;
+        EXPECT_EQ(read.Converse({{kEndOfFile, {}, 0}}), "Update Status CSP\nCSP Update Finished\n");
+        EXPECT_EQ(read.dir.Read(saved), std::string(kEndOfFile) + "\r\n") << name;
+        std::filesystem::remove(saved);
     }
 }

@@ -1,9 +1,6 @@
 #pragma once
 
-// A machine's links, with the CSP and the controller at their other ends.
-
-#include <cstddef>
-#include <cstdio>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -11,14 +8,12 @@
 
 #include <gtest/gtest.h>
 
-#include "Connection.h"
 #include "HexText.h"
 #include "Machine.h"
 #include "MidiPeer.h"
 #include "OwnUnit.h"
 #include "TMidiCom.h"
 #include "TZaurusCom.h"
-#include "TempDir.h"
 #include "UnitPaths.h"
 
 using Lines = std::vector<std::string>;
@@ -31,12 +26,16 @@ struct Pass {
     const char* reported = "";  // to the controller
 };
 
-// One at a time, since the MIDI Patcher has one path.
-class Peers {
-public:
-    virtual ~Peers() = default;
-    Peers(const Peers&) = delete;
-    Peers& operator=(const Peers&) = delete;
+// A machine's links, with the CSP and the controller at their other ends. One at a time, since the
+// MIDI Patcher has one path.
+struct Peers {
+    Peers()
+    {
+        zaurus.SetZaurusId(controller.Other());
+        midi.Set_connecttype(TMidiCom::kPiano);
+        EXPECT_GE(midi.SetMidiDescriptor(kMidiPatcherSocket), 0);
+        EXPECT_TRUE(patcher.Accept());
+    }
 
     // Makes the passes and checks each. Returns everything printed meanwhile.
     std::string Converse(const std::vector<Pass>& passes)
@@ -47,16 +46,12 @@ public:
             SCOPED_TRACE(pass.event);
             const std::size_t before = controller.Received().size();
             Let(pass.event);
-            EXPECT_EQ(Step(), pass.result);
+            EXPECT_EQ(step(), pass.result);
             EXPECT_EQ(TakeSent(), pass.sent);
             EXPECT_EQ(controller.Received().substr(before), pass.reported);
         }
-        std::string printed = testing::internal::GetCapturedStdout();
-        std::fputs(printed.c_str(), stdout);  // with the failures
-        return printed;
+        return testing::internal::GetCapturedStdout();
     }
-
-    virtual int Step() = 0;
 
     // Lets the event of a pass happen. An answer has no line end here.
     void Let(const std::string& event)
@@ -66,12 +61,9 @@ public:
         std::string unit;
         words >> count >> unit;
         if (count == 0 && event != "nothing")
-            Hear((event + "\r\n").c_str(), static_cast<int>(event.size()) + 2);
+            hear((event + "\r\n").c_str(), static_cast<int>(event.size()) + 2);
         for (int i = 0; i < count; i += unit == "s" ? kServerTimeout : 1) {
-            if (unit == "s")
-                CountTimeout();
-            else
-                Hear("?\r\n", 3);
+            unit == "s" ? countTimeout() : hear("?\r\n", 3);
             patcher.Received();  // makes room for what comes next
         }
     }
@@ -85,25 +77,15 @@ public:
         return sent;
     }
 
+    // Of the machine under test.
+    std::function<int()> step;
+    std::function<void()> countTimeout;
+    std::function<void(const char* message, int length)> hear;
+
     TempDir dir;
     TMidiCom midi;
     TZaurusCom zaurus;
-
-protected:
-    Peers()
-    {
-        zaurus.SetZaurusId(controller.Other());
-        midi.Set_connecttype(TMidiCom::kPiano);
-        EXPECT_GE(midi.SetMidiDescriptor(kMidiPatcherSocket), 0);
-        EXPECT_TRUE(patcher.Accept());
-    }
-
     MidiPeer patcher{ownUnit.Path(kMidiPatcherSocket)};
-    std::map<std::string, std::string> names;
-
-private:
-    virtual void CountTimeout() = 0;
-    virtual void Hear(const char* message, int length) = 0;
-
     Peer controller;
+    std::map<std::string, std::string> names;
 };

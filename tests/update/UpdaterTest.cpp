@@ -1,12 +1,7 @@
 // The update's state machine in both modes, seen from the CSP and the controller.
 
-#include <sstream>
-#include <string>
-#include <vector>
+#include <sys/select.h>
 
-#include <gtest/gtest.h>
-
-#include "HexText.h"
 #include "Peers.h"
 #include "TUpdater.h"
 
@@ -22,17 +17,37 @@ enum Mode { Alone, InServer };
 // record, at a 64 KiB boundary and at the end.
 constexpr char kImage[] = "9004: 40000 41FF4 42000 43FF4 44000 4FFF4 9005: 50000 51FF4 end";
 
+std::string RowOf(const std::string& word)
+{
+    if (word == "end" || word == "-" || word == "other")
+        return word == "end" ? ":00000001FF" : word == "-" ? "" : Record(5, 0, "abcd");
+    constexpr int kHex = 16;
+    const auto number = std::stoul(word, nullptr, kHex);
+    if (word.back() == ':')
+        return Record(4, 0, {static_cast<char>(number >> 8U), static_cast<char>(number)});
+    const std::string data(12, static_cast<char>(number >> 16U));
+    const std::string record = Record(0, number % 0x10000, data);
+    return record.substr(0, record.size() - (word.back() == '!' ? 2 : 0));
+}
+
 // An update of the image described by the words, at its start.
-class Update : public Peers {
-public:
-    explicit Update(Mode chosen, const std::string& image = kImage) : mode(chosen)
+struct Update : Peers {
+    explicit Update(Mode mode, const std::string& image = kImage)
     {
+        step = [this, mode] {
+            return mode == Alone ? updater.UpdateStatus()
+                                 : updater.UpdateStatusDiag(&midi, &zaurus);
+        };
+        countTimeout = [this] { updater.IncUpdateCounter(); };
+        hear = [this, mode](const char* message, int length) {
+            mode == Alone ? updater.GetCSPMessage(message, length)
+                          : updater.GetCSPMessageDiag(&midi, &zaurus, message, length);
+        };
         std::istringstream words(image);
         std::string file;
         for (std::string word; words >> word;) {
-            const std::string row = Row(word);
-            names[row] = word;
-            file += row + "\r\n";
+            names[RowOf(word)] = word;
+            file += RowOf(word) + "\r\n";
         }
         const std::string path = dir.Write("image.hex", file);
         if (mode == InServer) {
@@ -49,40 +64,11 @@ public:
     {
         updater.SetUpdateStatus(Request);
         Let("Start WRITE ?");
-        Step();
+        step();
         TakeSent();
     }
 
-    int Step() override
-    {
-        return mode == InServer ? updater.UpdateStatusDiag(&midi, &zaurus) : updater.UpdateStatus();
-    }
-
     TUpdater updater;
-
-private:
-    static std::string Row(const std::string& word)
-    {
-        if (word == "end" || word == "-" || word == "other")
-            return word == "end" ? ":00000001FF" : word == "-" ? "" : Record(5, 0, "abcd");
-        constexpr int kHex = 16;
-        const auto number = std::stoul(word, nullptr, kHex);
-        if (word.back() == ':')
-            return Record(4, 0, {static_cast<char>(number >> 8U), static_cast<char>(number)});
-        const auto record =
-            Record(0, number % 0x10000, std::string(12, static_cast<char>(number >> 16U)));
-        return record.substr(0, record.size() - (word.back() == '!' ? 2 : 0));
-    }
-    void CountTimeout() override { updater.IncUpdateCounter(); }
-    void Hear(const char* message, int length) override
-    {
-        if (mode == InServer)
-            updater.GetCSPMessageDiag(&midi, &zaurus, message, length);
-        else
-            updater.GetCSPMessage(message, length);
-    }
-
-    Mode mode;
 };
 
 const Lines kFlashMode = {"00 BF 00 7F 00", "00 BF 66 01 00", "STATUS"};
@@ -110,6 +96,23 @@ const Effect kNextBlock = {Forgets, Ends, kSecond};
 
 }  // namespace
 
+// Replaces libc's in this program: silence costs no time.
+extern "C" int select(int count, fd_set* readable, fd_set*, fd_set*, timeval*)
+{
+    const timespec noTime{};
+    return pselect(count, readable, nullptr, nullptr, &noTime, nullptr);
+}
+
+TEST(Updater, EndsAt31SecondsOfSilenceAlone)
+{
+    Update update(Alone);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(update.updater.Run(), -1);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    for (const char* next : {"Update Counter Inc 1+ 1\n", "Send WriteCommand\nPiano is not c"})
+        EXPECT_NE(printed.find("Inc 1+ 31\n" + std::string(next)), std::string::npos) << next;
+}
+
 TEST(Updater, ActsOnAnswersOfEachStatus)
 {
     const struct {
@@ -124,8 +127,6 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
         {Request, "Start WRITE ?", StartData, kWanted, kWanted},
         {Request, "Start WRITE", Request, kUnwanted, kUnwanted},
         {Transfer, "OK:90042000", Transfer, kNextBlock, kNextBlock},
-        {Transfer, "OK 90044000", Transfer, kNextBlock, kWanted},
-        {Transfer, "OK 9004200%s", Transfer, kNextBlock, kWanted},
         {Transfer, "OK 900420", Transfer, kNextBlock, kWanted},
         {Transfer, "OK 90042", Transfer, kUnwanted, kUnwanted},
         {Transfer, "NG 90040010", Transfer, {Counts, Ends, {"41FF4"}}, {Counts, Lasts, {"41FF4"}}},
@@ -137,7 +138,6 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
         {Transfer, "Failed", Failed, kClosing, kIgnored},
         {Transfer, "finished", Transfer, kUnwanted, kUnwanted},
         {Idle, "OK 90042000", Idle, kIgnored, kIgnored},
-        {Finished, "Failed", Finished, kIgnored, kIgnored},
     };
     for (const auto& row : rows) {
         for (const Mode mode : {Alone, InServer}) {
@@ -157,9 +157,9 @@ TEST(Updater, ActsOnAnswersOfEachStatus)
             EXPECT_EQ(testing::internal::GetCapturedStdout(),
                       "Update Counter Inc 10+ " + std::to_string(effect.silence) + "\n");
             update.updater.SetUpdateStatus(Transfer);
-            EXPECT_EQ(update.Step(), effect.unwanted == Counts ? -1 : 1);
+            EXPECT_EQ(update.step(), effect.unwanted == Counts ? -1 : 1);
             update.Let("1024 unwanted");
-            EXPECT_EQ(update.Step(), effect.unwanted == Forgets ? 1 : -1);
+            EXPECT_EQ(update.step(), effect.unwanted == Forgets ? 1 : -1);
         }
     }
 }
@@ -239,7 +239,7 @@ TEST(Updater, EntersFlashModeEvery100000Steps)
     Update update(Alone);
     update.Converse({{"nothing", kFlashMode}});
     for (int i = 1; i < 100000; ++i)
-        update.Step();
+        update.step();
     EXPECT_EQ(update.TakeSent(), Lines{});
     update.Converse({{"nothing", kFlashMode}, {"Status:Flash Idle", kWrite}});
     update.updater.SetUpdateStatus(Connect);
@@ -248,10 +248,7 @@ TEST(Updater, EntersFlashModeEvery100000Steps)
 
 TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
 {
-    const struct {
-        const char* image;
-        std::vector<Lines> blocks;
-    } rows[] = {
+    const std::pair<const char*, std::vector<Lines>> rows[] = {
         {kImage, {kFirst, kSecond, kThird, kFourth, {"end"}, {}}},
         {"9004: 41FF8 43FFC 45FF4 46000", {{"9004:", "41FF8", "43FFC", "45FF4"}, {"46000"}}},
         {"9004: 41FF4 - 43FF4", {{"9004:", "41FF4"}, {}, {"43FF4"}}},
@@ -263,30 +260,30 @@ TEST(Updater, SendsImageInBlocksThatEndOnMultiplesOf0x2000)
         {"40000 other 41FF4 end", {{"40000", "other", "41FF4"}, {"end"}}},
         {"", {{}, {}}},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.image);
-        Update update(Alone, row.image);
+    for (const auto& [image, blocks] : rows) {
+        SCOPED_TRACE(image);
+        Update update(Alone, image);
         update.updater.SetUpdateStatus(Request);
         std::string answer = "Start WRITE ?";
-        for (const Lines& block : row.blocks) {
+        for (const Lines& block : blocks) {
             update.Converse({{answer, block}});
             answer = "OK 00000000";
         }
     }
 
     Update update(InServer);
-    update.updater.SendIntelHex(&update.midi, 0, 1);
-    update.updater.SendIntelHex(&update.midi, 0x90042000, 1);
-    EXPECT_EQ(update.TakeSent(), (Lines{"9004:", "40000", "42000"}))
-        << "any size, from the first row";
-    update.updater.SendIntelHex(&update.midi, 0x90042000, 0);
-    EXPECT_EQ(update.TakeSent(), Lines{});
+    const auto send = [&](unsigned long address, int size) {
+        update.updater.SendIntelHex(&update.midi, address, size);
+        return update.TakeSent();
+    };
+    EXPECT_EQ(send(0, 1), (Lines{"9004:", "40000"})) << "any size, from the first row";
+    EXPECT_EQ(send(0x90042000, 1), Lines{"42000"});
+    EXPECT_EQ(send(0x90042000, 0), Lines{});
     update.updater.ClearUpdateStatus();
-    update.updater.SendIntelHex(&update.midi, 0, 1);
-    EXPECT_EQ(update.TakeSent(), Lines{}) << "no image";
+    EXPECT_EQ(send(0, 1), Lines{}) << "no image";
 }
 
-TEST(Updater, ContinuesFromRefusedAddress)
+TEST(Updater, ContinuesFromRefusedAddressAndStartsAtAddress0)
 {
     Update update(Alone);
     update.Begin();
@@ -304,19 +301,16 @@ TEST(Updater, ContinuesFromRefusedAddress)
                      {"NG 90052000"},
                      {"NG 12345678", kFirst},
                      {"OK 90042000", kSecond}});
-}
 
-TEST(Updater, ResetsAddressesAtStartAndSeek)
-{
-    Update update(InServer, "- 01FF4 9004: 42000");
+    Update other(InServer, "- 01FF4 9004: 42000");
     for (int i = 0; i < 2; ++i) {
-        update.updater.SetUpdateStatus(Request);
-        update.Converse({{"Start WRITE ?"},  // an empty row ends at address 0
-                         {"OK 00000000", {"01FF4"}},
-                         {"OK 00002000", {"9004:", "42000"}},
-                         {"NG 00001000", {"01FF4"}},
-                         {"NG 90042000", {"42000"}},
-                         {"NG 00002001", {"9004:", "42000"}}});
+        other.updater.SetUpdateStatus(Request);
+        other.Converse({{"Start WRITE ?"},  // an empty row ends at address 0
+                        {"OK 00000000", {"01FF4"}},
+                        {"OK 00002000", {"9004:", "42000"}},
+                        {"NG 00001000", {"01FF4"}},
+                        {"NG 90042000", {"42000"}},
+                        {"NG 00002001", {"9004:", "42000"}}});
     }
 }
 

@@ -1,10 +1,13 @@
-// Any bytes as a firmware file and as a stream of records: rows and addresses are bounded, and
-// accepted records are saved byte for byte.
+// Any bytes as a firmware file, as a stream of records and as a compressed file: rows and addresses
+// are bounded, accepted records are saved byte for byte, and what is converted and back is the
+// same.
 
 #include <cstring>
 
 #include "FuzzInput.h"
 #include "HexCheck.h"
+#include "IntelBin.h"
+#include "RunLength.h"
 #include "THexFile.h"
 
 static void Load(const char* path)
@@ -40,11 +43,22 @@ static void Receive(std::string records)
     Require(file.SaveToFile(saved.Path()) && saved.Bytes() == accepted);
 }
 
+// A hex file made from a binary one with data becomes the same binary one again.
+static void Convert(const std::string& input)
+{
+    Require(RunLengthExpand(RunLengthCode(input), input.size()) == input);
+    static_cast<void>(BinaryFromHex(input));
+    const auto binary = RunLengthExpand(input, std::string::npos);
+    if (binary && binary->size() > 2)
+        Require(BinaryFromHex(*HexFromBinary(*binary)) == binary);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
 {
     const std::string input(data, size);
     Load(MemoryFile(input).Path());
     Receive(input);
+    Convert(input);
     Require(CheckHex(input).findings.size() <= HexReport::kMostFindings);
     return 0;
 }
