@@ -24,6 +24,11 @@ void Complain(std::string_view sentence)
     std::fprintf(stderr, "diagctl: %s\n", Readable(sentence).c_str());
 }
 
+void PrintLines(const std::string& lines)
+{
+    std::fwrite(lines.data(), 1, lines.size(), stdout);
+}
+
 Outcome WrongUsage(const std::string& reason)
 {
     return {Status::Usage, reason + "; try diagctl --help"};
@@ -44,7 +49,7 @@ Status Finish(const Invocation& invocation, const Outcome& outcome)
             event.AddText("cause", advice->cause);
             event.AddText("next", advice->next);
         }
-        event.Print();
+        PrintLines(event.Line());
     }
     if (!outcome.reason.empty())
         Complain(outcome.reason);

@@ -36,6 +36,9 @@ struct Invocation {
 // One sentence to standard error, after the program's name. Bytes outside printable ASCII are
 // escaped.
 void Complain(std::string_view sentence);
+// To standard output, which they reach at its next flush.
+void PrintLines(const std::string& lines);
+
 Outcome WrongUsage(const std::string& reason);
 
 // The end of every command: shows its outcome, with --json in an object.

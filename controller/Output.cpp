@@ -55,7 +55,7 @@ void Output::ShowLine(std::string_view line, bool isCut, std::string_view comple
         event.AddText("text", line);
         if (isCut)
             event.AddTrue("cut");
-        event.Print();
+        PrintLines(event.Line());
     } else {
         EndBar();
         std::printf("%s%s\n", Readable(line).c_str(), isCut ? "..." : "");
@@ -71,7 +71,8 @@ void Output::ShowBusy(const Progress& progress)
         event.AddText("phase", progress.phase);
         if (progress.percent)
             event.AddNumber("percent", *progress.percent);
-        event.Print();
+        PrintLines(event.Line());
+        std::fflush(stdout);
     }
     Complain("the unit is busy (" + TextOf(progress) + ")");
 }
@@ -105,7 +106,7 @@ void Output::ShowProgress(const Progress& progress, std::string_view line)
         event.AddNumber("percent", *progress.percent);
     if (!line.empty())
         event.AddText("text", line);
-    event.Print();
+    PrintLines(event.Line());
 }
 
 void Output::ShowBar(int percent)

@@ -44,7 +44,7 @@ void Report(const Invocation& invocation, const std::string& target, const Image
         event.AddText("file", target);
         event.AddText("version", version);
         event.AddNumber("bytes", image.report.bytes);
-        event.Print();
+        PrintLines(event.Line());
         return;
     }
     std::printf("%s: version %s, %s; written, flushed, read again and compared\n"

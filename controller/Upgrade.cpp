@@ -24,7 +24,7 @@ void ShowFound(const Invocation& invocation, const std::string& version)
         Event event("found");
         event.AddText("version", version);
         event.AddText("expected", invocation.expected);
-        event.Print();
+        PrintLines(event.Line());
     } else if (!invocation.quiet) {
         std::printf("found on the medium: %s\n", Readable(version).c_str());
         if (!invocation.expected.empty())

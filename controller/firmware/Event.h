@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include <nlohmann/json_fwd.hpp>
@@ -24,7 +25,7 @@ public:
     void AddList(const char* key);
     void AddRange(const char* key, std::string_view start, long long size);
 
-    void Print() const;
+    std::string Line() const;
 
 private:
     std::unique_ptr<nlohmann::ordered_json> object;

@@ -1,10 +1,11 @@
 #include "Event.h"
 
 #include <cstdio>
-#include <string>
 
 #include <nlohmann/json.hpp>
 #include <sys/time.h>
+
+#include "HexFormat.h"
 
 namespace {
 
@@ -72,10 +73,9 @@ void Event::AddRange(const char* key, std::string_view start, long long size)
     (*object)[key].push_back({{"start", start}, {"size", size}});
 }
 
-void Event::Print() const
+std::string Event::Line() const
 {
     constexpr int kOneLine = -1;
     constexpr bool kOnlyAscii = true;  // a terminal takes some of the others for commands
-    std::printf("%s\n", object->dump(kOneLine, ' ', kOnlyAscii).c_str());
-    std::fflush(stdout);
+    return object->dump(kOneLine, ' ', kOnlyAscii) + kLf;
 }
