@@ -7,6 +7,7 @@
 #include "Hexadecimal.h"
 #include "Picture.h"
 #include "Printable.h"
+#include "Remedy.h"
 
 namespace {
 
@@ -71,6 +72,7 @@ std::string FindingJson(std::string_view name, const Finding& finding)
     if (finding.address)
         event.AddText("address", EightDigits(*finding.address));
     event.AddText("text", finding.text);
+    event.AddText("next", RemedyFor(finding));
     return event.Line();
 }
 
