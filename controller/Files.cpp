@@ -8,11 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "ImageFile.h"
 #include "UniqueFd.h"
 
 namespace {
-
-constexpr std::size_t kLargest = 0x10000000;  // bytes
 
 Outcome CannotRead(const std::string& path, const char* reason)
 {
@@ -39,20 +38,20 @@ Outcome ReadInput(const std::string& path, std::string& bytes)
     if (const char* const kind = KindOf(state); kind != nullptr && !isStandard)
         return CannotRead(path, kind);
     const auto size = static_cast<std::size_t>(state.st_size);
-    if (size <= kLargest) {
+    if (size <= kLargestInput) {
         bytes.reserve(size);
         if (!ReadAll(file.Get(), bytes))
             return CannotRead(path, std::strerror(errno));
     }
-    const bool isTooLarge = std::max(size, bytes.size()) > kLargest;
-    return isTooLarge ? CannotRead(path, "is larger than any image") : Outcome();
+    const bool isTooLarge = std::max(size, bytes.size()) > kLargestInput;
+    return isTooLarge ? CannotRead(path, kTooLarge) : Outcome();
 }
 
 bool ReadAll(int descriptor, std::string& bytes)
 {
     char piece[0x10000];
     ssize_t count = 0;
-    while (bytes.size() <= kLargest && (count = read(descriptor, piece, sizeof(piece))) > 0)
+    while (bytes.size() <= kLargestInput && (count = read(descriptor, piece, sizeof(piece))) > 0)
         bytes.append(piece, static_cast<std::size_t>(count));
     return count >= 0;
 }

@@ -29,7 +29,7 @@ Outcome LoadImage(const std::string& path, const Invocation& invocation, ImageFi
 {
     const auto form = FormOfInput(path);
     if (!form)
-        return {Status::Usage, path + ": neither .hex, .bin nor .rlg"};
+        return {Status::Usage, path + ": " + kNoForm};
     std::string bytes;
     if (Outcome read = ReadInput(path, bytes); !read.IsSuccess())
         return read;

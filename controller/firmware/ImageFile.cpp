@@ -1,7 +1,6 @@
 #include "ImageFile.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <utility>
 
 #include "Compress.h"

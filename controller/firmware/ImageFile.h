@@ -1,10 +1,16 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "HexCheck.h"
+
+// What is refused before it is looked into, and why.
+inline constexpr std::size_t kLargestInput = 0x10000000;  // bytes
+inline constexpr char kTooLarge[] = "is larger than any image";
+inline constexpr char kNoForm[] = "neither .hex, .bin nor .rlg";
 
 // The forms of an image, known by the extension of the file's name.
 enum class ImageForm { Hex, Bin, Rlg };
