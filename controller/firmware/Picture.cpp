@@ -18,32 +18,22 @@ constexpr std::uint32_t kCellsPerRow = kRowSize / kCellSize;
 constexpr std::uint32_t kKiB = 0x400;
 constexpr unsigned char kErased = 0xFF;
 
-// What a cell shows. The colours differ in brightness as well, for a printer without colours; those
-// for a dark page are the second ones.
-struct CellKind {
-    char cell;
-    const char* text;
-    const char* onLight;
-    const char* onDark;
-};
 constexpr CellKind kKinds[] = {
-    {' ', "no data", "#ffffff", "#1b1b1b"},       {'.', "erased (FF)", "#dddddd", "#3d3d3d"},
-    {':', "up to a third", "#a3c0de", "#36597d"}, {'+', "up to two thirds", "#5a8fc4", "#5f94c9"},
-    {'#', "more", "#1d4f82", "#bcd8f3"},          {'V', "version text", "#f0b000", "#f0b000"},
-    {'!', "error", "#d01010", "#ff5a4a"},         {'=', "equal", "#c3ccd6", "#45525f"},
-    {'A', "only in A", "#f0b000", "#f0b000"},     {'B', "only in B", "#2f8f4f", "#58c07c"},
-    {'x', "different", "#d01010", "#ff5a4a"},
+    {' ', "no data", "#ffffff", "#1b1b1b"},
+    {'.', "erased (FF)", "#dddddd", "#3d3d3d"},
+    {':', "up to a third", "#a3c0de", "#36597d"},
+    {'+', "up to two thirds", "#5a8fc4", "#5f94c9"},
+    {'#', "more", "#1d4f82", "#bcd8f3"},
+    {'V', "version text", "#f0b000", "#f0b000", true},
+    {'!', "error", "#d01010", "#ff5a4a", true},
+    {'=', "equal", "#c3ccd6", "#45525f"},
+    {'A', "only in A", "#f0b000", "#f0b000", true},
+    {'B', "only in B", "#2f8f4f", "#58c07c", true},
+    {'x', "different", "#d01010", "#ff5a4a", true},
 };
 constexpr std::string_view kShades = ".:+#";
 constexpr std::string_view kImageCells = " .:+#V!";
 constexpr std::string_view kComparisonCells = " =ABx";
-constexpr std::string_view kLettered = "V!ABx";  // those whose character stands in the cell, too
-
-const CellKind& KindOf(char cell)
-{
-    return *std::find_if(std::begin(kKinds), std::end(kKinds) - 1,
-                         [cell](const CellKind& kind) { return kind.cell == cell; });
-}
 
 // How many bytes the cells of a row have.
 struct Density {
@@ -97,6 +87,13 @@ char EqualOf(std::uint32_t data, std::uint32_t)
     return data == 0 ? ' ' : '=';
 }
 
+// Between a row and the one that starts at `address`; empty where that follows.
+std::string GapText(const std::vector<PictureRow>& rows, std::uint32_t address)
+{
+    const std::uint32_t end = rows.empty() ? address : rows.back().address + kRowSize;
+    return end == address ? std::string() : Grouped((address - end) / kKiB) + " KiB without data";
+}
+
 Picture DrawDensities(const Densities& densities, char (*cellOf)(std::uint32_t, std::uint32_t))
 {
     Picture picture;
@@ -105,7 +102,10 @@ Picture DrawDensities(const Densities& densities, char (*cellOf)(std::uint32_t, 
         std::string cells;
         for (std::uint32_t i = 0; i < kCellsPerRow; ++i)
             cells += cellOf(density.data[i], density.written[i]);
-        picture.rows.push_back({address, cells});
+        picture.rows.push_back({address,
+                                cells,
+                                GapText(picture.rows, address),
+                                {density.data.begin(), density.data.end()}});
     }
     return picture;
 }
@@ -119,11 +119,6 @@ void Mark(Picture& picture, std::uint32_t address, char with)
         [](const PictureRow& each, std::uint32_t wanted) { return each.address < wanted; });
     if (row != picture.rows.end() && row->address == start)
         row->cells[address % kRowSize / kCellSize] = with;
-}
-
-std::string GapText(const PictureRow& above, const PictureRow& below)
-{
-    return Grouped((below.address - above.address - kRowSize) / kKiB) + " KiB without data";
 }
 
 // Of the SVG document, in its units.
@@ -176,7 +171,7 @@ std::string SvgCell(int x, int y, char cell, const std::string& hover)
     std::string svg = "<g><title>" + Escaped(hover) + "</title><rect class=\"" + ClassOf(cell) +
                       "\"" + Attribute("x", x) + Attribute("y", y) +
                       Attribute("width", kCellWidth - 1) + Attribute("height", kCellHeight) + "/>";
-    if (kLettered.find(cell) != std::string_view::npos)
+    if (KindOf(cell).isLettered)
         svg += SvgText(x + kCellWidth / 2, y + kCellHeight - 4, std::string_view(&cell, 1),
                        " class=\"mark\"");
     return svg + "</g>\n";
@@ -243,6 +238,12 @@ std::string SvgLegend(std::string_view used, int y)
 
 }  // namespace
 
+const CellKind& KindOf(char cell)
+{
+    return *std::find_if(std::begin(kKinds), std::end(kKinds) - 1,
+                         [cell](const CellKind& kind) { return kind.cell == cell; });
+}
+
 Picture DrawImage(std::string_view hexText, const HexReport& report)
 {
     Densities rows;
@@ -276,12 +277,10 @@ std::string PictureText(const Picture& picture)
     if (picture.rows.empty())
         return {};
     std::string text;
-    const PictureRow* above = nullptr;
     for (const PictureRow& row : picture.rows) {
-        if (above != nullptr && row.address - above->address != kRowSize)
-            text += "  ...      " + GapText(*above, row) + "\n";
+        if (!row.gap.empty())
+            text += "  ...      " + row.gap + "\n";
         text += "  " + EightDigits(row.address) + " |" + row.cells + "|\n";
-        above = &row;
     }
     if (picture.isCut)
         text += "  ...      more data\n";
@@ -295,15 +294,13 @@ std::string PictureSvg(const Picture& picture, std::string_view title)
 {
     std::string svg;
     int y = kTop;
-    const PictureRow* above = nullptr;
     for (const PictureRow& row : picture.rows) {
-        if (above != nullptr && row.address - above->address != kRowSize) {
-            svg += SvgText(kLeft, y + kCellHeight - 3, GapText(*above, row), " class=\"quiet\"");
+        if (!row.gap.empty()) {
+            svg += SvgText(kLeft, y + kCellHeight - 3, row.gap, " class=\"quiet\"");
             y += kRowHeight;
         }
         svg += SvgRow(row, y);
         y += kRowHeight;
-        above = &row;
     }
     if (picture.isCut) {
         svg += SvgText(kLeft, y + kCellHeight - 3, "more data", " class=\"quiet\"");

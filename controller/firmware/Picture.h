@@ -13,7 +13,21 @@
 struct PictureRow {
     std::uint32_t address;
     std::string cells;
+    std::string gap;                   // in words, between the row before and this one; or empty
+    std::vector<std::uint32_t> sizes;  // bytes of data in each; of a comparison, of both images
 };
+
+// What a cell shows. The colours differ in brightness as well, for a printer without colours; those
+// for a dark page are the second ones.
+struct CellKind {
+    char cell;
+    const char* text;
+    const char* onLight;
+    const char* onDark;
+    bool isLettered = false;  // the character stands in the cell, too
+};
+
+const CellKind& KindOf(char cell);
 
 struct Picture {
     // As many as the flash has. A file that has data elsewhere, too, may have more.
