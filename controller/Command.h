@@ -27,6 +27,8 @@ struct Invocation {
     bool yes = false;      // without asking
     bool dryRun = false;
 
+    bool open = false;  // the page
+
     bool force = false;
     bool all = false;                         // findings
     std::string svg;                          // the file for the picture; empty for none
@@ -49,3 +51,6 @@ Outcome CheckFiles(const Invocation& invocation);
 Outcome ConvertImage(const Invocation& invocation);
 Outcome CompareImages(const Invocation& invocation);
 Outcome PrepareMedium(const Invocation& invocation);
+
+// Where the page for a browser is.
+Outcome ShowPage(const Invocation& invocation);

@@ -175,6 +175,11 @@ void AddForce(CLI::App& command, Invocation& invocation)
     command.add_flag("--force", invocation.force, "overwrite the target");
 }
 
+void AddOpen(CLI::App& command, Invocation& invocation)
+{
+    command.add_flag("--open", invocation.open, "open it, too");
+}
+
 void AddUpgrade(CLI::App& command, Invocation& invocation)
 {
     command.add_option("--expect", invocation.expected, "update only to this version")
@@ -210,6 +215,7 @@ std::vector<Command> MakeCommands()
          "check a firmware file and write it to a medium for the unit",
          PrepareMedium,
          {AddFileAndDirectory, AddJson}},
+        {"page", "where the page is that does this in a browser", ShowPage, {AddOpen}},
         {"upgrade",
          "update the piano from the medium in the unit: search, ask, write",
          Upgrade,

@@ -149,6 +149,7 @@ TEST(CommandLine, RefusesWhatACommandDoesNotTake)
     EXPECT_FALSE(Has(RunTool({"read", "--help"}).output, "--svg"));
     EXPECT_TRUE(Has(RunTool({"--help"}).output, "\n  3  no connection"));
     EXPECT_EQ(RunTool({"--version"}).output.substr(0, 8), "diagctl ");
+    EXPECT_TRUE(Has(RunTool({"page"}).error, "share/diagctl/firmware.html: No such file"));
 }
 
 TEST(CommandLine, CompletesTheLastWord)
