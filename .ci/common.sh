@@ -36,6 +36,24 @@ readonly build_tools=(cmake:cmake ninja:ninja-build g++:g++ srec_cat:srecord obj
 readonly arm_tools=(arm-linux-gnueabihf-g++:g++-arm-linux-gnueabihf qemu-arm:qemu-user
     /usr/src/googletest/CMakeLists.txt:googletest)
 
+# What makes the firmware page, and what its tests need, too.
+# shellcheck disable=SC2034
+readonly page_tools=(clang++:clang wasm-ld:lld esbuild:esbuild node:nodejs
+    /usr/lib/wasm32-wasi/libc.a:wasi-libc /usr/lib/wasm32-wasi/libc++.a:libc++-dev-wasm32
+    /var/lib/dpkg/info/libclang-rt-dev-wasm32.list:libclang-rt-dev-wasm32)
+# shellcheck disable=SC2034
+readonly page_test_tools=(npm:npm chromium:chromium)
+
+# Installs the packages of npm that the tests of the page need, into build/npm.
+install_page_modules() {
+    local installed=build/npm/node_modules/.package-lock.json
+    [[ $installed -nt page/package-lock.json ]] && return
+    mkdir -p build/npm
+    cp page/package.json page/package-lock.json build/npm
+    (cd build/npm && npm ci --silent --ignore-scripts --no-audit --no-fund) && touch "$installed" ||
+        fail "could not install the packages of npm"
+}
+
 # Takes PRESET [OPTION...] [TARGET...]. Configures the preset with the options of cmake and builds
 # the targets, by default all. Shows the output only after a failure.
 build() {

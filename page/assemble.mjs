@@ -20,6 +20,8 @@ const policy = [
   `script-src ${hash(script)} 'wasm-unsafe-eval'`,
   `style-src ${hash(style)}`,
   "worker-src blob:",
+  "require-trusted-types-for 'script'",
+  "trusted-types worker",
   "base-uri 'none'",
   "form-action 'none'",
 ].join("; ");

@@ -9,3 +9,10 @@ declare module "worker-source" {
   const source: string;
   export default source;
 }
+
+// Where the browser enforces that no text becomes markup or code.
+interface Window {
+  trustedTypes?: {
+    createPolicy<Rules extends { createScriptURL(url: string): string }>(name: string, rules: Rules): Rules;
+  };
+}

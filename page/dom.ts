@@ -51,6 +51,16 @@ export function visible(text: string): string {
   return text.replace(/[\p{C}\p{Zl}\p{Zp}]/gu, (character) => `\\u{${character.codePointAt(0)!.toString(16)}}`);
 }
 
+// Bytes that came as characters of the same numbers, as diagctl shows them.
+export function readable(text: string): string {
+  const escape = (character: string) => {
+    const code = character.codePointAt(0)!;
+    const digits = code.toString(16).toUpperCase();
+    return character === "\\" ? "\\\\" : code > 0xff ? `\\u{${digits}}` : `\\x${digits.padStart(2, "0")}`;
+  };
+  return text.replace(/[^ -~]|\\/gu, escape);
+}
+
 export function grouped(number: number): string {
   return number.toLocaleString("en-US");
 }

@@ -1,6 +1,6 @@
 // What the page shows of a firmware file, and of two.
 
-import { button, counted, facts, grouped, hex, make, save, saveLink, table, visible } from "./dom";
+import { button, counted, facts, grouped, hex, make, readable, save, saveLink, table, visible } from "./dom";
 import { FlashMap } from "./map";
 import type { Checked, Finding } from "./protocol";
 import { call } from "./workbench";
@@ -41,23 +41,23 @@ function summaryFacts(checked: Checked): HTMLElement {
   const { summary } = checked;
   const size = `${counted(summary.bytes, "byte")} in ${counted(summary.blocks, "block")}`;
   return facts([
-    ["Version", [visible(summary.version) || "none"]],
+    ["Version", [readable(summary.version) || "none"]],
     ["Data", rangeTexts(checked)],
     ["Size", [size]],
     summary.text === undefined
       ? ["File", [`${counted(summary.records ?? 0, "record")}, line ends ${summary.line_ends}`]]
-      : ["Checksum", [visible(summary.text)]],
+      : ["Checksum", [readable(summary.text)]],
   ]);
 }
 
 function findingRow({ severity, line, text, next }: Finding): string[] {
-  return [severity, line === undefined ? "" : grouped(line), visible(text), next];
+  return [severity, line === undefined ? "" : grouped(line), readable(text), next];
 }
 
 function findingsTable({ findings, summary }: Checked): HTMLElement[] {
   if (findings.length === 0) return [];
   const show = (most: number) =>
-    table("Findings", ["", "Line", "What is wrong", "What to do"], findings.slice(0, most).map(findingRow));
+    table("Findings", ["Severity", "Line", "What is wrong", "What to do"], findings.slice(0, most).map(findingRow));
   const holder = make("div", {}, show(kShown));
   const total = summary.errors + summary.warnings;
   if (findings.length > kShown) {

@@ -1,6 +1,6 @@
 // What the page shows of a log: how it ended, why, what to do, and when what happened.
 
-import { button, counted, make, save, visible } from "./dom";
+import { button, counted, make, readable, save, visible } from "./dom";
 import { card } from "./files";
 import type { Advice, Entry, Timeline } from "./protocol";
 
@@ -10,7 +10,7 @@ function duration(seconds: number): string {
 }
 
 function sentence(text: string): string {
-  return visible(text.endsWith(".") ? text : `${text}.`);
+  return readable(text.endsWith(".") ? text : `${text}.`);
 }
 
 // The same facts for the page and for the text file.
@@ -31,7 +31,7 @@ function endLines(timeline: Timeline): string[] {
 
 function entryText({ text, percent, duration: took, kind }: Entry): string {
   const reached = kind === "progress" && percent !== undefined ? `, ${percent} %` : "";
-  return visible(text) + reached + (took > 0 ? `, ${duration(took)}` : "");
+  return readable(text) + reached + (took > 0 ? `, ${duration(took)}` : "");
 }
 
 function timelineText(name: string, timeline: Timeline): string {

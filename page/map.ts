@@ -44,6 +44,7 @@ export class FlashMap {
     this.kinds = new Map(picture.kinds.map((kind) => [kind.cell, kind]));
     this.rowHeight = picture.rows.length > 48 ? 10 : 17;
     this.height = this.layOut();
+    this.canvas.style.height = `${this.height}px`; // so that the page below doesn't move later
     const keys = "Arrow keys, Home, End, Page Up and Page Down move; Enter shows the bytes, Escape hides them.";
     this.field = make(
       "div",
@@ -170,7 +171,6 @@ export class FlashMap {
     const scale = devicePixelRatio;
     this.cellWidth = Math.min(16, (width - kLabelWidth - 1) / kCells);
     this.canvas.style.width = `${width}px`;
-    this.canvas.style.height = `${this.height}px`;
     this.canvas.width = Math.round(width * scale);
     this.canvas.height = Math.round(this.height * scale);
     const context = this.canvas.getContext("2d")!;
