@@ -2,15 +2,15 @@
 
 type Child = Node | string | undefined | false;
 
-// An element with attributes; one that is undefined or false is left out, true is an empty one.
+// An element with attributes; one that is false is left out, true is an empty one.
 export function make<Tag extends keyof HTMLElementTagNameMap>(
   tag: Tag,
-  attributes: Record<string, string | boolean | undefined> = {},
+  attributes: Record<string, string | boolean> = {},
   ...children: Child[]
 ): HTMLElementTagNameMap[Tag] {
   const element = document.createElement(tag);
   for (const [name, value] of Object.entries(attributes)) {
-    if (value !== undefined && value !== false) element.setAttribute(name, value === true ? "" : value);
+    if (value !== false) element.setAttribute(name, value === true ? "" : value);
   }
   element.append(...children.filter((child): child is Node | string => !!child));
   return element;
@@ -33,7 +33,7 @@ export function table(caption: string, titles: string[], rows: Child[][]): HTMLE
     make("thead", {}, head),
     make("tbody", {}, ...body),
   );
-  return make("div", { class: "scroll", tabindex: "0", role: "region", "aria-label": caption }, whole);
+  return make("div", { class: `scroll ${caption.toLowerCase()}`, tabindex: "0", role: "region", "aria-label": caption }, whole);
 }
 
 // A list of terms, each with one text or more.

@@ -61,7 +61,8 @@ function findingsTable({ findings, summary }: Checked): HTMLElement[] {
   const holder = make("div", {}, show(kShown));
   const total = summary.errors + summary.warnings;
   if (findings.length > kShown) {
-    const more = button(`Show ${grouped(findings.length)} of ${grouped(total)} findings`, () => {
+    const which = findings.length === total ? `all ${total}` : `${grouped(findings.length)} of ${grouped(total)}`;
+    const more = button(`Show ${which} findings`, () => {
       holder.replaceChildren(show(findings.length));
       (holder.firstElementChild as HTMLElement).focus();
     });
@@ -98,6 +99,7 @@ export function fileCard({ name, checked }: OpenFile, remove: () => void): HTMLE
     "div",
     { class: "actions" },
     button("Save for the stick", async () => {
+      result.replaceChildren(make("p", {}, "Compressing"));
       result.replaceChildren(await prepared(file));
       result.querySelector("a")?.focus();
     }),

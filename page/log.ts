@@ -20,13 +20,16 @@ function adviceLines(advice?: Advice): string[] {
 
 function endLines(timeline: Timeline): string[] {
   const { status, meaning, reason, note, advice } = timeline;
-  const end =
-    status === undefined
-      ? "The log ends before the command does: it was interrupted, or the log is cut off."
-      : status === 0
-        ? "Success."
-        : `Failed with status ${status}: ${meaning}.`;
-  return [end, reason && sentence(reason), ...adviceLines(advice), note && `Note: ${sentence(note)}`].filter((line) => line !== "");
+  if (status === undefined)
+    return ["The log ends before the command does: it was interrupted, or the log is cut off."];
+  const end = status === 0 ? "Success" : "Failed";
+  const lines = [
+    reason ? `${end}: ${sentence(reason)}` : `${end}.`,
+    ...adviceLines(advice),
+    note && `Note: ${sentence(note)}`,
+    `Exit status ${status}: ${meaning}.`,
+  ];
+  return lines.filter((line) => line !== "");
 }
 
 function entryText({ text, percent, duration: took, kind }: Entry): string {
@@ -49,7 +52,7 @@ function entryItem(entry: Entry): HTMLElement {
       : undefined;
   return make(
     "li",
-    { class: entry.advice ? "failed" : entry.kind },
+    { class: entry.kind },
     make("time", { title: entry.time }, `+${entry.seconds.toFixed(1)} s`),
     make("div", {}, make("bdi", {}, entryText(entry)), bar, ...adviceLines(entry.advice).map((line) => make("p", {}, line))),
   );

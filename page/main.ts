@@ -20,23 +20,39 @@ const comparison = byId("comparison");
 const choices = [byId<HTMLSelectElement>("left"), byId<HTMLSelectElement>("right")];
 
 const open = new Map<string, { name: string; source: File; card: HTMLElement; file?: OpenFile }>();
+const comparisons = new Map<HTMLElement, string[]>(); // with the files that each compares
 const sums = new Map<string, File>(); // by the name of the compressed file, in lower case
 let nextKey = 0;
 
 function showChoices(): void {
   const files = [...open].filter(([, each]) => each.file);
+  const isNew = comparison.hidden;
   comparison.hidden = files.length < 2;
   choices.forEach((choice, i) => {
     const before = choice.value;
     choice.replaceChildren(...files.map(([key, each]) => make("option", { value: key }, visible(each.name))));
-    choice.value = files.some(([key]) => key === before) ? before : (files[Math.min(i, files.length - 1)]?.[0] ?? "");
+    choice.value = !isNew && files.some(([key]) => key === before) ? before : (files.at(i)?.[0] ?? "");
   });
 }
 
+// Of an image, with the comparisons that need it.
+function close(key: string): void {
+  const file = open.get(key)?.file;
+  if (!file) return;
+  void call("close", [file.checked.file]);
+  for (const [shown, keys] of comparisons) {
+    if (keys.includes(key)) removeComparison(shown);
+  }
+}
+
+function removeComparison(shown: HTMLElement): void {
+  comparisons.delete(shown);
+  shown.remove();
+}
+
 function remove(key: string): void {
-  const each = open.get(key);
-  if (each?.file) void call("close", [each.file.checked.file]);
-  each?.card.remove();
+  close(key);
+  open.get(key)?.card.remove();
   open.delete(key);
   showChoices();
   byId("choose").focus();
@@ -48,6 +64,7 @@ async function showCard(key: string, source: File, load: (progress: (stage: stri
   const stage = make("p", {}, "waiting");
   const waiting = card(source.name, () => remove(key), stage, bar);
   const before = open.get(key)?.card;
+  close(key);
   if (before) before.replaceWith(waiting);
   else cards.append(waiting);
   open.set(key, { name: source.name, source, card: waiting });
@@ -111,7 +128,8 @@ function take(files: File[]): void {
 async function compare(): Promise<void> {
   const [left, right] = choices.map((choice) => open.get(choice.value)?.file);
   if (!left || !right) return;
-  const shown = await comparisonCard(left, right, () => shown.remove());
+  const shown = await comparisonCard(left, right, () => removeComparison(shown));
+  comparisons.set(shown, choices.map((choice) => choice.value));
   cards.prepend(shown);
   shown.querySelector("h2")?.focus();
 }

@@ -80,7 +80,7 @@ export interface Entry {
   time: string; // of the first, as in the log; empty for a line that is no event
   seconds: number; // since the log began
   duration: number; // seconds
-  kind: string; // the event, "silence" or "text"
+  kind: string; // the event, "failure", "silence" or "text"
   text: string;
   percent?: number; // at the end of the work
   advice?: Advice;

@@ -99,7 +99,7 @@ class Builder {
       time: event.time,
       seconds: this.since(time),
       duration: 0,
-      kind: event.event,
+      kind: advice ? "failure" : event.event,
       text,
       ...(percent !== undefined && { percent }),
       ...(advice && { advice }),
@@ -117,6 +117,9 @@ export function makeTimeline(text: string, statuses: string[], advise: Advise): 
   const reason = textOf(result?.text);
   const own = result?.cause ? { cause: textOf(result.cause), next: textOf(result.next) } : undefined;
   const advice = own ?? advise(reason);
+  for (const entry of entries) {
+    if (advice && reason.startsWith(entry.text)) delete entry.advice; // which stands above the timeline
+  }
   return {
     entries: entries.slice(0, kMostEntries),
     entriesLeftOut: Math.max(0, entries.length - kMostEntries),
