@@ -137,7 +137,9 @@ export async function comparisonCard(left: OpenFile, right: OpenFile, remove: ()
         ["A", [visible(left.name)]],
         ["B", [visible(right.name)]],
       ]),
-      verdict(count === 0, count === 0 ? "The images are equal." : `${counted(count, "range")} differ${count === 1 ? "s" : ""}.`),
+      count === 0
+        ? verdict(true, "The images are equal.")
+        : make("p", { class: "verdict" }, `≠ ${counted(count, "range")} differ${count === 1 ? "s" : ""}.`),
       make(
         "div",
         { class: "actions" },
