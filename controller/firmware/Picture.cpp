@@ -19,17 +19,17 @@ constexpr std::uint32_t kKiB = 0x400;
 constexpr unsigned char kErased = 0xFF;
 
 constexpr CellKind kKinds[] = {
-    {' ', "no data", "#ffffff", "#1b1b1b"},
-    {'.', "erased (FF)", "#dddddd", "#3d3d3d"},
-    {':', "up to a third", "#a3c0de", "#36597d"},
-    {'+', "up to two thirds", "#5a8fc4", "#5f94c9"},
-    {'#', "more", "#1d4f82", "#bcd8f3"},
-    {'V', "version text", "#f0b000", "#f0b000", true},
-    {'!', "error", "#d01010", "#ff5a4a", true},
-    {'=', "equal", "#c3ccd6", "#45525f"},
-    {'A', "only in A", "#f0b000", "#f0b000", true},
-    {'B', "only in B", "#2f8f4f", "#58c07c", true},
-    {'x', "different", "#d01010", "#ff5a4a", true},
+    {' ', false, "no data", "#ffffff", "#1b1b1b"},
+    {'.', false, "erased (FF)", "#dddddd", "#3d3d3d"},
+    {':', false, "up to a third", "#a3c0de", "#36597d"},
+    {'+', false, "up to two thirds", "#5a8fc4", "#5f94c9"},
+    {'#', false, "more", "#1d4f82", "#bcd8f3"},
+    {'V', true, "version text", "#f0b000", "#f0b000"},
+    {'!', true, "error", "#d01010", "#ff5a4a"},
+    {'=', false, "equal", "#c3ccd6", "#45525f"},
+    {'A', true, "only in A", "#f0b000", "#f0b000"},
+    {'B', true, "only in B", "#2f8f4f", "#58c07c"},
+    {'x', true, "different", "#d01010", "#ff5a4a"},
 };
 constexpr std::string_view kShades = ".:+#";
 constexpr std::string_view kImageCells = " .:+#V!";

@@ -21,10 +21,10 @@ struct PictureRow {
 // for a dark page are the second ones.
 struct CellKind {
     char cell;
+    bool isLettered;  // the character stands in the cell, too
     const char* text;
     const char* onLight;
     const char* onDark;
-    bool isLettered = false;  // the character stands in the cell, too
 };
 
 const CellKind& KindOf(char cell);
