@@ -50,7 +50,7 @@ install_page_modules() {
     [[ $installed -nt page/package-lock.json ]] && return
     mkdir -p build/npm
     cp page/package.json page/package-lock.json build/npm
-    (cd build/npm && npm ci --silent --ignore-scripts --no-audit --no-fund &&
+    (cd build/npm && npm ci --loglevel=error --ignore-scripts --no-audit --no-fund &&
         touch node_modules/.package-lock.json) ||
         fail "could not install the packages of npm"
 }

@@ -13,6 +13,9 @@ declare module "worker-source" {
 // Where the browser enforces that no text becomes markup or code.
 interface Window {
   trustedTypes?: {
-    createPolicy<Rules extends { createScriptURL(url: string): string }>(name: string, rules: Rules): Rules;
+    createPolicy<Rules extends { createScriptURL(url: string): string }>(
+      name: string,
+      rules: Rules,
+    ): Rules;
   };
 }

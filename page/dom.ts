@@ -33,7 +33,16 @@ export function table(caption: string, titles: string[], rows: Child[][]): HTMLE
     make("thead", {}, head),
     make("tbody", {}, ...body),
   );
-  return make("div", { class: `scroll ${caption.toLowerCase()}`, tabindex: "0", role: "region", "aria-label": caption }, whole);
+  return make(
+    "div",
+    {
+      class: `scroll ${caption.toLowerCase()}`,
+      tabindex: "0",
+      role: "region",
+      "aria-label": caption,
+    },
+    whole,
+  );
 }
 
 // A list of terms, each with one text or more.
@@ -48,7 +57,10 @@ export function facts(rows: [string, Child[]][]): HTMLElement {
 // Characters that don't show, or that turn the writing direction, are written out: a name must not
 // look like another one.
 export function visible(text: string): string {
-  return text.replace(/[\p{C}\p{Zl}\p{Zp}]/gu, (character) => `\\u{${character.codePointAt(0)!.toString(16)}}`);
+  return text.replace(
+    /[\p{C}\p{Zl}\p{Zp}]/gu,
+    (character) => `\\u{${character.codePointAt(0)!.toString(16)}}`,
+  );
 }
 
 // Bytes that came as characters of the same numbers, as diagctl shows them.
@@ -56,7 +68,11 @@ export function readable(text: string): string {
   const escape = (character: string) => {
     const code = character.codePointAt(0)!;
     const digits = code.toString(16).toUpperCase();
-    return character === "\\" ? "\\\\" : code > 0xff ? `\\u{${digits}}` : `\\x${digits.padStart(2, "0")}`;
+    return character === "\\"
+      ? "\\\\"
+      : code > 0xff
+        ? `\\u{${digits}}`
+        : `\\x${digits.padStart(2, "0")}`;
   };
   return text.replace(/[^ -~]|\\/gu, escape);
 }
@@ -74,7 +90,11 @@ export function hex(address: number): string {
 }
 
 // A link that saves the bytes.
-export function saveLink(name: string, content: BlobPart, text = `Save ${name}`): HTMLAnchorElement {
+export function saveLink(
+  name: string,
+  content: BlobPart,
+  text = `Save ${name}`,
+): HTMLAnchorElement {
   const href = URL.createObjectURL(new Blob([content], { type: "application/octet-stream" }));
   return make("a", { href, download: name, class: "save" }, text);
 }

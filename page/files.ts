@@ -1,6 +1,18 @@
 // What the page shows of a firmware file, and of two.
 
-import { button, counted, facts, grouped, hex, make, readable, save, saveLink, table, visible } from "./dom";
+import {
+  button,
+  counted,
+  facts,
+  grouped,
+  hex,
+  make,
+  readable,
+  save,
+  saveLink,
+  table,
+  visible,
+} from "./dom";
 import { FlashMap } from "./map";
 import type { Checked, Finding } from "./protocol";
 import { call } from "./workbench";
@@ -13,7 +25,11 @@ export interface OpenFile {
 }
 
 function verdict(isGood: boolean, text: string): HTMLElement {
-  return make("p", { class: isGood ? "verdict good" : "verdict bad" }, `${isGood ? "✓" : "✗"} ${text}`);
+  return make(
+    "p",
+    { class: isGood ? "verdict good" : "verdict bad" },
+    `${isGood ? "✓" : "✗"} ${text}`,
+  );
 }
 
 // A section with a heading, which the user can remove.
@@ -21,11 +37,21 @@ export function card(name: string, remove: () => void, ...content: HTMLElement[]
   const close = button("Remove", remove);
   close.setAttribute("aria-label", `Remove ${visible(name)}`);
   const heading = make("h2", { tabindex: "-1" }, make("bdi", {}, visible(name)));
-  return make("section", { class: "card" }, make("div", { class: "head" }, heading, close), ...content);
+  return make(
+    "section",
+    { class: "card" },
+    make("div", { class: "head" }, heading, close),
+    ...content,
+  );
 }
 
 export function refused(text: string, ...more: string[]): HTMLElement {
-  return make("div", { class: "verdict bad", role: "alert" }, `✗ ${visible(text)}`, ...more.map((each) => make("p", {}, each)));
+  return make(
+    "div",
+    { class: "verdict bad", role: "alert" },
+    `✗ ${visible(text)}`,
+    ...more.map((each) => make("p", {}, each)),
+  );
 }
 
 function rangeTexts({ summary, rangesLeftOut }: Checked): string[] {
@@ -57,11 +83,18 @@ function findingRow({ severity, line, text, next }: Finding): string[] {
 function findingsTable({ findings, summary }: Checked): HTMLElement[] {
   if (findings.length === 0) return [];
   const show = (most: number) =>
-    table("Findings", ["Severity", "Line", "What is wrong", "What to do"], findings.slice(0, most).map(findingRow));
+    table(
+      "Findings",
+      ["Severity", "Line", "What is wrong", "What to do"],
+      findings.slice(0, most).map(findingRow),
+    );
   const holder = make("div", {}, show(kShown));
   const total = summary.errors + summary.warnings;
   if (findings.length > kShown) {
-    const which = findings.length === total ? `all ${total}` : `${grouped(findings.length)} of ${grouped(total)}`;
+    const which =
+      findings.length === total
+        ? `all ${total}`
+        : `${grouped(findings.length)} of ${grouped(total)}`;
     const more = button(`Show ${which} findings`, () => {
       holder.replaceChildren(show(findings.length));
       (holder.firstElementChild as HTMLElement).focus();
@@ -107,7 +140,9 @@ export function fileCard({ name, checked }: OpenFile, remove: () => void): HTMLE
     button("Save the picture", async () => save(`${name}.svg`, await call("svg", [file]))),
   );
   const counts = `${counted(summary.errors, "error")}, ${counted(summary.warnings, "warning")}`;
-  const map = new FlashMap(picture, visible(name), [""], async (first, rows) => [await call("bytes", [file, first, rows])]);
+  const map = new FlashMap(picture, visible(name), [""], async (first, rows) => [
+    await call("bytes", [file, first, rows]),
+  ]);
   return card(
     name,
     remove,
@@ -121,13 +156,18 @@ export function fileCard({ name, checked }: OpenFile, remove: () => void): HTMLE
   );
 }
 
-export async function comparisonCard(left: OpenFile, right: OpenFile, remove: () => void): Promise<HTMLElement> {
+export async function comparisonCard(
+  left: OpenFile,
+  right: OpenFile,
+  remove: () => void,
+): Promise<HTMLElement> {
   const title = `${left.name} and ${right.name}`;
   try {
     const numbers: [number, number] = [left.checked.file, right.checked.file];
     const { differences, differencesLeftOut, text, picture, svg } = await call("compare", numbers);
     const count = differences.length + differencesLeftOut;
-    const bytesOf = (first: number, rows: number) => Promise.all(numbers.map((file) => call("bytes", [file, first, rows])));
+    const bytesOf = (first: number, rows: number) =>
+      Promise.all(numbers.map((file) => call("bytes", [file, first, rows])));
     const map = new FlashMap(picture, visible(title), ["A", "B"], bytesOf);
     const rows = differences.map((each) => [each.first, each.last, grouped(each.bytes)]);
     return card(
@@ -139,19 +179,34 @@ export async function comparisonCard(left: OpenFile, right: OpenFile, remove: ()
       ]),
       count === 0
         ? verdict(true, "The images are equal.")
-        : make("p", { class: "verdict" }, `≠ ${counted(count, "range")} differ${count === 1 ? "s" : ""}.`),
+        : make(
+            "p",
+            { class: "verdict" },
+            `≠ ${counted(count, "range")} differ${count === 1 ? "s" : ""}.`,
+          ),
       make(
         "div",
         { class: "actions" },
         button("Save the list", () => save("differences.txt", text)),
         button("Save the picture", () => save("differences.svg", svg)),
       ),
-      ...(count > 0 ? [make("h3", {}, "Differences"), table("Differences", ["From", "To", "Bytes that differ"], rows)] : []),
-      ...(differencesLeftOut > 0 ? [make("p", {}, `${counted(differencesLeftOut, "range")} more; "Save the list" has all.`)] : []),
+      ...(count > 0
+        ? [
+            make("h3", {}, "Differences"),
+            table("Differences", ["From", "To", "Bytes that differ"], rows),
+          ]
+        : []),
+      ...(differencesLeftOut > 0
+        ? [make("p", {}, `${counted(differencesLeftOut, "range")} more; "Save the list" has all.`)]
+        : []),
       make("h3", {}, "Flash map"),
       map.element,
     );
   } catch (error) {
-    return card(title, remove, refused((error as Error).message, "Only files without errors are compared."));
+    return card(
+      title,
+      remove,
+      refused((error as Error).message, "Only files without errors are compared."),
+    );
   }
 }

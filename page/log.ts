@@ -38,8 +38,10 @@ function entryText({ text, percent, duration: took, kind }: Entry): string {
 }
 
 function timelineText(name: string, timeline: Timeline): string {
+  const start = ({ time, seconds }: Entry) =>
+    `${time.padEnd(24)} ${`+${seconds.toFixed(1)} s`.padStart(10)}  `;
   const entries = timeline.entries.flatMap((entry) => [
-    `${entry.time.padEnd(24)} ${`+${entry.seconds.toFixed(1)} s`.padStart(10)}  ${entryText(entry)}`,
+    start(entry) + entryText(entry),
     ...adviceLines(entry.advice).map((line) => " ".repeat(37) + line),
   ]);
   return [visible(name), ...endLines(timeline), "", ...entries, ""].join("\n");
@@ -48,13 +50,23 @@ function timelineText(name: string, timeline: Timeline): string {
 function entryItem(entry: Entry): HTMLElement {
   const bar =
     entry.kind === "progress" && entry.percent !== undefined
-      ? make("progress", { value: String(entry.percent), max: "100", "aria-label": `${entry.text}, percent` })
+      ? make("progress", {
+          value: String(entry.percent),
+          max: "100",
+          "aria-label": `${entry.text}, percent`,
+        })
       : undefined;
   return make(
     "li",
     { class: entry.kind },
     make("time", { title: entry.time }, `+${entry.seconds.toFixed(1)} s`),
-    make("div", {}, make("bdi", {}, entryText(entry)), bar, ...adviceLines(entry.advice).map((line) => make("p", {}, line))),
+    make(
+      "div",
+      {},
+      make("bdi", {}, entryText(entry)),
+      bar,
+      ...adviceLines(entry.advice).map((line) => make("p", {}, line)),
+    ),
   );
 }
 
@@ -65,7 +77,12 @@ export function logCard(name: string, timeline: Timeline, remove: () => void): H
   return card(
     name,
     remove,
-    make("div", { class: isGood ? "verdict good" : "verdict bad" }, `${isGood ? "✓" : "✗"} ${end}`, ...why.map((line) => make("p", {}, line))),
+    make(
+      "div",
+      { class: isGood ? "verdict good" : "verdict bad" },
+      `${isGood ? "✓" : "✗"} ${end}`,
+      ...why.map((line) => make("p", {}, line)),
+    ),
     make(
       "div",
       { class: "actions" },
@@ -73,6 +90,8 @@ export function logCard(name: string, timeline: Timeline, remove: () => void): H
     ),
     make("h3", {}, "Timeline"),
     make("ol", { class: "timeline" }, ...timeline.entries.map(entryItem)),
-    ...(left > 0 ? [make("p", {}, `${counted(left, "entry").replace("entrys", "entries")} more.`)] : []),
+    ...(left > 0
+      ? [make("p", {}, `${counted(left, "entry").replace("entrys", "entries")} more.`)]
+      : []),
   );
 }

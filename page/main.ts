@@ -30,8 +30,11 @@ function showChoices(): void {
   comparison.hidden = files.length < 2;
   choices.forEach((choice, i) => {
     const before = choice.value;
-    choice.replaceChildren(...files.map(([key, each]) => make("option", { value: key }, visible(each.name))));
-    choice.value = !isNew && files.some(([key]) => key === before) ? before : (files.at(i)?.[0] ?? "");
+    choice.replaceChildren(
+      ...files.map(([key, each]) => make("option", { value: key }, visible(each.name))),
+    );
+    choice.value =
+      !isNew && files.some(([key]) => key === before) ? before : (files.at(i)?.[0] ?? "");
   });
 }
 
@@ -59,8 +62,16 @@ function remove(key: string): void {
 }
 
 // A card that shows the progress, and then what `make` has returned.
-async function showCard(key: string, source: File, load: (progress: (stage: string, percent: number) => void) => Promise<HTMLElement>) {
-  const bar = make("progress", { max: "100", value: "0", "aria-label": `Progress of ${visible(source.name)}` });
+async function showCard(
+  key: string,
+  source: File,
+  load: (progress: (stage: string, percent: number) => void) => Promise<HTMLElement>,
+) {
+  const bar = make("progress", {
+    max: "100",
+    value: "0",
+    "aria-label": `Progress of ${visible(source.name)}`,
+  });
   const stage = make("p", {}, "waiting");
   const waiting = card(source.name, () => remove(key), stage, bar);
   const before = open.get(key)?.card;
@@ -82,7 +93,8 @@ async function showCard(key: string, source: File, load: (progress: (stage: stri
   if (!entry) return; // removed meanwhile
   entry.card = shown;
   waiting.replaceWith(shown);
-  status.textContent = `${visible(source.name)}: ${shown.querySelector(".verdict")?.textContent ?? ""}`;
+  const verdict = shown.querySelector(".verdict")?.textContent ?? "";
+  status.textContent = `${visible(source.name)}: ${verdict}`;
 }
 
 async function openImage(key: string, source: File): Promise<void> {
@@ -129,7 +141,10 @@ async function compare(): Promise<void> {
   const [left, right] = choices.map((choice) => open.get(choice.value)?.file);
   if (!left || !right) return;
   const shown = await comparisonCard(left, right, () => removeComparison(shown));
-  comparisons.set(shown, choices.map((choice) => choice.value));
+  comparisons.set(
+    shown,
+    choices.map((choice) => choice.value),
+  );
   cards.prepend(shown);
   shown.querySelector("h2")?.focus();
 }

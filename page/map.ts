@@ -1,5 +1,5 @@
-// The flash map: a row for each 64 KiB that has data, a cell for each KiB. Mouse and arrow keys show
-// what a cell has, Enter or a click its bytes.
+// The flash map: a row for each 64 KiB that has data, a cell for each KiB. Mouse and arrow keys
+// show what a cell has, Enter or a click its bytes.
 
 import { counted, hex, make } from "./dom";
 import { cellAt, kCellBytes, kCells, layOut, Painter, type Layout } from "./paint";
@@ -7,7 +7,8 @@ import type { Picture, PictureRow } from "./protocol";
 
 const kRowBytes = 16; // of a row of bytes
 const kPage = 8 * kCells; // cells that Page Up and Page Down move by
-const kKeys = "Arrow keys, Home, End, Page Up and Page Down move; Enter shows the bytes, Escape hides them.";
+const kKeys =
+  "Arrow keys, Home, End, Page Up and Page Down move; Enter shows the bytes, Escape hides them.";
 
 // Rows of bytes from `first` on, for each image.
 export type BytesOf = (first: number, rows: number) => Promise<string[][]>;
@@ -33,17 +34,26 @@ export class FlashMap {
     private readonly bytesOf: BytesOf,
   ) {
     const label = `Flash map of ${name}. ${kKeys}`;
-    this.field = make("div", { class: "map", tabindex: "0", role: "application", "aria-label": label }, this.canvas);
+    this.field = make(
+      "div",
+      { class: "map", tabindex: "0", role: "application", "aria-label": label },
+      this.canvas,
+    );
     const help = make("p", { class: "quiet" }, "One cell per KiB, one row per 64 KiB. ", kKeys);
     this.element = make("div", {}, this.legend(), this.field, this.status, help, this.zoom);
     this.layout = layOut(picture, document.body.clientWidth);
-    this.canvas.style.height = `${this.layout.height}px`; // before it is painted, so that nothing moves then
+    // Before it is painted, so that nothing moves then.
+    this.canvas.style.height = `${this.layout.height}px`;
     this.listen();
   }
 
   private legend(): HTMLElement {
     const items = this.picture.kinds.map((kind) => {
-      const swatch = make("span", { class: "swatch", "aria-hidden": "true" }, kind.isLettered && kind.cell);
+      const swatch = make(
+        "span",
+        { class: "swatch", "aria-hidden": "true" },
+        kind.isLettered && kind.cell,
+      );
       swatch.style.setProperty("--light", kind.onLight);
       swatch.style.setProperty("--dark", kind.onDark);
       return make("li", {}, swatch, kind.text);
@@ -80,7 +90,8 @@ export class FlashMap {
     const target = targets[event.key];
     if (event.key === "Escape") this.hideZoom();
     else if (target === undefined) return;
-    else if (target >= 0 && target <= last) this.select(target, target === now || !this.zoom.hidden);
+    else if (target >= 0 && target <= last)
+      this.select(target, target === now || !this.zoom.hidden);
     event.preventDefault();
   }
 
@@ -121,7 +132,12 @@ export class FlashMap {
     const images = await this.bytesOf(first, kCellBytes / kRowBytes);
     if (this.zoomed !== cell) return; // another one, by now
     const title = `Bytes of ${this.addresses(cell)}`;
-    const lines = images[0]!.flatMap((_, i) => this.rowsOfBytes(first + i * kRowBytes, images.map((rows) => rows[i]!)));
+    const lines = images[0]!.flatMap((_, i) =>
+      this.rowsOfBytes(
+        first + i * kRowBytes,
+        images.map((rows) => rows[i]!),
+      ),
+    );
     this.zoom.replaceChildren(
       make("h4", {}, title),
       make("pre", { tabindex: "0", role: "region", "aria-label": title }, ...lines),
@@ -149,6 +165,9 @@ export class FlashMap {
     this.canvas.height = Math.round(height * scale);
     const context = this.canvas.getContext("2d")!;
     context.scale(scale, scale);
-    new Painter(context, this.layout, dark.matches && !printing.matches).paint(this.picture, this.selected);
+    new Painter(context, this.layout, dark.matches && !printing.matches).paint(
+      this.picture,
+      this.selected,
+    );
   }
 }

@@ -66,7 +66,9 @@ export class Module {
   bytes(count: number): Uint8Array<ArrayBuffer>[] {
     const results = Array.from({ length: Math.abs(count) }, (_, i) => {
       const start = this.exports.result(i);
-      return new Uint8Array(this.exports.memory.buffer.slice(start, start + this.exports.resultSize(i)));
+      return new Uint8Array(
+        this.exports.memory.buffer.slice(start, start + this.exports.resultSize(i)),
+      );
     });
     if (count < 0) throw new Refusal(new TextDecoder().decode(results[0]));
     return results;

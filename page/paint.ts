@@ -38,7 +38,11 @@ export function layOut({ rows, isCut }: Picture, width: number): Layout {
 }
 
 // The cell at a place, counted from the first of the first row.
-export function cellAt({ cellWidth, cellHeight, perLine, tops }: Layout, x: number, y: number): number | undefined {
+export function cellAt(
+  { cellWidth, cellHeight, perLine, tops }: Layout,
+  x: number,
+  y: number,
+): number | undefined {
   const column = Math.floor((x - kLabelWidth) / cellWidth);
   const row = tops.findLastIndex((top) => y >= top);
   const line = Math.floor((y - tops[row]!) / cellHeight);
@@ -49,7 +53,10 @@ export function cellAt({ cellWidth, cellHeight, perLine, tops }: Layout, x: numb
 function placeOf({ cellWidth, cellHeight, perLine, tops }: Layout, cell: number): [number, number] {
   const column = cell % kCells;
   const top = tops[Math.floor(cell / kCells)]!;
-  return [kLabelWidth + (column % perLine) * cellWidth, top + Math.floor(column / perLine) * cellHeight];
+  return [
+    kLabelWidth + (column % perLine) * cellWidth,
+    top + Math.floor(column / perLine) * cellHeight,
+  ];
 }
 
 export class Painter {
@@ -101,7 +108,10 @@ export class Painter {
   private selection(cell: number): void {
     const { cellWidth, cellHeight } = this.layout;
     const [x, y] = placeOf(this.layout, cell);
-    for (const [colour, width] of [["#ffffff", 4], ["#000000", 2]] as const) {
+    for (const [colour, width] of [
+      ["#ffffff", 4],
+      ["#000000", 2],
+    ] as const) {
       this.context.strokeStyle = colour;
       this.context.lineWidth = width;
       this.context.strokeRect(x, y, cellWidth + 1, cellHeight + 1);

@@ -35,13 +35,15 @@ function describe(event: LogEvent): string {
     case "busy":
       return `the unit is busy: ${of("phase")} ${of("percent") && of("percent") + " %"}`.trimEnd();
     case "found":
-      return `on the medium: ${of("version")}` + (of("expected") && `, expected: ${of("expected")}`);
+      return (
+        `on the medium: ${of("version")}` + (of("expected") && `, expected: ${of("expected")}`)
+      );
     case "prepared":
       return `${of("file")}: version ${of("version") || "none"}, ${of("bytes")} bytes`;
     case "finding":
       return `${of("file")}${of("line") && ":" + of("line")}: ${of("severity")}: ${of("text")}`;
     case "summary":
-      return `${of("file")}: ${of("errors")} errors, ${of("warnings")} warnings, version ${of("version") || "none"}`;
+      return `${of("file")}: ${of("errors")} errors, ${of("warnings")} warnings`;
     case "difference":
       return `${of("first")} to ${of("last")}: ${of("bytes")} bytes differ`;
     case "result":
@@ -63,7 +65,13 @@ class Builder {
     const event = parse(line);
     const time = event ? Date.parse(event.time) : NaN;
     if (!event || Number.isNaN(time)) {
-      this.entries.push({ time: "", seconds: this.since(this.last), duration: 0, kind: "text", text: line });
+      this.entries.push({
+        time: "",
+        seconds: this.since(this.last),
+        duration: 0,
+        kind: "text",
+        text: line,
+      });
       return false;
     }
     if (Number.isNaN(this.begin)) this.begin = time;
@@ -81,7 +89,13 @@ class Builder {
     const duration = (time - this.last) / 1000;
     if (duration < kSilence) return;
     const text = "no line arrived";
-    this.entries.push({ time: event.time, seconds: this.since(this.last), duration, kind: "silence", text });
+    this.entries.push({
+      time: event.time,
+      seconds: this.since(this.last),
+      duration,
+      kind: "silence",
+      text,
+    });
   }
 
   // Lines of the same work are one entry, which a silence ends.
@@ -109,16 +123,23 @@ class Builder {
 }
 
 // Nothing when no line is an event.
-export function makeTimeline(text: string, statuses: string[], advise: Advise): Timeline | undefined {
+export function makeTimeline(
+  text: string,
+  statuses: string[],
+  advise: Advise,
+): Timeline | undefined {
   const builder = new Builder(advise);
   const lines = text.split(/\r?\n/).filter((line) => line !== "");
   if (lines.filter((line) => builder.add(line)).length === 0) return undefined;
   const { entries, result } = builder;
   const reason = textOf(result?.text);
-  const own = result?.cause ? { cause: textOf(result.cause), next: textOf(result.next) } : undefined;
+  const own = result?.cause
+    ? { cause: textOf(result.cause), next: textOf(result.next) }
+    : undefined;
   const advice = own ?? advise(reason);
   for (const entry of entries) {
-    if (advice && reason.startsWith(entry.text)) delete entry.advice; // which stands above the timeline
+    // That stands above the timeline.
+    if (advice && reason.startsWith(entry.text)) delete entry.advice;
   }
   return {
     entries: entries.slice(0, kMostEntries),

@@ -67,7 +67,13 @@ const calls: {
     const [json, text, picture, svg] = module.texts(module.exports.compare(left, right));
     const differences = parseLines(json!) as Compared["differences"];
     const differencesLeftOut = cut(differences, kMostDifferences);
-    return { differences, differencesLeftOut, text: text!, picture: JSON.parse(picture!), svg: svg! };
+    return {
+      differences,
+      differencesLeftOut,
+      text: text!,
+      picture: JSON.parse(picture!),
+      svg: svg!,
+    };
   },
   log: async (module, file) => {
     if (file.size > kLargestLog) throw new Refusal(`${file.name}: is larger than any log`);
@@ -78,8 +84,7 @@ const calls: {
         const [cause, next] = module.texts(module.exports.advise());
         return cause === undefined ? undefined : { cause, next: next! };
       });
-    const timeline =
-      make(await file.slice(0, kLogBegin).text()) && make(await file.text());
+    const timeline = make(await file.slice(0, kLogBegin).text()) && make(await file.text());
     if (!timeline) admit(module, file);
     return timeline!;
   },

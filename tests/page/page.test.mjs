@@ -5,8 +5,24 @@ import { chmodSync, copyFileSync, mkdirSync, readFileSync, truncateSync } from "
 import { after, before, test } from "node:test";
 
 import {
-  at, axeSource, card, diagctl, directory, end, firmware, hexText, mistakes, openFiles, openPage,
-  pagePath, pageUrl, requests, run, saved, tool, write,
+  at,
+  axeSource,
+  card,
+  diagctl,
+  directory,
+  end,
+  firmware,
+  hexText,
+  mistakes,
+  openFiles,
+  openPage,
+  pagePath,
+  pageUrl,
+  requests,
+  run,
+  saved,
+  tool,
+  write,
 } from "./scene.mjs";
 
 const good = hexText(firmware(0x23456));
@@ -17,7 +33,8 @@ const files = {
   "good.hex": good,
   "other.hex": hexText(firmware(0x23456).fill(7, 0x1000, 0x1010).subarray(0, 0x22000)),
   "lf.hex": hexText(firmware(0x3000), { width: 16, end: "\n" }),
-  "gap.hex": hexText(firmware(0x500), { last: false }) + hexText(firmware(0x500), { base: 0x90100000 }),
+  "gap.hex":
+    hexText(firmware(0x500), { last: false }) + hexText(firmware(0x500), { base: 0x90100000 }),
   "sum.hex": good.replace(lines[20], lines[20].slice(0, -2) + "00"),
   "lost.hex": good.replace(lines[30] + "\r\n", ""),
   "cut.hex": good.slice(0, 5000),
@@ -60,13 +77,23 @@ test("shows every finding with its line and what to do", async () => {
   const names = Object.keys(files);
   for (const shown of await openFiles(page, ...names)) {
     const name = await shown.locator("h2").innerText();
-    const events = diagctl("check", "--all", "--json", name).output.trim().split("\n").map((line) => JSON.parse(line));
+    const events = diagctl("check", "--all", "--json", name)
+      .output.trim()
+      .split("\n")
+      .map((line) => JSON.parse(line));
     const summary = events.find((each) => each.event === "summary");
     const findings = events.filter((each) => each.event === "finding");
     const more = shown.getByRole("button", { name: /^Show / });
     if (findings.length > 20) await more.click();
-    const rows = await shown.locator("tbody tr").evaluateAll((all) => all.map((row) => [...row.cells].map((each) => each.textContent)));
-    const expected = findings.map(({ severity, line, text, next }) => [severity, line?.toLocaleString("en-US") ?? "", text, next]);
+    const rows = await shown
+      .locator("tbody tr")
+      .evaluateAll((all) => all.map((row) => [...row.cells].map((each) => each.textContent)));
+    const expected = findings.map(({ severity, line, text, next }) => [
+      severity,
+      line?.toLocaleString("en-US") ?? "",
+      text,
+      next,
+    ]);
     assert.deepEqual(rows, expected, name);
     const facts = await shown.locator("dl").innerText();
     assert.ok(facts.includes(/ {2}version {4}(.*)/.exec(diagctl("check", name).output)[1]), facts);
@@ -98,7 +125,10 @@ test("saves for the stick what diagctl prepare writes", async () => {
     await shown[i].getByRole("button", { name: "Save for the stick" }).click();
     const links = shown[i].getByRole("link");
     await links.first().waitFor();
-    assert.deepEqual(await links.allInnerTexts(), expected[i].map((each) => `Save ${each}`));
+    assert.deepEqual(
+      await links.allInnerTexts(),
+      expected[i].map((each) => `Save ${each}`),
+    );
     for (const [j, each] of expected[i].entries()) {
       const file = await saved(page, links.nth(j));
       assert.equal(file.name, each);
@@ -126,11 +156,20 @@ test("compares as diagctl diff does", async () => {
   await openFiles(page, "good.hex", "other.hex", "packed.rlg", "lost.hex");
   const shown = await compare(page, "good.hex", "other.hex");
   const text = diagctl("diff", "good.hex", "other.hex", "--svg", "diff.svg").output;
-  assert.equal((await saved(page, shown.getByRole("button", { name: "Save the list" }))).text, text);
+  assert.equal(
+    (await saved(page, shown.getByRole("button", { name: "Save the list" }))).text,
+    text,
+  );
   const svg = await saved(page, shown.getByRole("button", { name: "Save the picture" }));
   assert.equal(svg.text, readFileSync(at("diff.svg"), "latin1"));
   const rows = await shown.locator("tbody tr").allInnerTexts();
-  assert.equal(rows.join("\n"), text.match(/^.* differ$/gm).join("\n").replace(/ to |: | bytes differ/g, (mark) => (mark.endsWith("differ") ? "" : "\t")));
+  assert.equal(
+    rows.join("\n"),
+    text
+      .match(/^.* differ$/gm)
+      .join("\n")
+      .replace(/ to |: | bytes differ/g, (mark) => (mark.endsWith("differ") ? "" : "\t")),
+  );
 
   const map = shown.locator(".map");
   await map.focus();
@@ -142,7 +181,11 @@ test("compares as diagctl diff does", async () => {
   assert.ok(text.includes(bytes.split("\n")[1].slice(12)), "B's row is diff's");
 
   assert.ok((await compare(page, "good.hex", "packed.rlg")).getByText("The images are equal."));
-  const refusal = await (await compare(page, "good.hex", "lost.hex")).locator(".verdict").innerText();
+  const refusal = await (
+    await compare(page, "good.hex", "lost.hex")
+  )
+    .locator(".verdict")
+    .innerText();
   assert.ok(refusal.includes(diagctl("diff", "good.hex", "lost.hex").error), refusal);
   await page.close();
 });
@@ -175,7 +218,10 @@ test("the map shows cells by mouse and by keys, and their bytes", async () => {
   await pre.waitFor();
   const rows = (await pre.innerText()).trimEnd().split("\n");
   assert.equal(rows.length, 64);
-  assert.equal(rows[0], "90040400 56 39 2E 31 00 00 00 00 00 00 00 00 00 00 00 00  |V9.1............|");
+  assert.equal(
+    rows[0],
+    "90040400 56 39 2E 31 00 00 00 00 00 00 00 00 00 00 00 00  |V9.1............|",
+  );
   assert.ok(rows[63].endsWith(" -- --  |                |"));
   await page.keyboard.press("ArrowLeft");
   await shown.locator("pre", { hasText: "90040000 FF FF" }).waitFor();
@@ -193,10 +239,18 @@ test("the map shows cells by mouse and by keys, and their bytes", async () => {
 });
 
 const event = (seconds, name, members) =>
-  JSON.stringify({ time: new Date(Date.UTC(2026, 10, 25, 10, 0, seconds)).toISOString(), event: name, ...members });
+  JSON.stringify({
+    time: new Date(Date.UTC(2026, 10, 25, 10, 0, seconds)).toISOString(),
+    event: name,
+    ...members,
+  });
 
 test("a log becomes a timeline with cause and next step", async () => {
-  const failure = { text: "CSP Update Failed.", cause: "the board has refused the data", next: "update again" };
+  const failure = {
+    text: "CSP Update Failed.",
+    cause: "the board has refused the data",
+    next: "update again",
+  };
   const log = [
     event(0, "found", { version: "V9.1", expected: "" }),
     event(1, "progress", { phase: "writing", percent: 0, text: "Sending Data 0%" }),
@@ -207,13 +261,21 @@ test("a log becomes a timeline with cause and next step", async () => {
   ];
   write("update.json", log.join("\n") + "\n");
   write("cut.log", log.slice(0, 5).join("\n"));
-  write("read.jsonl", event(0, "line", { text: "CSP Read Success." }) + "\n" + event(1, "result", { status: 0, text: "" }));
+  write(
+    "read.jsonl",
+    event(0, "line", { text: "CSP Read Success." }) +
+      "\n" +
+      event(1, "result", { status: 0, text: "" }),
+  );
   const page = await openPage();
   const [update, cut, read] = await openFiles(page, "update.json", "cut.log", "read.jsonl");
   assert.equal(await update.locator("img").count(), 0);
   const verdict = await update.locator(".verdict").innerText();
-  for (const text of [failure.text, `Cause: ${failure.cause}.`, `What to do: ${failure.next}.`]) assert.ok(verdict.includes(text), verdict);
-  const items = (await update.locator("li").allInnerTexts()).map((item) => item.replace(/\s+/g, " "));
+  for (const text of [failure.text, `Cause: ${failure.cause}.`, `What to do: ${failure.next}.`])
+    assert.ok(verdict.includes(text), verdict);
+  const items = (await update.locator("li").allInnerTexts()).map((item) =>
+    item.replace(/\s+/g, " "),
+  );
   const expected = [
     "+0.0 s on the medium: V9.1",
     "+1.0 s writing, 40 %, 4.0 s",
@@ -227,8 +289,12 @@ test("a log becomes a timeline with cause and next step", async () => {
   assert.equal(text.name, "update.json.txt");
   assert.match(text.text, /^2026-11-25T10:00:01\.000Z {5}\+1\.0 s {2}writing, 40 %, 4\.0 s$/m);
   assert.match(text.text, /^What to do: update again\.$/m);
-  await cut.locator("li", { hasText: "Cause: the board has refused the data or fallen silent" }).waitFor();
-  assert.ok((await cut.locator(".verdict").innerText()).includes("The log ends before the command does"));
+  await cut
+    .locator("li", { hasText: "Cause: the board has refused the data or fallen silent" })
+    .waitFor();
+  assert.ok(
+    (await cut.locator(".verdict").innerText()).includes("The log ends before the command does"),
+  );
   assert.ok((await read.locator(".verdict").innerText()).includes("Success"));
   await page.close();
 });
@@ -242,27 +308,43 @@ test("8 MiB are checked with progress and without freezing the page", async () =
     new MutationObserver(() => {
       const bar = document.querySelector(".card progress");
       if (bar) window.stages.add(`${bar.previousSibling.textContent} ${bar.value}`);
-    }).observe(document.getElementById("cards"), { subtree: true, childList: true, characterData: true });
+    }).observe(document.getElementById("cards"), {
+      subtree: true,
+      childList: true,
+      characterData: true,
+    });
     setInterval(() => document.querySelector(".card progress") && ++window.ticks, 10);
   });
   const begin = performance.now();
   const [shown] = await openFiles(page, "large.hex");
   console.log(`8 MiB checked in ${Math.round(performance.now() - begin)} ms`);
   assert.ok((await shown.locator("dl").innerText()).includes("8,388,608 bytes in 1,024 blocks"));
-  const { ticks, stages } = await page.evaluate(() => ({ ticks: window.ticks, stages: [...window.stages] }));
+  const { ticks, stages } = await page.evaluate(() => ({
+    ticks: window.ticks,
+    stages: [...window.stages],
+  }));
   assert.ok(ticks > 5, `${ticks} ticks`);
-  assert.ok(stages.some((stage) => /^reading \d/.test(stage)) && stages.some((stage) => /^checking/.test(stage)), stages.join());
+  assert.ok(
+    stages.some((stage) => /^reading \d/.test(stage)) &&
+      stages.some((stage) => /^checking/.test(stage)),
+    stages.join(),
+  );
   await page.close();
 });
 
 test("takes dropped files, and a checksum that comes later", async () => {
   const page = await openPage();
   const dropFile = (name, bytes) =>
-    page.evaluate(([fileName, content]) => {
-      const dataTransfer = new DataTransfer();
-      dataTransfer.items.add(new File([new Uint8Array(content)], fileName));
-      document.getElementById("drop").dispatchEvent(new DragEvent("drop", { bubbles: true, cancelable: true, dataTransfer }));
-    }, [name, [...bytes]]);
+    page.evaluate(
+      ([fileName, content]) => {
+        const dataTransfer = new DataTransfer();
+        dataTransfer.items.add(new File([new Uint8Array(content)], fileName));
+        document
+          .getElementById("drop")
+          .dispatchEvent(new DragEvent("drop", { bubbles: true, cancelable: true, dataTransfer }));
+      },
+      [name, [...bytes]],
+    );
   await dropFile("a.rlg", readFileSync(at("torn.rlg")));
   await card(page, "a.rlg").getByText("no a.sum: other damage cannot be seen without it").waitFor();
   await dropFile("A.SUM", readFileSync(at("torn.sum")));
@@ -277,20 +359,37 @@ test("names and texts of files are never markup, and nothing leaves the page", a
   write(name, good);
   const page = await openPage();
   await page.setInputFiles("#input", at(name));
-  const heading = page.locator(".card h2", { hasText: "<img src=x onerror=alert(1)>\\u{202e}gpj.hex" });
+  const heading = page.locator(".card h2", {
+    hasText: "<img src=x onerror=alert(1)>\\u{202e}gpj.hex",
+  });
   await heading.waitFor();
   assert.equal(await page.locator(".card img").count(), 0);
   const blocked = await page.evaluate(async () => {
     const reasons = [];
-    document.addEventListener("securitypolicyviolation", (violation) => reasons.push(violation.effectiveDirective));
-    const fails = (act) => new Promise((resolve) => resolve(act())).then(() => reasons.push("nothing"), () => {});
+    document.addEventListener("securitypolicyviolation", (violation) =>
+      reasons.push(violation.effectiveDirective),
+    );
+    const fails = (act) =>
+      new Promise((resolve) => resolve(act())).then(
+        () => reasons.push("nothing"),
+        () => {},
+      );
     await fails(() => fetch("http://127.0.0.1:9/"));
     await fails(() => (document.body.lastElementChild.innerHTML = "<b>x</b>"));
     const image = new Image();
-    await fails(() => new Promise((resolve, reject) => Object.assign(image, { onload: resolve, onerror: reject, src: "http://127.0.0.1:9/x" })));
+    await fails(
+      () =>
+        new Promise((resolve, reject) =>
+          Object.assign(image, { onload: resolve, onerror: reject, src: "http://127.0.0.1:9/x" }),
+        ),
+    );
     return reasons;
   });
-  assert.deepEqual([...new Set(blocked)].sort(), ["connect-src", "img-src", "require-trusted-types-for"]);
+  assert.deepEqual([...new Set(blocked)].sort(), [
+    "connect-src",
+    "img-src",
+    "require-trusted-types-for",
+  ]);
   mistakes.length = 0; // the browser reports what this test has tried, but asks for none of it
   assert.ok(requests.delete("http://127.0.0.1:9/x"));
   await page.close();
@@ -325,7 +424,10 @@ test("the keyboard alone reaches and does everything", async () => {
   await page.close();
 });
 
-for (const [colorScheme, width] of [["light", 1000], ["dark", 400]]) {
+for (const [colorScheme, width] of [
+  ["light", 1000],
+  ["dark", 400],
+]) {
   test(`axe finds nothing, ${colorScheme} and ${width} pixels wide`, async () => {
     const page = await openPage({ colorScheme, viewport: { width, height: 800 }, bypassCSP: true });
     await openFiles(page, "many.hex", "good.hex", "update.json", "picture.png");
@@ -338,7 +440,10 @@ for (const [colorScheme, width] of [["light", 1000], ["dark", 400]]) {
     assert.ok(wide <= 0, `${wide} pixels too wide`);
     await page.addScriptTag({ path: axeSource });
     const { violations } = await page.evaluate(() => axe.run({ resultTypes: ["violations"] }));
-    assert.deepEqual(violations.map(({ id, nodes }) => `${id}: ${nodes.map((node) => node.html)}`), []);
+    assert.deepEqual(
+      violations.map(({ id, nodes }) => `${id}: ${nodes.map((node) => node.html)}`),
+      [],
+    );
     await page.close();
   });
 }

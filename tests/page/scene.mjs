@@ -26,7 +26,11 @@ export function write(name, content) {
 
 // Runs diagctl where the files are, so that it has their bare names, as the page does.
 export function diagctl(...words) {
-  const { status, stdout, stderr } = spawnSync(tool, words, { cwd: directory, encoding: "latin1", maxBuffer: 1 << 28 });
+  const { status, stdout, stderr } = spawnSync(tool, words, {
+    cwd: directory,
+    encoding: "latin1",
+    maxBuffer: 1 << 28,
+  });
   return { status, output: stdout, error: stderr.replace(/^diagctl: /, "").trimEnd() };
 }
 
@@ -36,7 +40,13 @@ export function hexText(bytes, { base = 0x90040000, width = 32, end = "\r\n", la
   const add = (address, type, data) => {
     const record = Buffer.from([data.length, address >> 8, address & 0xff, type, ...data]);
     const sum = -record.reduce((total, byte) => total + byte, 0) & 0xff;
-    lines.push(":" + Buffer.concat([record, Buffer.from([sum])]).toString("hex").toUpperCase() + end);
+    lines.push(
+      ":" +
+        Buffer.concat([record, Buffer.from([sum])])
+          .toString("hex")
+          .toUpperCase() +
+        end,
+    );
   };
   for (let i = 0; i < bytes.length; i += width) {
     const address = base + i;
@@ -58,7 +68,10 @@ export function firmware(size) {
   return bytes;
 }
 
-export const browser = await chromium.launch({ executablePath: "/usr/bin/chromium", args: ["--no-sandbox"] });
+export const browser = await chromium.launch({
+  executablePath: "/usr/bin/chromium",
+  args: ["--no-sandbox"],
+});
 
 export const requests = new Set(); // of all pages
 export const mistakes = []; // uncaught errors, and what the policy has blocked
@@ -81,7 +94,9 @@ export async function openFiles(page, ...names) {
 }
 
 export function card(page, name) {
-  return page.locator("section.card", { has: page.getByRole("heading", { level: 2, name, exact: true }) });
+  return page.locator("section.card", {
+    has: page.getByRole("heading", { level: 2, name, exact: true }),
+  });
 }
 
 // What a click saves.
