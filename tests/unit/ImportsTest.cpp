@@ -45,7 +45,8 @@ TEST(Imports, AreHookedOrHarmless)
         "inotify_.*|"
         // the process, and the checks that end it
         "__(fdelt|stack)_chk(_fail)?|signal|sig.*|umask|"
-        // diagctl's names of hosts, its terminal, its files, which aren't the unit's, and the browser
+        // diagctl's names of hosts, its terminal, its files, which aren't the unit's, and the
+        // browser
         "(get|free)addrinfo|getchar|dup|mkostemp(64)?|realpath|getenv|mallopt|readlink|"
         "posix_spawnp|waitpid");
     const std::set<std::string> hooks = Functions("libsimunit.so", "$7 != \"UND\"");
