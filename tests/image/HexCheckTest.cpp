@@ -124,8 +124,9 @@ TEST(HexCheck, NamesLineAndCause)
     EXPECT_EQ(CheckHex(Base(0x9200) + Data(0, "x") + kHead + kEnd, kWarning).errors, 1U);
     std::string again = Base(0x9004) + Data(0x400, k16 + "V");
     again += Base(0x9004) + Data(0x411, "x") + kEnd;
-    for (const std::string& good : {kHead + Data(0x404, std::string(34, 'x')) + kEnd,  // 80 bytes
-                                    again, kHead + kSecond + rest + "\n", WithCrLf(kHead + kEnd)})
+    const std::string goods[] = {kHead + Data(0x404, std::string(34, 'x')) + kEnd,  // 80 bytes
+                                 again, kHead + kSecond + rest + "\n", WithCrLf(kHead + kEnd)};
+    for (const std::string& good : goods)
         EXPECT_EQ(CheckHex(good).findings.size(), 0U) << good;
 }
 
