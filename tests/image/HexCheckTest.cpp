@@ -166,7 +166,8 @@ TEST(HexCheck, SummarizesLoadedData)
         EXPECT_EQ(CheckHex(kHead + added).version, version) << added;
 
     const HexReport garbage = CheckHex(std::string(2000, '\n'));
-    EXPECT_EQ(std::pair(garbage.findings.size(), garbage.errors), std::pair(1000UL, 2002UL));
+    EXPECT_EQ(garbage.findings.size(), 1000U);
+    EXPECT_EQ(garbage.errors, 2002U);
 }
 
 // Each way to damage a small file at each place.
