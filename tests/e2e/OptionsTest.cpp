@@ -85,9 +85,13 @@ TEST(CommandLine, ChoosesModeAndPeer)
     constexpr char kPiano[] = "FE E1 E2 E0 E1 06 C0 00 BF 00 7F 00 FE FF";
     constexpr char kOther[] = "FE E5 E2 E0 E5 06 C0 00 BF 00 7F 00 FE FF";
     const std::tuple<std::string, std::string, const char*> rows[] = {
-        {"", kServer, kReader},          {"-v -f '' -P 0", kServer, kReader},
-        {"-c -f 1.hex", kFirst, kPiano}, {"-f 1.hex -c", kFirst, kOther},
-        {"-a 1.hex -b", kFirst, kPiano}, {"-f 1.hex -a 2.hex", kSecond, kOther},
+        {"", kServer, kReader},
+        {"-v -f '' -P 0", kServer, kReader},
+        {"-c -f 1.hex", kFirst, kPiano},
+        {"-f 1.hex -c", kFirst, kOther},
+        {"-a 1.hex -b", kFirst, kPiano},
+        {"-f 1.hex -a 2.hex", kSecond, kOther},
+        {"-f 1.hex -a ''", kFirst, kOther},
     };
     for (const auto& [words, entries, start] : rows) {
         SCOPED_TRACE(words);

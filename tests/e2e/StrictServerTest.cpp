@@ -84,6 +84,8 @@ TEST(StrictSearch, ReportsDamageAtOnceAndRefusesUpdate)
     const std::string reason = "the last search has found no file\n";
     EXPECT_EQ(scene.Ask(kFindUpdate), kNoUpdateFile + reason);
     EXPECT_EQ(scene.Ask(kUpdate), kUpdateRefused + reason);
+    scene.Write(kParameterFile, good.substr(0, good.size() - 13));
+    EXPECT_TRUE(Contains(scene.Ask(kFindParameters), "/csp_param.hex:129: no end record"));
 }
 
 TEST(StrictServer, UpdatesOnceForEachSearchAndKeepsOthersOut)

@@ -107,7 +107,8 @@ TEST(HexCheck, NamesLineAndCause)
         {Base(0xFFFF) + Data(0xFFF0, k16) + kEnd, 2, kError, "the data reaches the last address",
          3},
         {kHead + Base(0x90FF) + Data(0xFFF0, k16) + kEnd, 4, kWarning, "a gap"},
-        {Base(0x9004) + Data(0x400, "\0V1"s) + kEnd, 3, kWarning, "no version text in a record"},
+        {Base(0x9004) + Data(0x400, "\0V1"s) + kEnd, 3, kWarning,
+         "no version text in a record that begins at 90040400"},
         {Base(0x9005) + Data(0x1FF0, k16 + "V") + Base(0x9006) + Data(0x1FF0, k16 + "V") + kEnd, 2,
          kWarning, "the record steps over 90052000", 3},
     };
