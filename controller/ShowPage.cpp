@@ -12,12 +12,13 @@
 namespace {
 
 constexpr char kOpener[] = "xdg-open";
+constexpr char kThisProgram[] = "/proc/self/exe";
 
-// Relative to the program, wherever the package is installed.
+// Relative to the program, wherever the package is installed. Empty when the program isn't found.
 std::string PagePath()
 {
     char program[0x1000] = {};
-    if (readlink("/proc/self/exe", program, sizeof(program) - 1) < 0)
+    if (readlink(kThisProgram, program, sizeof(program) - 1) < 0)
         return {};
     const std::string path = program;
     const std::string prefix = path.substr(0, path.rfind('/', path.rfind('/') - 1));
@@ -43,6 +44,8 @@ Outcome OpenInBrowser(std::string path)
 Outcome ShowPage(const Invocation& invocation)
 {
     const std::string path = PagePath();
+    if (path.empty())
+        return {Status::Failed, std::string(kThisProgram) + ": " + std::strerror(errno)};
     if (access(path.c_str(), R_OK) != 0)
         return {Status::Failed, path + ": " + std::strerror(errno) +
                                     "; this package of diagctl was made without the page"};
