@@ -17,7 +17,7 @@ KILOBYTES = {12: 1440, 16: 16384, 32: 34816}  # of a stick
 
 def make_disk():
     """The unit's disk with parameters, older ones and firmware, each in all forms."""
-    run("bash", "-c", "rm -rf disk*; mkdir -p disk/{cwd,lib/diag}; touch disk/none.{hex,rlg}")
+    run("bash", "-c", "rm -rf disk*; mkdir -p disk/{cwd,lib/diag}; touch disk/none.{hex,rlg}; printf 12345 >disk/five")
     for file, size in ("disk/new", 0x60000), ("disk/old", 0x60000), ("disk/firmware", 0x30000):
         Path("seed").write_bytes(os.urandom(size // 4).ljust(size, b"\xff"))
         run("../../sim/mkfirmware", "--from", "seed", "--binary", file + ".bin", file + ".hex")
@@ -115,6 +115,19 @@ def copy(unit, words, command, fat, special, answer, strict_answer):
         target = ("disk.img", DISK_FILE) if command == "restore" else ("partition.img", MEDIUM_FILE)
         require(*target, "new" if answer == DONE else "old")
 
+def kernel(unit):
+    """What the simulated unit's tests expect of its calls."""
+    stick = make_stick(16, {"file": "five"})
+    parts = Path("../../tests/unit/kernel.txt").read_text("utf-8").split("\n\n")
+    for device, part in zip(("sda", "sdb"), parts):
+        unit.pull()
+        unit.insert(stick, device=device)
+        unit.sh("umount /mnt/usb")
+        calls = [line for line in part.splitlines() if line[0] != "#"]
+        words = " ".join(f"'{call.split(' = ')[0]}'" for call in calls)
+        found = unit.sh(f"probe {words}").splitlines()
+        assert found == calls, set(found) - set(calls)
+
 def limits(unit):
     """The capabilities, devices and limits of the packaged service."""
     service = Path("../../packaging/diag_server.service.in").read_text("utf-8")
@@ -131,7 +144,6 @@ def limits(unit):
     copy(unit, "--strict", "backup", 16, "", DONE, DONE)
     copy(unit, "--strict", "restore", 16, "", DONE, DONE)
     assert unit.sh("grep -c 'dsp on' /sim/midi.log") == "1\n", "no power device"
-    unit.serving = None
 
 def cut(unit, over, command, fat):
     """Every power cut during a strict read-back, restore or backup. On the stick, the work file's
@@ -146,7 +158,6 @@ def cut(unit, over, command, fat):
     unit.insert("stick.img", "logged")
     if command == "read":
         unit.sh("echo @faults >/sim/say")  # the piano has none any more
-        unit.serving = None  # the server ends after it
     unit.sh(f"cd /usr/local; cp {on_disk}.hex .{DISK_FILE}; "
             f"[ -s {on_disk}.hex ] || rm .{DISK_FILE}; : >{LOG}; sync; sync")
     run("cp", image, "base.img")
@@ -183,6 +194,7 @@ IN_BOTH_MODES = [("version", version), ("read-back", read_back), ("update", upda
                  *[(f"{row[0]} on FAT{row[1]} {row[2]}".rstrip(), copy, *row) for row in COPIES]]
 SCENARIOS = [*[(f"{row[0]} {words}", row[1], words, *row[2:])
                for words in ("", "--strict") for row in IN_BOTH_MODES],
+             ("calls of the simulated unit", kernel),
              ("file names in both encodings", file_names), ("the service's limits", limits),
              *[(f"cut: {row[0]} over {over} on FAT{row[1]}", cut, over, *row)
                for over in ("old", "none") for row in CUTS]]

@@ -185,11 +185,14 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
 
 TEST(StrictCopy, MountsDeviceThatIsMountedThere)
 {
-    StrictServer scene("open@mounts#4:EACCES");
+    StrictServer scene("open@mounts#5:EACCES");
     scene.Write(kParameterFile, HexText(std::string(0x60000, 'n'), 32, "\r\n"));
     const auto backUp = [&] { return After("HD -> FD\n", scene.Ask(kBackup)); };
     EXPECT_EQ(backUp(),
               "Floppy in not inserted.\n/mnt/floppy: not mounted; /mnt/usb: not mounted\n");
+    scene.Mount("usb");
+    EXPECT_EQ(After("FD -> HD\n", scene.Ask(kRestore)),
+              "Parameter file is not exists.\n/mnt/usb/csp_param.rlg: No such file or directory\n");
 
     scene.Write("sim/device", "/dev/sda1");
     scene.Mount("usb");
@@ -205,7 +208,8 @@ TEST(StrictCopy, MountsDeviceThatIsMountedThere)
     EXPECT_EQ(backUp(), "Copy Success.\n") << "what is mounted there can't be found out";
 
     scene.Write("sim/device", "/dev/sdb");
-    scene.Write("sim/mounts", "/dev/sdb /mnt/cdrom vfat ro 0 0\n/dev/sdb /mnt/usb vfat ro 0 0\n");
+    scene.Write("sim/mounts", "/dev/sdb /mnt/cdrom vfat ro 0 0\n/dev/sdb /mnt/usb vfat ro 0 0\n"
+                              "/dev/sdc /mnt/other vfat ro 0 0\n");
     EXPECT_EQ(backUp(), "Copy error.\n/dev/sdb: Device or resource busy, since it is mounted at "
                         "/mnt/cdrom, too\n");
 }
@@ -234,12 +238,13 @@ TEST(StrictServerLimits, ReadBackEndsAtRecordWithoutProgress)
     };
     const std::string reason = "what the CSP sent was not the next record, that of ";
     for (const auto& [records, next] : rows) {
-        Scene scene;
+        Scene scene("ioctl@PciDsp#2:EIO");
         scene.StartWithPeers(StrictWords());
         scene.StartReading();
         scene.Say(Frames(records));
-        EXPECT_EQ(scene.TakeReplies(),
-                  "CSP Read Failed.\n" + reason + next + "\nRebooting CSP...\n");
+        scene.Pass(std::chrono::seconds(10));
+        EXPECT_EQ(scene.TakeReplies(), "CSP Read Failed.\n" + reason + next +
+                                           "\nRebooting CSP...\n/dev/PciDsp: Input/output error\n");
     }
 }
 

@@ -169,7 +169,9 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
         int status;
         std::string error;  // its end
     } rows[] = {
-        {Row("\x90\x0A"), 0, "", 1, 0,
+        {Record(4, 0, "\x90\x09") + "\r\n" + Record(0, 0xFFF0, std::string(16, '\0')) + "\r\n" +
+             Row("\x90\x0A"),
+         0, "", 1, 0,
          "diag_server: not verified: 9003FFF0 to 9003FFFF\n"
          "diag_server: not verified: 900A0000 to 900A000F\n"},
         {"", 2, "", 1, 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},

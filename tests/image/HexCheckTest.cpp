@@ -209,15 +209,16 @@ TEST(Image, FindsBytesByAddressAndNoneElsewhere)
 {
     const Image image(Base(0x9004) + Data(0xFFFE, "ab") + Base(0x9005) + Record(0, 1, "cd\0"s) +
                       "\r\n" + Base(0x9005) + Data(0, "x") + Base(0x9007) + Data(5, "e") +
-                      Record(0, 6, "f"));
+                      Record(5, 8, "0123") + "\r\n" + Record(0, 6, "f"));
     std::string found;
     for (const std::uint32_t address :
          {0x9004FFFDU, 0x9004FFFEU, 0x9004FFFFU, 0x90050000U, 0x90050001U, 0x90050002U, 0x90050003U,
-          0x90050004U, 0x9007FFFFU, 0x90070005U, 0x90070006U, 0U, 0xFFFFFFFFU}) {
+          0x90050004U, 0x9007FFFFU, 0x90070005U, 0x90070006U, 0x90070008U, 0U, 0xFFFFFFFFU}) {
         const std::int16_t byte = image.At(address);
         found += byte == Image::kNoData ? '-' : static_cast<char>(byte);
     }
-    EXPECT_EQ(found, "-ab-cd\0--e---"s) << "bytes that go back and a cut line are left out";
+    EXPECT_EQ(found, "-ab-cd\0--e----"s)
+        << "bytes that go back, a program's start and a cut line are left out";
     EXPECT_EQ(Image().At(0), Image::kNoData);
 }
 

@@ -256,10 +256,11 @@ TEST(ConsoleLines, ContinueInNextMessageEvenAfterBadFrame)
 {
     const std::string half(500, 'h');
     TMidiCom midi;
-    EXPECT_EQ(TakeLines(midi, Frames({"a"}) + Begun(half)), Lines{"a\r\n"});
+    const std::string cut = Bytes("E2 E1 06 35 2B");  // announces 5 bytes, and has a "+"
+    EXPECT_EQ(TakeLines(midi, Frames({"a"}) + Begun(half) + cut), Lines{"a\r\n"});
     EXPECT_EQ(TakeLines(midi, Begun("middle")), Lines{});
     EXPECT_EQ(TakeLines(midi, Frames({half, "b"})),
-              (Lines{half + "middle" + half + "\r\n", "b\r\n"}));
+              (Lines{half + "+middle" + half + "\r\n", "b\r\n"}));
     EXPECT_EQ(TakeLines(midi, Frames({"lost"}) + Begun("kept") + Bytes("E2 E0 06 31")),
               Lines{"bad"});
     EXPECT_EQ(TakeLines(midi, Bytes("E2 E1 05 31")), Lines{"bad"});

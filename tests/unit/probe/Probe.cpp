@@ -51,6 +51,15 @@ long UseStream(const std::string& path, int flags, const char* mode)
     return count;
 }
 
+// By a descriptor: the simulated unit has no chdir, which the product doesn't call.
+long EnterDirectory(const std::string& path)
+{
+    const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY);
+    const int result = fchdir(directory);
+    close(directory);
+    return result;
+}
+
 long SetTime(const std::string& path, time_t seconds)
 {
     const utimbuf times = {seconds, seconds};
@@ -88,7 +97,7 @@ const std::map<std::string, std::function<long(const std::string&)>> kCalls = {
     {"mtime", [](auto& path) { return stat(path.c_str(), &found) < 0 ? -1 : found.st_mtime; }},
     {"utime", [](auto& path) { return SetTime(path, 1'000'000'001); }},
     {"utime-1979", [](auto& path) { return SetTime(path, 300'000'000); }},
-    {"chdir", [](auto& path) { return chdir(path.c_str()); }},
+    {"chdir", [](auto& path) { return EnterDirectory(path); }},
     {"unlink", [](auto& path) { return unlink(path.c_str()); }},
     {"rename", [](auto& path) { return rename(path.c_str(), "renamed"); }},
     {"rename-refused", [](auto& path) { return rename(path.c_str(), "/mnt/usb/a:b"); }},
