@@ -144,6 +144,7 @@ def limits(unit):
     copy(unit, "--strict", "backup", 16, "", DONE, DONE)
     copy(unit, "--strict", "restore", 16, "", DONE, DONE)
     assert unit.sh("grep -c 'dsp on' /sim/midi.log") == "1\n", "no power device"
+    unit.serving = None
 
 def cut(unit, over, command, fat):
     """Every power cut during a strict read-back, restore or backup. On the stick, the work file's
@@ -158,6 +159,7 @@ def cut(unit, over, command, fat):
     unit.insert("stick.img", "logged")
     if command == "read":
         unit.sh("echo @faults >/sim/say")  # the piano has none any more
+        unit.serving = None  # the server ends after it
     unit.sh(f"cd /usr/local; cp {on_disk}.hex .{DISK_FILE}; "
             f"[ -s {on_disk}.hex ] || rm .{DISK_FILE}; : >{LOG}; sync; sync")
     run("cp", image, "base.img")
