@@ -75,11 +75,12 @@ Outcome NewFile::TakePlace()
     return fsync(file.Get()) == 0 ? Outcome() : FailByErrno();
 }
 
-// The new file gets the permissions of the one that it replaces, or those of any new file.
+// The new file gets the permissions of the one that it replaces, or those of any new file. A link
+// that is still there leads nowhere, and is somebody's.
 Outcome NewFile::Open()
 {
     struct stat state = {};
-    const bool replaces = stat(place.c_str(), &state) == 0;
+    const bool replaces = lstat(place.c_str(), &state) == 0;
     if (replaces && !S_ISREG(state.st_mode))
         return Fail("is not a regular file");
     if (replaces && (state.st_mode & kWritable) == 0)

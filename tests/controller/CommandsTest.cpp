@@ -245,6 +245,9 @@ TEST(NewFile, ReplacesTheTargetOnceItIsWhole)
     fs::create_symlink("target", directory.Path("link"));
     EXPECT_EQ(WriteNewFile(directory.Path("link"), "new").status, Status::Success);
     EXPECT_TRUE(fs::is_symlink(directory.Path("link")));
+    fs::create_symlink("nowhere", directory.Path("dangling"));
+    EXPECT_FALSE(WriteNewFile(directory.Path("dangling"), "new").IsSuccess());
+    fs::remove(directory.Path("dangling"));
     EXPECT_EQ(directory.Read("target"), "new");
     EXPECT_EQ(fs::status(target).permissions(), fs::perms{0640});
     diskFails = true;
