@@ -58,6 +58,7 @@ TEST(StrictSearch, ReportsDamageAtOnceAndRefusesUpdate)
         {"rlg", packed, true, "", unverified},
         {"rlg", packed, false, compressed + "damaged, since /mnt/usb/csp_prog.sum doesn't match\n",
          "", "1 2 csp_prog.rlg\n"},
+        {"rlg", packed, false, "/mnt/usb/csp_prog.sum: File too large\n", "", Repeat("\n", 4097)},
         {"rlg", Repeat("x", 0x1000001), false, compressed + "File too large\n"},
         {"rlg", "\x04\x90" + Repeat("\xDDx\xFF", 66000), false,
          compressed + "cut off, or larger than the flash when expanded\n", unverified},

@@ -1,5 +1,6 @@
 // Lists of items and of lines, and the files that they are read from.
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <string>
 
@@ -151,6 +152,7 @@ TEST(FileBytes, AreReadInFullOrNotAtAll)
     EXPECT_FALSE(ReadWholeFile(-1, bytes)) << "no size";
     readLimit = 0;
     EXPECT_FALSE(ReadWholeFile(file.Get(), bytes)) << "fewer bytes than the size";
+    EXPECT_EQ(errno, EIO);
     EXPECT_EQ(truncate64(dir.Path("file").c_str(), INT32_MAX), 0);
     EXPECT_FALSE(ReadWholeFile(file.Get(), bytes));
     EXPECT_EQ(lseek(file.Get(), 0, SEEK_CUR), 0) << "the largest size is tried";
