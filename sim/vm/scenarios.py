@@ -200,7 +200,8 @@ SCENARIOS = [*[(f"{row[0]} {words}", row[1], words, *row[2:])
              ("file names in both encodings", file_names), ("the service's limits", limits),
              *[(f"cut: {row[0]} over {over} on FAT{row[1]}", cut, over, *row)
                for over in ("old", "none") for row in CUTS]]
-QUICK = "(version|read-back|update|floppy|FAT16) --strict|limits|(restore|backup) over old on FAT16"
+QUICK = ("calls|limits|(version|read-back|update|floppy|FAT16) --strict|"
+         "(restore|backup) over old on FAT16")
 
 def run_scenarios(unit, pattern):
     """Those whose names contain the pattern."""
