@@ -18,7 +18,7 @@ constexpr Remedy kOfErrors[] = {
     {"which the unit does not know", "have the file made again as data for a flash"},
     {"means nothing to a flash", "have the file made again as data for a flash"},
     {"go backwards", "have the file made again with rising addresses"},
-    {"reach the last address", "have the file made again for the addresses of the flash"},
+    {"reaches the last address", "have the file made again for the addresses of the flash"},
     {"larger than the flash", "don't use the file for this board; ask its author"},
     {".sum file", "copy both files again from where the complete ones are"},
 };

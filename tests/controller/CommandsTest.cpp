@@ -328,6 +328,8 @@ TEST(ImageCommands, CheckShowsFindingsSummaryAndPicture)
     const std::string far = directory.Write("far.hex", At("\x27\x91", 0, "x") + kEnd);
     Expect(Status::Success, {"check", far, "--peer", "229"}, {});
     Expect(Status::Failed, {"check", far}, {"outside the flash"});
+    const std::string last = directory.Write("last.hex", At("\xFF\xFF", 0xFFFF, "x") + kEnd);
+    Expect(Status::Failed, {"check", last, "--json"}, {"made again for the addresses"});
 }
 
 TEST(ImageCommands, ConvertKeepsEveryByteOrRefuses)
