@@ -2,20 +2,20 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
 #include "BenchData.h"
 #include "ReadSet.h"
+#include "Sockets.h"
 #include "TMidiCom.h"
 #include "TUpdater.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -37,20 +37,14 @@ public:
     {
         midi.Set_connecttype(kConnecttype);
         const std::string path = BenchDirectory() + "/line";
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-        const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-        unlink(path.c_str());
+        const UniqueFd listener(mkservsocUNIX(path.c_str()));
         int ends[2];
-        if (bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) < 0 ||
-            listen(listener, 1) < 0 || midi.SetMidiDescriptor(path.c_str()) < 0 ||
+        if (!listener || midi.SetMidiDescriptor(path.c_str()) < 0 ||
             socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) < 0 ||
             dup2(ends[0], midi.GetMidiDescriptor()) < 0)
             std::abort();
         peer = ends[1];
         close(ends[0]);
-        close(listener);
     }
     ~Line() { close(peer); }
     Line(const Line&) = delete;
