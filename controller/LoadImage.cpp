@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "Files.h"
+#include "SumFile.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ std::optional<ImageForm> FormOfInput(const std::string& path)
 // Nothing where there is no such file.
 Outcome LoadSum(const std::string& path, std::optional<std::string>& text)
 {
-    const std::string sumPath = WithExtension(path, ".sum");
+    const std::string sumPath = WithExtension(path, kSumExtension);
     if (access(sumPath.c_str(), F_OK) != 0)
         return {};
     return ReadInput(sumPath, text.emplace());

@@ -6,7 +6,7 @@
 
 namespace {
 
-std::string NameOf(const std::string& path)
+std::string FileNameOf(const std::string& path)
 {
     return path.substr(path.rfind('/') + 1);
 }
@@ -15,7 +15,7 @@ std::string NameOf(const std::string& path)
 std::string SumLineOf(const std::string& path)
 {
     std::string bytes;
-    return ReadInput(path, bytes).IsSuccess() ? SumLine(bytes, NameOf(path)) : std::string();
+    return ReadInput(path, bytes).IsSuccess() ? SumLine(bytes, FileNameOf(path)) : std::string();
 }
 
 }  // namespace
@@ -25,8 +25,8 @@ Outcome SaveImage(const std::string& target, ImageForm form, std::string_view by
 {
     if (form != ImageForm::Rlg)
         return WriteNewFile(target, bytes);
-    const std::string sumPath = WithExtension(target, ".sum");
-    const std::string line = SumLine(bytes, NameOf(target));
+    const std::string sumPath = WithExtension(target, kSumExtension);
+    const std::string line = SumLine(bytes, FileNameOf(target));
     NewFile image(target);
     Outcome outcome = image.Write(bytes);
     if (outcome.IsSuccess())

@@ -64,6 +64,9 @@ inline constexpr const char* kFloppy = "/mnt/floppy";
 // Where it is mounted, if it is a USB stick.
 inline constexpr const char* kUsb = "/mnt/usb";
 
+// Where a CD is mounted.
+inline constexpr const char* kCdrom = "/mnt/cdrom";
+
 // The parameters' name on a medium.
 inline constexpr const char* kMediumParameterFile = "csp_param.rlg";
 
@@ -97,6 +100,7 @@ static_assert(IsBelow(kServerLog, kLogDirectory) && IsBelow(kUpdateLog, kLogDire
               IsBelow(kLockFile, kLogDirectory) && IsBelow(kParameterFile, kLogDirectory) &&
               IsBelow(kCompressedParameterFile, kLogDirectory));
 static_assert(IsBelow(kUsbFirmware, kUsb) && IsBelow(kUsbCompressedFirmware, kUsb) &&
+              IsBelow(kCdFirmware, kCdrom) && IsBelow(kCdCompressedFirmware, kCdrom) &&
               IsBelow(kFloppyCompressedFirmware, kFloppy));
 
 // Room for a path that comes from outside, its NUL included. A longer one isn't cut, since a cut

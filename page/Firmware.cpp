@@ -197,7 +197,8 @@ extern "C" {
     if (medium.form != ImageForm::Rlg)
         return Return({name, std::move(medium.bytes)});
     std::string sum = SumLine(medium.bytes, name);
-    return Return({name, std::move(medium.bytes), WithExtension(name, ".sum"), std::move(sum)});
+    return Return(
+        {name, std::move(medium.bytes), WithExtension(name, kSumExtension), std::move(sum)});
 }
 
 // The differences as JSON lines and as text, and the picture, also as a document.

@@ -29,7 +29,7 @@ void CompressedFile::CompareWithSum(const std::string& path, std::string_view pa
 {
     const std::string sumPath = SumPath(path);
     FileBytes sum;
-    // An empty one is what a power cut may leave of the first.
+    // A power cut may leave the first checksum empty, so an empty one counts as missing.
     const bool isRead = ReadWholeFile(sumPath.c_str(), sum, kLargestSum);
     if (isRead ? sum.size == 0 : errno == ENOENT)
         notes = {path + ": not verified, since there is no " + sumPath};
@@ -55,5 +55,5 @@ bool CompressedFile::HasItsName(const std::string& path)
 
 std::string CompressedFile::SumPath(const std::string& path)
 {
-    return path.substr(0, path.size() - kExtension.size()) + ".sum";
+    return path.substr(0, path.size() - kExtension.size()) + kSumExtension;
 }

@@ -8,12 +8,13 @@
 #include "Picture.h"
 #include "Printable.h"
 #include "Remedy.h"
+#include "SumFile.h"
 
 namespace {
 
 constexpr std::size_t kShown = 20;  // findings of a file, and ranges, without `all`
 
-const char* NameOf(LineEnds ends)
+const char* LineEndsName(LineEnds ends)
 {
     switch (ends) {
     case LineEnds::Lf: return "LF";
@@ -26,7 +27,7 @@ const char* NameOf(LineEnds ends)
 // What a file that isn't Intel HEX has in the place of a checksum in each line.
 std::string SumText(std::string_view name, const ImageFile& file)
 {
-    const std::string sumFile = WithExtension(name, ".sum");
+    const std::string sumFile = WithExtension(name, kSumExtension);
     if (file.form == ImageForm::Bin)
         return "this form has no checksum: other damage cannot be seen in it";
     switch (file.sum) {
@@ -91,7 +92,7 @@ std::string SummaryJson(std::string_view name, const ImageFile& file)
     event.AddNumber("blocks", report.blocks);
     if (file.form == ImageForm::Hex) {
         event.AddNumber("records", report.records);
-        event.AddText("line_ends", NameOf(report.lineEnds));
+        event.AddText("line_ends", LineEndsName(report.lineEnds));
     } else {
         event.AddText("text", SumText(name, file));
     }
@@ -127,7 +128,7 @@ std::string SummaryText(std::string_view name, const ImageFile& file, bool all)
     const HexReport& report = file.report;
     const std::string sum = file.form == ImageForm::Hex
                                 ? Row("file", Counted(report.records, "record") + ", line ends " +
-                                                  NameOf(report.lineEnds))
+                                                  LineEndsName(report.lineEnds))
                                 : Row("checksum", Readable(SumText(name, file)));
     return Readable(name) + ": " + Counted(report.errors, "error") + ", " +
            Counted(report.warnings, "warning") + kLf +
