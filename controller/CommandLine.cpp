@@ -117,9 +117,9 @@ void AddUnit(CLI::App& command, Invocation& invocation)
         ->type_name("PORT");
     command
         .add_option("--timeout", invocation.timeoutSeconds,
-                    "how many seconds of silence are too many: 15 for an\n"
-                    "answer and 120 while the unit works, if left out;\n"
-                    "monitor waits forever")
+                    "give up after so many seconds of silence, by default 15\n"
+                    "for an answer and 120 while the unit works; monitor\n"
+                    "waits forever")
         ->check(InRange(kLeastTime, kMostTime))
         ->type_name("SECONDS");
     command
@@ -128,7 +128,7 @@ void AddUnit(CLI::App& command, Invocation& invocation)
         ->check(InRange(kLeastTime, kMostTime))
         ->type_name("SECONDS");
     command.add_flag("--verbose", invocation.verbose,
-                     "the bytes on the wire, too, to standard error");
+                     "also print the bytes on the wire to standard error");
 }
 
 void AddJson(CLI::App& command, Invocation& invocation)
@@ -138,7 +138,7 @@ void AddJson(CLI::App& command, Invocation& invocation)
 
 void AddQuiet(CLI::App& command, Invocation& invocation)
 {
-    command.add_flag("--quiet", invocation.quiet, "the answer and nothing else");
+    command.add_flag("--quiet", invocation.quiet, "print only the answer");
 }
 
 void AddPeer(CLI::App& command, Invocation& invocation)
@@ -148,8 +148,8 @@ void AddPeer(CLI::App& command, Invocation& invocation)
     };
     command
         .add_option_function<std::string>("--peer", choose,
-                                          "225, the CSP, if left out; 229, whose flash isn't\n"
-                                          "known: data outside the CSP's are a warning then")
+                                          "225, the CSP, by default; 229, whose flash isn't\n"
+                                          "known: data outside the CSP's is only a warning")
         ->check(CLI::IsMember({"225", "229"}).description(""))
         ->type_name("PEER");
 }
@@ -200,7 +200,7 @@ std::vector<Command> MakeCommands()
 {
     std::vector<Command> commands = {
         {"check",
-         "what is wrong with image files, what is in them, and a picture",
+         "show the damage, content and picture of image files",
          CheckFiles,
          {AddFiles, AddAll, AddPeer, AddSvg, AddQuiet, AddJson}},
         {"convert",
@@ -215,7 +215,7 @@ std::vector<Command> MakeCommands()
          "check a firmware file and write it to a medium for the unit",
          PrepareMedium,
          {AddFileAndDirectory, AddJson}},
-        {"page", "where the page is that does this in a browser", ShowPage, {AddOpen}},
+        {"page", "print the path of the page that does the same in a browser", ShowPage, {AddOpen}},
         {"upgrade",
          "update the piano from the medium in the unit: search, ask, write",
          Upgrade,

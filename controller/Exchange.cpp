@@ -8,7 +8,7 @@
 namespace {
 
 constexpr int kMaxPercent = 100;
-constexpr int kMostAdded = 4;  // lines that a careful unit adds to a result
+constexpr int kMostAdded = 4;  // lines that a unit with --strict adds to a result
 
 constexpr std::string_view kServiceText = "KVT : Update the Service Center.";
 constexpr std::string_view kConnecting = "Connecting to CSP";
@@ -31,7 +31,8 @@ constexpr Phase kPhases[] = {
     {kRestarting, "restarting"},
 };
 
-// Any work has these texts. The version that was requested first shows whose they are.
+// Another client's work sends the same texts. The answer to the version request that precedes the
+// command shows that they are this one's.
 const std::vector<Reply> kUpdateReplies = {
     {kServiceText, Effect::Marks},
     {kConnecting, Effect::GoesOn},
@@ -259,8 +260,8 @@ std::string_view Exchange::CompletedPhase(std::string_view line) const
     return EndsWith(line, kReadSuccess) ? kReadingPhase : kWritingPhase;
 }
 
-// A release file without a line end leaves the next answer in the same line, and none leaves
-// nothing else.
+// If the release file has no line end, the next answer follows in the same line; if there is no
+// release line, the line is that answer alone.
 void Exchange::TakeAnswer(std::string_view line)
 {
     const bool hasService = EndsWith(line, kServiceText);

@@ -72,7 +72,7 @@ std::optional<Progress> ProgressOf(std::string_view line);
 std::string TextOf(const Progress& progress);
 
 // One command on its way: takes the unit's lines and knows when the command has ended, and how. A
-// careful unit adds up to four lines to a failure, and to the result of a search or of a copy:
+// unit with --strict adds up to four lines to a failure, and to the result of a search or a copy:
 // reasons, which are any text, and a note about a file that has no checksum.
 class Exchange {
 public:

@@ -35,7 +35,7 @@ constexpr int kKeepAliveProbes = 3;  // without an answer
 
 void SetOption(int descriptor, int level, int name, int value)
 {
-    setsockopt(descriptor, level, name, &value, sizeof(value));
+    static_cast<void>(setsockopt(descriptor, level, name, &value, sizeof(value)));
 }
 
 void KeepAlive(int descriptor)
@@ -57,7 +57,7 @@ int ConnectTo(const addrinfo& address, Clock::duration limit)
     timeval wait = {};
     wait.tv_sec = static_cast<time_t>(micros / 1000000);
     wait.tv_usec = static_cast<suseconds_t>(micros % 1000000);
-    setsockopt(descriptor.Get(), SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
+    static_cast<void>(setsockopt(descriptor.Get(), SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait)));
     KeepAlive(descriptor.Get());
     if (connect(descriptor.Get(), address.ai_addr, address.ai_addrlen) == 0)
         return descriptor.Release();

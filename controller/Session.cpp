@@ -17,8 +17,9 @@
 
 namespace {
 
-// Seconds. The unit is deaf for 5 while it restarts the CSP. While it waits for a silent one, it
-// counts silences of 10, which a command that is sent again more often would keep from ever ending.
+// Seconds. The unit doesn't read for 5 while it restarts the CSP. While it waits for a silent CSP
+// it counts idle periods of 10, so a command that is sent again more often would make it wait
+// forever.
 constexpr double kAnswerLimit = 15;
 constexpr double kJobLimit = 120;  // seconds; the unit itself gives up a silent CSP before that
 constexpr double kWindow = 2;      // seconds in which `send` shows what arrives
@@ -260,9 +261,8 @@ std::string Session::ReasonFor(Status status) const
 {
     if (status == Status::ServerEnded)
         return "the piano is well: the read-back has succeeded, and the server has ended, as it "
-               "does "
-               "then; to update it, run \"diag_server -f FILE\" on the unit, or start the server "
-               "with the piano stopped";
+               "does then; to update it, run \"diag_server -f FILE\" on the unit, or start the "
+               "server with the piano stopped";
     if (status == Status::Connection)
         return !error.empty() ? error
                               : "the unit has closed the connection: the server has ended, or "

@@ -83,6 +83,6 @@ bool ResetLogFile(const char* path, int linesToKeep)
     // No count is below a negative number of lines, so the loop tests for an empty list as well.
     while (list.count > 0 && list.count > linesToKeep)
         list.RemoveFirst();
-    list.SaveToFile(path);
+    static_cast<void>(list.SaveToFile(path));
     return true;
 }

@@ -4,8 +4,8 @@
 
 #include "TSString.h"
 
-// Small work on plain text, most of it in place. For the text service and for the unit's other
-// programs: this one needs only TextLength, and what TSString is built from.
+// Small work on plain text, most of it in place. Much of it is for the text service and the unit's
+// other programs.
 
 // The bytes of a text without its NUL, as the links count them.
 inline int TextLength(std::string_view text)

@@ -58,7 +58,7 @@ std::string DamageOf(std::string_view line, std::size_t length)
     return record.IsChecksumGood(count) ? "" : "wrong checksum";
 }
 
-// Follows the file line by line, as the unit sends it: in blocks that end where data end on a
+// Follows the file line by line, as the unit sends it: in blocks that end where data ends on a
 // multiple of the block's size. At the end of each the unit waits for the board, which answers data
 // alone. A row without data that ends up alone in a block therefore stops the update.
 class Checker {
@@ -203,7 +203,7 @@ void Checker::TakeUpperAddress(const HexRecord& record)
              base);
 }
 
-// Type 2 is as unknown as any other, and the worst: it moves the data that follow, but the unit
+// Type 2 is as unknown as any other, and the worst: it moves the data that follows, but the unit
 // goes on at the old place.
 void Checker::TakeOther(unsigned char type)
 {
@@ -226,8 +226,7 @@ void Checker::TakeRowWithoutData(const std::string& row)
 void Checker::CheckPlace(std::uint32_t address)
 {
     if (baseLine == 0 && report.ranges.empty())
-        Error("data before the first address record (type 4): where they belong is unknown",
-              address);
+        Error("data before the first address record (type 4): its address is unknown", address);
     if (next == address)
         return;
     if (next && address < *next)
@@ -282,7 +281,7 @@ void Checker::CheckBlock(std::uint32_t address, std::uint32_t end)
         ++report.blocks;
     else if (address / kBlock != end / kBlock && !std::exchange(stepReported, true))
         Warn("the record steps over " + EightDigits(end / kBlock * kBlock) +
-                 ", so that the board answers later than it does as a rule",
+                 ", so that the board answers later than usual",
              address);
 }
 

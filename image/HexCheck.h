@@ -41,7 +41,7 @@ struct HexReport {
     std::size_t errors = 0;    // all of them
     std::size_t warnings = 0;  // all of them
 
-    std::string version;                 // as the unit reads it; empty without one
+    std::string version;                 // as the unit reads a good file; or empty
     std::vector<AddressRange> ranges;    // in the order of the file; what continues is one range
     std::size_t bytes = 0;               // of data
     std::size_t records = 0;             // of any type, the damaged ones left out
@@ -49,6 +49,6 @@ struct HexReport {
     LineEnds lineEnds = LineEnds::None;  // of the complete lines
 };
 
-// Checks the bytes of an Intel HEX file. `outsideFlash` is how bad data outside the CSP's flash
-// are: a board whose flash nobody has described may have one there.
+// Checks the bytes of an Intel HEX file. `outsideFlash` is the severity of data outside the CSP's
+// flash: a board whose flash nobody has described may have one there.
 HexReport CheckHex(std::string_view text, Severity outsideFlash = Severity::Error);

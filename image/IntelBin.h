@@ -19,8 +19,7 @@
 
 inline constexpr unsigned kBinaryHeadSize = 2;  // bytes of the upper address
 
-// The first record begins so. One whose count or address differs is refused, although its type
-// would do.
+// The start of the first record. Another count or address is refused even if the type is 04.
 inline constexpr std::string_view kUpperAddressHead = ":02000004";
 
 // Converts the hex file at `hexPath`, which must begin with an upper address record. Digits of

@@ -14,16 +14,16 @@ struct CheckedFile {
 
     CheckedFile() = default;
 
-    // Reads the file to its end. `outsideFlash`: what data outside the flash of the CSP are.
+    // Reads the file to its end. `outsideFlash` is the severity of data outside the
+    // CSP's flash.
     explicit CheckedFile(const std::string& path, Severity outsideFlash = Severity::Error);
 
-    // The text of a file that isn't on the disk, or not in this form. `itsName` is its file in
-    // errors.
+    // Checks a text in memory. Errors name its file as `itsName`.
     CheckedFile(const std::string& itsName, std::string itsText,
                 Severity outsideFlash = Severity::Error);
 
-    // Why the text is no complete read-back of the parameter flash, a sentence with the file; empty
-    // for one.
+    // Why the text isn't a complete read-back of the parameter flash: a sentence that names the
+    // file. Empty if it is one.
     std::string ReadBackProblem() const;
 
     // True when the rows of the image are the lines of this text, which has no errors.
@@ -42,6 +42,6 @@ struct CheckedFile {
     // in each line, so at most 20 are listed, then their number.
     std::vector<std::string> errors;
 
-    // The same for data outside the flash where they are no error, up to HexReport's limit.
+    // The same for data outside the flash where that is no error, up to HexReport's limit.
     std::vector<std::string> warnings;
 };

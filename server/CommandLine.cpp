@@ -79,7 +79,7 @@ void CheckContradictions(Options& options)
     else if (options.verify && options.versionOnly)
         options.SetMistake("--verify can't be used with -v, which makes no update");
     else if (!options.addressText.empty() && options.HasFile())
-        options.SetMistake("--listen can't be used with a file, for which nothing listens");
+        options.SetMistake("--listen can't be used with a file: an update serves no controller");
 }
 
 // inet_aton would take a number of fewer parts, too.

@@ -10,8 +10,8 @@
 // The line that names the program. A file mode begins with it.
 inline constexpr char kProgramVersion[] = "Diag Server Ver.0.26\n";
 
-// The words that count as the first one only, and written in full. Everything else goes through
-// getopt, but for the two words that may follow `--strict`.
+// --help, --version and --strict count only as the first word, --verify and --listen only after
+// --strict; all are written in full. Everything else goes through getopt.
 inline constexpr char kHelpWord[] = "--help";
 inline constexpr char kVersionWord[] = "--version";
 inline constexpr char kStrictWord[] = "--strict";
@@ -36,8 +36,7 @@ struct Options {
     std::uint32_t address = kAnyAddress;
     std::string addressText;  // empty: all addresses
 
-    // The latest mistake, which counts with --strict only, and its text when it is yet to be
-    // printed.
+    // The latest mistake, which only --strict looks at, and its text unless it was printed already.
     enum class Mistake { None, Printed, Unprinted };
     Mistake mistake = Mistake::None;
     std::string mistakeText;

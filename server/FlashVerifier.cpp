@@ -29,7 +29,7 @@ bool FlashVerifier::CompareText(const CheckedFile& file, const std::string& flas
     return Compare(Image(file.text), Image(flash));
 }
 
-// Only where the file has data: what the flash has around them is not the file's concern.
+// Compares only the addresses at which the file has data.
 bool FlashVerifier::Compare(const Image& file, const Image& flash) const
 {
     std::uint32_t first = 0;
@@ -46,7 +46,7 @@ bool FlashVerifier::Compare(const Image& file, const Image& flash) const
     return count == 0;
 }
 
-// What of the file lies outside a read-back.
+// Reports the parts of the range that a read-back doesn't cover.
 void FlashVerifier::ReportRest(const AddressRange& range) const
 {
     const std::uint32_t last = range.start + range.size - 1;

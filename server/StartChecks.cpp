@@ -41,8 +41,8 @@ bool StartChecks::RequirePort(const Options& options) const
     return static_cast<bool>(bound);
 }
 
-// The "/" makes a bare name one that ExtractFileNameSX finds; only the extension is left without a
-// version text. A link that leads nowhere is something to keep, too.
+// ExtractFileNameSX needs a "/" before a bare name. Without a version text the name is only the
+// extension. lstat also finds a link that leads nowhere, which isn't replaced either.
 bool StartChecks::RequireRename(const std::string& file, const TSString& newName) const
 {
     struct stat other = {};

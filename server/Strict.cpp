@@ -11,7 +11,7 @@
 
 Strict::Strict(const Options& options) : report(options.HasFile() ? kUpdateLog : kServerLog) {}
 
-// The file first: what is wrong with it is known without anything of the unit, and with -v too.
+// Checks the file first, since that needs nothing of the unit; -v needs no more.
 bool Strict::Prepare(Options& options)
 {
     // Nobody has described the flash of the other peer.

@@ -33,8 +33,8 @@ public:
     // all has gone well.
     bool Finish(const Options& options, int result) const;
 
-    // Puts the text of a read-back in the place of the file, if it is a complete one. Empty, or a
-    // sentence about the failure, which isn't reported.
+    // Replaces the file by the text if that is a complete read-back. Returns an empty text, or the
+    // reason of a failure, which the caller reports.
     static std::string SaveReadBack(const std::string& path, const std::string& text);
 
     StrictReport report;

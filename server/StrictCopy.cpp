@@ -81,7 +81,7 @@ ParameterBackup::Result StrictCopy::Mount(const std::string& device, unsigned lo
                 other.empty() ? reason : reason + ", since it is mounted at " + other + ", too");
 }
 
-// The second flush is for the room of the files that were replaced.
+// WriteFiles has closed the replaced files; the flush after it frees their room on the medium.
 ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
 {
     const std::string path = Path(kMediumParameterFile);
@@ -93,7 +93,7 @@ ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
                 ReasonFor(path));
 }
 
-// A line for the image that is there, if there is one that its checksum shows to be good.
+// The checksum's line of the image on the medium if that matches its checksum, else empty.
 std::string StrictCopy::SumOfOldImage() const
 {
     const std::string path = Path(kMediumParameterFile);
@@ -106,9 +106,9 @@ std::string StrictCopy::SumOfOldImage() const
     return isGood ? SumLine(image.Text(), kMediumParameterFile) : "";
 }
 
-// Next to a checksum the image comes second: the new one has a line for either image, so whichever
-// a failure leaves isn't taken for damaged. Without one the image comes first: a failure must not
-// leave a checksum that nobody has made for the old one.
+// If there is a checksum, the new one is committed first: it lists the old and the new image, so
+// either matches after a failure. If there is none, the image is committed first: otherwise a
+// failure would leave a checksum that doesn't match the old image.
 bool StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
 {
     const std::string path = Path(kMediumParameterFile);

@@ -50,7 +50,7 @@ bool IsForController(char firstByte)
 
 }  // namespace
 
-// The process ends with the server, and hands back what they have.
+// Leaks both on purpose: the process ends with the server, and the system frees them.
 TDiagServer::~TDiagServer()
 {
     static_cast<void>(updater.release());
@@ -187,7 +187,7 @@ std::string TDiagServer::SaveReadBack(Step result)
     if (result == Step::Done)
         return strict->SaveReadBack(readTarget, reader->ReceivedText());
     return reader->GetReaderStatus() == Status::Failed
-               ? "what the CSP sent was not the next record, that of " +
+               ? "the CSP didn't send the next record, which begins at " +
                      EightDigits(reader->GetNextAddress())
                : "the CSP didn't answer as it should";
 }

@@ -33,7 +33,7 @@ bool UpdateGate::Load(TUpdater& updater, const char* path, char* version)
     if (file.isRead && version != nullptr)
         file.report.version.copy(version, THexFile::kVersionSize - 1);
     if (problems.empty() && updater.LoadText(path, RecordsOf(file.text), version) != 0)
-        problems = {std::string(path) + ": there is no memory for it"};
+        problems = {std::string(path) + ": not enough memory"};
     return file.isRead;
 }
 

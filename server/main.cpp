@@ -34,7 +34,7 @@ void FillStandardStreams()
 {
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
         if (fcntl(stream, F_GETFD) < 0)
-            open(kNowhere, O_RDWR);
+            static_cast<void>(open(kNowhere, O_RDWR));
     }
 }
 

@@ -57,8 +57,8 @@ int TryTwice(Attempt attempt)
     return attempt();
 }
 
-// Counts an occasion to send something. True for the first and every 100,000th after it, the
-// occasions on which it is sent: nothing bounds the passes of a loop that is kept awake.
+// Counts a pass of a loop that could send. True on the first and on every 100,000th after it, when
+// the caller sends: a loop that other links keep awake would otherwise send on every pass.
 inline bool CountToSend(int& count)
 {
     constexpr int kSendEvery = 100000;

@@ -21,7 +21,7 @@ constexpr int kPassWait = 1;  // seconds of one wait
 
 void Log(const char* text)
 {
-    AddLogFile(kUpdateLog, text);
+    static_cast<void>(AddLogFile(kUpdateLog, text));
 }
 
 // What the two attempts at the MIDI Patcher log and print.
@@ -85,7 +85,7 @@ int TUpdater::Run()
 bool TUpdater::LoadFile(const char* fileName)
 {
     const bool nameFits = StoreFileName(fileName);
-    ResetLogFile(kUpdateLog, kLogLinesKept);
+    static_cast<void>(ResetLogFile(kUpdateLog, kLogLinesKept));
     Log("CSP Updater Start Now.\n");
     if (!nameFits || !hexFile->LoadFromFile(hexFileName)) {
         Trace("No Update File!\n");

@@ -36,7 +36,7 @@ void UpdateMode::PrintAlone(const char* text) const
 void UpdateMode::LogAlone(const char* text) const
 {
     if (!inServer)
-        AddLogFile(kUpdateLog, text);
+        static_cast<void>(AddLogFile(kUpdateLog, text));
 }
 
 void UpdateMode::PrintInServer(const char* text) const

@@ -81,7 +81,7 @@ void CheckSum(std::string_view sumText, std::string_view bytes, ImageFile& file)
     file.sum = SumMatches(sumText, bytes) ? Sum::Matches : Sum::Differs;
     if (file.sum == Sum::Differs)
         AddError(file.report, "the checksum in the .sum file doesn't match: the file is damaged or "
-                              "cut off, or another one's");
+                              "cut off, or the .sum file belongs to another one");
 }
 
 }  // namespace

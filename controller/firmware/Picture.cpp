@@ -12,9 +12,9 @@
 
 namespace {
 
-constexpr std::uint32_t kRowSize = 0x10000;
+constexpr std::uint32_t kPictureRow = 0x10000;
 constexpr std::uint32_t kCellSize = Comparison::kCellSize;
-constexpr std::uint32_t kCellsPerRow = kRowSize / kCellSize;
+constexpr std::uint32_t kCellsPerRow = kPictureRow / kCellSize;
 constexpr std::uint32_t kKiB = 0x400;
 constexpr unsigned char kErased = 0xFF;
 
@@ -62,7 +62,7 @@ void AddDensity(std::string_view hexText, Densities& densities)
     std::uint32_t start = 0;
     Density* row = nullptr;  // most bytes are in the row of the last one
     for (ByteReader reader(hexText); reader.Next();) {
-        const std::uint32_t offset = reader.Address() % kRowSize;
+        const std::uint32_t offset = reader.Address() % kPictureRow;
         if (row == nullptr || reader.Address() - offset != start) {
             start = reader.Address() - offset;
             row = densities.RowAt(start);
@@ -90,7 +90,7 @@ char EqualOf(std::uint32_t data, std::uint32_t)
 // Between a row and the one that starts at `address`; empty where that follows.
 std::string GapText(const std::vector<PictureRow>& rows, std::uint32_t address)
 {
-    const std::uint32_t end = rows.empty() ? address : rows.back().address + kRowSize;
+    const std::uint32_t end = rows.empty() ? address : rows.back().address + kPictureRow;
     return end == address ? std::string() : Grouped((address - end) / kKiB) + " KiB without data";
 }
 
@@ -113,12 +113,12 @@ Picture DrawDensities(const Densities& densities, char (*cellOf)(std::uint32_t, 
 // Only where there is a row: a finding about an address without data has no place in the picture.
 void Mark(Picture& picture, std::uint32_t address, char with)
 {
-    const std::uint32_t start = address - address % kRowSize;
+    const std::uint32_t start = address - address % kPictureRow;
     const auto row = std::lower_bound(
         picture.rows.begin(), picture.rows.end(), start,
         [](const PictureRow& each, std::uint32_t wanted) { return each.address < wanted; });
     if (row != picture.rows.end() && row->address == start)
-        row->cells[address % kRowSize / kCellSize] = with;
+        row->cells[address % kPictureRow / kCellSize] = with;
 }
 
 // Of the SVG document, in its units.

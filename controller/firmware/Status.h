@@ -15,8 +15,9 @@ enum class Status {
 
 // How a command has ended, and a sentence about it.
 struct Outcome {
-    Outcome(Status how = Status::Success, std::string why = {}, std::string line = {})
-        : status(how), reason(std::move(why)), answer(std::move(line))
+    Outcome(Status itsStatus = Status::Success, std::string itsReason = {},
+            std::string itsAnswer = {})
+        : status(itsStatus), reason(std::move(itsReason)), answer(std::move(itsAnswer))
     {}
 
     bool IsSuccess() const { return status == Status::Success; }

@@ -17,7 +17,8 @@ KILOBYTES = {12: 1440, 16: 16384, 32: 34816}  # of a stick
 
 def make_disk():
     """The unit's disk with parameters, older ones and firmware, each in all forms."""
-    run("bash", "-c", "rm -rf disk*; mkdir -p disk/{cwd,lib/diag}; touch disk/none.{hex,rlg}; printf 12345 >disk/five")
+    run("bash", "-c", "rm -rf disk*; mkdir -p disk/{cwd,lib/diag}; touch disk/none.{hex,rlg}; "
+        "printf 12345 >disk/five")
     for file, size in ("disk/new", 0x60000), ("disk/old", 0x60000), ("disk/firmware", 0x30000):
         Path("seed").write_bytes(os.urandom(size // 4).ljust(size, b"\xff"))
         run("../../sim/mkfirmware", "--from", "seed", "--binary", file + ".bin", file + ".hex")
@@ -77,7 +78,7 @@ def find(unit, words, device, place, form):
         require_firmware(unit)
 
 def file_names(unit):
-    """A name is UTF-8 where nothing else is said, and Shift JIS with utf8=0."""
+    """A name is UTF-8 where no option is given, and Shift JIS with utf8=0."""
     name = "\u30c6\u30b9\u30c8.hex"
     stick = make_stick(16, {name: "firmware.hex"})
     for option, encoding in ("utf8=1", "utf-8"), ("utf8=0", "shift_jis"):

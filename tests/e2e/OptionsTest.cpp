@@ -54,7 +54,7 @@ TEST(CommandLine, MayEndProgramBeforeLinksOpen)
         {"--verify --listen 127.1 -P 80", noAddress},
         {"--listen -P 4917", noAddress},
         {"--listen 127.0.0.1 -f prog.hex",
-         "can't be used with a file, for which nothing listens\n"},
+         "can't be used with a file: an update serves no controller\n"},
     };
     for (const auto& [words, error] : mistakes)
         rows.push_back({"--strict " + words, "", error + usage, 2});

@@ -237,7 +237,7 @@ TEST(StrictServerLimits, ReadBackEndsAtRecordWithoutProgress)
         {{base, Record(0, 0, "")}, "90040000"}, {{Record(4, 0, "\x90\x03")}, "00000000"},
         {{base, data, base}, "90040004"},       {{base, data + "  "}, "90040000"},
     };
-    const std::string reason = "what the CSP sent was not the next record, that of ";
+    const std::string reason = "the CSP didn't send the next record, which begins at ";
     for (const auto& [records, next] : rows) {
         Scene scene("ioctl@PciDsp#2:EIO");
         scene.StartWithPeers(StrictWords());

@@ -114,7 +114,7 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
     const std::pair<std::string, const char*> rows[] = {
         {"", ""},
         {"csp_param.hex: it doesn't cover exactly the parameter flash", "--read-stop 90041000"},
-        {"what the CSP sent was not the next record, that of 90042000",
+        {"the CSP didn't send the next record, which begins at 90042000",
          "--bad-checksum-at 90042000"},
         {"csp_param.hex: No space left on device", "write@csp_param.hex.new:ENOSPC"},
         {"csp_param.hex: Input/output error", "fsync@csp_param.hex.new:EIO"},
