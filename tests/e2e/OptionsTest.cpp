@@ -13,6 +13,8 @@ TEST(CommandLine, MayEndProgramBeforeLinksOpen)
     const std::string noFile = "need a file\n";
     const std::string noPort = "the port is not a number from 1 to 65535\n";
     const std::string noAddress = "--listen needs an IPv4 address\n";
+    const std::string readme = ReadFile(DIAG_SOURCE "/README.md");
+    const std::string help = readme.substr(readme.find("diag_server [-P PORT]"));
     const std::string longest(255, 'x');
     const std::string newLog = std::string(50, '\n') + "CSP Updater Start Now.\n";
     struct Row {
@@ -27,7 +29,7 @@ TEST(CommandLine, MayEndProgramBeforeLinksOpen)
         {"-a x" + longest + " -v", "", "diag_server: file name is too long\n"},
         {"-v -f " + longest, version},
         {"-a prog.hex -v", fileVersion},
-        {"--help", "  --version   print the program's version, and end\n"},
+        {"--help", help.substr(0, help.find("```"))},
         {"--version -x", version},
         {"--strict -vf prog.hex", fileVersion},
         {"--strict -h -x", "", usage},

@@ -59,58 +59,80 @@ TEST(HexCheck, NamesLineAndCause)
         std::string text;
         std::size_t line;
         Severity severity;
-        const char* sentence;  // its begin
+        const char* sentence;
         std::size_t findings = 1;
     } rows[] = {
-        {kHead + "0" + kSecond + rest, 3, kError, "not a record"},
+        {kHead + "0" + kSecond + rest, 3, kError, "not a record: it does not begin with \":\""},
         {kHead + ":0404\n" + rest, 3, kError, "the record is cut short: 5 characters of 11"},
         {kHead + ":040404006162636469\n" + rest, 3, kError, "wrong checksum"},
-        {kHead + ":04040400616263646a\n" + rest, 3, kError, "\"a\" is not an upper-case hex digit"},
-        {kHead + ":0404040061626364 6A\n" + rest, 3, kError, "the character 0x20 is not an upper"},
+        {kHead + ":04040400616263646a\n" + rest, 3, kError,
+         "\"a\" is not an upper-case hex digit, and the unit reads it as 0"},
+        {kHead + ":0404040061626364 6A\n" + rest, 3, kError,
+         "the character 0x20 is not an upper-case hex digit, and the unit reads it as 0"},
         {kHead + ":04040400616263646A \n" + rest, 3, kError, "characters after the checksum: 1"},
-        {kHead + ":0404\r040061626364\n" + rest, 3, kError, "a CR or NUL"},
-        {kHead + ":04040\0:0061626364\n"s + rest, 3, kError, "a CR or NUL"},
-        {kHead + kSecond + "\n" + rest, 4, kError, "a blank line"},
-        {kHead + std::string(80, ':') + "\n" + rest, 3, kError, "a line of 81 bytes"},
+        {kHead + ":0404\r040061626364\n" + rest, 3, kError,
+         "a CR or NUL inside the line, at which the unit ends it"},
+        {kHead + ":04040\0:0061626364\n"s + rest, 3, kError,
+         "a CR or NUL inside the line, at which the unit ends it"},
+        {kHead + kSecond + "\n" + rest, 4, kError, "a blank line before the end record"},
+        {kHead + std::string(80, ':') + "\n" + rest, 3, kError,
+         "a line of 81 bytes: the unit loads no file with more than 80 in a line"},
         {kHead + kSecond + Row(2, 0, "\x10\0"s) + rest, 4, kError,
          "a record of type 2, which the unit does not know"},
         {kHead + kSecond + Row(4, 0, "\x90") + rest, 4, kError,
          "an address record (type 4) without exactly 2 bytes"},
-        {kVersion + kSecond + kEnd, 1, kError, "data before the first address record", 3},
+        {kVersion + kSecond + kEnd, 1, kError,
+         "data before the first address record (type 4): its address is unknown", 3},
         {kHead + kSecond + kSecond + rest, 4, kError,
          "the addresses go backwards to 90040404; the data before ends at 90040408"},
-        {kHead + Data(0x405, "x") + kEnd, 3, kError, "a gap of 1 byte from 90040404, which no"},
+        {kHead + Data(0x405, "x") + kEnd, 3, kError,
+         "a gap of 1 byte from 90040404, which no address record (type 4) introduces: a line may "
+         "be lost"},
         {kHead + kSecond + rest + kThird + kThird, 6, kError, "more follows the end record"},
-        {kHead + kSecond + kThird, 4, kError, "no end record"},
-        {Base(0x9004) + kEnd, 1, kError, "no data follows", 2},
+        {kHead + kSecond + kThird, 4, kError, "no end record (type 1): the board waits for more"},
+        {Base(0x9004) + kEnd, 1, kError, "no data follows this address record (type 4)", 2},
         {"", 0, kError, "the file has no data", 2},
-        {kHead + kSecond + kThird + ":00000001FF", 5, kError, "the last line has no line end"},
-        {WithCrLf(kHead) + kSecond + rest, 3, kError, "the line end is not that of the lines"},
+        {kHead + kSecond + kThird + ":00000001FF", 5, kError,
+         "the last line has no line end, so the unit does not load it; the file may be cut off"},
+        {WithCrLf(kHead) + kSecond + rest, 3, kError,
+         "the line end is not that of the lines before: a character was lost or added"},
         {kHead + Base(0x9005) + Data(34, "x") + kEnd, 4, kError,
-         "a gap of 34 bytes from 90050000, where the address record in line 3 puts"},
-        {kHead + Base(0x9005) + Data(1, "x") + kEnd, 4, kError, "a gap of 1 byte from 90050000"},
+         "a gap of 34 bytes from 90050000, where the address record in line 3 puts the data: a "
+         "line may be lost"},
+        {kHead + Base(0x9005) + Data(1, "x") + kEnd, 4, kError,
+         "a gap of 1 byte from 90050000, where the address record in line 3 puts the data: a line "
+         "may be lost"},
         {kHead + Base(0x9005) + Data(35, "x") + kEnd, 4, kWarning,
          "a gap of 64543 bytes from 90040404"},
-        {kHead + Base(0x9005) + "x\n" + Base(0x9006) + Data(0, "x") + kEnd, 4, kError, "not a rec"},
+        {kHead + Base(0x9005) + "x\n" + Base(0x9006) + Data(0, "x") + kEnd, 4, kError,
+         "not a record: it does not begin with \":\""},
         {Base(0x9004) + Data(0x1FF0, k16) + Row(5, 0, start) + kEnd, 3, kError,
-         "a record of type 5, a program's start, which means nothing to a flash; no block", 2},
-        {Row(3, 0, start) + kHead + rest, 1, kError, "a record of type 3, a program's start", 2},
+         "a record of type 5, a program's start, which means nothing to a flash; no block of data "
+         "is open here, and the board answers only data, so the unit waits until it gives up",
+         2},
+        {Row(3, 0, start) + kHead + rest, 1, kError,
+         "a record of type 3, a program's start, which means nothing to a flash; no block of data "
+         "is open here, and the board answers only data, so the unit waits until it gives up",
+         2},
         {kHead + Row(0, 0x404, "") + kSecond + kEnd, 3, kWarning, "a data record without data"},
         {Row(4, 2, "\x90\x04") + kVersion + kEnd, 1, kWarning,
-         "an address record (type 4) at 0002, not 0000"},
+         "an address record (type 4) at 0002, not 0000, which the unit ignores"},
         {kHead + Base(0x9100) + Data(0, "x") + Data(1, "x") + Base(0x9200) + Data(0, "x") + kEnd, 4,
-         kWarning, "a gap", 4},
+         kWarning, "a gap of 16514044 bytes from 90040404", 4},
         {Base(0x8FFF) + Data(0xFFFF, "x") + kHead + kEnd, 2, kError,
          "data at 8FFFFFFF, outside the flash (90000000 to 90FFFFFF)", 2},
-        {Base(0x9000) + Data(0, "x") + kHead + kEnd, 4, kWarning, "a gap of 263167 bytes"},
-        {Base(0x90FF) + Data(0xFFF0, k16 + k16) + kEnd, 2, kError, "data at 91000000, outside", 3},
-        {Base(0xFFFF) + Data(0xFFF0, k16) + kEnd, 2, kError, "the data reaches the last address",
-         3},
-        {kHead + Base(0x90FF) + Data(0xFFF0, k16) + kEnd, 4, kWarning, "a gap"},
+        {Base(0x9000) + Data(0, "x") + kHead + kEnd, 4, kWarning,
+         "a gap of 263167 bytes from 90000001"},
+        {Base(0x90FF) + Data(0xFFF0, k16 + k16) + kEnd, 2, kError,
+         "data at 91000000, outside the flash (90000000 to 90FFFFFF)", 3},
+        {Base(0xFFFF) + Data(0xFFF0, k16) + kEnd, 2, kError,
+         "the data reaches the last address, FFFFFFFF", 3},
+        {kHead + Base(0x90FF) + Data(0xFFF0, k16) + kEnd, 4, kWarning,
+         "a gap of 16514028 bytes from 90040404"},
         {Base(0x9004) + Data(0x400, "\0V1"s) + kEnd, 3, kWarning,
          "no version text in a record that begins at 90040400"},
         {Base(0x9005) + Data(0x1FF0, k16 + "V") + Base(0x9006) + Data(0x1FF0, k16 + "V") + kEnd, 2,
-         kWarning, "the record steps over 90052000", 3},
+         kWarning, "the record steps over 90052000, so that the board answers later than usual", 3},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.text) + ": " + row.sentence);
@@ -119,7 +141,7 @@ TEST(HexCheck, NamesLineAndCause)
         EXPECT_EQ(report.errors + report.warnings, row.findings);
         const Finding& first = report.findings.front();
         EXPECT_EQ(std::pair(first.line, first.severity), std::pair(row.line, row.severity));
-        EXPECT_EQ(first.text.substr(0, std::string(row.sentence).size()), row.sentence);
+        EXPECT_EQ(first.text, row.sentence);
         EXPECT_EQ(first.isOutsideFlash, first.text.find("outside the flash") != std::string::npos);
     }
     EXPECT_EQ(CheckHex(Base(0x9200) + Data(0, "x") + kHead + kEnd, kWarning).errors, 1U);
