@@ -7,6 +7,7 @@ namespace {
 
 constexpr std::size_t kData = 5;      // data bytes of a frame
 constexpr std::size_t kOutSize = 10;  // bytes of a frame of the program
+constexpr char kMidi = '\xC0';        // the kind of a MIDI group
 constexpr char kLineEnd = 0x37;
 
 }  // namespace
@@ -41,27 +42,25 @@ std::vector<std::string> MidiPeer::Frames()
 std::vector<std::string> MidiPeer::Lines()
 {
     std::vector<std::string> lines;
-    std::string line;
+    std::string text;
     for (const std::string& frame : Frames()) {
         const char kind = frame.size() == kOutSize ? frame[kOutSize - kData - 1] : '\0';
-        if (kind == kLineEnd)
-            lines.push_back(std::exchange(line, ""));
+        const std::string data = frame.substr(frame.size() - std::min(frame.size(), kData));
+        if (kind == kMidi)
+            lines.push_back(ToHex(data));
+        else if (kind == kLineEnd)
+            lines.push_back(std::exchange(text, ""));
         else if (kind >= 0x31 && kind < kLineEnd)
-            line += frame.substr(kOutSize - kData, static_cast<std::size_t>(kind - 0x30));
+            text += data.substr(0, static_cast<std::size_t>(kind - 0x30));
     }
     return lines;
 }
 
 std::vector<std::string> MidiPeer::TakeSent()
 {
-    std::vector<std::string> sent;
-    const std::vector<std::string> frames = Frames();
-    for (; framesTaken < frames.size(); ++framesTaken)
-        if (frames[framesTaken][kOutSize - kData - 1] == '\xC0')
-            sent.push_back(ToHex(frames[framesTaken].substr(kOutSize - kData)));
-    const std::vector<std::string> lines = Lines();
-    for (; linesTaken < lines.size(); ++linesTaken)
-        sent.push_back(lines[linesTaken]);
+    std::vector<std::string> sent = Lines();
+    const std::size_t taken = std::exchange(linesTaken, sent.size());
+    sent.erase(sent.begin(), sent.begin() + static_cast<std::ptrdiff_t>(taken));
     return sent;
 }
 

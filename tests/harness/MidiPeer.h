@@ -15,10 +15,9 @@ public:
 
     // The frames received, without stuffing and connect sequence.
     std::vector<std::string> Frames();
-    // The console lines among them, each ended by its end frame.
+    // What they are: MIDI groups as the data of their frames, "7F BF 00 00 00", and console lines,
+    // each ended by its end frame. TakeSent has only those since its last call.
     std::vector<std::string> Lines();
-    // What was received since the last call: MIDI groups as the data of their frames, "7F BF 00 00
-    // 00", then console lines.
     std::vector<std::string> TakeSent();
     bool WaitForLine(const std::string& line);
 
@@ -30,6 +29,5 @@ public:
                                    const std::string& head = kHead);
 
 private:
-    std::size_t framesTaken = 0;
     std::size_t linesTaken = 0;
 };

@@ -19,7 +19,7 @@ const Lines kConnect = {"7F BF 00 00 00", "00 BF 66 01 00", "STATUS"};
 const Lines kRequest = {"READ   :90040000:900A0000:0C"};
 const Lines kNext = {"NEXT   :"};
 const Lines kCancel = {"CANCEL :"};
-const Lines kCancelAndConnect = {kConnect[0], kConnect[1], kCancel[0], kConnect[2]};
+const Lines kCancelAndConnect = {kCancel[0], kConnect[0], kConnect[1], kConnect[2]};
 const Lines kGivenUp = {kRequest[0], kCancel[0]};
 
 // A read-back to param.hex. The name is relative: the unit's library keeps the program from
