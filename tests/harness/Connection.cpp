@@ -6,7 +6,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/socket.h>
 
 #include "Texts.h"
 #include "UnixSocket.h"
@@ -107,10 +106,10 @@ void Controller::Reset()
     Close();
 }
 
-Peer::Peer()
+Peer::Peer(int type)
 {
     int ends[2];
-    Check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "no pair of sockets");
+    Check(socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) == 0, "no pair of sockets");
     Attach(ends[0]);
     other = ends[1];
 }
@@ -136,15 +135,20 @@ void Neighbour::FillQueue()
     while (connect(waiting.back().Get(), address.Get(), UnixAddress::kSize) == 0);
 }
 
+int PortOf(int descriptor)
+{
+    sockaddr_in address = {};
+    socklen_t size = sizeof(address);
+    getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
+    return ntohs(address.sin_port);
+}
+
 Port::Port(int wanted) : taken(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    sockaddr_in address = Loopback(wanted, 1);
-    socklen_t size = sizeof(address);
-    auto* const general = reinterpret_cast<sockaddr*>(&address);
+    const sockaddr_in address = Loopback(wanted, 1);
     // The port may have connections of an earlier test that are closing.
     TurnOn(taken.Get(), SOL_SOCKET, SO_REUSEADDR);
-    Check(bind(taken.Get(), general, size) == 0 && listen(taken.Get(), 1) == 0 &&
-              getsockname(taken.Get(), general, &size) == 0,
+    const auto* const general = reinterpret_cast<const sockaddr*>(&address);
+    Check(bind(taken.Get(), general, sizeof(address)) == 0 && listen(taken.Get(), 1) == 0,
           "no free port");
-    number = ntohs(address.sin_port);
 }

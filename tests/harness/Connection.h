@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/socket.h>
+
 #include "Descriptor.h"
 #include "UnixAddress.h"
 #include "Wait.h"
@@ -47,10 +49,10 @@ public:
 };
 
 // One end of a pair of connected sockets. The other end is for the code under test, which owns and
-// closes it.
+// closes it. With SOCK_SEQPACKET it reads each piece that was sent by itself.
 class Peer : public Connection {
 public:
-    Peer();
+    explicit Peer(int type = SOCK_STREAM);
     int Other() const { return other; }
 
 private:
@@ -76,13 +78,15 @@ private:
     std::vector<Descriptor> waiting;
 };
 
+// The number of the port that the TCP socket is bound to.
+int PortOf(int descriptor);
+
 // Occupies a TCP port of this machine: the one `wanted`, or a free one.
 class Port {
 public:
     explicit Port(int wanted = 0);
-    int Number() const { return number; }
+    int Number() const { return PortOf(taken.Get()); }
 
 private:
     Descriptor taken;
-    int number;
 };

@@ -152,14 +152,11 @@ TEST(ControllerLink, BoundsWaitsIfRequested)
         TZaurusCom zaurus;
         if (isBounded)
             zaurus.BoundWaits();
-        sockaddr_in address = {};
-        socklen_t size = sizeof(address);
-        getsockname(zaurus.SetPortDescriptor(), reinterpret_cast<sockaddr*>(&address), &size);
-        const Controller controller(ntohs(address.sin_port));
+        const Controller controller(PortOf(zaurus.SetPortDescriptor()));
         const int id = zaurus.AcceptZaurus();
         for (const auto& [option, value] : {std::pair(SO_KEEPALIVE, 1), {SO_SNDTIMEO, 5}}) {
             int set[sizeof(timeval) / sizeof(int)] = {};  // of a time, the seconds come first
-            size = sizeof(set);
+            socklen_t size = sizeof(set);
             EXPECT_EQ(getsockopt(id, SOL_SOCKET, option, set, &size), 0);
             EXPECT_EQ(set[0], isBounded ? value : 0) << option;
         }
