@@ -155,18 +155,9 @@ TEST(HexCheck, NamesLineAndCause)
 
 TEST(HexCheck, SummarizesLoadedData)
 {
-    std::string text = Base(0x9004);
-    for (std::size_t at = 0; at < 0x4020; at += 16)
-        text += Data(at, at == 0x400 ? "V2"s + '\0' + k16.substr(3) : k16);
-    const HexReport report = CheckHex(WithCrLf(text + Base(0x9006) + Data(0x1FFD, "abc") + kEnd));
-    EXPECT_EQ(std::tuple(report.errors, report.version, report.bytes, report.records, report.blocks,
-                         report.lineEnds),
-              std::tuple(0U, "V2", 0x4023U, 0x402U + 4U, 3U, LineEnds::CrLf));
-    ASSERT_EQ(report.ranges.size(), 2U);
-    EXPECT_EQ(std::tuple(report.ranges[0].start, report.ranges[0].size, report.ranges[1].start),
-              std::tuple(0x90040000U, 0x4020U, 0x90061FFDU));
-
     EXPECT_EQ(CheckHex(kHead + kEnd).blocks, 1U) << "the last one is open";
+    EXPECT_EQ(CheckHex(Base(0x9004) + Data(0x1FFF, "x") + kEnd).blocks, 1U) << "or ends there";
+    EXPECT_EQ(CheckHex(WithCrLf(kHead + kEnd)).lineEnds, LineEnds::CrLf);
 
     const std::pair<std::string, std::optional<std::uint32_t>> addresses[] = {
         {kVersion + kEnd, 0x400U},
