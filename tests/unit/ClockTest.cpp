@@ -45,12 +45,8 @@ TEST(Clock, PassesByItselfForPeople)
     Process clock({{Program("simclock"), "serve", path, "1000"}, {}, "/", dir.Path("out"), ""});
     ASSERT_TRUE(WaitUntil([&] { return clock.Output() == "ready\n"; }));
 
-    Process sleeper({{Program("probe"), "sleep 100"},
-                     {"LD_PRELOAD=" + Program("libsimunit.so"), "SIMUNIT_CLOCK=" + path},
-                     "/",
-                     dir.Path("slept"),
-                     ""});
-
+    const Words variables = {"LD_PRELOAD=" + Program("libsimunit.so"), "SIMUNIT_CLOCK=" + path};
+    Process sleeper({{Program("probe"), "sleep 100"}, variables, "/", dir.Path("slept"), ""});
     EXPECT_EQ(sleeper.Wait(), 0);
     EXPECT_EQ(sleeper.Output(), "sleep 100 = 0\n");
 }
