@@ -1,9 +1,6 @@
 // Files that are copied and compared, logs, and files that are replaced as a whole.
 
 #include <cerrno>
-#include <cstdlib>
-#include <set>
-#include <string>
 #include <tuple>
 #include <utility>
 

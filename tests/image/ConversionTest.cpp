@@ -1,9 +1,5 @@
 // The forms of an image, each conversion between files and in memory, and the checksum's file.
-#include <algorithm>
 #include <climits>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
 #include <tuple>
 
 #include <fcntl.h>

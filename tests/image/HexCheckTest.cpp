@@ -1,9 +1,5 @@
 // What can be known of a file before the unit gets it: findings, a summary, bytes by address.
 
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include <malloc.h>
 
 #include <gtest/gtest.h>

@@ -2,11 +2,8 @@
 
 #include <csignal>
 #include <future>
-#include <string>
-#include <vector>
 
 #include <fcntl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -15,7 +12,6 @@
 #include "MidiPeer.h"
 #include "TMidiCom.h"
 #include "TempDir.h"
-#include "UniqueFd.h"
 
 namespace {
 

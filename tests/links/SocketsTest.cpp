@@ -2,14 +2,9 @@
 // and the texts over any of them.
 
 #include <csignal>
-#include <filesystem>
-#include <string>
-#include <utility>
 
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 

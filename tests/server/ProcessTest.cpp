@@ -1,8 +1,6 @@
 // Operations of the server that its loop doesn't call, or whose result it ignores.
 
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -16,8 +14,6 @@
 #include "OwnUnit.h"
 #include "Strict.h"
 #include "TDiagServer.h"
-#include "TempDir.h"
-#include "UniqueFd.h"
 #include "UnitPaths.h"
 
 namespace {

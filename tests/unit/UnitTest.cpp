@@ -1,7 +1,6 @@
 // The simulated unit, tested with a probe that makes calls like those of the product.
 
 #include <fstream>
-#include <string>
 
 #include <sys/stat.h>
 

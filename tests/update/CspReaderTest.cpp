@@ -1,7 +1,5 @@
 // The read-back's state machine, seen from the CSP, the controller and the file.
 
-#include <filesystem>
-
 #include "HexFormat.h"
 #include "Peers.h"
 #include "TCspReader.h"

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <functional>
 #include <map>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
