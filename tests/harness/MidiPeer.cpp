@@ -20,13 +20,18 @@ std::string MidiPeer::Stuff(const std::string& block)
     return {stuffed.begin(), stuffed.end()};
 }
 
-std::string MidiPeer::EncodeLines(const std::vector<std::string>& lines, const std::string& head)
+std::string Frames(const std::vector<std::string>& lines, const std::string& head)
 {
     std::string frames;
     for (const std::string& line : lines)
         for (const FrameBytes& frame : FrameCodec::ConsoleFrames(head[0], head[1], line))
             frames.append(frame.begin(), frame.end() - 2);  // without the end of a block
     return frames;
+}
+
+bool MidiPeer::SendLines(const std::vector<std::string>& lines) const
+{
+    return Send(Stuff(::Frames(lines)));
 }
 
 std::vector<std::string> MidiPeer::Frames()

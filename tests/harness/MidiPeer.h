@@ -8,10 +8,7 @@ public:
     using Neighbour::Neighbour;
 
     // Sends lines of the console, without their line ends, in one write.
-    bool SendLines(const std::vector<std::string>& lines) const
-    {
-        return Send(Stuff(EncodeLines(lines)));
-    }
+    bool SendLines(const std::vector<std::string>& lines) const;
 
     // The frames received, without stuffing and connect sequence.
     std::vector<std::string> Frames();
@@ -24,10 +21,11 @@ public:
     // The first three bytes of a frame to the program.
     static const std::string kHead;
     static std::string Stuff(const std::string& block);
-    // The frames of console lines one after the other, without stuffing.
-    static std::string EncodeLines(const std::vector<std::string>& lines,
-                                   const std::string& head = kHead);
 
 private:
     std::size_t linesTaken = 0;
 };
+
+// The frames of console lines one after the other, without stuffing.
+std::string Frames(const std::vector<std::string>& lines,
+                   const std::string& head = MidiPeer::kHead);

@@ -79,9 +79,3 @@ private:
     std::size_t frameCount = 0;
     std::size_t logSize = 0;
 };
-
-// The frames of console lines, one after the other.
-inline std::string Frames(const Words& lines, const std::string& head = MidiPeer::kHead)
-{
-    return MidiPeer::EncodeLines(lines, head);
-}

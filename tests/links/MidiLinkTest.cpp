@@ -61,12 +61,6 @@ struct MidiLink {
     TMidiCom midi;
 };
 
-// The frames of complete lines.
-std::string Frames(const Lines& lines)
-{
-    return MidiPeer::EncodeLines(lines);
-}
-
 // The frames of a line without its end.
 std::string Begun(const std::string& text)
 {
