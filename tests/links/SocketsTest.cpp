@@ -2,8 +2,11 @@
 // and the texts over any of them.
 
 #include <csignal>
+#include <tuple>
 
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -145,10 +148,13 @@ TEST(ControllerLink, BoundsWaitsIfRequested)
             zaurus.BoundWaits();
         const Controller controller(PortOf(zaurus.SetPortDescriptor()));
         const int id = zaurus.AcceptZaurus();
-        for (const auto& [option, value] : {std::pair(SO_KEEPALIVE, 1), {SO_SNDTIMEO, 5}}) {
+        const std::tuple<int, int, int> rows[] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
+                                                  {SOL_SOCKET, SO_SNDTIMEO, 5},
+                                                  {IPPROTO_TCP, TCP_USER_TIMEOUT, 90000}};
+        for (const auto& [level, option, value] : rows) {
             int set[sizeof(timeval) / sizeof(int)] = {};  // of a time, the seconds come first
             socklen_t size = sizeof(set);
-            EXPECT_EQ(getsockopt(id, SOL_SOCKET, option, set, &size), 0);
+            EXPECT_EQ(getsockopt(id, level, option, set, &size), 0);
             EXPECT_EQ(set[0], isBounded ? value : 0) << option;
         }
     }
