@@ -204,21 +204,3 @@ TEST(ControllerTool, LeavesIgnoredSignalsIgnored)
     scene.Say(Frames({"still here"}));
     EXPECT_TRUE(scene.HasShown(monitor, "still here"));
 }
-
-TEST(ControllerTool, ManualNamesEveryCommandAndOption)
-{
-    const std::string manual = ReadFile(DIAG_SOURCE "/packaging/diagctl.1");
-    Unit unit;
-    int names = 0;
-    for (const char* begin : {"", "-"}) {
-        Process& tool = unit.Start("diagctl", {"complete", begin});
-        tool.Wait();
-        std::istringstream lines(tool.Output());
-        for (std::string line; std::getline(lines, line); ++names) {
-            const std::string name = line.substr(0, line.find('\t'));
-            const bool isOption = name[0] == '-';
-            EXPECT_TRUE(Contains(manual, isOption ? "Fl " + name.substr(1) : name)) << name;
-        }
-    }
-    EXPECT_GT(names, 25);
-}

@@ -64,14 +64,6 @@ TEST_F(UnitTest, AnswersLikeRealKernel)
     EXPECT_TRUE(unit.Exists("medium/New.Txt"));
 }
 
-TEST_F(UnitTest, ListsMounts)
-{
-    ExpectCalls({"mount-ro /mnt/floppy/ = 0", "fread /proc/mounts = 84"});
-    EXPECT_EQ(
-        unit.Read("sim/mounts"),
-        "/dev/sda /mnt/floppy vfat ro,nosuid,noexec,relatime,iocharset=sjis,codepage=932 0 0\n");
-}
-
 TEST_F(UnitTest, FillsMediumAndPullsItOutUnderOpenFile)
 {
     unit.Mount("usb");
@@ -123,15 +115,6 @@ TEST_F(UnitTest, FailsNthCallOfKind)
         EXPECT_TRUE(Contains(unit.Journal(), " on " + subject + "\n"));
         unit.Remove("sim/journal");
     }
-}
-
-TEST(SimPiano, RefusesSecondOneOnSameRoot)
-{
-    Unit unit;
-    unit.StartPiano();
-    Process& second = unit.Start("simpiano", {"--root", unit.Path()});
-    EXPECT_EQ(second.Wait(), 2);
-    EXPECT_EQ(second.Error(), "simpiano: another simpiano runs in " + unit.Path() + "\n");
 }
 
 }  // namespace
