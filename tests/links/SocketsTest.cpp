@@ -48,6 +48,10 @@ TEST_F(Sockets, ReplaceStaleFiles)
     const UniqueFd service(mkservsocUNIX(longest.c_str()));
     const UniqueFd client(mkclisocUNIX(longest.c_str()));
     EXPECT_TRUE(UniqueFd(accept4(service.Get(), nullptr, nullptr, SOCK_CLOEXEC)));
+    timeval limit = {9, 9};
+    socklen_t size = sizeof(limit);
+    getsockopt(client.Get(), SOL_SOCKET, SO_SNDTIMEO, &limit, &size);
+    EXPECT_EQ(limit.tv_sec, 0) << "only the connecting has a limit";
     EXPECT_EQ(rmUNIXsoc(longest.c_str()), 0);
     EXPECT_FALSE(std::filesystem::exists(longest));
     EXPECT_EQ(rmUNIXsoc(longest.c_str()), 0) << "nothing there is as good";
