@@ -73,6 +73,9 @@ TEST(Update, LogsResultRenamesFileAndRestartsPiano)
                   "CSP Updater Start Now.\nCSP File Version: ../x\\V 1.02\n" + row.log +
                       (restarts ? "Rebooting CSP...5sec\n" : ""));
         EXPECT_TRUE(Contains(program.Output(), row.output)) << program.Output();
+        // The error is logged before the last wait. The unit's time begins at 22:13:20.
+        const std::string second = std::to_string(15 + UnitTime() / std::chrono::seconds(1));
+        EXPECT_TRUE(restarts || Contains(unit.Log(kUpdateLog), second + " - Update Error No.-3"));
         EXPECT_LE(UnitTime(), std::chrono::seconds(20 + Count(program.Output(), "Inc 1+")));
         EXPECT_TRUE(unit.Read(row.name) == image);
         EXPECT_EQ(unit.Flash(firmware.size()) == firmware,
