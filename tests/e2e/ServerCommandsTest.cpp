@@ -17,11 +17,6 @@ const std::string kHeader = " \n[ System version: Update File ]\n";
 
 const std::string kOverlong = std::string(81, '0') + "\n";  // no line of an image
 
-std::string Packed(const std::string& version)
-{
-    return PackedText(Firmware(0x800, version));
-}
-
 constexpr char kCopy[] = "medium/csp_param.rlg";
 
 constexpr char kCopied[] = "Copy Success.\n";
@@ -78,8 +73,9 @@ TEST(UpdateSearch, LoadsFirstFileFoundAndTriesNoOther)
             std::filesystem::create_symlink(planted, scene.Path(work));
         }
         for (const std::string& name : files)
-            scene.Write("mnt/" + name, (name.back() == 'x' ? SmallFile(name) : Packed(name)) +
-                                           (name == files[0] ? damage : ""));
+            scene.Write("mnt/" + name,
+                        (name.back() == 'x' ? SmallFile(name) : PackedText(Firmware(0x800, name))) +
+                            (name == files[0] ? damage : ""));
         const std::string result = isFound ? files[0] + "\n" : kNoFile;
 
         EXPECT_EQ(scene.Ask(kFindUpdate), isFound ? kHeader + result : result);

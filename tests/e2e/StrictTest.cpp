@@ -158,10 +158,10 @@ TEST(Strict, ExitsWhenPortIsTakenDuringStart)
 
 TEST(Strict, ComparesFlashWithFileAfterUpdate)
 {
-    const std::string image = Record(4, 0, "\x90\x03") + "\r\n" +
-                              Record(0, 0xFFF0, std::string(16, 'x')) + "\r\n" +
-                              HexText(Firmware(0x1000, "V1"), 32, "\r\n");
+    const std::string below =
+        Record(4, 0, "\x90\x03") + "\r\n" + Record(0, 0xFFF0, std::string(16, 'x')) + "\r\n";
     const struct {
+        std::size_t size;      // of the image
         std::string added;     // to the file, in front of its end record
         std::size_t changed;   // bytes of flash, while the CSP restarts
         const char* piano;     // from then on
@@ -169,17 +169,16 @@ TEST(Strict, ComparesFlashWithFileAfterUpdate)
         int status;
         std::string error;  // its end
     } rows[] = {
-        {Record(4, 0, "\x90\x09") + "\r\n" + Record(0, 0xFFF0, std::string(16, '\0')) + "\r\n" +
-             Row("\x90\x0A"),
-         0, "", 1, 0,
+        {0x60000, Row("\x90\x0A"), 0, "", 1, 0,
          "diag_server: not verified: 9003FFF0 to 9003FFFF\n"
          "diag_server: not verified: 900A0000 to 900A000F\n"},
-        {"", 2, "", 1, 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},
-        {"", 0, "--silent", 2, 1, "the flash is not readable\n"},
+        {0x1000, "", 2, "", 1, 1, "bytes: 2, first at 90040800: 00 in the flash, F4 in the file\n"},
+        {0x1000, "", 0, "--silent", 2, 1, "the flash is not readable\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.error);
         Unit unit;
+        const std::string image = below + HexText(Firmware(row.size, "V1"), 32, "\r\n");
         unit.Write("cwd/prog.hex", std::string(image).insert(image.size() - 13, row.added));
         Process& piano = unit.StartPiano();
         Process& program = unit.Start("diag_server", Split("--strict --verify -b -f prog.hex"));

@@ -4,14 +4,6 @@
 
 namespace {
 
-void StartWithoutPiano(FaultyUnit& unit)
-{
-    unit.CheckEnd(unit.Start("diag_server", kAnyPort));
-    unit.ExpectLog(
-        {"Diag Server Start Now.", "MIDI Patcher is not active.", "RC Server is not active."});
-    Check(!Contains(unit.Log(), "Initialize OK"), "a start without a piano is reported as good");
-}
-
 void ReadBack(FaultyUnit& unit)
 {
     constexpr char kFile[] = "cwd/csp_param.hex";
@@ -217,7 +209,6 @@ void Restore(FaultyUnit& unit)
 std::vector<Scenario> DefaultScenarios()
 {
     return {
-        {"start without a piano", 0, kNoServer, StartWithoutPiano},
         {"start-up", kAllFrames, 0x18, ReadBack},
         {"read-back", kAllFrames, 0x2010, ReadBack},
         // The last frames are those around the 64 KiB boundary and of the last block.

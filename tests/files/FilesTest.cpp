@@ -174,6 +174,8 @@ TEST_F(Files, ThatAreLogsGetEntriesStampedInUtc)
         EXPECT_EQ(dir.Read("log").substr(0, 10 * kept + 5),
                   lines.substr(100 - 10 * kept) + "06/03");
     }
+    EXPECT_TRUE(AddLogFile(dir.Write("log", std::string(99, 'x') + "\n").c_str(), "x\n", 120));
+    EXPECT_EQ(dir.Read("log"), std::string(59, 'x') + "\n06/03/14/09:05:07 - x\n") << "one line";
     EXPECT_FALSE(AddLogFile("/dev/full", std::string(100000, 'x').c_str()));
     EXPECT_FALSE(ResetLogFile(dir.Path("missing").c_str(), 50));
 }

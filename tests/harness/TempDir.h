@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -36,8 +36,6 @@ class TempDir {
 public:
     TempDir()
     {
-        const char* const parent = std::getenv("TMPDIR");
-        directory = (parent == nullptr ? std::string("/tmp") : parent) + "/diag-XXXXXX";
         if (mkdtemp(directory.data()) == nullptr)
             throw std::runtime_error("no temporary directory");
     }
@@ -61,11 +59,7 @@ public:
     // Writes the bytes and returns the path.
     std::string Write(const std::string& name, const std::string& bytes) const
     {
-        std::FILE* const file = std::fopen(Path(name).c_str(), "wb");
-        if (file != nullptr) {
-            std::fwrite(bytes.data(), 1, bytes.size(), file);
-            std::fclose(file);
-        }
+        std::ofstream(Path(name), std::ios::binary) << bytes;
         return Path(name);
     }
 
@@ -74,6 +68,6 @@ public:
     bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
 
 private:
-    std::string directory;
+    std::string directory = std::filesystem::temp_directory_path() / "diag-XXXXXX";
     bool kept = false;
 };

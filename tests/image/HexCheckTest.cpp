@@ -51,14 +51,20 @@ TEST(HexCheck, NamesLineAndCause)
 {
     const std::string rest = kThird + kEnd;
     const std::string start = "\0\0\0\0"s;
+    const std::string colon = "not a record: it does not begin with \":\"";
+    const std::string ended = "a CR or NUL inside the line, at which the unit ends it";
+    const std::string lost = " puts the data: a line may be lost";
+    const std::string alone =
+        ", a program's start, which means nothing to a flash; no block of data is open here, and "
+        "the board answers only data, so the unit waits until it gives up";
     const struct {
         std::string text;
         std::size_t line;
         Severity severity;
-        const char* sentence;
+        std::string sentence;
         std::size_t findings = 1;
     } rows[] = {
-        {kHead + "0" + kSecond + rest, 3, kError, "not a record: it does not begin with \":\""},
+        {kHead + "0" + kSecond + rest, 3, kError, colon},
         {kHead + ":0404\n" + rest, 3, kError, "the record is cut short: 5 characters of 11"},
         {kHead + ":040404006162636469\n" + rest, 3, kError, "wrong checksum"},
         {kHead + ":04040400616263646a\n" + rest, 3, kError,
@@ -66,10 +72,8 @@ TEST(HexCheck, NamesLineAndCause)
         {kHead + ":0404040061626364 6A\n" + rest, 3, kError,
          "the character 0x20 is not an upper-case hex digit, and the unit reads it as 0"},
         {kHead + ":04040400616263646A \n" + rest, 3, kError, "characters after the checksum: 1"},
-        {kHead + ":0404\r040061626364\n" + rest, 3, kError,
-         "a CR or NUL inside the line, at which the unit ends it"},
-        {kHead + ":04040\0:0061626364\n"s + rest, 3, kError,
-         "a CR or NUL inside the line, at which the unit ends it"},
+        {kHead + ":0404\r040061626364\n" + rest, 3, kError, ended},
+        {kHead + ":04040\0:0061626364\n"s + rest, 3, kError, ended},
         {kHead + kSecond + "\n" + rest, 4, kError, "a blank line before the end record"},
         {kHead + std::string(80, ':') + "\n" + rest, 3, kError,
          "a line of 81 bytes: the unit loads no file with more than 80 in a line"},
@@ -93,23 +97,15 @@ TEST(HexCheck, NamesLineAndCause)
         {WithCrLf(kHead) + kSecond + rest, 3, kError,
          "the line end is not that of the lines before: a character was lost or added"},
         {kHead + Base(0x9005) + Data(34, "x") + kEnd, 4, kError,
-         "a gap of 34 bytes from 90050000, where the address record in line 3 puts the data: a "
-         "line may be lost"},
+         "a gap of 34 bytes from 90050000, where the address record in line 3" + lost},
         {kHead + Base(0x9005) + Data(1, "x") + kEnd, 4, kError,
-         "a gap of 1 byte from 90050000, where the address record in line 3 puts the data: a line "
-         "may be lost"},
+         "a gap of 1 byte from 90050000, where the address record in line 3" + lost},
         {kHead + Base(0x9005) + Data(35, "x") + kEnd, 4, kWarning,
          "a gap of 64543 bytes from 90040404"},
-        {kHead + Base(0x9005) + "x\n" + Base(0x9006) + Data(0, "x") + kEnd, 4, kError,
-         "not a record: it does not begin with \":\""},
+        {kHead + Base(0x9005) + "x\n" + Base(0x9006) + Data(0, "x") + kEnd, 4, kError, colon},
         {Base(0x9004) + Data(0x1FF0, k16) + Row(5, 0, start) + kEnd, 3, kError,
-         "a record of type 5, a program's start, which means nothing to a flash; no block of data "
-         "is open here, and the board answers only data, so the unit waits until it gives up",
-         2},
-        {Row(3, 0, start) + kHead + rest, 1, kError,
-         "a record of type 3, a program's start, which means nothing to a flash; no block of data "
-         "is open here, and the board answers only data, so the unit waits until it gives up",
-         2},
+         "a record of type 5" + alone, 2},
+        {Row(3, 0, start) + kHead + rest, 1, kError, "a record of type 3" + alone, 2},
         {kHead + Row(0, 0x404, "") + kSecond + kEnd, 3, kWarning, "a data record without data"},
         {Row(4, 2, "\x90\x04") + kVersion + kEnd, 1, kWarning,
          "an address record (type 4) at 0002, not 0000, which the unit ignores"},

@@ -30,27 +30,6 @@ long Open(const std::string& path, int flags)
     return std::min(opened, 0);
 }
 
-// Writes a chunk, or counts the bytes up to the end. -1 with the first error.
-long UseStream(const std::string& path, int flags, const char* mode)
-{
-    const int descriptor = open(path.c_str(), flags, 0666);
-    if (descriptor < 0)
-        return -1;
-    std::FILE* file = fdopen(descriptor, mode);
-    long count = 0;
-    if (*mode == 'r') {
-        while (std::fgetc(file) != EOF)
-            ++count;
-    } else {
-        std::fputs(std::string(kChunk, 'p').c_str(), file);
-        count = std::fflush(file) != 0 ? -1 : kChunk;
-    }
-    const int error = errno;
-    std::fclose(file);
-    errno = error;
-    return count;
-}
-
 // By a descriptor: the simulated unit has no chdir, which the product doesn't call.
 long EnterDirectory(const std::string& path)
 {
@@ -90,8 +69,6 @@ const std::map<std::string, std::function<long(const std::string&)>> kCalls = {
     {"syncfs", [](auto&) { return syncfs(opened); }},
     {"sync", [](auto&) { return sync(), 0; }},
     {"close", [](auto&) { return close(opened); }},
-    {"fread", [](auto& path) { return UseStream(path, O_RDONLY, "r"); }},
-    {"fappend", [](auto& path) { return UseStream(path, O_RDWR | O_CREAT | O_APPEND, "a+"); }},
     {"stat", [](auto& path) { return stat(path.c_str(), &found) < 0 ? -1 : found.st_size; }},
     {"lstat", [](auto& path) { return lstat(path.c_str(), &found) < 0 ? -1 : found.st_size; }},
     {"mtime", [](auto& path) { return stat(path.c_str(), &found) < 0 ? -1 : found.st_mtime; }},

@@ -1,14 +1,18 @@
-// Any bytes as a firmware file, as a stream of records and as a compressed file: rows and addresses
-// are bounded, accepted records are saved byte for byte, and what is converted and back is the
-// same.
+// Any bytes as a firmware file, as a stream of records, as a compressed file, and as texts and
+// messages for the helpers: rows, addresses and lengths are bounded, accepted records are saved
+// byte for byte, and what is converted or stuffed and back is the same. Buffers of messages have
+// their exact size, so that the sanitizer sees each byte past their ends.
 
 #include <cstring>
+#include <vector>
 
 #include "FuzzInput.h"
 #include "HexCheck.h"
 #include "IntelBin.h"
+#include "Path.h"
 #include "RunLength.h"
 #include "THexFile.h"
+#include "TMidiCom.h"
 
 static void Load(const char* path)
 {
@@ -53,12 +57,44 @@ static void Convert(const std::string& input)
         Require(BinaryFromHex(*HexFromBinary(*binary)) == binary);
 }
 
+static void TakeTexts(const TSString& text, const TSString& piece, int number)
+{
+    const int length = text.Length();
+    TSString(text).Delete(number, number / 2).Insert(piece, number).SetLength(number);
+    Require(TSString(text).Strip(piece).Trim().LowerCaseSJIS().UpperCaseSJIS().Length() <= length);
+    Require(TSString(text).SQLString(number % 2).Length() <= 2 * length);
+    Require(text.SubString(number, number / 3).Length() <= length);
+    Require(text.AnsiPos(piece) <= length + 1 && text.AnsiPosSJIS(piece) <= length + 1);
+    for (const auto extract : {ExtractFileExtSX, ExtractFileNameSX, ExtractFileDirSX})
+        Require(extract(text).Length() <= length);
+    Require(ChangeFileExtSX(text, piece).Length() <= length + piece.Length());
+}
+
+static void TakeMessage(const std::string& bytes, int capacity)
+{
+    TMidiCom link;
+    const int length = static_cast<int>(bytes.size());
+    std::vector<char> stuffed(2 * bytes.size() + 2);
+    const int wire = link.Change_bin2i2c(bytes.data(), stuffed.data(), length);
+    std::vector<char> sent(stuffed.begin(), stuffed.begin() + wire);
+    std::vector<char> back(sent.size());
+    back.resize(static_cast<std::size_t>(link.Change_i2c2bin(sent.data(), back.data(), wire)));
+    Require(bytes == std::string(back.begin(), back.end()));
+    back.shrink_to_fit();
+    char* lines[8];
+    Require(link.ToConsole2(back.data(), length, lines, capacity) <= capacity);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
 {
     const std::string input(data, size);
     Load(MemoryFile(input).Path());
     Receive(input);
     Convert(input);
+    const std::size_t middle = input.size() / 2;
+    const int number = static_cast<signed char>(input[0]);
+    TakeTexts(input.substr(0, middle).c_str(), input.substr(middle).c_str(), number);
+    TakeMessage(input, number & 7);
     Require(CheckHex(input).findings.size() <= HexReport::kMostFindings);
     return 0;
 }
