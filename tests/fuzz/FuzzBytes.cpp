@@ -92,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const char* data, std::size_t size)
     Receive(input);
     Convert(input);
     const std::size_t middle = input.size() / 2;
-    const int number = static_cast<signed char>(input[0]);
+    const int number = static_cast<unsigned char>(input[0]) - 16;  // also below 0
     TakeTexts(input.substr(0, middle).c_str(), input.substr(middle).c_str(), number);
     TakeMessage(input, number & 7);
     Require(CheckHex(input).findings.size() <= HexReport::kMostFindings);

@@ -201,7 +201,7 @@ TEST(MidiMessage, IsDroppedWhenPeerClosesMidway)
     link.patcher.Close();
     EXPECT_EQ(link.Read(), "-1") << "the peer has gone with unread bytes";
     EXPECT_GE(link.midi.GetMidiDescriptor(), 0);
-    link.SendInPieces({"part"});
+    link.SendInPieces({"parts"});
     EXPECT_EQ(link.Read(), "0");
     EXPECT_EQ(link.midi.GetMidiDescriptor(), -1);
     EXPECT_EQ(link.Read(), "-1") << "the link is down";
