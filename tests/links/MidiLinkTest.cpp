@@ -100,6 +100,10 @@ TEST(MidiLink, SendsConnectSequenceGroupsAndTextsInStuffedFrames)
               "E2 E0 E1 06 35 41 42 43 44 45 FE FF E2 E0 E1 06 37 00 00 00 00 00 FE FF "
               "E2 E0 E1 06 3A FE FE FF 00 00 00 FE FF E2 E0 E1 06 3F 00 00 00 00 00 FE FF "
               "E2 E0 E1 06 3F 00 00 00 00 00 FE FF");
+    char plain[] = "kept";
+    EXPECT_EQ(midi.Change_i2c2bin("x", plain, 0), 0);
+    EXPECT_STREQ(plain, "kept");
+    EXPECT_EQ(midi.Change_bin2i2c("x", plain, 0), 2) << "only the end of a block";
 
     const std::string text(8194, 't');
     const std::size_t before = link.patcher.Received().size();
