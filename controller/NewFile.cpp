@@ -75,8 +75,8 @@ Outcome NewFile::TakePlace()
     return fsync(file.Get()) == 0 ? Outcome() : FailByErrno();
 }
 
-// The new file gets the permissions of the one that it replaces, or those of any new file. A link
-// that is still there leads nowhere, and is somebody's.
+// The new file gets the permissions of the one that it replaces, or those of any new file. Links
+// were followed, so one that is still there leads nowhere. It is refused, like a device.
 Outcome NewFile::Open()
 {
     struct stat state = {};

@@ -41,7 +41,7 @@ struct HexReport {
     std::size_t errors = 0;    // all of them
     std::size_t warnings = 0;  // all of them
 
-    std::string version;                 // as the unit reads a good file; or empty
+    std::string version;                 // as the unit reads a good file; empty without one
     std::vector<AddressRange> ranges;    // in the order of the file; what continues is one range
     std::size_t bytes = 0;               // of data
     std::size_t records = 0;             // of any type, the damaged ones left out

@@ -9,7 +9,7 @@
 //    3015617425 65570 csp_prog.rlg
 //    CRC        size  name
 
-inline constexpr char kSumExtension[] = ".sum";  // in the place of the image's
+inline constexpr char kSumExtension[] = ".sum";  // replaces the image's extension
 
 // With its line end.
 std::string SumLine(std::string_view bytes, std::string_view name);

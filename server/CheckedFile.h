@@ -14,8 +14,7 @@ struct CheckedFile {
 
     CheckedFile() = default;
 
-    // Reads the file to its end. `outsideFlash` is the severity of data outside the
-    // CSP's flash.
+    // Reads the file to its end. `outsideFlash` is the severity of data outside the CSP's flash.
     explicit CheckedFile(const std::string& path, Severity outsideFlash = Severity::Error);
 
     // Checks a text in memory. Errors name its file as `itsName`.

@@ -13,7 +13,7 @@
 namespace {
 
 constexpr std::uint32_t kProgressStep = 0x2000;  // bytes between two progress texts
-constexpr std::uint32_t kSilentStep = 0x10000;   // a base record would repeat all but 100%
+constexpr std::uint32_t kSilentStep = 0x10000;   // base records end here, too: only 100% is sent
 
 // Breaks off what the CSP is doing.
 Step GiveUp(TMidiCom* midi)

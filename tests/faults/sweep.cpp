@@ -46,12 +46,12 @@ Words ErrorsOf(const std::string& kind, const std::string& subject)
 {
     const bool isSocket =
         Contains(subject, kMidiLink) || Contains(subject, kRcLink) || subject == kController;
-    const bool isMoved = kind == "read" || kind == "write";
-    const std::string meant = isSocket && isMoved ? "socket " + kind : kind;
+    const bool movesBytes = kind == "read" || kind == "write";
+    const std::string meant = isSocket && movesBytes ? "socket " + kind : kind;
     for (const auto& [kinds, errors] : kErrors)
         if (std::count(kinds.begin(), kinds.end(), meant) > 0)
             return errors;
-    Check(kind == "sync", kind + ": nobody has said how it fails");
+    Check(kind == "sync", "no errors are listed for " + kind);
     return {};
 }
 
