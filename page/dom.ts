@@ -22,6 +22,15 @@ export function button(text: string, act: () => void): HTMLButtonElement {
   return element;
 }
 
+// Moves the focus to what `act` returns, unless the user has moved it while `act` worked.
+export async function focusAfter(
+  act: () => Promise<HTMLElement | null | undefined>,
+): Promise<void> {
+  const before = document.activeElement;
+  const result = await act();
+  if (document.activeElement === before) result?.focus();
+}
+
 // A table with a row of titles.
 export function table(caption: string, titles: string[], rows: Child[][]): HTMLElement {
   const head = make("tr", {}, ...titles.map((title) => make("th", { scope: "col" }, title)));

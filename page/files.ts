@@ -4,6 +4,7 @@ import {
   button,
   counted,
   facts,
+  focusAfter,
   grouped,
   hex,
   make,
@@ -131,10 +132,12 @@ export function fileCard({ name, checked }: OpenFile, remove: () => void): HTMLE
   const actions = make(
     "div",
     { class: "actions" },
-    button("Save for the stick", async () => {
+    button("Save for the stick", () => {
       result.replaceChildren(make("p", {}, "Compressing"));
-      result.replaceChildren(await prepared(file));
-      result.querySelector("a")?.focus();
+      void focusAfter(async () => {
+        result.replaceChildren(await prepared(file));
+        return result.querySelector("a");
+      });
     }),
     button("Save the report", async () => save(`${name}.txt`, await call("text", [file]))),
     button("Save the picture", async () => save(`${name}.svg`, await call("svg", [file]))),

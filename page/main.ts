@@ -1,6 +1,6 @@
 // The page: takes files, shows a card for each.
 
-import { make, visible } from "./dom";
+import { focusAfter, make, visible } from "./dom";
 import { card, comparisonCard, fileCard, refused, type OpenFile } from "./files";
 import { logCard } from "./log";
 import { call } from "./workbench";
@@ -137,20 +137,20 @@ function take(files: File[]): void {
   }
 }
 
-async function compare(): Promise<void> {
+async function compare(): Promise<HTMLElement | null | undefined> {
   const [left, right] = choices.map((choice) => open.get(choice.value)?.file);
-  if (!left || !right) return;
+  if (!left || !right) return undefined;
   const shown = await comparisonCard(left, right, () => removeComparison(shown));
   comparisons.set(
     shown,
     choices.map((choice) => choice.value),
   );
   cards.prepend(shown);
-  shown.querySelector("h2")?.focus();
+  return shown.querySelector("h2");
 }
 
 byId("choose").addEventListener("click", () => input.click());
-byId("compare").addEventListener("click", () => void compare());
+byId("compare").addEventListener("click", () => void focusAfter(compare));
 input.addEventListener("change", () => {
   take([...(input.files ?? [])]);
   input.value = "";

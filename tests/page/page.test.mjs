@@ -183,7 +183,8 @@ test("compares as diagctl diff does", async () => {
   assert.ok(bytes.includes("90041000 ≠ A"), bytes);
   assert.ok(text.includes(bytes.split("\n")[1].slice(12)), "B's row is diff's");
 
-  assert.ok((await compare(page, "good.hex", "packed.rlg")).getByText("The images are equal."));
+  const equal = await compare(page, "good.hex", "packed.rlg");
+  await equal.getByText("The images are equal.").waitFor();
   const refusal = await (
     await compare(page, "good.hex", "lost.hex")
   )
@@ -421,6 +422,15 @@ test("the keyboard alone reaches and does everything", async () => {
   await page.keyboard.press("Enter");
   await card(page, "good.hex").getByRole("link").first().waitFor();
   await page.waitForFunction(() => document.activeElement.textContent === "Save csp_prog.rlg");
+  // Who has gone on while the page works keeps the focus.
+  await card(page, "good.hex").evaluate((shown) => {
+    const save = shown.querySelector(".actions button");
+    save.focus();
+    save.click();
+    shown.querySelector(".map").focus();
+  });
+  await card(page, "good.hex").getByRole("link").first().waitFor();
+  assert.equal(await page.evaluate(() => document.activeElement.className), "map");
   await page.locator("#choose").focus();
   await page.keyboard.press("Enter");
   assert.ok((await chooser).isMultiple());
