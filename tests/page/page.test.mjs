@@ -48,8 +48,39 @@ const files = {
   "run.rlg": Buffer.from([4, 0x90, 0xdd, 1]),
 };
 
+const event = (seconds, name, members) =>
+  JSON.stringify({
+    time: new Date(Date.UTC(2026, 10, 25, 10, 0, seconds)).toISOString(),
+    event: name,
+    ...members,
+  });
+
+const failure = {
+  text: "CSP Update Failed.",
+  cause: "the board has refused the data",
+  next: "update again",
+};
+// What diagctl --json has printed in an update that failed.
+const log = [
+  event(0, "found", { version: "V9.1", expected: "" }),
+  event(1, "progress", { phase: "writing", percent: 0, text: "Sending Data 0%" }),
+  event(5, "progress", { phase: "writing", percent: 40, text: "Sending Data 40%" }),
+  "<img src=x onerror=alert(1)> no event",
+  event(50, "line", { text: "CSP Update Failed.\u202e" }),
+  event(51, "result", { status: 1, ...failure }),
+];
+
 before(() => {
   for (const [name, content] of Object.entries(files)) write(name, content);
+  write("update.json", log.join("\n") + "\n");
+  write("cut.log", log.slice(0, 5).join("\n"));
+  write(
+    "read.jsonl",
+    event(0, "line", { text: "CSP Read Success." }) +
+      "\n" +
+      event(1, "result", { status: 0, text: "" }),
+  );
+  write("picture.png", "x");
   mkdirSync(at("stick"));
   diagctl("convert", "good.hex", "packed.rlg");
   write("torn.rlg", readFileSync(at("packed.rlg")).subarray(0, 0x8000));
@@ -108,7 +139,6 @@ test("shows every finding with its line and what to do", async () => {
 });
 
 test("refuses what is no image, or too large, as diagctl does", async () => {
-  write("picture.png", "x");
   write("huge.hex", "");
   truncateSync(at("huge.hex"), 0x10000001);
   const page = await openPage();
@@ -242,35 +272,7 @@ test("the map shows cells by mouse and by keys, and their bytes", async () => {
   await page.close();
 });
 
-const event = (seconds, name, members) =>
-  JSON.stringify({
-    time: new Date(Date.UTC(2026, 10, 25, 10, 0, seconds)).toISOString(),
-    event: name,
-    ...members,
-  });
-
 test("a log becomes a timeline with cause and next step", async () => {
-  const failure = {
-    text: "CSP Update Failed.",
-    cause: "the board has refused the data",
-    next: "update again",
-  };
-  const log = [
-    event(0, "found", { version: "V9.1", expected: "" }),
-    event(1, "progress", { phase: "writing", percent: 0, text: "Sending Data 0%" }),
-    event(5, "progress", { phase: "writing", percent: 40, text: "Sending Data 40%" }),
-    "<img src=x onerror=alert(1)> no event",
-    event(50, "line", { text: "CSP Update Failed.\u202e" }),
-    event(51, "result", { status: 1, ...failure }),
-  ];
-  write("update.json", log.join("\n") + "\n");
-  write("cut.log", log.slice(0, 5).join("\n"));
-  write(
-    "read.jsonl",
-    event(0, "line", { text: "CSP Read Success." }) +
-      "\n" +
-      event(1, "result", { status: 0, text: "" }),
-  );
   const page = await openPage();
   const [update, cut, read] = await openFiles(page, "update.json", "cut.log", "read.jsonl");
   assert.equal(await update.locator("img").count(), 0);
@@ -401,7 +403,8 @@ test("names and texts of files are never markup, and nothing leaves the page", a
 
 test("the keyboard alone reaches and does everything", async () => {
   const page = await openPage();
-  const chooser = page.waitForEvent("filechooser");
+  // From here on, since the browser needs a while to stop showing a dialog of its own.
+  const chooser = page.waitForEvent("filechooser", { timeout: 0 });
   await openFiles(page, "many.hex", "good.hex", "update.json");
   await compare(page, "good.hex", "good.hex");
   const every = await page.evaluate(() => {
