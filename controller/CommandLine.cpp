@@ -25,6 +25,7 @@ constexpr int kMostPort = 65535;
 constexpr std::size_t kHelpColumn = 26;
 constexpr char kVersionCommand[] = "version";
 constexpr char kSwitch[] = "SWITCH";  // its argument
+constexpr char kOtherPeer[] = "229";  // its flash isn't known
 // The first word when a shell asks what could complete the last one.
 constexpr char kCompleteWord[] = "complete";
 
@@ -37,6 +38,20 @@ constexpr std::pair<const char*, const char*> kHelpLabels[] = {
     {"OPTIONS", "OPTION..."},     {"SUBCOMMAND", "COMMAND"}, {"Subcommands", "Commands"},
     {"Positionals", "Arguments"}, {"REQUIRED", ""},
 };
+
+// The words that an option or argument takes, and what each means.
+using Choices = std::vector<std::pair<std::string, std::string>>;
+
+Choices SwitchWords()
+{
+    return {{"on", "the unit answers with its release"},
+            {"off", "the unit answers with the service text"}};
+}
+
+Choices Peers()
+{
+    return {{"225", "the CSP"}, {kOtherPeer, "the other board"}};
+}
 
 // A number that is no number is in no range.
 CLI::Validator InRange(double least, double most)
@@ -104,7 +119,7 @@ void AddOnOff(CLI::App& command, Invocation& invocation)
             kSwitch, invocation.arguments,
             "on, off: from now on the unit answers with the\nrelease, or with the service text")
         ->expected(0, 1)
-        ->check(CLI::IsMember({"on", "off"}).description(""))
+        ->check(CLI::IsMember(SwitchWords()).description(""))
         ->type_name("");
 }
 
@@ -144,13 +159,13 @@ void AddQuiet(CLI::App& command, Invocation& invocation)
 void AddPeer(CLI::App& command, Invocation& invocation)
 {
     const auto choose = [&invocation](const std::string& peer) {
-        invocation.outsideFlash = peer == "229" ? Severity::Warning : Severity::Error;
+        invocation.outsideFlash = peer == kOtherPeer ? Severity::Warning : Severity::Error;
     };
     command
         .add_option_function<std::string>("--peer", choose,
                                           "225, the CSP, by default; 229, whose flash isn't\n"
                                           "known: data outside the CSP's is only a warning")
-        ->check(CLI::IsMember({"225", "229"}).description(""))
+        ->check(CLI::IsMember(Peers()).description(""))
         ->type_name("PEER");
 }
 
@@ -274,6 +289,12 @@ std::size_t Distance(const std::string& from, const std::string& to)
 void PrintCompletion(const std::string& word, const std::string& meaning)
 {
     std::printf("%s\t%s\n", word.c_str(), meaning.substr(0, meaning.find('\n')).c_str());
+}
+
+void PrintChoices(const Choices& choices)
+{
+    for (const auto& [word, meaning] : choices)
+        PrintCompletion(word, meaning);
 }
 
 // A line of its own means names of files.
@@ -433,10 +454,8 @@ void CommandLine::CompleteValue(const CLI::Option& option) const
 {
     if (option.get_type_name() == "FILE")
         return PrintFiles();
-    if (option.get_type_name() == "PEER") {
-        PrintCompletion("225", "the CSP");
-        PrintCompletion("229", "the other board");
-    }
+    if (option.get_type_name() == "PEER")
+        PrintChoices(Peers());
 }
 
 // Those of all commands when there is none yet.
@@ -459,12 +478,10 @@ void CommandLine::CompleteOption(const CLI::App* command) const
 void CommandLine::CompleteArgument(const CLI::App& command) const
 {
     const auto has = [&](const char* name) { return command.get_option_no_throw(name) != nullptr; };
-    if (has(kSwitch)) {
-        PrintCompletion("on", "the unit answers with its release");
-        PrintCompletion("off", "the unit answers with the service text");
-    } else if (has("FILE") || has("IN") || has("A")) {
+    if (has(kSwitch))
+        PrintChoices(SwitchWords());
+    else if (has("FILE") || has("IN") || has("A"))
         PrintFiles();
-    }
 }
 
 }  // namespace
