@@ -88,10 +88,10 @@ export class FlashMap {
       " ": now,
     };
     const target = targets[event.key];
+    const isEnter = event.key === "Enter" || event.key === " ";
     if (event.key === "Escape") this.hideZoom();
     else if (target === undefined) return;
-    else if (target >= 0 && target <= last)
-      this.select(target, target === now || !this.zoom.hidden);
+    else if (target >= 0 && target <= last) this.select(target, isEnter || !this.zoom.hidden);
     event.preventDefault();
   }
 

@@ -247,8 +247,9 @@ test("the map shows cells by mouse and by keys, and their bytes", async () => {
     await page.keyboard.press(key);
     await expectStatus(text);
   }
-  await page.keyboard.press("Enter");
   const pre = shown.locator("pre");
+  assert.equal(await pre.count(), 0, "only Enter shows bytes");
+  await page.keyboard.press("Enter");
   await pre.waitFor();
   const rows = (await pre.innerText()).trimEnd().split("\n");
   assert.equal(rows.length, 64);
