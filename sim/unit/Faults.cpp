@@ -17,8 +17,8 @@ struct Plan {
     BoundedText call;     // empty when there is none
     BoundedText subject;  // the end of its name
     const char* what = "";
-    unsigned long long number = 1;
-    unsigned long long seen = 0;  // calls of that kind on such a subject
+    unsigned long long number = 1;  // 0: each
+    unsigned long long seen = 0;    // calls of that kind on such a subject
 
     Plan()
     {
@@ -43,7 +43,7 @@ struct Plan {
 
     bool Fits(const Call& counted, const BoundedText& name)
     {
-        return IsFor(counted) && name.EndsWith(subject.Get()) && ++seen == number;
+        return IsFor(counted) && name.EndsWith(subject.Get()) && (++seen == number || number == 0);
     }
 };
 

@@ -46,6 +46,7 @@ enum class Fault { None, Failed, Short };
 //    write:3:EIO                   the third write
 //    open@csp_param.hex.new:EROFS  the first open of a subject whose name ends like this
 //    select@-#40:EINTR             the 40th select of that subject
+//    write@i2c_server_sock#0:EPIPE each write to it
 //
 // Instead of an errno: "short" moves fewer bytes than requested; before the call, "pull" pulls the
 // medium out, and "crash" kills the program.

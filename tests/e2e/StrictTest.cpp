@@ -70,6 +70,8 @@ TEST(Strict, EndsWithStatusAndReason)
         // Failures of the update.
         {update, "the MIDI Patcher could not be reached before, but can be now\n", kGood,
          "write@i2c_server_sock:EPIPE", OpenedLinks},
+        {update, "/home/i2c_server_sock: Broken pipe\n", kGood, "write@i2c_server_sock#0:EPIPE",
+         OpenedLinks},
         {update, "the update has failed\n", kGood, "--silent", OpenedLinks},
         {update, powerFailed, kGood, "ioctl@PciDsp#2:EIO", WroteFlash},
         {"--verify " + update, powerFailed, kGood, "ioctl@PciDsp#4:EIO", WroteFlash},
