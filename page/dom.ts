@@ -23,9 +23,7 @@ export function button(text: string, act: () => void): HTMLButtonElement {
 }
 
 // Moves the focus to what `act` returns, unless the user has moved it while `act` worked.
-export async function focusAfter(
-  act: () => Promise<HTMLElement | null | undefined>,
-): Promise<void> {
+export async function focusAfter(act: () => Promise<HTMLElement | null>): Promise<void> {
   const before = document.activeElement;
   const result = await act();
   if (document.activeElement === before) result?.focus();

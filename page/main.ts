@@ -137,9 +137,9 @@ function take(files: File[]): void {
   }
 }
 
-async function compare(): Promise<HTMLElement | null | undefined> {
+async function compare(): Promise<HTMLElement | null> {
   const [left, right] = choices.map((choice) => open.get(choice.value)?.file);
-  if (!left || !right) return undefined;
+  if (!left || !right) return null;
   const shown = await comparisonCard(left, right, () => removeComparison(shown));
   comparisons.set(
     shown,
