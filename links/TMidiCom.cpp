@@ -174,6 +174,8 @@ int TMidiCom::SetMidiDescriptor(const char* path)
     midiDescriptor.Reset(mkclisocUNIX(path));
     if (!midiDescriptor)
         return -1;
+    if (isBounded)
+        LimitWait(midiDescriptor.Get(), kMostWait);
     Trace("MIDI Alive\n");
     return midiDescriptor.Get();
 }

@@ -42,6 +42,9 @@ public:
     static constexpr int kInFrameSize = 9;
     // The most end frames, and so lines, that one message can have.
     static constexpr int kMaxLines = kMaxMessage / kInFrameSize;
+    // Seconds that the MIDI Patcher gets to make room: it may wait for the CSP, which counts as
+    // silent after as long.
+    static constexpr int kMostWait = 30;
     // Room for a console line, its CR LF and its NUL included.
     static constexpr int kConsoleSize = 1024;
 
@@ -56,6 +59,10 @@ public:
     // Connects to the UNIX socket at `path`. Returns the descriptor, or -1. To be called only while
     // the link is down: an old descriptor isn't closed.
     int SetMidiDescriptor(const char* path);
+
+    // From the next connection on, a write that the MIDI Patcher doesn't take within kMostWait
+    // seconds fails.
+    void BoundWaits() { isBounded = true; }
 
     // 225 or 229; to be set before anything is sent. Nothing is sent with another value. The
     // program never asks for it back; Get_connecttype is for the unit's other programs.
@@ -112,6 +119,7 @@ private:
     UniqueFd midiDescriptor{-1};          // below 0 while the link is down
     char consoleText[kConsoleSize] = {};  // the line that is being put together
     int consoleLength = 0;                // bytes in consoleText
+    bool isBounded = false;               // no write waits for longer than kMostWait
     int connecttype = 0;                  // 225 or 229; anything else until it is set
     char carriedLine[kConsoleSize] = {};  // a finished line that began in an earlier message
 };

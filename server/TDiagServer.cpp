@@ -70,8 +70,10 @@ int TDiagServer::Initialize(int port, int connecttype)
     rcserver = std::make_unique<TRCServerCom>();
     zaurus->SetPortNo(port);
     zaurus->SetAddress(address);
-    if (strict != nullptr)
+    if (strict != nullptr) {
         zaurus->BoundWaits();
+        midi->BoundWaits();
+    }
     Log("Diag Server Start Now.\n");
 
     // Nothing stops early: a log that reports every link is worth more than a quick end.

@@ -64,6 +64,8 @@ int RunServer(const Options& options, Strict* strict)
 int RunUpdate(const Options& options, Strict* strict)
 {
     updater = new TUpdater;
+    if (strict != nullptr)
+        updater->BoundWaits();
     int result = updater->Initialize(options.renameFile, options.port, options.filename,
                                      options.connecttype);
     if (result == 0 && strict != nullptr && !strict->RequireSame(options, updater->GetImage()))

@@ -43,6 +43,7 @@ FlashReading ReadFlash(int connecttype)
     TZaurusCom nobody;  // not connected: the texts for the controller are lost
     TCspReader reader;
     midi.Set_connecttype(connecttype);
+    midi.BoundWaits();
     if (midi.SetMidiDescriptor(kMidiPatcherSocket) < 0 || !midi.Connect_i2cserver())
         return {};
     // The received text is enough, so the file that the reader saves is dropped.

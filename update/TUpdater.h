@@ -40,6 +40,10 @@ public:
     TUpdater(const TUpdater&) = delete;
     TUpdater& operator=(const TUpdater&) = delete;
 
+    // Update mode: no write to the MIDI Patcher waits for longer than TMidiCom::kMostWait seconds;
+    // call before Initialize.
+    void BoundWaits() { isBounded = true; }
+
     // Update mode: loads the file, opens the links, switches the piano side on and starts the
     // update. 0, -1 when the file can't be loaded (nothing is opened then), -3 when the MIDI
     // Patcher can't be reached.
@@ -156,6 +160,7 @@ private:
     std::unique_ptr<TZaurusCom> zaurus;  // in update mode; opens nothing
     std::unique_ptr<TMidiCom> midi;      // in update mode
     std::unique_ptr<THexFile> hexFile;   // null when no image is loaded
+    bool isBounded = false;              // BoundWaits was called; in update mode
     bool renameFile = false;             // after a finished update; in update mode
     char hexFileName[kPathSize] = {};    // of the image; empty when its path didn't fit
     RowSender rows;                      // of the image

@@ -50,6 +50,8 @@ int TUpdater::Initialize(bool rename, int port, const char* fileName, int connec
 
     // A failure of the link doesn't keep the piano side off.
     midi->Set_connecttype(connecttype);
+    if (isBounded)
+        midi->BoundWaits();
     const bool isOpen = OpenMidi();
     Log(PciDsp_setPiano(1) < 0 ? "Open PciDsp - NG\n" : "Open PciDsp - OK\n");
     EnterStatus(Status::Connect);

@@ -158,6 +158,20 @@ TEST(Strict, ExitsWhenPortIsTakenDuringStart)
               "diag_server: port " + OwnPort() + ": Address already in use\n");
 }
 
+// It takes a part of the first block only.
+TEST(Strict, EndsUpdateIfMidiPatcherDoesNotRead)
+{
+    Unit unit;
+    unit.Write("cwd/prog.hex", kGood);
+    MidiPeer patcher(unit.Path(kMidiPatcherSocket));
+    Process& program = unit.Start("diag_server", Split("--strict -f prog.hex"));
+    ASSERT_TRUE(patcher.Accept());
+    patcher.SendLines({"Status:Flash Idle", "Start WRITE ?"});
+
+    EXPECT_EQ(unit.AwaitEnd(program), 1);
+    EXPECT_EQ(EndOf(program.Error(), "the update has failed\n"), "the update has failed\n");
+}
+
 TEST(Strict, ComparesFlashWithFileAfterUpdate)
 {
     const std::string below =
