@@ -74,7 +74,8 @@ TEST(Strict, EndsWithStatusAndReason)
          OpenedLinks},
         {update, "the update has failed\n", kGood, "--silent", OpenedLinks},
         {update, powerFailed, kGood, "ioctl@PciDsp#2:EIO", WroteFlash},
-        {"--verify " + update, powerFailed, kGood, "ioctl@PciDsp#4:EIO", WroteFlash},
+        {"--verify " + update, "/dev/PciDsp: No such file or directory\n", kGood,
+         "open@PciDsp#4:ENOENT", WroteFlash},
         // Successes. V2.hex is there, and dangles.
         {update, "", kGood, "", WroteFlash, 0},
         {"-b " + update, kept + "it has no version text\n",
@@ -131,6 +132,7 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
         const std::string file = scene.Write("cwd/csp_param.hex", "old");
         std::filesystem::permissions(file, kPrivate);
         scene.StartWithPiano(StrictWords());
+        scene.Connect();
 
         EXPECT_TRUE(scene.WaitForLog("Rebooting CSP...5sec\n"));
         EXPECT_TRUE(!isSaved || scene.server->Wait() == 0);
@@ -139,6 +141,7 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
             isSaved ? "CSP Read Success.\n" : "CSP Read Failed.\n" + reason + "\n";
         EXPECT_EQ(Count(scene.LogTexts(), "CSP Read "), 1U);
         EXPECT_TRUE(Contains(scene.LogTexts(), result));
+        EXPECT_TRUE(Contains(scene.controller->Received(), result));
         EXPECT_EQ(scene.server->IsRunning(), !isSaved);
         EXPECT_EQ(ReadFile(file) == "old", !isSaved);
         EXPECT_EQ(std::filesystem::status(file).permissions(), kPrivate);
