@@ -5,14 +5,15 @@
 
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "CheckedFile.h"
 #include "Compress.h"
 #include "CompressedFile.h"
 #include "FileBytes.h"
-#include "FileTools.h"
 #include "MountTable.h"
+#include "OutputFile.h"
 #include "Reason.h"
 #include "SumFile.h"
 #include "UniqueFd.h"
@@ -89,8 +90,10 @@ ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
     if (WriteFiles(packed, sum) && FlushMedium() && IsOnDisk(path, packed) &&
         IsOnDisk(CompressedFile::SumPath(path), sum))
         return Copied;
-    return Fail(errno == ENOSPC ? ParameterBackup::NoRoom : ParameterBackup::NotCopied,
-                ReasonFor(path));
+    const Result failure = Fail(
+        errno == ENOSPC ? ParameterBackup::NoRoom : ParameterBackup::NotCopied, ReasonFor(path));
+    static_cast<void>(FlushMedium());  // the work files go even if the stick is pulled now
+    return failure;
 }
 
 // The checksum's line of the image on the medium if that matches its checksum, else empty.
@@ -108,16 +111,23 @@ std::string StrictCopy::SumOfOldImage() const
 
 // If there is a checksum, the new one is committed first: it lists the old and the new image, so
 // either matches after a failure. If there is none, the image is committed first: otherwise a
-// failure would leave a checksum that doesn't match the old image.
+// failure would leave a checksum that doesn't match the old image. An empty one, which counts as
+// none, then takes the room for the name, so that only a broken medium fails after the image.
 bool StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
 {
     const std::string path = Path(kMediumParameterFile);
     const std::string sumPath = CompressedFile::SumPath(path);
-    const bool hasSum = FileExists(sumPath.c_str());
     WholeFile newImage(path, Path(kMediumParameterWork));
     WholeFile newSum(sumPath, Path(kMediumSumWork));
-    return newImage.Write(image) && newSum.Write(sum) && (hasSum ? newSum : newImage).Commit() &&
-           FlushMedium() && (hasSum ? newImage : newSum).Commit() && FlushMedium();
+    if (!newImage.Write(image) || !newSum.Write(sum))
+        return false;
+    const UniqueFd oldSum(open(sumPath.c_str(), O_WRONLY | O_CREAT | kOpenFlags, kForEverybody));
+    struct stat state = {};
+    if (!oldSum || fstat(oldSum.Get(), &state) != 0)
+        return false;
+    const bool hasSum = state.st_size > 0;
+    return (hasSum ? newSum : newImage).Commit() && FlushMedium() &&
+           (hasSum ? newImage : newSum).Commit() && FlushMedium();
 }
 
 // The first call reports what couldn't be written, the second empties the medium's own cache.
