@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kHighestPort = 65535;
 constexpr std::size_t kPortDigits = 5;
+constexpr std::uint32_t kFirstGroup = 0xE0000000;  // 224.0.0.0; from there on none is a machine's
 
 constexpr char kHelp[] =
     "diag_server [-P PORT]                    serve a controller\n"
@@ -90,7 +91,7 @@ bool TakeAddress(Options& options, const char* text)
         return false;
     options.address = ntohl(address.s_addr);
     options.addressText = text;
-    return true;
+    return options.address < kFirstGroup;
 }
 
 void ReportMistake(const Options& options)

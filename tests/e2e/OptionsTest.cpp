@@ -54,7 +54,7 @@ TEST(CommandLine, MayEndProgramBeforeLinksOpen)
         {"-P 000080", noPort},
         {"--listen", noAddress},
         {"--verify --listen 127.1 -P 80", noAddress},
-        {"--listen -P 4917", noAddress},
+        {"--listen 224.0.0.1", noAddress},
         {"--listen 127.0.0.1 -f prog.hex",
          "can't be used with a file: an update serves no controller\n"},
     };
