@@ -14,12 +14,16 @@
 // Any user may read which process is running, and what has failed, unless the umask forbids it.
 static constexpr mode_t kReadableByAll = 0644;
 
-// The lock precedes the checks of what another strict run would be using.
-bool StartChecks::RequireUnit(const Options& options)
+bool StartChecks::RequireLogAndLock(const Options& options)
 {
     const char* const log = options.HasFile() ? kUpdateLog : kServerLog;
-    return RequireWritable(kLogDirectory) && RequireFile(log) && RequireLock() &&
-           RequireWritable(kMidiPatcherSocket) && (options.HasFile() || RequirePort(options));
+    return RequireWritable(kLogDirectory) && RequireFile(log) && RequireLock();
+}
+
+// Another strict run, which would be using both, was excluded before.
+bool StartChecks::RequireUnit(const Options& options) const
+{
+    return RequireWritable(kMidiPatcherSocket) && (options.HasFile() || RequirePort(options));
 }
 
 bool StartChecks::RequirePatcher(int connecttype) const

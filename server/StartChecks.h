@@ -12,9 +12,12 @@ class StartChecks {
 public:
     explicit StartChecks(const StrictReport& itsReport) : report(itsReport) {}
 
-    // A log that can be written, no other strict run, which the lock keeps out for the life of this
-    // object, the MIDI Patcher's socket, and for a server the port.
-    bool RequireUnit(const Options& options);
+    // A log that can be written, and no other strict run, which the lock keeps out for the life of
+    // this object.
+    bool RequireLogAndLock(const Options& options);
+
+    // Then the MIDI Patcher's socket, and for a server the port.
+    bool RequireUnit(const Options& options) const;
 
     // Connects to the MIDI Patcher for a moment, or binds the port for one, without listening.
     bool RequirePatcher(int connecttype) const;

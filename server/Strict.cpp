@@ -24,11 +24,11 @@ bool Strict::Prepare(Options& options)
         return firmware.errors.empty();
     if (options.renameFile)
         options.renameFile = checks.RequireRename(options.filename, NewName(options));
+    if (!checks.RequireLogAndLock(options))
+        return false;
     // Only the run with the lock may cut the log: the entries of another one would be lost.
-    const bool isReady = checks.RequireUnit(options);
-    if (isReady)
-        report.BoundLog();
-    return isReady;
+    report.BoundLog();
+    return checks.RequireUnit(options);
 }
 
 bool Strict::RequireSame(const Options& options, const THexFile* image)

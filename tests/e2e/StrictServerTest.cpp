@@ -295,6 +295,11 @@ TEST(StrictServerLimits, LogKeepsNewestHalf)
     EXPECT_EQ(EndOf(scene.LogTexts(), "\nUpdate the Service Center.\n"),
               "\nUpdate the Service Center.\n");
     EXPECT_LT(scene.Log().size(), kMost / 2 + 100);
+
+    Unit withoutPatcher;
+    withoutPatcher.Write(kServerLog, Repeat(entry, kMost / entry.size()));
+    EXPECT_EQ(withoutPatcher.Run(StrictWords()).Wait(), 1);
+    EXPECT_LT(withoutPatcher.Log().size(), kMost / 2 + 100) << "a start that is refused";
 }
 
 TEST(StrictServerLimits, ListensAtOneAddress)
