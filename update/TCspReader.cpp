@@ -34,6 +34,12 @@ void TCspReader::SetReaderParameter(unsigned long start, unsigned long end, cons
     fileName[fits ? name.copy(fileName, name.size()) : 0] = '\0';
 }
 
+std::uint32_t TCspReader::GetNextAddress() const
+{
+    const std::uint32_t next = hexFile->GetNextAddress();
+    return next == 0 ? kParameterStart : next;
+}
+
 void TCspReader::SetReaderStatus(int status)
 {
     readerStatus = status;
@@ -256,9 +262,8 @@ bool TCspReader::IsNextData(const HexRecord& record) const
 
 bool TCspReader::IsNextUpperAddress(const HexRecord& record) const
 {
-    const std::uint32_t next = hexFile->GetNextAddress();
     return record.IsExact() && record.Count() == HexRecord::kUpperAddressCount &&
-           record.UpperAddress() == (next == 0 ? kParameterStart : next);
+           record.UpperAddress() == GetNextAddress();
 }
 
 // Nearly every record ends inside a block, and nothing follows from it.

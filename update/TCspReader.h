@@ -39,8 +39,8 @@ public:
     // are two upper addresses in a row, and characters after a checksum.
     void RequireProgress() { mustProgress = true; }
 
-    // Where the next data record of the read must begin.
-    std::uint32_t GetNextAddress() const { return hexFile->GetNextAddress(); }
+    // Where the next data record of the read must begin: before the first one, the range does.
+    std::uint32_t GetNextAddress() const;
 
     // Starts a read with status 0 and an empty image.
     void SetReaderStatus(int status);

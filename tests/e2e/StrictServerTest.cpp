@@ -240,8 +240,8 @@ TEST(StrictServerLimits, ReadBackEndsAtRecordWithoutProgress)
     const std::string base = UpperRecord(0);
     const std::string data = Record(0, 0, "data");
     const std::pair<Words, const char*> rows[] = {
-        {{":0000000000"}, "00000000"},          {{base, base}, "90040000"},
-        {{base, Record(0, 0, "")}, "90040000"}, {{Record(4, 0, "\x90\x03")}, "00000000"},
+        {{":0000000000"}, "90040000"},          {{base, base}, "90040000"},
+        {{base, Record(0, 0, "")}, "90040000"}, {{Record(4, 0, "\x90\x03")}, "90040000"},
         {{base, data, base}, "90040004"},       {{base, data + "  "}, "90040000"},
     };
     const std::string reason = "the CSP didn't send the next record, which begins at ";
