@@ -168,8 +168,7 @@ TEST(Strict, EndsUpdateIfMidiPatcherDoesNotRead)
     unit.Write("cwd/prog.hex", kGood);
     MidiPeer patcher(unit.Path(kMidiPatcherSocket));
     Process& program = unit.Start("diag_server", Split("--strict -f prog.hex"));
-    ASSERT_TRUE(patcher.Accept());
-    patcher.SendLines({"Status:Flash Idle", "Start WRITE ?"});
+    ASSERT_TRUE(patcher.Accept() && patcher.SendLines({"Status:Flash Idle", "Start WRITE ?"}));
 
     EXPECT_EQ(unit.AwaitEnd(program), 1);
     EXPECT_EQ(EndOf(program.Error(), "the update has failed\n"), "the update has failed\n");
