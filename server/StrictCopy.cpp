@@ -121,7 +121,7 @@ bool StrictCopy::WriteFiles(const std::string& image, const std::string& sum) co
     WholeFile newSum(sumPath, Path(kMediumSumWork));
     if (!newImage.Write(image) || !newSum.Write(sum))
         return false;
-    const UniqueFd oldSum(open(sumPath.c_str(), O_WRONLY | O_CREAT | kOpenFlags, kForEverybody));
+    const UniqueFd oldSum(open(sumPath.c_str(), O_RDONLY | O_CREAT | kOpenFlags, kForEverybody));
     struct stat state = {};
     if (!oldSum || fstat(oldSum.Get(), &state) != 0)
         return false;
