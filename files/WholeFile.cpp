@@ -9,6 +9,7 @@
 
 #include "FileBytes.h"
 #include "OutputFile.h"
+#include "Reason.h"
 
 namespace {
 
@@ -64,6 +65,13 @@ bool WholeFile::Commit()
     // In this order: FAT keeps the place and the size of a file next to its name, and writes them
     // with the file. Written first, they would be found under both names after a power cut.
     return FlushDirectoryOf(target) && fsync(file.Get()) == 0;
+}
+
+std::string WholeFile::Problem() const
+{
+    if (isCommitted)
+        return ReasonFor(target + ": replaced, but not flushed");
+    return ReasonFor(file ? target : work);
 }
 
 bool FlushDirectoryOf(const std::string& path)

@@ -29,6 +29,10 @@ public:
     bool Write(std::string_view bytes);
     bool Commit();
 
+    // A sentence about errno, after a failure: which of the two files it concerns, and whether the
+    // target was replaced already. Leaves errno as it is.
+    std::string Problem() const;
+
 private:
     bool Create();
 

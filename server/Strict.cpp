@@ -79,7 +79,7 @@ std::string Strict::SaveReadBack(const std::string& path, const std::string& tex
     if (!problem.empty())
         return problem;
     WholeFile file(path);
-    return file.Write(text) && file.Commit() ? "" : ReasonFor(path);
+    return file.Write(text) && file.Commit() ? "" : file.Problem();
 }
 
 TSString Strict::NewName(const Options& options) const

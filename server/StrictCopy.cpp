@@ -52,7 +52,7 @@ ParameterBackup::Result StrictCopy::FromMedium()
     reasons = source.notes;
     WholeFile target(kParameterFile);
     const bool isReplaced = target.Write(image.text) && target.Commit();
-    return isReplaced ? Copied : Fail(ParameterBackup::NotCopied, ReasonFor(kParameterFile));
+    return isReplaced ? Copied : Fail(ParameterBackup::NotCopied, target.Problem());
 }
 
 ParameterBackup::Result StrictCopy::Remount(unsigned long flags)
@@ -87,13 +87,15 @@ ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
 {
     const std::string path = Path(kMediumParameterFile);
     const std::string sum = SumLine(packed, kMediumParameterFile) + SumOfOldImage();
-    if (WriteFiles(packed, sum) && FlushMedium() && IsOnDisk(path, packed) &&
+    std::string problem = WriteFiles(packed, sum);
+    if (problem.empty() && FlushMedium() && IsOnDisk(path, packed) &&
         IsOnDisk(CompressedFile::SumPath(path), sum))
         return Copied;
-    const Result failure = Fail(
-        errno == ENOSPC ? ParameterBackup::NoRoom : ParameterBackup::NotCopied, ReasonFor(path));
+    if (problem.empty())
+        problem = ReasonFor(path + ": replaced, but not verified");
+    const bool isFull = errno == ENOSPC;
     static_cast<void>(FlushMedium());  // the work files go even if the stick is pulled now
-    return failure;
+    return Fail(isFull ? ParameterBackup::NoRoom : ParameterBackup::NotCopied, problem);
 }
 
 // The checksum's line of the image on the medium if that matches its checksum, else empty.
@@ -113,21 +115,27 @@ std::string StrictCopy::SumOfOldImage() const
 // either matches after a failure. If there is none, the image is committed first: otherwise a
 // failure would leave a checksum that doesn't match the old image. An empty one, which counts as
 // none, then takes the room for the name, so that only a broken medium fails after the image.
-bool StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
+// Returns an empty text, or what has failed, with errno set.
+std::string StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
 {
     const std::string path = Path(kMediumParameterFile);
     const std::string sumPath = CompressedFile::SumPath(path);
     WholeFile newImage(path, Path(kMediumParameterWork));
     WholeFile newSum(sumPath, Path(kMediumSumWork));
-    if (!newImage.Write(image) || !newSum.Write(sum))
-        return false;
+    if (!newImage.Write(image))
+        return newImage.Problem();
+    if (!newSum.Write(sum))
+        return newSum.Problem();
     const UniqueFd oldSum(open(sumPath.c_str(), O_RDONLY | O_CREAT | kOpenFlags, kForEverybody));
     struct stat state = {};
     if (!oldSum || fstat(oldSum.Get(), &state) != 0)
-        return false;
+        return ReasonFor(sumPath);
     const bool hasSum = state.st_size > 0;
-    return (hasSum ? newSum : newImage).Commit() && FlushMedium() &&
-           (hasSum ? newImage : newSum).Commit() && FlushMedium();
+    for (WholeFile* file : {hasSum ? &newSum : &newImage, hasSum ? &newImage : &newSum}) {
+        if (!file->Commit() || !FlushMedium())
+            return file->Problem();
+    }
+    return {};
 }
 
 // The first call reports what couldn't be written, the second empties the medium's own cache.

@@ -30,7 +30,7 @@ private:
     Result Mount(const std::string& device, unsigned long flags);
     Result ReplaceOnMedium(const std::string& packed);
     std::string SumOfOldImage() const;
-    bool WriteFiles(const std::string& image, const std::string& sum) const;
+    std::string WriteFiles(const std::string& image, const std::string& sum) const;
     bool FlushMedium() const;
     Result Fail(Result result, const std::string& reason);
 

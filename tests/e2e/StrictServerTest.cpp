@@ -124,6 +124,9 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
     const std::string full = ": No space left on device\n";
     const std::string incomplete = ": it doesn't cover exactly the parameter flash\n";
     const std::string copyFailed = "Copy error.\n" + copy;
+    const std::string stickSum = "/mnt/usb/csp_param.sum";
+    const std::string sumFailed = "Copy error.\n" + stickSum;
+    const std::string unflushed = ": replaced, but not flushed" + failed;
     const std::string fileFailed = "Copy error.\n" + file;
     const std::string damaged = "Binary file error.\n" + file;
     const struct {
@@ -141,15 +144,17 @@ TEST(StrictCopy, ReplacesTargetOnlyByCompleteReadBack)
         {kBackup, HexText("data", 4, "\r\n"), "", damaged + incomplete},
         {kBackup, hex, "write@CSP_PARA.NEW:ENOSPC", "Free Disk space error.\n" + copy + full},
         {kBackup, hex, "fsync@CSP_PARA.NEW:EIO", copyFailed + failed},
-        {kBackup, hex, "fsync@CSP_SUM.NEW:EIO", copyFailed + failed},
+        {kBackup, hex, "fsync@CSP_SUM.NEW:EIO", sumFailed + failed},
         {kBackup, hex, "fsync@CSP_PARA.NEW:pull", copyFailed + failed},
         {kBackup, hex, "rename@csp_param.rlg:EIO", copyFailed + failed},
-        {kBackup, hex, "syncfs@medium:EIO", copyFailed + failed},
-        {kBackup, hex, "syncfs@medium#2:EIO", copyFailed + failed, true},
+        {kBackup, hex, "syncfs@medium:EIO", sumFailed + unflushed},
+        {kBackup, hex, "syncfs@medium#2:EIO", copyFailed + unflushed, true},
+        {kBackup, hex, "syncfs@medium#3:EIO", copyFailed + ": replaced, but not verified" + failed,
+         true},
         // Without a checksum on the medium, the image is replaced first, but not without room for
         // the checksum's name.
-        {kBackup, hex, "open@csp_param.sum#3:ENOSPC", "Free Disk space error.\n" + copy + full},
-        {kBackup, hex, "rename@csp_param.sum:EIO", copyFailed + failed, true},
+        {kBackup, hex, "open@csp_param.sum#3:ENOSPC", "Free Disk space error.\n" + stickSum + full},
+        {kBackup, hex, "rename@csp_param.sum:EIO", sumFailed + failed, true},
         {kRestore, packed, "", success, true, SumLine(packed, kStickImage)},
         {kRestore, packed, "",
          success + copy + ": not verified, since there is no /mnt/usb/csp_param.sum\n", true},

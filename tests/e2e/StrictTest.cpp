@@ -121,7 +121,7 @@ TEST(StrictReadBack, ReplacesFileWholeOrReportsFailure)
          "--bad-checksum-at 90042000"},
         {"csp_param.hex: No space left on device", "write@csp_param.hex.new:ENOSPC"},
         {"csp_param.hex: Input/output error", "fsync@csp_param.hex.new:EIO"},
-        {"csp_param.hex: Read-only file system", "open@csp_param.hex.new:EROFS"},
+        {"csp_param.hex.new: Read-only file system", "open@csp_param.hex.new:EROFS"},
         {"csp_param.hex: Permission denied", "rename@csp_param.hex:EACCES"},
     };
     constexpr auto kPrivate = std::filesystem::perms::owner_read;
