@@ -11,6 +11,7 @@
 
 #include "FileBytes.h"
 #include "FileTools.h"
+#include "OutputFile.h"
 #include "TSString.h"
 #include "TSStringList.h"
 #include "TextFile.h"
@@ -46,16 +47,25 @@ std::string NewestLines(const char* path, std::int64_t most)
     return start == text.size() ? text : text.substr(start);
 }
 
-// Cuts the log if `added` bytes would make it larger than `most`. A new file takes its place, so
-// that the lines that stay survive a power cut. False when it can't be cut.
+// A new file takes the place of the log, so that the lines survive a power cut. Without room for
+// it, or with a directory at its name, they are written in place.
+bool ReplaceLog(const char* path, const std::string& lines)
+{
+    WholeFile log(path);
+    if (log.Write(lines) && log.Commit())
+        return true;
+    const UniqueFd file(CreateOutputFile(path, kForEverybody));
+    return file && WriteWhole(file.Get(), lines.data(), lines.size());
+}
+
+// Cuts the log if `added` bytes would make it larger than `most`. False when it can't be cut.
 bool MakeRoom(const char* path, std::int64_t added, std::int64_t most)
 {
     struct stat state {};
     if (stat(path, &state) != 0 || state.st_size + added <= most)
         return true;
     const std::string kept = NewestLines(path, most / 2);
-    WholeFile log(path);
-    return !kept.empty() && log.Write(kept) && log.Commit();
+    return !kept.empty() && ReplaceLog(path, kept);
 }
 
 }  // namespace

@@ -171,6 +171,9 @@ TEST_F(Files, ThatAreLogsGetEntriesStampedInUtc)
     }
     EXPECT_TRUE(AddLogFile(dir.Write("log", std::string(99, 'x') + "\n").c_str(), "x\n", 120));
     EXPECT_EQ(dir.Read("log"), std::string(59, 'x') + "\n06/03/14/09:05:07 - x\n") << "one line";
+    EXPECT_TRUE(fs::create_directories(dir.Path("log.new/full")));
+    EXPECT_TRUE(AddLogFile(dir.Write("log", lines).c_str(), "x\n", 120));
+    EXPECT_EQ(dir.Read("log"), lines.substr(50) + "06/03/14/09:05:07 - x\n") << "in place";
     EXPECT_FALSE(AddLogFile("/dev/full", std::string(100000, 'x').c_str()));
     EXPECT_FALSE(ResetLogFile(dir.Path("missing").c_str(), 50));
 }
