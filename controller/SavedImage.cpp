@@ -1,5 +1,7 @@
 #include "SavedImage.h"
 
+#include <unistd.h>
+
 #include "Files.h"
 #include "NewFile.h"
 #include "SumFile.h"
@@ -11,26 +13,32 @@ std::string FileNameOf(const std::string& path)
     return path.substr(path.rfind('/') + 1);
 }
 
-// The line for the file that stands there; none without one.
-std::string SumLineOf(const std::string& path)
+// The line for the image at `path`, if its checksum matches; else none.
+std::string SumLineOf(const std::string& path, const std::string& sumPath)
 {
     std::string bytes;
-    return ReadInput(path, bytes).IsSuccess() ? SumLine(bytes, FileNameOf(path)) : std::string();
+    std::string sum;
+    const bool isGood = ReadInput(path, bytes).IsSuccess() && ReadInput(sumPath, sum).IsSuccess() &&
+                        SumMatches(sum, bytes);
+    return isGood ? SumLine(bytes, FileNameOf(path)) : std::string();
 }
 
 }  // namespace
 
-// While the image is replaced, the checksum has a line for either.
+// While a good image is replaced, the checksum has a line for either. Any other image keeps its
+// checksum meanwhile; where there is none, an empty one, which counts as none, takes the room.
 Outcome SaveImage(const std::string& target, ImageForm form, std::string_view bytes)
 {
     if (form != ImageForm::Rlg)
         return WriteNewFile(target, bytes);
     const std::string sumPath = WithExtension(target, kSumExtension);
     const std::string line = SumLine(bytes, FileNameOf(target));
+    const std::string oldLine = SumLineOf(target, sumPath);
+    const bool keepsSum = oldLine.empty() && access(sumPath.c_str(), F_OK) == 0;
     NewFile image(target);
     Outcome outcome = image.Write(bytes);
-    if (outcome.IsSuccess())
-        outcome = WriteNewFile(sumPath, line + SumLineOf(target));
+    if (outcome.IsSuccess() && !keepsSum)
+        outcome = WriteNewFile(sumPath, oldLine.empty() ? "" : line + oldLine);
     if (outcome.IsSuccess())
         outcome = image.TakePlace();
     return outcome.IsSuccess() ? WriteNewFile(sumPath, line) : outcome;
