@@ -110,7 +110,8 @@ ImageFile ParseImage(ImageForm form, std::string bytes, const std::optional<std:
         return file;
     }
     file = ParseBinary(form, bytes, outsideFlash);
-    if (sumText)
+    // A power cut may leave a checksum empty, which the unit takes for none, too.
+    if (sumText && !sumText->empty())
         CheckSum(*sumText, bytes, file);
     return file;
 }

@@ -415,8 +415,8 @@ TEST(ImageCommands, ChecksumStandsNextToTheCompressedForm)
     Expect(Status::Failed, {"check", rlg},
            {"a.rlg: error: the checksum in the .sum file doesn't match"});
     Expect(Status::Failed, {"convert", rlg, directory.Path("b.hex")}, {});
-    fs::remove(directory.Path("a.sum"));
-    // Half a file is a shorter image.
+    // A power cut has left it empty. Half a file is a shorter image.
+    directory.Write("a.sum", "");
     Expect(Status::Success, {"check", rlg}, {"a.sum: other damage cannot be seen without it"});
 }
 
