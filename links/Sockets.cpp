@@ -90,8 +90,12 @@ int mkclisocUNIX(const char* path)
     if (!MakeAddress(path, address))
         return kNotAttached;
     LimitWait(made.Get(), kPeerLimit);
-    if (connect(made.Get(), AnyAddress(address), sizeof(address)) < 0)
+    if (connect(made.Get(), AnyAddress(address), sizeof(address)) < 0) {
+        // The system's word for it, "temporarily unavailable", hides that nobody has accepted.
+        if (errno == EAGAIN)
+            errno = ETIMEDOUT;
         return kNotAttached;
+    }
     LimitWait(made.Get(), 0);
     return made.Release();
 }

@@ -171,4 +171,6 @@ TEST(ServerStart, TakesPeersThatDoNotAcceptForAbsentOnes)
     EXPECT_EQ(unit.LogTexts(), "Diag Server Start Now.\nMIDI Patcher is not active.\n"
                                "RC Server is not active.\n");
     EXPECT_EQ(UnitTime() - before, std::chrono::seconds(5 + 2 + 5 + 5 + 5)) << "3 times, 2 waits";
+    EXPECT_EQ(unit.Run(StrictWords()).Error(),
+              "diag_server: /home/i2c_server_sock: Connection timed out\n");
 }
