@@ -13,6 +13,8 @@ TOOL = "../release/diagctl"
 DISK_FILE, MEDIUM_FILE = "/lib/diag/csp_param.hex", "csp_param.rlg"
 LOG = "/usr/local/lib/diag/diagserver.log"
 DONE, ERROR, NO_ROOM = "Copy Success.", "Copy error.", "Free Disk space error."
+FILLINGS = {"full": {"a": "new.hex", "b": "firmware.bin"},
+            "with three free names": {f"F{each}": "five" for each in range(507)}}
 KILOBYTES = {12: 1440, 16: 16384, 32: 34816}  # of a stick
 
 def make_disk():
@@ -48,12 +50,9 @@ def require_firmware(unit):
     flash, firmware = read_file("disk.img", "/flash.bin"), Path("disk/firmware.bin").read_bytes()
     assert flash[0x40000:].startswith(firmware), "the flash isn't the firmware"
 
-def require_answer(unit, command, expected):
-    assert expected in (text := unit.ask(command)), f"{command}: {text[-80:]}"
-
-def version(unit, words):
+def expect(unit, words, command, expected):
     unit.serve(words)
-    require_answer(unit, "version", "1.00\n")
+    assert expected in (text := unit.ask(command)), f"{command}: {text[-80:]}"
 
 def update(unit, words):
     unit.start_piano()
@@ -70,11 +69,10 @@ def find(unit, words, device, place, form):
     name, firmware = f"csp_prog.{form}", f"firmware.{form}"
     run("genisoimage", "-R", "-graft-points", "-o", "cd.img", f"{name}=disk/{firmware}")
     image = "cd.img" if device == "sr0" else make_stick(32, {name: firmware})
-    unit.serve(words)
     unit.insert(image, "protected", device, place)
-    require_answer(unit, "find-update", "KVT 2.00")
+    expect(unit, words, "find-update", "KVT 2.00")
     if (place, form) == ("usb", "hex"):
-        require_answer(unit, "update", "CSP Update Success.")
+        expect(unit, words, "update", "CSP Update Success.")
         require_firmware(unit)
 
 def file_names(unit):
@@ -87,12 +85,11 @@ def file_names(unit):
         assert "KVT 2.00" in unit.sh(f"diag_server -v -f \"/mnt/usb/$(printf '{octal}')\"")
         unit.clean()
 
-def copy(unit, words, command, fat, special, answer, strict_answer):
-    answer = strict_answer if words else answer
+def copy(unit, words, command, fat, special, default_answer, strict_answer):
+    expected = strict_answer if words else default_answer
     source, target = ("new", "old") if command == "backup" else ("old", "new")
     start, device = (2048, "sda1") if special == "with a partition table" else (0, "sda")
-    filling = {"a": "new.hex", "b": "firmware.bin"} if special == "full" else {}
-    stick = make_stick(fat, {MEDIUM_FILE: target + ".rlg", **filling}, start)
+    stick = make_stick(fat, {MEDIUM_FILE: target + ".rlg", **FILLINGS.get(special, {})}, start)
     unit.serve(words)
     unit.sh(f"cp /usr/local/{source}.hex /usr/local{DISK_FILE}")
     unit.insert(stick, special, device, options="ro" if special == "mounted twice" else "rw")
@@ -108,13 +105,13 @@ def copy(unit, words, command, fat, special, answer, strict_answer):
         unit.pull()
     text = copying.communicate()[0]
     unit.clean()
-    assert (answer or "") in text, f"expected {answer}, received {text}"
-    if words and answer == ERROR:
+    assert (expected or "") in text, f"expected {expected}, received {text}"
+    if words and expected == ERROR:
         assert ERROR not in unit.sh(f"tail -n 1 {LOG}"), "no reason in the log"
-    if answer:
+    if expected:
         Path("partition.img").write_bytes(Path(stick).read_bytes()[start * 512:])
         target = ("disk.img", DISK_FILE) if command == "restore" else ("partition.img", MEDIUM_FILE)
-        require(*target, "new" if answer == DONE else "old")
+        require(*target, "new" if expected == DONE else "old")
 
 def kernel(unit):
     """What the simulated unit's tests expect of its calls."""
@@ -182,6 +179,7 @@ COPIES = [*[("backup", fat, "", DONE, DONE) for fat in KILOBYTES],
           ("backup", 16, "protected", ERROR, ERROR),
           ("restore", 16, "protected", DONE, DONE),
           ("backup", 12, "full", NO_ROOM, NO_ROOM),
+          ("backup", 16, "with three free names", DONE, NO_ROOM),
           ("backup", 16, "pulled before", ERROR, ERROR),
           ("backup", 16, "pulled meanwhile", None, ERROR),
           ("backup", 16, "inserted again as sdb", ERROR, DONE),
@@ -192,7 +190,8 @@ COPIES = [*[("backup", fat, "", DONE, DONE) for fat in KILOBYTES],
 FINDS = [("sda", "usb", "hex"), ("sda", "usb", "rlg"), ("sr0", "cdrom", "hex"),
          ("sr0", "cdrom", "rlg"), ("fd0", "floppy", "rlg")]
 CUTS = [("read", 16), ("restore", 16), ("backup", 16), ("backup", 32)]
-IN_BOTH_MODES = [("version", version), ("read-back", read_back), ("update", update),
+IN_BOTH_MODES = [("version", expect, "version", "1.00\n"), ("read-back", read_back),
+                 ("update", update),
                  *[(f"find {row[2]} on {row[1]}", find, *row) for row in FINDS],
                  *[(f"{row[0]} on FAT{row[1]} {row[2]}".rstrip(), copy, *row) for row in COPIES]]
 SCENARIOS = [*[(f"{row[0]} {words}", row[1], words, *row[2:])
