@@ -51,29 +51,33 @@ std::string NewestLines(const char* path, std::int64_t most)
 // it, or with a directory at its name, they are written in place.
 bool ReplaceLog(const char* path, const std::string& lines)
 {
-    WholeFile log(path);
-    if (log.Write(lines) && log.Commit())
-        return true;
+    {
+        WholeFile log(path);
+        if (log.Write(lines))
+            return log.Commit();
+    }
     const UniqueFd file(CreateOutputFile(path, kForEverybody));
     return file && WriteWhole(file.Get(), lines.data(), lines.size());
 }
 
-// Cuts the log if `added` bytes would make it larger than `most`. False when it can't be cut.
-bool MakeRoom(const char* path, std::int64_t added, std::int64_t most)
+// Cuts the log if `added` bytes would make it larger than `most`. False when it isn't cut.
+bool MakeRoom(const char* path, std::int64_t added, std::int64_t most, AtLimit atLimit)
 {
     struct stat state {};
     if (stat(path, &state) != 0 || state.st_size + added <= most)
         return true;
+    if (atLimit == AtLimit::LoseEntry)
+        return false;
     const std::string kept = NewestLines(path, most / 2);
     return !kept.empty() && ReplaceLog(path, kept);
 }
 
 }  // namespace
 
-bool AddLogFile(const char* path, const char* text, std::int64_t most)
+bool AddLogFile(const char* path, const char* text, std::int64_t most, AtLimit atLimit)
 {
     const TSString words(text == nullptr ? "" : text);
-    if (most != kNoLimit && !MakeRoom(path, kStampSize + words.Length(), most))
+    if (most != kNoLimit && !MakeRoom(path, kStampSize + words.Length(), most, atLimit))
         return false;
     const TextWriter log(path, TextWriter::Old::Kept);
     if (!log)

@@ -20,7 +20,7 @@ bool StartChecks::RequireLogAndLock(const Options& options)
     return RequireWritable(kLogDirectory) && RequireFile(log) && RequireLock();
 }
 
-// Another strict run, which would be using both, was excluded before.
+// Another strict run, which would have taken the port, was excluded before.
 bool StartChecks::RequireUnit(const Options& options) const
 {
     return RequireWritable(kMidiPatcherSocket) && (options.HasFile() || RequirePort(options));

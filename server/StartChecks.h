@@ -16,7 +16,7 @@ public:
     // this object.
     bool RequireLogAndLock(const Options& options);
 
-    // Then the MIDI Patcher's socket, and for a server the port.
+    // The MIDI Patcher's socket, and for a server the port. To be called with the lock.
     bool RequireUnit(const Options& options) const;
 
     // Connects to the MIDI Patcher for a moment, or binds the port for one, without listening.

@@ -26,8 +26,8 @@ bool Strict::Prepare(Options& options)
         options.renameFile = checks.RequireRename(options.filename, NewName(options));
     if (!checks.RequireLogAndLock(options))
         return false;
-    // Only the run with the lock may cut the log: the entries of another one would be lost.
-    report.BoundLog();
+    // Only the run with the lock may cut the log.
+    report.AllowCut();
     return checks.RequireUnit(options);
 }
 

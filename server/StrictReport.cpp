@@ -6,7 +6,8 @@
 void StrictReport::Add(const std::string& text) const
 {
     PrintError(text);
-    static_cast<void>(AddLogFile(log, (text + "\n").c_str(), most));  // it was printed, too
+    // A lost entry was printed.
+    static_cast<void>(AddLogFile(log, (text + "\n").c_str(), kMostOfLog, atLimit));
 }
 
 void StrictReport::Add(const std::vector<std::string>& texts) const

@@ -13,8 +13,8 @@ public:
     // `path` outlives this object.
     explicit StrictReport(const char* path) : log(path) {}
 
-    // From now on the log never has more than kMostOfLog bytes.
-    void BoundLog() { most = kMostOfLog; }
+    // From now on a log without room for an entry is cut; before, the entry is only printed.
+    void AllowCut() { atLimit = AtLimit::CutLog; }
 
     void Add(const std::string& text) const;
     void Add(const std::vector<std::string>& texts) const;
@@ -24,5 +24,5 @@ public:
 
 private:
     const char* log;
-    std::int64_t most = kNoLimit;  // bytes of the log
+    AtLimit atLimit = AtLimit::LoseEntry;  // of kMostOfLog bytes
 };
