@@ -1,7 +1,5 @@
 #include "SavedImage.h"
 
-#include <unistd.h>
-
 #include "Files.h"
 #include "NewFile.h"
 #include "SumFile.h"
@@ -25,8 +23,8 @@ std::string SumLineOf(const std::string& path, const std::string& sumPath)
 
 }  // namespace
 
-// While a good image is replaced, the checksum has a line for either. Any other image keeps its
-// checksum meanwhile; where there is none, an empty one, which counts as none, takes the room.
+// While a good image is replaced, the checksum has a line for either. Any other image keeps the
+// checksum that it has meanwhile.
 Outcome SaveImage(const std::string& target, ImageForm form, std::string_view bytes)
 {
     if (form != ImageForm::Rlg)
@@ -34,11 +32,10 @@ Outcome SaveImage(const std::string& target, ImageForm form, std::string_view by
     const std::string sumPath = WithExtension(target, kSumExtension);
     const std::string line = SumLine(bytes, FileNameOf(target));
     const std::string oldLine = SumLineOf(target, sumPath);
-    const bool keepsSum = oldLine.empty() && access(sumPath.c_str(), F_OK) == 0;
     NewFile image(target);
     Outcome outcome = image.Write(bytes);
-    if (outcome.IsSuccess() && !keepsSum)
-        outcome = WriteNewFile(sumPath, oldLine.empty() ? "" : line + oldLine);
+    if (outcome.IsSuccess() && !oldLine.empty())
+        outcome = WriteNewFile(sumPath, line + oldLine);
     if (outcome.IsSuccess())
         outcome = image.TakePlace();
     return outcome.IsSuccess() ? WriteNewFile(sumPath, line) : outcome;
