@@ -91,10 +91,12 @@ ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
     if (problem.empty() && FlushMedium() && IsOnDisk(path, packed) &&
         IsOnDisk(CompressedFile::SumPath(path), sum))
         return Copied;
-    if (problem.empty())
-        problem = ReasonFor(path + ": replaced, but not verified");
     const bool isFull = errno == ENOSPC;
+    if (problem.empty())
+        problem = ReasonFor(path);
     static_cast<void>(FlushMedium());  // the work files go even if the stick is pulled now
+    if (IsOnDisk(path, packed))
+        return Fail(ParameterBackup::NotCopied, problem + "; the new copy is in place");
     return Fail(isFull ? ParameterBackup::NoRoom : ParameterBackup::NotCopied, problem);
 }
 
@@ -114,8 +116,8 @@ std::string StrictCopy::SumOfOldImage() const
 // If there is a checksum, the new one is committed first: it lists the old and the new image, so
 // either matches after a failure. If there is none, the image is committed first: otherwise a
 // failure would leave a checksum that doesn't match the old image. An empty one, which counts as
-// none, then takes the room for the name, so that only a broken medium fails after the image.
-// Returns an empty text, or what has failed, with errno set.
+// none, takes the room for the name before, so that only an I/O error can stop it later. Returns an
+// empty text, or what has failed, with errno set.
 std::string StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
 {
     const std::string path = Path(kMediumParameterFile);
