@@ -60,7 +60,7 @@ public:
     // the link is down: an old descriptor isn't closed.
     int SetMidiDescriptor(const char* path);
 
-    // From the next connection on, a write that the MIDI Patcher doesn't take within kMostWait
+    // From the next connection on, a frame that the MIDI Patcher doesn't take within kMostWait
     // seconds fails.
     void BoundWaits() { isBounded = true; }
 

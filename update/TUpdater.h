@@ -40,7 +40,7 @@ public:
     TUpdater(const TUpdater&) = delete;
     TUpdater& operator=(const TUpdater&) = delete;
 
-    // Update mode: no write to the MIDI Patcher waits for longer than TMidiCom::kMostWait seconds;
+    // Update mode: no frame to the MIDI Patcher waits for longer than TMidiCom::kMostWait seconds;
     // call before Initialize.
     void BoundWaits() { isBounded = true; }
 

@@ -14,7 +14,7 @@ DISK_FILE, MEDIUM_FILE = "/lib/diag/csp_param.hex", "csp_param.rlg"
 LOG = "/usr/local/lib/diag/diagserver.log"
 DONE, ERROR, NO_ROOM = "Copy Success.", "Copy error.", "Free Disk space error."
 FILLINGS = {"full": {"a": "new.hex", "b": "firmware.bin"},
-            "with three free names": {f"F{each}": "five" for each in range(507)}}
+            "with three free entries": {f"F{each}": "five" for each in range(507)}}
 KILOBYTES = {12: 1440, 16: 16384, 32: 34816}  # of a stick
 
 def make_disk():
@@ -179,7 +179,7 @@ COPIES = [*[("backup", fat, "", DONE, DONE) for fat in KILOBYTES],
           ("backup", 16, "protected", ERROR, ERROR),
           ("restore", 16, "protected", DONE, DONE),
           ("backup", 12, "full", NO_ROOM, NO_ROOM),
-          ("backup", 16, "with three free names", DONE, NO_ROOM),
+          ("backup", 16, "with three free entries", DONE, NO_ROOM),
           ("backup", 16, "pulled before", ERROR, ERROR),
           ("backup", 16, "pulled meanwhile", None, ERROR),
           ("backup", 16, "inserted again as sdb", ERROR, DONE),
