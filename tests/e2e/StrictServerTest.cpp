@@ -273,23 +273,22 @@ TEST(StrictServerLimits, WriteToPeerThatDoesNotReadEnds)
     StrictServer scene;
     const std::string text(900, 'x');
     // The MIDI Patcher comes last, since its link isn't opened again while groups arrive.
-    const std::tuple<Connection*, int, std::function<void()>> rows[] = {
-        {scene.controller.get(), 5, [&] { scene.Say(Frames({text})); }},
-        {&*scene.rcServer, 5, [&] { scene.Say(Frames({"<message_box " + text})); }},
-        {&*scene.patcher, 30, [&] { scene.Send(Repeat("90 3C 40 00 ", 500)); }},
+    using namespace std::chrono_literals;
+    const std::tuple<Connection*, std::chrono::seconds, std::function<void()>> rows[] = {
+        {scene.controller.get(), 5s, [&] { scene.Say(Frames({text})); }},
+        {&*scene.rcServer, 5s, [&] { scene.Say(Frames({"<message_box " + text})); }},
+        {&*scene.patcher, 30s, [&] { scene.Send(Repeat("90 3C 40 00 ", 500)); }},
     };
-    for (const auto& [peer, limit, write] : rows) {
-        const std::chrono::seconds bound(limit);
+    for (const auto& [peer, bound, write] : rows) {
         bool isClosed = false;
         for (int round = 0; round < 3 && !isClosed; ++round) {
             const auto before = UnitTime();
             for (int i = 0; i < 40000 && UnitTime() - before < bound; ++i)
                 write();
             EXPECT_EQ(UnitTime() - before, bound);
-            isClosed =
-                WaitUntil([peer = peer] { return peer->IsClosed(); }, std::chrono::seconds(1));
+            isClosed = WaitUntil([peer = peer] { return peer->IsClosed(); }, 1s);
         }
-        EXPECT_TRUE(isClosed) << limit;
+        EXPECT_TRUE(isClosed) << bound.count();
         scene.Connect();
         EXPECT_EQ(EndOf(scene.Ask(kVersion), kServiceText), kServiceText);
     }
@@ -304,7 +303,6 @@ TEST(StrictServerLimits, LogKeepsNewestHalf)
     EXPECT_EQ(scene.Run(StrictWords()).Wait(), 1);
     EXPECT_TRUE(scene.Log() == full) << "a second server";
     EXPECT_EQ(scene.Ask(kVersion), kServiceText);
-    EXPECT_EQ(scene.Log().substr(0, 2 * entry.size()), entry + entry);
     EXPECT_TRUE(Contains(scene.LogTexts(), "\nUpdate the Service Center.\n"));
     EXPECT_LT(scene.Log().size(), full.size() / 2 + 200);
 
