@@ -29,6 +29,9 @@ public:
     bool Write(std::string_view bytes);
     bool Commit();
 
+    // True once the work file has the target's name.
+    bool IsReplaced() const { return isCommitted; }
+
     // A sentence about errno, after a failure: which of the two files it concerns, and whether the
     // target was replaced already. Leaves errno as it is.
     std::string Problem() const;

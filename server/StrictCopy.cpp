@@ -82,22 +82,19 @@ ParameterBackup::Result StrictCopy::Mount(const std::string& device, unsigned lo
                 other.empty() ? reason : reason + ", since it is mounted at " + other + ", too");
 }
 
-// WriteFiles has closed the replaced files; the flush after it frees their room on the medium.
+// WriteFiles has closed the replaced files; the flush after it frees their room on the medium, and
+// lets no work file stay there even if the stick is pulled now.
 ParameterBackup::Result StrictCopy::ReplaceOnMedium(const std::string& packed)
 {
     const std::string path = Path(kMediumParameterFile);
     const std::string sum = SumLine(packed, kMediumParameterFile) + SumOfOldImage();
-    std::string problem = WriteFiles(packed, sum);
-    if (problem.empty() && FlushMedium() && IsOnDisk(path, packed) &&
-        IsOnDisk(CompressedFile::SumPath(path), sum))
+    const Result result = WriteFiles(packed, sum);
+    const bool isFlushed = FlushMedium();
+    if (result != Copied)
+        return result;
+    if (isFlushed && IsOnDisk(path, packed) && IsOnDisk(CompressedFile::SumPath(path), sum))
         return Copied;
-    const bool isFull = errno == ENOSPC;
-    if (problem.empty())
-        problem = ReasonFor(path);
-    static_cast<void>(FlushMedium());  // the work files go even if the stick is pulled now
-    if (IsOnDisk(path, packed))
-        return Fail(ParameterBackup::NotCopied, problem + "; the new copy is in place");
-    return Fail(isFull ? ParameterBackup::NoRoom : ParameterBackup::NotCopied, problem);
+    return Fail(ParameterBackup::NotCopied, ReasonFor(path + ": replaced, but not verified"));
 }
 
 // The checksum's line of the image on the medium if that matches its checksum, else empty.
@@ -116,28 +113,36 @@ std::string StrictCopy::SumOfOldImage() const
 // If there is a checksum, the new one is committed first: it lists the old and the new image, so
 // either matches after a failure. If there is none, the image is committed first: otherwise a
 // failure would leave a checksum that doesn't match the old image. An empty one, which counts as
-// none, takes the room for the name before, so that only an I/O error can stop it later. Returns an
-// empty text, or what has failed, with errno set.
-std::string StrictCopy::WriteFiles(const std::string& image, const std::string& sum) const
+// none, takes the room for its name beforehand, so that only an I/O error can stop it later.
+ParameterBackup::Result StrictCopy::WriteFiles(const std::string& image, const std::string& sum)
 {
     const std::string path = Path(kMediumParameterFile);
     const std::string sumPath = CompressedFile::SumPath(path);
     WholeFile newImage(path, Path(kMediumParameterWork));
     WholeFile newSum(sumPath, Path(kMediumSumWork));
     if (!newImage.Write(image))
-        return newImage.Problem();
+        return FailToReplace(newImage, newImage.Problem());
     if (!newSum.Write(sum))
-        return newSum.Problem();
+        return FailToReplace(newImage, newSum.Problem());
     const UniqueFd oldSum(open(sumPath.c_str(), O_RDONLY | O_CREAT | kOpenFlags, kForEverybody));
     struct stat state = {};
     if (!oldSum || fstat(oldSum.Get(), &state) != 0)
-        return ReasonFor(sumPath);
+        return FailToReplace(newImage, ReasonFor(sumPath));
     const bool hasSum = state.st_size > 0;
     for (WholeFile* file : {hasSum ? &newSum : &newImage, hasSum ? &newImage : &newSum}) {
         if (!file->Commit() || !FlushMedium())
-            return file->Problem();
+            return FailToReplace(newImage, file->Problem());
     }
-    return {};
+    return Copied;
+}
+
+// "Free Disk space error." promises that the old copy is still there.
+ParameterBackup::Result StrictCopy::FailToReplace(const WholeFile& image,
+                                                  const std::string& problem)
+{
+    if (image.IsReplaced())
+        return Fail(ParameterBackup::NotCopied, problem + "; the new copy is in place");
+    return Fail(errno == ENOSPC ? ParameterBackup::NoRoom : ParameterBackup::NotCopied, problem);
 }
 
 // The first call reports what couldn't be written, the second empties the medium's own cache.

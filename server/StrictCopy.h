@@ -5,6 +5,8 @@
 
 #include "ParameterBackup.h"
 
+class WholeFile;
+
 // The copies of ParameterBackup with --strict. Either replaces its target whole or not at all, and
 // only with a complete read-back:
 //
@@ -30,7 +32,8 @@ private:
     Result Mount(const std::string& device, unsigned long flags);
     Result ReplaceOnMedium(const std::string& packed);
     std::string SumOfOldImage() const;
-    std::string WriteFiles(const std::string& image, const std::string& sum) const;
+    Result WriteFiles(const std::string& image, const std::string& sum);
+    Result FailToReplace(const WholeFile& image, const std::string& problem);
     bool FlushMedium() const;
     Result Fail(Result result, const std::string& reason);
 
