@@ -23,8 +23,8 @@ std::string SumLineOf(const std::string& path, const std::string& sumPath)
 
 }  // namespace
 
-// While a good image is replaced, the checksum has a line for either. Any other image keeps the
-// checksum that it has meanwhile.
+// While a good image is replaced, the checksum has a line for either. Any other image keeps its
+// checksum until it is replaced.
 Outcome SaveImage(const std::string& target, ImageForm form, std::string_view bytes)
 {
     if (form != ImageForm::Rlg)

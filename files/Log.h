@@ -4,7 +4,7 @@
 
 inline constexpr std::int64_t kNoLimit = INT64_MAX;
 
-// What an entry does that a log has no room for. Only one process may cut a log: the entries of
+// What happens if a log has no room for an entry. Only one process may cut a log: the entries of
 // another one would be lost.
 enum class AtLimit { CutLog, LoseEntry };
 
@@ -17,7 +17,7 @@ enum class AtLimit { CutLog, LoseEntry };
 //
 // The log never has more than `most` bytes: one that would is first cut down to its newest lines,
 // about half of `most`. One that can't be cut stays as it is, and the entry is lost. Without room
-// for the shorter log next to it, it is cut in place, where a failure may lose it.
+// for the shorter log next to it, it is cut in place; a failure there may lose it.
 bool AddLogFile(const char* path, const char* text, std::int64_t most = kNoLimit,
                 AtLimit atLimit = AtLimit::CutLog);
 

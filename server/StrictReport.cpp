@@ -6,7 +6,7 @@
 void StrictReport::Add(const std::string& text) const
 {
     PrintError(text);
-    // A lost entry was printed.
+    // An entry that is lost has been printed.
     static_cast<void>(AddLogFile(log, (text + "\n").c_str(), kMostOfLog, atLimit));
 }
 
